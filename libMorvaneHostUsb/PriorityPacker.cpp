@@ -1,0 +1,354 @@
+#include "libMorvaneHostUsb/PriorityPacker.h"
+
+// The one hard stop of the slice writers stays in every build.
+#undef NDEBUG
+#include <cassert>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace Vantor {
+
+namespace {
+
+constexpr unsigned int packetSizeFloor = 1024;
+constexpr unsigned int smallestSlice = 7;
+
+// Behind the record header of every slice.
+struct __attribute__((packed)) SliceHeader {
+    std::uint16_t lcd;
+    std::uint8_t x;
+    std::uint8_t y;
+    std::uint8_t width;
+    std::uint8_t rows;
+    std::uint8_t bitsPerPixel;
+};
+static_assert(sizeof(SliceHeader) == 7);
+
+constexpr unsigned int sliceOverhead = sizeof(RecordHeader) + sizeof(SliceHeader);
+constexpr std::uint32_t rowMarker = 0xFFFFFFFF;
+constexpr std::uint32_t wordMask = ~std::uint32_t{3};
+
+bool isHighPriority(const PacketType& type)
+{
+    switch (static_cast<std::int32_t>(type)) {
+    case 6:
+    case 8:
+    case 10:
+    case 11:
+    case 12:
+    case 24:
+    case 29:
+    case 31:
+    case 34:
+    case 35:
+    case 37:
+    case 40:
+    case 41:
+    case 44:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The top-edge test adds each bitmap's rowOffset, the bottom-edge test does not.
+bool covers(const ClientLcdBitmap& bitmap, const ClientLcdBitmap& old)
+{
+    return bitmap.x <= old.x && bitmap.x + bitmap.width >= old.x + old.width &&
+           bitmap.y + bitmap.rowOffset <= old.y + old.rowOffset && bitmap.y + bitmap.height >= old.y + old.height;
+}
+
+// The part of a run-length layer that goes into one slice.
+struct EncodedCut {
+    std::uint32_t size;
+    std::uint8_t rows;
+    bool fits;
+};
+
+// Cuts before the last row marker within reach.
+EncodedCut cutAtRowMarker(const ClientLcdBitmap& bitmap, std::uint32_t available, unsigned int remaining,
+                          std::uint8_t rowsLeft)
+{
+    const std::uint32_t start = bitmap.byteOffset & wordMask;
+    const std::uint32_t scanned = std::min(available & wordMask, ((remaining - 11) & wordMask) + 4);
+    if (scanned == 0)
+        return {available, 255, true};
+
+    std::uint8_t markers = 0;
+    std::uint32_t cut = available;
+    for (std::uint32_t offset = 0; offset < scanned; offset += 4) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, bitmap.data() + start + offset, sizeof word);
+        if (word == rowMarker) {
+            ++markers;
+            cut = offset;
+        }
+    }
+    if (markers > rowsLeft)
+        return {cut, rowsLeft, rowsLeft != 0};
+    const auto rows = static_cast<std::uint8_t>(markers - 1);
+    // Without any marker in reach the rest does not fit either.
+    return {cut, rows, rows != 0 && cut + sliceOverhead <= remaining};
+}
+
+} // namespace
+
+PriorityPacker::PriorityPacker(const unsigned int& maxPacketSize)
+    : PacketPacker(maxPacketSize), m_nextLcd(m_lcdData.end()), m_observer(nullptr)
+{
+    setDeviceInformation(DeviceInformation{});
+}
+
+PriorityPacker::~PriorityPacker() = default;
+
+void PriorityPacker::clearData()
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    PacketPacker::clearData();
+}
+
+std::size_t PriorityPacker::addStructData(const void* data, const unsigned int& size, const PacketType& type)
+{
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    if (bytes == nullptr && size != 0)
+        return size;
+    std::vector<unsigned char> record(bytes, bytes + size);
+    {
+        const std::lock_guard<std::mutex> lock(m_dataMutex);
+        _queueOf(type).addStructData(std::move(record), type);
+    }
+    notifyObserver();
+    return size;
+}
+
+std::size_t PriorityPacker::addStructData(const void* data, const unsigned int& size, const PacketType& type,
+                                          const unsigned int& key)
+{
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    if (bytes == nullptr && size != 0)
+        return size;
+    std::vector<unsigned char> record(bytes, bytes + size);
+    {
+        const std::lock_guard<std::mutex> lock(m_dataMutex);
+        _queueOf(type).addStructData(std::move(record), type, key);
+    }
+    notifyObserver();
+    return size;
+}
+
+PacketQueue& PriorityPacker::_queueOf(const PacketType& type)
+{
+    return isHighPriority(type) ? m_highPriorityQueue : m_normalQueue;
+}
+
+std::size_t PriorityPacker::_addStructData(const PacketType& type, const std::vector<unsigned char>& data)
+{
+    return PacketPacker::addStructData(data.data(), static_cast<unsigned int>(data.size()), type);
+}
+
+void PriorityPacker::setDeviceInformation(const DeviceInformation& info)
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    if (info.maxPacketSize > packetSizeFloor)
+        setMaxPacketSize(info.maxPacketSize);
+}
+
+void PriorityPacker::setObserver(Observer* observer)
+{
+    const std::lock_guard<std::mutex> lock(m_observerMutex);
+    m_observer = observer;
+}
+
+void PriorityPacker::notifyObserver()
+{
+    const std::lock_guard<std::mutex> lock(m_observerMutex);
+    if (m_observer != nullptr)
+        m_observer->onPackerHasChanged();
+}
+
+bool PriorityPacker::hasMoreData() const
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    return _hasMoreData();
+}
+
+bool PriorityPacker::_hasMoreData() const
+{
+    return m_highPriorityQueue.hasMoreData() || m_normalQueue.hasMoreData() || !m_changedLcds.empty();
+}
+
+void PriorityPacker::stopWaiting() {}
+
+unsigned int PriorityPacker::prepareNextPacket()
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    unsigned int count = 0;
+    if (!m_highPriorityQueue.prepareNextPacket(*this, count) || !m_normalQueue.prepareNextPacket(*this, count))
+        return count;
+    if (m_nextLcd == m_lcdData.end())
+        m_nextLcd = m_lcdData.begin();
+    if (m_lcdData.empty())
+        return count;
+    return _packLcdSlices(count);
+}
+
+unsigned int PriorityPacker::_packLcdSlices(unsigned int count)
+{
+    bool progress = false;
+    for (;;) {
+        if (getPacketSizeRemaining() < smallestSlice)
+            return count;
+        ClientLcdBitmapData& lcd = m_nextLcd->second;
+        if (!lcd.locked && !lcd.bitmaps.empty()) {
+            if (!_packSlice(lcd))
+                return count;
+            ++count;
+            progress = true;
+        }
+        if (lcd.bitmaps.empty())
+            m_changedLcds.erase(m_nextLcd->first);
+        if (++m_nextLcd == m_lcdData.end()) {
+            // A first sweep that began behind other LCDs and packed nothing leaves
+            // those for the next call.
+            if (!progress)
+                return count;
+            m_nextLcd = m_lcdData.begin();
+            progress = false;
+        }
+    }
+}
+
+bool PriorityPacker::_packSlice(ClientLcdBitmapData& lcd)
+{
+    const ClientLcdBitmap& front = lcd.bitmaps.front();
+    const std::size_t written =
+        front.encoded != 0 ? addBitmapDataToPacketEncoded(front) : addBitmapDataToPacket(front);
+    if (written == 0)
+        return false;
+    if (front.complete != 0)
+        lcd.bitmaps.pop_front();
+    return true;
+}
+
+void PriorityPacker::drawBitmapData(const ClientLcdBitmap& bitmap)
+{
+    _drawBitmapData(bitmap);
+}
+
+void PriorityPacker::drawBitmapData(ClientLcdBitmap&& bitmap)
+{
+    _drawBitmapData(bitmap);
+}
+
+void PriorityPacker::_drawBitmapData(const ClientLcdBitmap& bitmap)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_dataMutex);
+        auto& layers = m_lcdData[bitmap.lcd].bitmaps;
+        layers.remove_if([&bitmap](const ClientLcdBitmap& old) { return covers(bitmap, old); });
+        layers.push_back(bitmap);
+        m_changedLcds.insert(bitmap.lcd);
+    }
+    notifyObserver();
+}
+
+void PriorityPacker::lockLcd(unsigned short lcd)
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    m_lcdData[lcd].locked = true;
+}
+
+void PriorityPacker::unlockLcd(unsigned short lcd)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_dataMutex);
+        m_lcdData[lcd].locked = false;
+    }
+    notifyObserver();
+}
+
+std::size_t PriorityPacker::addBitmapDataToPacket(const ClientLcdBitmap& bitmap)
+{
+    const unsigned int bitsPerRow = static_cast<unsigned int>(bitmap.width) * bitmap.bitsPerPixel;
+    const unsigned int rowBytes = (bitsPerRow + 7) / 8;
+    const unsigned int remaining = getPacketSizeRemaining();
+    if (rowBytes == 0 || remaining <= sliceOverhead)
+        return 0;
+    const unsigned int fit = (remaining - sliceOverhead) / rowBytes;
+    assert(bitmap.rowOffset <= bitmap.height);
+    const unsigned int rowsLeft = static_cast<unsigned int>(bitmap.height - bitmap.rowOffset);
+    const unsigned int rows = std::min(rowsLeft, fit);
+
+    // The data is one run of bits, while `fit` counts each row in whole bytes.
+    const std::size_t size = rows * bitsPerRow / 8;
+    if (bitmap.byteOffset >= bitmap.size()) {
+        bitmap.byteOffset = 0;
+        bitmap.complete = 1;
+    }
+    if (rows == 0 || bitmap.byteOffset + size > bitmap.size())
+        return 0;
+    if (m_maxPacketSize < m_writePosition + size + sizeof(SliceHeader))
+        return 0;
+
+    _appendSlice(bitmap, PacketType::LcdSlice, rows, size);
+    if (bitmap.rowOffset + rows >= bitmap.height) {
+        // rowOffset keeps its value here; the encoded writer clears it.
+        bitmap.complete = 1;
+        bitmap.byteOffset = 0;
+    } else {
+        bitmap.rowOffset = static_cast<std::uint8_t>(bitmap.rowOffset + rows);
+        bitmap.byteOffset += static_cast<std::uint32_t>(size);
+    }
+    return size + sliceOverhead;
+}
+
+std::size_t PriorityPacker::addBitmapDataToPacketEncoded(const ClientLcdBitmap& bitmap)
+{
+    const unsigned int remaining = getPacketSizeRemaining();
+    // An encoded slice is only ever the first record of a packet.
+    if (remaining <= sliceOverhead || getPacketCount() != 0)
+        return 0;
+    if (bitmap.encodedSize > bitmap.size() || bitmap.byteOffset > bitmap.encodedSize)
+        return 0;
+
+    const std::uint32_t available = bitmap.encodedSize - bitmap.byteOffset;
+    const auto rowsLeft = static_cast<std::uint8_t>(bitmap.height - bitmap.rowOffset);
+    EncodedCut cut{available, rowsLeft, rowsLeft != 0};
+    if (available > remaining - sliceOverhead)
+        cut = cutAtRowMarker(bitmap, available, remaining, rowsLeft);
+    if (cut.size == 0 || !cut.fits)
+        return 0;
+
+    _appendSlice(bitmap, PacketType::EncodedLcdSlice, cut.rows, cut.size);
+    if (bitmap.rowOffset + cut.rows < bitmap.height) {
+        bitmap.byteOffset += cut.size;
+        bitmap.rowOffset = static_cast<std::uint8_t>(bitmap.rowOffset + cut.rows);
+    } else {
+        bitmap.complete = 1;
+        bitmap.byteOffset = 0;
+        bitmap.rowOffset = 0;
+    }
+    return cut.size + sliceOverhead;
+}
+
+void PriorityPacker::_appendSlice(const ClientLcdBitmap& bitmap, PacketType type, unsigned int rows, std::size_t size)
+{
+    const RecordHeader record{static_cast<std::uint8_t>(type), static_cast<std::uint16_t>(sizeof(SliceHeader) + size)};
+    const SliceHeader slice{bitmap.lcd,
+                            bitmap.x,
+                            static_cast<std::uint8_t>(bitmap.y + bitmap.rowOffset),
+                            bitmap.width,
+                            static_cast<std::uint8_t>(rows),
+                            bitmap.bitsPerPixel};
+    std::memcpy(m_packet + m_writePosition, &record, sizeof record);
+    std::memcpy(m_packet + m_writePosition + sizeof record, &slice, sizeof slice);
+    std::memcpy(m_packet + m_writePosition + sliceOverhead, bitmap.data() + bitmap.byteOffset, size);
+    m_writePosition += static_cast<std::uint32_t>(sliceOverhead + size);
+    m_header.length = static_cast<std::uint16_t>(m_writePosition);
+    m_header.count = static_cast<std::uint16_t>(m_header.count + 1);
+    std::memcpy(m_packet, &m_header, sizeof m_header);
+}
+
+} // namespace Vantor

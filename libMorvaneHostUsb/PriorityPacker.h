@@ -1,0 +1,124 @@
+#pragma once
+
+#include "libMorvaneHostUsb/ClientLcdBitmap.h"
+#include "libMorvaneHostUsb/Export.h"
+#include "libMorvaneHostUsb/PacketQueue.h"
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
+#include "protocol/DeviceInformation.h"
+#include "protocol/PacketPacker.h"
+
+#include <cstddef>
+#include <list>
+#include <map>
+#include <mutex>
+#include <set>
+#include <vector>
+
+namespace Vantor {
+
+// What waits to go out to one panel, and the order in which it goes:
+// high-priority records, then all others, then slices of LCD pictures, the LCDs
+// in turn. Obtained from UsbDevice::getPacker.
+//
+// High-priority types: 6, 8, 10, 11, 12, 24, 29, 31, 34, 35, 37, 40, 41, 44.
+//
+// Threads: addStructData, addData, hasMoreData and the LCD operations from any
+// thread. Those marked "device link" belong to the UsbDevice that owns the packer.
+// Adding never waits for the panel: it queues, and starts a transfer on the calling
+// thread when none is under way.
+// Lifetime: a member of its UsbDevice; hold the device's shared_ptr while using it.
+class MORVANE_API PriorityPacker : public PacketPacker {
+public:
+    // Told of every addition, on the adding thread.
+    class MORVANE_API Observer {
+    public:
+        virtual ~Observer() = default;
+
+        // Called with the packer's observer mutex held: must not call setObserver.
+        virtual void onPackerHasChanged() = 0;
+    };
+
+    // The layers that wait for one LCD.
+    struct ClientLcdBitmapData {
+        std::list<ClientLcdBitmap> bitmaps; // oldest first; the front one is being sent
+        bool locked = false;                // nothing is sent while set
+    };
+
+    // Packets of at most maxPacketSize bytes until a panel reports its own limit.
+    explicit PriorityPacker(const unsigned int& maxPacketSize);
+    ~PriorityPacker() override;
+
+    // Device link. Empties the packet being built; what waits stays.
+    void clearData() override;
+
+    // Queues a record: `size` bytes from `data`, copied before the call returns; a
+    // null `data` with a size is ignored. Every record is sent, in order per type.
+    // Returns `size`, always. There is no limit on what waits, but a record that
+    // cannot fit an empty packet (limit - 11 bytes of payload) is never sent and
+    // holds back everything behind it.
+    std::size_t addStructData(const void* data, const unsigned int& size, const PacketType& type) override;
+
+    // Keeps one record per type and key: a later write replaces the value that
+    // still waits, and a write of at most 63 bytes equal to it is dropped (types 8,
+    // 19, 20 and 24 are always written). A type outside 0 to 46 is ignored.
+    // Otherwise as above.
+    std::size_t addStructData(const void* data, const unsigned int& size, const PacketType& type,
+                              const unsigned int& key) override;
+
+    // Device link. Appends the next rows of a layer of packed pixels; returns the
+    // bytes written, or 0 when none fit.
+    std::size_t addBitmapDataToPacket(const ClientLcdBitmap& bitmap) override;
+
+    // Device link. The same for a layer of run-length words, which is only ever
+    // the first record of a packet.
+    std::size_t addBitmapDataToPacketEncoded(const ClientLcdBitmap& bitmap);
+
+    // Adds a copy of `bitmap` as the topmost layer of its LCD; layers that it covers
+    // and that still wait are removed. Geometry is not checked. The overloads
+    // behave the same.
+    void drawBitmapData(const ClientLcdBitmap& bitmap);
+    void drawBitmapData(ClientLcdBitmap&& bitmap);
+
+    // Holds an LCD's layers back, and releases them. A flag, not a count.
+    void lockLcd(unsigned short lcd);
+    void unlockLcd(unsigned short lcd);
+
+    // True while anything waits: a record, or a layer on any LCD, locked ones too.
+    bool hasMoreData() const;
+
+    // Device link. Takes over the panel's packet limit when it is above 1024.
+    void setDeviceInformation(const DeviceInformation& info);
+
+    // Device link. Null turns notification off; blocks while the observer is called.
+    void setObserver(Observer* observer);
+    void notifyObserver();
+
+    // Device link. Does nothing; called when the device stops waiting for the panel.
+    void stopWaiting();
+
+    // Device link. Fills the packet and returns the number of records and slices
+    // added; 0 when nothing waits or nothing more fits.
+    unsigned int prepareNextPacket();
+
+    // For PacketQueue, which calls it with m_dataMutex held. 0: the record was not taken.
+    std::size_t _addStructData(const PacketType& type, const std::vector<unsigned char>& data);
+
+private:
+    bool _hasMoreData() const REQUIRES(m_dataMutex);
+    PacketQueue& _queueOf(const PacketType& type) REQUIRES(m_dataMutex);
+    void _drawBitmapData(const ClientLcdBitmap& bitmap);
+    unsigned int _packLcdSlices(unsigned int count) REQUIRES(m_dataMutex);
+    bool _packSlice(ClientLcdBitmapData& lcd) REQUIRES(m_dataMutex);
+    void _appendSlice(const ClientLcdBitmap& bitmap, PacketType type, unsigned int rows, std::size_t size);
+
+    PacketQueue m_highPriorityQueue GUARDED_BY(m_dataMutex);
+    PacketQueue m_normalQueue GUARDED_BY(m_dataMutex);
+    std::map<unsigned short, ClientLcdBitmapData> m_lcdData GUARDED_BY(m_dataMutex);
+    std::map<unsigned short, ClientLcdBitmapData>::iterator m_nextLcd GUARDED_BY(m_dataMutex); // round-robin cursor
+    std::set<unsigned int> m_changedLcds GUARDED_BY(m_dataMutex); // drawn and not yet fully packed
+    mutable std::mutex m_dataMutex;                               // also over the base's packet
+    std::mutex m_observerMutex;                                   // taken before m_dataMutex, never after
+    Observer* m_observer GUARDED_BY(m_observerMutex);
+};
+
+} // namespace Vantor

@@ -1,0 +1,232 @@
+#pragma once
+
+#include "libMorvaneHostUsb/Export.h"
+#include "libMorvaneHostUsb/PriorityPacker.h"
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
+#include "protocol/DeviceInformation.h"
+#include "protocol/FirmwareData.h"
+#include "protocol/FirmwareUpgradeCommand.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+struct libusb_context;
+struct libusb_device;
+struct libusb_device_handle;
+struct libusb_transfer;
+
+namespace Vantor {
+
+class UsbMessageQueue;
+
+// One attached panel. The UsbManager builds, opens, drives and retires it; the
+// application gets it from UsbManager::getDevice or a device list.
+//
+// Failures are not returned: they become a log line, and a fatal one ends the
+// device. It never comes back; the panel re-appears as a new UsbDevice.
+//
+// Threads: the operations under "for applications" from any thread. The others
+// belong to the manager.
+// Lifetime: shared. A handle kept past the panel's departure, or past
+// UsbManager::destroyUsbManager, stays safe to call: what is added to its packer
+// is then kept and never sent.
+class MORVANE_API UsbDevice : public PriorityPacker::Observer {
+public:
+    // Progress of a firmware upgrade.
+    struct FirmwareProgress {
+        std::uint32_t bytesWritten; // of both images, acknowledged by the panel
+        std::uint32_t totalBytes;   // of both images
+        std::uint32_t reserved;     // 0
+    };
+
+    // For applications.
+
+    // Where data for the panel goes in.
+    PriorityPacker& getPacker();
+
+    // What the panel said of itself, or null before it has. The library asks for it
+    // two seconds after arrival, and every two seconds until it comes. The record
+    // stays in place but is overwritten, unlocked, if the panel sends another.
+    const DeviceInformation* getDeviceInfo() const;
+
+    // True while a firmware upgrade runs.
+    bool isUpdating() const;
+
+    // Bus number in the high byte, port in the low one, counted up when that value
+    // is taken by another live device. The key of UsbManager::getDevice.
+    const std::uint16_t& getUid() const;
+
+    // The smallest number that no other live device has.
+    std::uint32_t getId() const;
+
+    // Port numbers from the root hub to the panel.
+    std::vector<std::uint8_t> getPortNumbers();
+
+    // Bytes the panel has taken, and bytes received from it; both wrap at 2^32. The
+    // library stores them atomically while you hold the reference: for a defined
+    // read from another thread use __atomic_load_n(&device.getSentData(), ...).
+    const std::uint32_t& getSentData() const;
+    const std::uint32_t& getReceivedData() const;
+
+    // Writes new firmware to the panel's main and servo MCU from the two files. Reads
+    // both whole, then returns; the upgrade goes on from the library's threads, and
+    // isUpdating tells when it has ended. A file that can't be opened counts as
+    // empty: that MCU is left alone. Refused, with a log line, while an upgrade runs.
+    // `callback` runs on the caller's thread once, then on the receive thread, with
+    // the device's firmware mutex held: it must not call startFirmwareUpgrade on this
+    // device, and must not own the device's shared_ptr.
+    void startFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
+                              std::function<void(const FirmwareProgress&)> callback);
+
+    // Waits until the packer is empty, the device dead, or 10,000 × timeout sleeps of
+    // a microsecond (in practice some 60 µs each) are over. Reports nothing; the last
+    // packet may still be under way.
+    void sync(int timeout);
+
+    // For the UsbManager.
+
+    // `queue` takes what is received; `context` and `device` must outlive the object.
+    UsbDevice(std::shared_ptr<UsbMessageQueue> queue, libusb_context* context, libusb_device* device);
+    ~UsbDevice() override;
+
+    UsbDevice(const UsbDevice&) = delete;
+    UsbDevice& operator=(const UsbDevice&) = delete;
+
+    // The packer's notification; any thread.
+    void onPackerHasChanged() override;
+
+    // Opens the device and claims its interface; on failure it is no longer alive.
+    void open();
+
+    // Stops all I/O. Transfers in flight are not touched.
+    void markDead();
+
+    // Takes the transfers of a dead device back from libusb: a send of a device that
+    // was alive gets up to 250 ms to complete, then both are cancelled until they have
+    // come back, for one second at most. Never with a lock of the manager held, and
+    // without effect inside libusb's event handling.
+    void drain(bool wasAlive);
+
+    // Closes the handle of a dead device; does nothing on a live one.
+    void cleanup();
+
+    bool isAlive() const;
+    libusb_device* getDevice() const;
+    void* getIdAsPtr() const; // the id as user data of the transfers
+    void setDeviceInfo(const DeviceInformation& info);
+
+    void sendNextPacket();
+    void onSentMessage(libusb_transfer* transfer);
+    void recvNextPacket();
+    void onRecvMessage(libusb_transfer* transfer);
+    void handleTxStatus(libusb_transfer* transfer);
+    void handleRxStatus(libusb_transfer* transfer);
+    void handleTransferTxStatus(int error);
+    void handleTransferRxStatus(int error);
+    void poll(const std::chrono::system_clock::time_point& now);
+
+    // The panel's reply to a firmware record; receive thread.
+    void handleFirmwareUpgrade(const FirmwareUpgradeCommand& command);
+
+    // Sends the next firmware record when it is time.
+    void sendNextFirmwarePacket() REQUIRES(m_firmwareMutex);
+
+private:
+    static constexpr unsigned int rxBufferSize = 32768;
+
+    // Live devices' identities; never destroyed, so that a device may outlive main.
+    static std::set<unsigned short>& s_usedUids GUARDED_BY(s_idMutex);
+    static std::set<unsigned int>& s_usedIds GUARDED_BY(s_idMutex);
+    static std::mutex s_idMutex;
+
+    void assignIdentity(std::uint8_t bus, std::uint8_t port);
+    bool claimInterface();
+    void deliver(const libusb_transfer& transfer);
+    void requestDeviceInfo(const std::chrono::system_clock::time_point& now);
+    void cancelTransfers();
+    void checkTxWatchdog(const std::chrono::system_clock::time_point& now);
+    void checkRxWatchdog(const std::chrono::system_clock::time_point& now);
+    void handleSubmitError(const char* direction, int error);
+
+    void announceFirmware(const std::chrono::system_clock::time_point& now) REQUIRES(m_firmwareMutex);
+    void sendMainChunk(const std::chrono::system_clock::time_point& now) REQUIRES(m_firmwareMutex);
+    void sendServoChunk(const std::chrono::system_clock::time_point& now) REQUIRES(m_firmwareMutex);
+    void finishFirmwareUpgrade() REQUIRES(m_firmwareMutex);
+    void fillFirmwareChunk(FirmwareData::Board board, const std::vector<unsigned char>& image, std::uint32_t offset)
+        REQUIRES(m_firmwareMutex);
+    void acknowledgeChunk(const FirmwareUpgradeCommand& command) REQUIRES(m_firmwareMutex);
+    void sendAgain() REQUIRES(m_firmwareMutex);
+    void reportProgress() REQUIRES(m_firmwareMutex);
+
+    PriorityPacker m_packer; // synchronises itself
+
+    // Written on the worker thread, the sent bytes under m_txMutex; see getSentData.
+    std::uint32_t m_sentBytes;
+    std::uint32_t m_receivedBytes;
+
+    // The receive side: the worker thread alone.
+    unsigned char m_rxBuffer[rxBufferSize];
+
+    // Constant after construction.
+    std::shared_ptr<UsbMessageQueue> m_messageQueue;
+    std::uint32_t m_id;
+    std::uint16_t m_vendorId;
+    std::uint16_t m_productId;
+    std::uint16_t m_uid;
+    libusb_device* m_device;
+
+    // Set by open before any other thread can know the device. Taken and nulled by
+    // cleanup under m_txMutex, after the drain: the receive side, which reads it
+    // without a lock, is over by then.
+    libusb_device_handle* m_devHandle;
+    libusb_context* m_context; // constant after construction
+
+    std::function<void(const FirmwareProgress&)> m_progressCallback GUARDED_BY(m_firmwareMutex);
+
+    // Atomic.
+    std::atomic<bool> m_alive;
+    std::atomic<bool> m_cancelPending;
+    std::atomic<bool> m_transferTxInProgress;
+    std::atomic<bool> m_transferRxInProgress;
+    std::atomic<bool> m_hasDeviceInfo;
+
+    DeviceInformation m_deviceInfo; // published by m_hasDeviceInfo
+
+    // The worker thread alone.
+    std::chrono::system_clock::time_point m_lastDeviceInfoRequest;
+    std::chrono::system_clock::time_point m_rxStartTime;
+
+    std::chrono::system_clock::time_point m_txStartTime GUARDED_BY(m_txMutex);
+    std::mutex m_txMutex;
+
+    // The pointers are constant until the destructor; the send transfer's fields are
+    // under m_txMutex, the receive transfer's on the worker thread.
+    libusb_transfer* m_txTransfer;
+    libusb_transfer* m_rxTransfer;
+
+    std::mutex m_firmwareMutex;
+    std::vector<unsigned char> m_mainImage GUARDED_BY(m_firmwareMutex);
+    std::vector<unsigned char> m_servoImage GUARDED_BY(m_firmwareMutex);
+    std::uint32_t m_servoOffset GUARDED_BY(m_firmwareMutex); // bytes acknowledged
+    std::uint32_t m_mainOffset GUARDED_BY(m_firmwareMutex);
+    std::uint32_t m_servoCrc GUARDED_BY(m_firmwareMutex);
+    std::uint32_t m_mainCrc GUARDED_BY(m_firmwareMutex);
+    std::atomic<std::uint32_t> m_firmwareState; // 0 idle, 1 announce, 2 main image, 3 servo image, 4 finish
+    FirmwareData m_firmwareData GUARDED_BY(m_firmwareMutex); // the chunk last built
+    std::chrono::system_clock::time_point m_lastFirmwareSendTime GUARDED_BY(m_firmwareMutex);
+    double m_firmwareTimeout GUARDED_BY(m_firmwareMutex);            // seconds between the last send and the next
+    std::uint32_t m_lastSentOffset GUARDED_BY(m_firmwareMutex);      // of the last main chunk
+    std::uint32_t m_lastAckAddress GUARDED_BY(m_firmwareMutex);      // of the last acknowledged chunk
+    std::uint8_t m_resendCount GUARDED_BY(m_firmwareMutex);          // main chunks sent again, this upgrade
+    std::uint8_t m_retryCount GUARDED_BY(m_firmwareMutex);           // such resends since the last reply
+    std::uint8_t m_duplicateCount GUARDED_BY(m_firmwareMutex);       // acknowledgements seen twice, this upgrade
+};
+
+} // namespace Vantor

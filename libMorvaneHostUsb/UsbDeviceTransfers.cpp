@@ -1,0 +1,299 @@
+// The bulk transfer engine of UsbDevice: one send and one read, reused for ever.
+#include "libMorvaneHostUsb/LogOutput.h"
+#include "libMorvaneHostUsb/TransferAccount.h"
+#include "libMorvaneHostUsb/UsbDevice.h"
+#include "libMorvaneHostUsb/UsbManager.h"
+#include "libMorvaneHostUsb/UsbMessageQueue.h"
+#include "protocol/PanelLink.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include <libusb-1.0/libusb.h>
+
+namespace Vantor {
+
+namespace {
+
+constexpr unsigned int transferTimeout = 2000; // ms, inside libusb
+constexpr std::chrono::nanoseconds watchdogLimit = std::chrono::seconds(5);
+constexpr std::chrono::nanoseconds deviceInfoPeriod = std::chrono::seconds(2);
+
+// The completion callback lowers the account again.
+int submit(libusb_transfer* transfer)
+{
+    TransferAccount::instance().raise(transfer);
+    const int result = libusb_submit_transfer(transfer);
+    if (result != LIBUSB_SUCCESS)
+        TransferAccount::instance().lower(transfer);
+    return result;
+}
+
+// Null for a code without a name of its own.
+const char* submitErrorName(int error)
+{
+    switch (error) {
+    case LIBUSB_ERROR_IO:
+        return "LIBUSB_ERROR_IO";
+    case LIBUSB_ERROR_INVALID_PARAM:
+        return "LIBUSB_ERROR_INVALID_PARAM";
+    case LIBUSB_ERROR_ACCESS:
+        return "LIBUSB_ERROR_ACCESS";
+    case LIBUSB_ERROR_NO_DEVICE:
+        return "LIBUSB_ERROR_NO_DEVICE";
+    case LIBUSB_ERROR_NOT_FOUND:
+        return "LIBUSB_ERROR_NOT_FOUND";
+    case LIBUSB_ERROR_BUSY:
+        return "LIBUSB_ERROR_BUSY";
+    case LIBUSB_ERROR_TIMEOUT:
+        return "LIBUSB_ERROR_TIMEOUT";
+    case LIBUSB_ERROR_OVERFLOW:
+        return "LIBUSB_ERROR_OVERFLOW";
+    case LIBUSB_ERROR_PIPE:
+        return "LIBUSB_ERROR_PIPE";
+    case LIBUSB_ERROR_INTERRUPTED:
+        return "LIBUSB_ERROR_INTERRUPTED";
+    case LIBUSB_ERROR_NO_MEM:
+        return "LIBUSB_ERROR_NO_MEM";
+    case LIBUSB_ERROR_NOT_SUPPORTED:
+        return "LIBUSB_ERROR_NOT_SUPPORTED";
+    default:
+        return nullptr;
+    }
+}
+
+bool isFatalSubmitError(int error)
+{
+    return error == LIBUSB_ERROR_IO || error == LIBUSB_ERROR_NO_DEVICE || error == LIBUSB_ERROR_NOT_FOUND;
+}
+
+// Counters are read by the application through a reference; see getSentData.
+void addToCounter(std::uint32_t& counter, std::uint32_t amount)
+{
+    __atomic_fetch_add(&counter, amount, __ATOMIC_RELAXED);
+}
+
+} // namespace
+
+void UsbDevice::onPackerHasChanged()
+{
+    sendNextPacket();
+}
+
+void UsbDevice::sendNextPacket()
+{
+    const std::lock_guard<std::mutex> lock(m_txMutex);
+    if (!m_alive || m_devHandle == nullptr || m_transferTxInProgress)
+        return;
+    // A packet that was not cleared is sent again, also when nothing can be added.
+    if (m_packer.prepareNextPacket() == 0 && m_packer.getPacketCount() == 0)
+        return;
+
+    libusb_fill_bulk_transfer(m_txTransfer, m_devHandle, PanelLink::outEndpoint, m_packer.getPacket(),
+                              static_cast<int>(m_packer.getPacketSize()), UsbManager::transferSendCallback,
+                              getIdAsPtr(), transferTimeout);
+    m_txTransfer->flags = LIBUSB_TRANSFER_ADD_ZERO_PACKET;
+    m_txStartTime = std::chrono::system_clock::now();
+    m_transferTxInProgress = true;
+    const int result = submit(m_txTransfer);
+    if (result != LIBUSB_SUCCESS) {
+        handleTransferTxStatus(result);
+        m_transferTxInProgress = false;
+    }
+}
+
+void UsbDevice::onSentMessage(libusb_transfer* transfer)
+{
+    bool goOn = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_txMutex);
+        MORVANE_LOG(5, "[libusb] onSentMessage size=%u status=%d\n", static_cast<unsigned int>(transfer->actual_length),
+                    static_cast<int>(transfer->status));
+        const bool completed = transfer->status == LIBUSB_TRANSFER_COMPLETED;
+        if (m_transferTxInProgress && completed && transfer->actual_length > 0) {
+            addToCounter(m_sentBytes, static_cast<std::uint32_t>(transfer->actual_length));
+            // A packet taken only in part is cleared all the same.
+            m_packer.clearData();
+        }
+        handleTxStatus(transfer);
+        m_transferTxInProgress = false;
+        goOn = m_alive && completed;
+    }
+    if (goOn && m_packer.hasMoreData())
+        sendNextPacket();
+}
+
+void UsbDevice::recvNextPacket()
+{
+    if (!m_alive || m_devHandle == nullptr || m_transferRxInProgress)
+        return;
+    libusb_fill_bulk_transfer(m_rxTransfer, m_devHandle, PanelLink::inEndpoint, m_rxBuffer, rxBufferSize,
+                              UsbManager::transferReceiveCallback, getIdAsPtr(), transferTimeout);
+    m_transferRxInProgress = true;
+    m_rxStartTime = std::chrono::system_clock::now();
+    const int result = submit(m_rxTransfer);
+    MORVANE_LOG(5, "[libusb] recvNextPacket transferring status=%d\n", result);
+    if (result != LIBUSB_SUCCESS) {
+        handleTransferRxStatus(result);
+        m_transferRxInProgress = false;
+    }
+}
+
+void UsbDevice::onRecvMessage(libusb_transfer* transfer)
+{
+    MORVANE_LOG(5, "[libusb] onRecvMessage size=%u\n", static_cast<unsigned int>(transfer->actual_length));
+    if (m_transferRxInProgress && transfer->status == LIBUSB_TRANSFER_COMPLETED) {
+        MORVANE_LOG(5, "[libusb] onRecvMessage transferRxInProgress transferred=%d status=%d\n",
+                    transfer->actual_length, static_cast<int>(transfer->status));
+        if (transfer->actual_length > 0)
+            deliver(*transfer);
+    }
+    handleRxStatus(transfer);
+    m_transferRxInProgress = false;
+    recvNextPacket();
+}
+
+void UsbDevice::deliver(const libusb_transfer& transfer)
+{
+    const unsigned int size = std::min(static_cast<unsigned int>(transfer.actual_length), rxBufferSize);
+    auto message = std::make_unique<UsbMessage>(m_uid, static_cast<unsigned short>(size));
+    std::memcpy(message->data, m_rxBuffer, size);
+    addToCounter(m_receivedBytes, size);
+    m_messageQueue->addMessage(std::move(message));
+}
+
+void UsbDevice::handleTxStatus(libusb_transfer* transfer)
+{
+    switch (transfer->status) {
+    case LIBUSB_TRANSFER_COMPLETED:
+    case LIBUSB_TRANSFER_TIMED_OUT:
+    case LIBUSB_TRANSFER_CANCELLED:
+        break;
+    case LIBUSB_TRANSFER_ERROR:
+        MORVANE_LOG(2, "[libusb] TX LIBUSB_ERROR uid=%x size=%d actual=%d\n", m_uid, transfer->length,
+                    transfer->actual_length);
+        markDead();
+        break;
+    case LIBUSB_TRANSFER_STALL:
+        MORVANE_LOG(2, "[libusb] TX Transfer stalled uid=%x\n", m_uid);
+        // The halt is cleared on endpoint 0, not on the stalled endpoint.
+        libusb_clear_halt(m_devHandle, 0);
+        break;
+    case LIBUSB_TRANSFER_NO_DEVICE:
+        MORVANE_LOG(2, "[libusb] TX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
+        markDead();
+        break;
+    case LIBUSB_TRANSFER_OVERFLOW:
+        MORVANE_LOG(2, "[libusb] TX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
+        break;
+    default:
+        MORVANE_LOG(2, "[libusb] TX Unknown error=%d!!\n", static_cast<int>(transfer->status));
+        break;
+    }
+}
+
+// Only the send side kills a device on an error or a vanished device: the read is
+// re-armed, and a device that is really gone is caught when that fails.
+void UsbDevice::handleRxStatus(libusb_transfer* transfer)
+{
+    switch (transfer->status) {
+    case LIBUSB_TRANSFER_COMPLETED:
+    case LIBUSB_TRANSFER_TIMED_OUT:
+    case LIBUSB_TRANSFER_CANCELLED:
+        break;
+    case LIBUSB_TRANSFER_ERROR:
+        MORVANE_LOG(4, "[libusb] RX LIBUSB_ERROR uid=%x\n", m_uid);
+        break;
+    case LIBUSB_TRANSFER_STALL:
+        MORVANE_LOG(2, "[libusb] RX Transfer stalled uid=%x\n", m_uid);
+        // The halt is cleared on endpoint 0, not on the stalled endpoint.
+        libusb_clear_halt(m_devHandle, 0);
+        break;
+    case LIBUSB_TRANSFER_NO_DEVICE:
+        MORVANE_LOG(2, "[libusb] RX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
+        break;
+    case LIBUSB_TRANSFER_OVERFLOW:
+        MORVANE_LOG(2, "[libusb] RX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
+        break;
+    default:
+        MORVANE_LOG(2, "[libusb] RX Unknown error=%d!!\n", static_cast<int>(transfer->status));
+        break;
+    }
+}
+
+void UsbDevice::handleTransferTxStatus(int error)
+{
+    handleSubmitError("TX", error);
+}
+
+void UsbDevice::handleTransferRxStatus(int error)
+{
+    handleSubmitError("RX", error);
+}
+
+void UsbDevice::handleSubmitError(const char* direction, int error)
+{
+    if (error == LIBUSB_SUCCESS)
+        return;
+    const char* const name = submitErrorName(error);
+    if (name != nullptr)
+        MORVANE_LOG(2, "[libusb] %s %s\n", direction, name);
+    else
+        MORVANE_LOG(2, "[libusb] %s Unknown error=%d!!\n", direction, error);
+    if (isFatalSubmitError(error))
+        markDead();
+}
+
+void UsbDevice::poll(const std::chrono::system_clock::time_point& now)
+{
+    if (!m_alive || m_devHandle == nullptr)
+        return;
+    recvNextPacket();
+    sendNextPacket();
+    requestDeviceInfo(now);
+    // markDead stores this before it clears the alive flag, so it acts only when
+    // this pass began between the two stores.
+    if (m_cancelPending.exchange(false))
+        cancelTransfers();
+    checkTxWatchdog(now);
+    checkRxWatchdog(now);
+    // A progress callback that holds the mutex may be waiting for the manager's,
+    // which this thread holds: the step then waits for the next pass.
+    if (m_firmwareState != 0 && m_firmwareMutex.try_lock()) {
+        const std::lock_guard<std::mutex> lock(m_firmwareMutex, std::adopt_lock);
+        sendNextFirmwarePacket();
+    }
+}
+
+void UsbDevice::requestDeviceInfo(const std::chrono::system_clock::time_point& now)
+{
+    if (m_hasDeviceInfo || now - m_lastDeviceInfoRequest <= deviceInfoPeriod)
+        return;
+    m_lastDeviceInfoRequest = now;
+    m_packer.addData(ReqDeviceInfo{1});
+}
+
+void UsbDevice::checkTxWatchdog(const std::chrono::system_clock::time_point& now)
+{
+    if (!m_transferTxInProgress)
+        return;
+    const std::lock_guard<std::mutex> lock(m_txMutex);
+    if (now - m_txStartTime <= watchdogLimit)
+        return;
+    MORVANE_LOG(2, "[libusb] Tx timeout dev=%x\n", m_uid);
+    libusb_cancel_transfer(m_txTransfer);
+    m_transferTxInProgress = false;
+}
+
+void UsbDevice::checkRxWatchdog(const std::chrono::system_clock::time_point& now)
+{
+    if (now - m_rxStartTime <= watchdogLimit || !m_transferRxInProgress)
+        return;
+    MORVANE_LOG(2, "[libusb] Rx timeout dev=%x\n", m_uid);
+    libusb_cancel_transfer(m_rxTransfer);
+    m_transferRxInProgress = false;
+    recvNextPacket();
+}
+
+} // namespace Vantor

@@ -1,0 +1,519 @@
+#include "libMorvaneHostUsb/UsbManager.h"
+
+#include "libMorvaneHostUsb/EventPump.h"
+#include "libMorvaneHostUsb/LogOutput.h"
+#include "libMorvaneHostUsb/TransferAccount.h"
+#include "libMorvaneHostUsb/UsbMessageQueue.h"
+#include "protocol/PacketHeader.h"
+#include "protocol/PanelLink.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+#include <pthread.h>
+#include <sys/time.h>
+
+namespace Vantor {
+
+namespace {
+
+constexpr std::uint16_t productionVendorId = MORVANE_PRODUCTION_VENDOR_ID;
+constexpr timeval eventTimeout{1, 50000};
+constexpr std::chrono::nanoseconds registryCheckPeriod = std::chrono::seconds(5);
+
+bool isPanel(const libusb_device_descriptor& descriptor)
+{
+    return (descriptor.idVendor == PanelLink::developmentVendorId || descriptor.idVendor == productionVendorId) &&
+           descriptor.idProduct == PanelLink::productId;
+}
+
+void setCurrentThreadName(const std::string& name)
+{
+    constexpr std::size_t longestName = 15; // the kernel's limit
+    pthread_setname_np(pthread_self(), name.substr(0, longestName).c_str());
+}
+
+class DeviceReference {
+public:
+    explicit DeviceReference(libusb_device* device) : m_device(libusb_ref_device(device)) {}
+    ~DeviceReference() { libusb_unref_device(m_device); }
+    DeviceReference(const DeviceReference&) = delete;
+    DeviceReference& operator=(const DeviceReference&) = delete;
+
+private:
+    libusb_device* m_device;
+};
+
+// What a handle to a device keeps alive. Destroyed from the bottom up: freeing the
+// device's transfers reads the libusb device, and that reads the context.
+struct RegisteredDevice {
+    RegisteredDevice(std::shared_ptr<UsbMessageQueue> queue, std::shared_ptr<libusb_context> owner,
+                     libusb_device* libusbDevice)
+        : context(std::move(owner)), reference(libusbDevice), device(std::move(queue), context.get(), libusbDevice)
+    {
+    }
+
+    std::shared_ptr<libusb_context> context;
+    DeviceReference reference;
+    UsbDevice device;
+};
+
+// Lowers the account when a completion callback returns, whatever became of it.
+class Completion {
+public:
+    explicit Completion(const libusb_transfer* transfer) : m_transfer(transfer) {}
+    ~Completion() { TransferAccount::instance().lower(m_transfer); }
+    Completion(const Completion&) = delete;
+    Completion& operator=(const Completion&) = delete;
+
+private:
+    const libusb_transfer* m_transfer;
+};
+
+} // namespace
+
+std::unique_ptr<UsbManager> UsbManager::s_usbManager;
+std::mutex UsbManager::s_usbManagerMutex;
+std::atomic<UsbManager*> UsbManager::s_instance{nullptr};
+
+UsbManager* UsbManager::getUsbManager()
+{
+    const std::lock_guard<std::mutex> lock(s_usbManagerMutex);
+    if (!s_usbManager) {
+        s_usbManager.reset(new UsbManager);
+        s_instance = s_usbManager.get();
+    }
+    return s_usbManager.get();
+}
+
+// Takes no lock: the application must not race it with getUsbManager.
+void UsbManager::destroyUsbManager() NO_THREAD_SAFETY_ANALYSIS
+{
+    const std::unique_ptr<UsbManager> manager = std::move(s_usbManager);
+    s_instance = nullptr;
+}
+
+UsbManager::UsbManager()
+    : m_parser(this), m_context(nullptr), m_observer(nullptr), m_hotplugArrivedHandle(0), m_hotplugLeftHandle(0),
+      m_initialised(false)
+{
+    MORVANE_LOG(4, "[libusb] --- Has capability CAP=%d ---\n", libusb_has_capability(LIBUSB_CAP_HAS_CAPABILITY));
+    MORVANE_LOG(4, "[libusb] --- Has hotplug CAP=%d ---\n", libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG));
+    MORVANE_LOG(4, "[libusb] --- Has supports detach CAP=%d ---\n",
+                libusb_has_capability(LIBUSB_CAP_SUPPORTS_DETACH_KERNEL_DRIVER));
+    if (libusb_init(&m_context) == LIBUSB_SUCCESS) {
+        // The version built against, not the one that runs.
+        MORVANE_LOG(3, "[libusb] Libusb version = %d.%d.%d\n", 1, 0, 22);
+        m_initialised = false;
+    } else {
+        MORVANE_LOG_LINE(4, "[libusb] Init Error ");
+    }
+    m_contextOwner = std::shared_ptr<libusb_context>(m_context, libusb_exit);
+}
+
+UsbManager::~UsbManager()
+{
+    m_initialised.exchange(false);
+    libusb_hotplug_deregister_callback(m_context, m_hotplugArrivedHandle);
+    libusb_hotplug_deregister_callback(m_context, m_hotplugLeftHandle);
+    if (m_messageQueue)
+        m_messageQueue->kill();
+    m_receiveThread.join();
+    m_workerThread.join();
+    closeAllDevices();
+    // At process exit the pointer is still set.
+    UsbManager* self = this;
+    s_instance.compare_exchange_strong(self, nullptr);
+    m_contextOwner.reset();
+}
+
+void UsbManager::initialise()
+{
+    if (m_initialised)
+        return;
+    closeAllDevices();
+    m_initialised = true;
+    if (!m_messageQueue)
+        m_messageQueue = std::make_shared<UsbMessageQueue>();
+    // The second pair of handles replaces the first: only the production
+    // registrations are ever deregistered.
+    registerHotplug(PanelLink::developmentVendorId);
+    registerHotplug(productionVendorId);
+    m_workerThread = std::thread(&UsbManager::workerThread, this);
+    m_receiveThread = std::thread(&UsbManager::receiveMsgThread, this);
+}
+
+void UsbManager::registerHotplug(std::uint16_t vendorId)
+{
+    libusb_hotplug_register_callback(m_context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED, LIBUSB_HOTPLUG_ENUMERATE,
+                                     vendorId, PanelLink::productId, LIBUSB_HOTPLUG_MATCH_ANY, hotplugCallback, this,
+                                     &m_hotplugArrivedHandle);
+    libusb_hotplug_register_callback(m_context, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, LIBUSB_HOTPLUG_ENUMERATE, vendorId,
+                                     PanelLink::productId, LIBUSB_HOTPLUG_MATCH_ANY, hotplugCallback, this,
+                                     &m_hotplugLeftHandle);
+}
+
+void UsbManager::closeAllDevices()
+{
+    Devices devicesById;
+    Devices devices;
+    Devices removed;
+    Devices arrived; // dropped first, without markDead or cleanup
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        devices.swap(m_devices);
+        removed.swap(m_removedDevices);
+        arrived.swap(m_arrivedDevices);
+        devicesById.swap(m_devicesById);
+    }
+    // Without m_mutex: closing waits for callbacks, and they may wait for it.
+    const auto close = [](const std::shared_ptr<UsbDevice>& device) {
+        const bool wasAlive = device->isAlive();
+        device->markDead();
+        device->drain(wasAlive);
+        device->cleanup();
+    };
+    std::for_each(devices.begin(), devices.end(), close);
+    std::for_each(removed.begin(), removed.end(), close);
+}
+
+void UsbManager::sync()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& device : m_devices)
+        device->sync(2);
+}
+
+void UsbManager::registerObserver(Observer* observer)
+{
+    m_observer = observer;
+}
+
+void UsbManager::unregisterObserver(Observer* /*observer*/)
+{
+    m_observer = nullptr;
+}
+
+std::string UsbManager::getVersion()
+{
+    return "1.2.1+";
+}
+
+int UsbManager::getVersionMajor()
+{
+    return 1;
+}
+
+int UsbManager::getVersionMinor()
+{
+    return 2;
+}
+
+int UsbManager::getVersionPatch()
+{
+    return 1;
+}
+
+std::shared_ptr<UsbDevice> UsbManager::getDevice(const unsigned short& uid)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = std::find_if(m_devices.begin(), m_devices.end(),
+                                    [&uid](const auto& device) { return device->getUid() == uid; });
+    return found != m_devices.end() ? *found : nullptr;
+}
+
+const std::vector<std::shared_ptr<UsbDevice>>& UsbManager::getDeviceList() const
+{
+    Devices outdated; // may hold the last reference: released after the lock
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_deviceListCopy != m_devices) {
+        outdated.swap(m_deviceListCopy);
+        m_deviceListCopy = m_devices;
+    }
+    return m_deviceListCopy;
+}
+
+std::vector<std::shared_ptr<UsbDevice>> UsbManager::getDeviceListSafe() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_devices;
+}
+
+int UsbManager::hotplugCallback(libusb_context* /*context*/, libusb_device* device, libusb_hotplug_event event,
+                                void* /*userData*/) noexcept
+{
+    static std::mutex s_callbackMutex;
+    const std::lock_guard<std::mutex> lock(s_callbackMutex);
+
+    libusb_device_descriptor descriptor{};
+    libusb_get_device_descriptor(device, &descriptor);
+    UsbManager* const manager = s_instance;
+    const bool running = manager != nullptr && manager->m_initialised;
+
+    if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED) {
+        MORVANE_LOG(3, "[libusb] >> New device: %4x:%4x bus=%u port=%u dev=%p\n", descriptor.idVendor,
+                    descriptor.idProduct, libusb_get_bus_number(device), libusb_get_port_number(device),
+                    static_cast<void*>(device));
+        if (running && isPanel(descriptor))
+            manager->addDevice(device);
+        MORVANE_TRACE_LINE(">> New device end");
+    } else if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT) {
+        MORVANE_LOG(3, "[libusb] >> Device unplugged: %4x:%4x dev=%p\n", descriptor.idVendor, descriptor.idProduct,
+                    static_cast<void*>(device));
+        if (running)
+            manager->removeDevice(device);
+        MORVANE_TRACE_LINE(">> Device unplugged end");
+    }
+    return 0;
+}
+
+std::shared_ptr<UsbDevice> UsbManager::makeDevice(libusb_device* device) const
+{
+    const auto registered = std::make_shared<RegisteredDevice>(m_messageQueue, m_contextOwner, device);
+    return {registered, &registered->device};
+}
+
+void UsbManager::addDevice(libusb_device* device)
+{
+    const std::shared_ptr<UsbDevice> added = makeDevice(device);
+    {
+        // Enumeration at registration and a later arrival can report one device twice.
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (findDevice(device))
+            return;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    enterDevice(added);
+}
+
+void UsbManager::removeDevice(libusb_device* device)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::shared_ptr<UsbDevice> removed = findDevice(device);
+    if (!removed)
+        return;
+    m_removedDevices.push_back(removed);
+    removed->markDead();
+    forgetId(*removed);
+}
+
+void UsbManager::enterDevice(const std::shared_ptr<UsbDevice>& device)
+{
+    const std::size_t id = device->getId();
+    m_arrivedDevices.push_back(device);
+    m_devices.push_back(device);
+    if (id >= m_devicesById.size())
+        m_devicesById.resize(id + 1);
+    m_devicesById[id] = device;
+    device->open();
+}
+
+void UsbManager::forgetId(const UsbDevice& device)
+{
+    if (device.getId() < m_devicesById.size())
+        m_devicesById[device.getId()].reset();
+}
+
+std::shared_ptr<UsbDevice> UsbManager::findDevice(const libusb_device* device) const
+{
+    const auto found = std::find_if(m_devices.begin(), m_devices.end(),
+                                    [device](const auto& known) { return known->getDevice() == device; });
+    return found != m_devices.end() ? *found : nullptr;
+}
+
+void UsbManager::workerThread()
+{
+    setCurrentThreadName("MorvaneWorker");
+    const EventPump::Worker worker(m_context);
+    auto lastCheck = std::chrono::system_clock::now();
+    std::set<libusb_device*> known;
+    while (m_initialised)
+        runWorkerPass(lastCheck, known);
+}
+
+void UsbManager::runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known)
+{
+    EventPump::handleEvents(m_context, eventTimeout);
+
+    Devices batch;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        batch = m_removedDevices;
+    }
+    // Pumps events, and their callbacks take m_mutex.
+    for (const auto& device : batch)
+        device->drain(false);
+
+    Devices retired;
+    Devices arrived;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        retired = retire(batch);
+        arrived.swap(m_arrivedDevices);
+    }
+    announce(retired, arrived);
+
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto now = std::chrono::system_clock::now();
+    for (const auto& device : m_devices)
+        device->poll(now);
+    if (now - lastCheck > registryCheckPeriod) {
+        checkRegistry(known);
+        lastCheck = now;
+    }
+}
+
+// The batch may name a device twice, or one that closeAllDevices has taken since.
+UsbManager::Devices UsbManager::retire(const Devices& batch)
+{
+    Devices retired;
+    for (const auto& device : batch) {
+        const auto listed = std::find(m_removedDevices.begin(), m_removedDevices.end(), device);
+        if (listed != m_removedDevices.end())
+            m_removedDevices.erase(listed);
+        const auto registered = std::find(m_devices.begin(), m_devices.end(), device);
+        if (registered == m_devices.end())
+            continue;
+        forgetId(*device);
+        device->cleanup();
+        m_devices.erase(registered);
+        retired.push_back(device);
+    }
+    return retired;
+}
+
+void UsbManager::announce(const Devices& retired, const Devices& arrived) const
+{
+    Observer* const observer = m_observer;
+    if (observer == nullptr)
+        return;
+    for (const auto& device : retired)
+        observer->onDeviceRemoved(device->getUid());
+    for (const auto& device : arrived)
+        observer->onDeviceAdded(device->getUid());
+}
+
+void UsbManager::checkRegistry(std::set<libusb_device*>& known)
+{
+    retireDeadDevices(known);
+    takeInStrayDevices(known);
+    known.clear();
+}
+
+void UsbManager::retireDeadDevices(std::set<libusb_device*>& known)
+{
+    for (const auto& device : m_devices) {
+        if (device->isAlive()) {
+            known.insert(device->getDevice());
+            continue;
+        }
+        MORVANE_LOG(3, "[libusb] found dead device: uid=%x id=%x\n", device->getUid(), device->getId());
+        forgetId(*device);
+        m_removedDevices.push_back(device);
+    }
+}
+
+void UsbManager::takeInStrayDevices(const std::set<libusb_device*>& known)
+{
+    libusb_device** list = nullptr;
+    const ssize_t count = libusb_get_device_list(m_context, &list);
+    for (ssize_t i = 0; i < count; ++i) {
+        libusb_device_descriptor descriptor{};
+        libusb_get_device_descriptor(list[i], &descriptor);
+        if (!isPanel(descriptor) || known.count(list[i]) != 0)
+            continue;
+        const std::shared_ptr<UsbDevice> stray = makeDevice(list[i]);
+        // Labelled uid, but it is the id.
+        MORVANE_LOG(3, "[libusb] Found stray device uid=%x\n", stray->getId());
+        enterDevice(stray);
+    }
+    libusb_free_device_list(list, 1);
+}
+
+void UsbManager::receiveMsgThread()
+{
+    setCurrentThreadName("MorvaneRecv");
+    MORVANE_LOG_LINE(4, "[libusb] Init receive thread");
+    std::unique_ptr<UsbMessage> message;
+    while (m_initialised && m_messageQueue) {
+        MORVANE_LOG_LINE(4, "[libusb] Wait for message...");
+        message = m_messageQueue->getMessage();
+        MORVANE_LOG_LINE(4, "[libusb] Got message...");
+        if (message)
+            dispatch(*message);
+    }
+}
+
+void UsbManager::dispatch(UsbMessage& message)
+{
+    Observer* const observer = m_observer;
+    // Without an observer nothing is parsed at all.
+    if (message.size <= sizeof(PacketHeader) || observer == nullptr)
+        return;
+    const std::uint32_t deviceId = message.id;
+    std::memcpy(message.data + offsetof(PacketHeader, deviceId), &deviceId, sizeof deviceId);
+    observer->onMessageBegin(message.id, message);
+    m_parser.parse(message.data, message.size);
+    observer->onMessageEnd(message.id);
+}
+
+void UsbManager::handleParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
+                                    unsigned int length)
+{
+    if (type == PacketType::DeviceInformation || type == PacketType::FirmwareUpgradeCommand) {
+        // The panel may have gone since the buffer came in.
+        const std::shared_ptr<UsbDevice> device = getDevice(deviceId);
+        if (device && type == PacketType::DeviceInformation)
+            device->setDeviceInfo(data.deviceInformation);
+        else if (device)
+            device->handleFirmwareUpgrade(data.firmwareUpgradeCommand);
+    }
+    Observer* const observer = m_observer;
+    if (observer != nullptr)
+        observer->onParsedPacket(deviceId, type, data, length);
+}
+
+void UsbManager::transferSendCallback(libusb_transfer* transfer) noexcept
+{
+    const Completion completion(transfer);
+    UsbManager* const manager = s_instance;
+    if (manager != nullptr && manager->m_initialised)
+        manager->handleTransferSendCallback(transfer);
+}
+
+void UsbManager::transferReceiveCallback(libusb_transfer* transfer) noexcept
+{
+    const Completion completion(transfer);
+    UsbManager* const manager = s_instance;
+    if (manager != nullptr && manager->m_initialised)
+        manager->handleTransferRecvCallback(transfer);
+}
+
+void UsbManager::handleTransferSendCallback(libusb_transfer* transfer)
+{
+    if (transfer == nullptr)
+        return;
+    if (const auto device = deviceOfTransfer(*transfer, "handleTransferSendCallback"))
+        device->onSentMessage(transfer);
+}
+
+void UsbManager::handleTransferRecvCallback(libusb_transfer* transfer)
+{
+    if (transfer == nullptr)
+        return;
+    if (const auto device = deviceOfTransfer(*transfer, "handleTransferRecvCallback"))
+        device->onRecvMessage(transfer);
+}
+
+// Empty for a device that has left: its completions are dropped.
+std::shared_ptr<UsbDevice> UsbManager::deviceOfTransfer(const libusb_transfer& transfer, const char* operation)
+{
+    const auto id = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(transfer.user_data));
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    MORVANE_LOG(5, "[libusb] %s id=%u vec=%u\n", operation, id, static_cast<unsigned int>(m_devicesById.size()));
+    return id < m_devicesById.size() ? m_devicesById[id] : nullptr;
+}
+
+} // namespace Vantor

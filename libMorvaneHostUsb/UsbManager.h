@@ -1,0 +1,185 @@
+#pragma once
+
+#include "libMorvaneHostUsb/Export.h"
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
+#include "libMorvaneHostUsb/UsbDevice.h"
+#include "libMorvaneHostUsb/UsbMessage.h"
+#include "protocol/DataPacketUnion.h"
+#include "protocol/PackedPacketParser.h"
+#include "protocol/PacketType.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <libusb-1.0/libusb.h>
+
+namespace Vantor {
+
+class UsbMessageQueue;
+
+// The library's entry: finds panels, drives them from its own threads, and hands
+// what they send to the one observer. One instance per process.
+//
+// Order of use: getUsbManager, registerObserver, initialise, work, destroyUsbManager.
+//
+// Threads: getUsbManager, getDevice, getDeviceListSafe, closeAllDevices, sync and
+// the version getters from any thread; initialise and destroyUsbManager from one
+// thread of the application, never from a callback.
+// Lifetime: from getUsbManager to destroyUsbManager or the end of the process.
+// Device handles may outlive it.
+class MORVANE_API UsbManager : private PackedPacketParser::Observer {
+public:
+    // What the application is told. No lock of the library is held during a call,
+    // except that a firmware progress callback has its own rules (UsbDevice).
+    // A call may use the manager's getters, closeAllDevices and any packer; it must
+    // not destroy the manager, and blocks the thread that makes it.
+    // Lifetime: must stay until destroyUsbManager has returned.
+    class MORVANE_API Observer {
+    public:
+        // A panel has come or gone; worker thread. When a panel comes its
+        // UsbDevice can be found; when it goes it can't any more.
+        virtual void onDeviceAdded(std::uint16_t uid) = 0;
+        virtual void onDeviceRemoved(std::uint16_t uid) = 0;
+
+        // Never called.
+        virtual void onReserved(std::uint16_t /*uid*/) {}
+
+        // Around the packets of one received buffer; receive thread.
+        virtual void onMessageBegin(std::uint16_t /*deviceId*/, const UsbMessage& /*message*/) {}
+        virtual void onMessageEnd(std::uint16_t /*deviceId*/) {}
+
+        // One record of `length` payload bytes from the panel with the uid
+        // `deviceId`; receive thread. `data` is valid during the call.
+        virtual void onParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
+                                    unsigned int length) = 0;
+
+        virtual ~Observer() = default;
+    };
+
+    // The instance; the first call builds it and initialises libusb. Starts nothing.
+    // A failing libusb is only logged (level 4), and initialise then has undefined
+    // results.
+    static UsbManager* getUsbManager();
+
+    // Stops the threads, closes every device and deletes the instance. Blocks for up
+    // to about 1.05 s, and up to 1.25 s more for a device whose transfers do not
+    // come back. Must not race getUsbManager. The instance must have been
+    // initialised: otherwise the process is terminated.
+    static void destroyUsbManager();
+
+    // Registers for hotplug and starts the threads; does nothing when already done.
+    // Panels that are attached are opened before it returns and announced by the
+    // worker thread.
+    void initialise();
+
+    // Closes every device, on any thread, callbacks included. The observer is not
+    // told. While the manager runs, panels still attached are found again within
+    // five seconds.
+    void closeAllDevices();
+
+    // Waits for every packer to empty, see UsbDevice::sync, with the argument 2, and
+    // with the manager's mutex held: completions need that mutex, so a backlog of more
+    // than one packet does not drain meanwhile. UsbDevice::sync has no such limit.
+    void sync();
+
+    // The one observer; replaces an earlier one. Register before initialise: without
+    // an observer what panels send is discarded unparsed.
+    void registerObserver(Observer* observer);
+
+    // Removes the observer, whatever the argument. A call under way may still run.
+    void unregisterObserver(Observer* observer);
+
+    static std::string getVersion(); // "1.2.1+"
+    static int getVersionMajor();
+    static int getVersionMinor();
+    static int getVersionPatch();
+
+    // The device with this uid, or empty. Blocks while the worker polls.
+    std::shared_ptr<UsbDevice> getDevice(const unsigned short& uid);
+
+    // All devices, in order of arrival, in a list that the manager keeps and the next
+    // call from any thread changes: for single-threaded applications only.
+    const std::vector<std::shared_ptr<UsbDevice>>& getDeviceList() const;
+
+    // All devices, in order of arrival, in a list of the caller's own.
+    std::vector<std::shared_ptr<UsbDevice>> getDeviceListSafe() const;
+
+    ~UsbManager() override;
+
+    UsbManager(const UsbManager&) = delete;
+    UsbManager& operator=(const UsbManager&) = delete;
+
+    // For the parser; receive thread.
+    void handleParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
+                            unsigned int length) override;
+
+    // For libusb; the thread that runs its events.
+    static int LIBUSB_CALL hotplugCallback(libusb_context* context, libusb_device* device, libusb_hotplug_event event,
+                                           void* userData) noexcept;
+    static void LIBUSB_CALL transferSendCallback(libusb_transfer* transfer) noexcept;
+    static void LIBUSB_CALL transferReceiveCallback(libusb_transfer* transfer) noexcept;
+    void handleTransferSendCallback(libusb_transfer* transfer);
+    void handleTransferRecvCallback(libusb_transfer* transfer);
+
+private:
+    using Devices = std::vector<std::shared_ptr<UsbDevice>>;
+
+    UsbManager();
+
+    void workerThread();
+    void receiveMsgThread();
+
+    void registerHotplug(std::uint16_t vendorId);
+    std::shared_ptr<UsbDevice> makeDevice(libusb_device* device) const;
+    void addDevice(libusb_device* device);
+    void removeDevice(libusb_device* device);
+    void enterDevice(const std::shared_ptr<UsbDevice>& device) REQUIRES(m_mutex);
+    void forgetId(const UsbDevice& device) REQUIRES(m_mutex);
+    std::shared_ptr<UsbDevice> findDevice(const libusb_device* device) const REQUIRES(m_mutex);
+    std::shared_ptr<UsbDevice> deviceOfTransfer(const libusb_transfer& transfer, const char* operation);
+
+    void runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known);
+    Devices retire(const Devices& batch) REQUIRES(m_mutex);
+    void announce(const Devices& retired, const Devices& arrived) const;
+    void checkRegistry(std::set<libusb_device*>& known) REQUIRES(m_mutex);
+    void retireDeadDevices(std::set<libusb_device*>& known) REQUIRES(m_mutex);
+    void takeInStrayDevices(const std::set<libusb_device*>& known) REQUIRES(m_mutex);
+    void dispatch(UsbMessage& message);
+
+    static std::unique_ptr<UsbManager> s_usbManager GUARDED_BY(s_usbManagerMutex);
+    static std::mutex s_usbManagerMutex;
+    static std::atomic<UsbManager*> s_instance; // s_usbManager's, for the other threads
+
+    PackedPacketParser m_parser; // the receive thread alone
+    libusb_context* m_context;   // constant after construction
+
+    Devices m_devices GUARDED_BY(m_mutex);
+    mutable Devices m_deviceListCopy GUARDED_BY(m_mutex);
+    Devices m_arrivedDevices GUARDED_BY(m_mutex);
+    Devices m_removedDevices GUARDED_BY(m_mutex);
+    Devices m_devicesById GUARDED_BY(m_mutex); // an id's slot is empty when no device has it
+
+    std::atomic<Observer*> m_observer;
+
+    // Written by initialise and the destructor, before and after the threads.
+    std::shared_ptr<UsbMessageQueue> m_messageQueue;
+    libusb_hotplug_callback_handle m_hotplugArrivedHandle;
+    libusb_hotplug_callback_handle m_hotplugLeftHandle;
+    std::thread m_workerThread;
+    std::thread m_receiveThread;
+
+    std::atomic<bool> m_initialised;
+    mutable std::mutex m_mutex;
+
+    // Shared with every device: libusb_exit runs when the last of them is gone.
+    std::shared_ptr<libusb_context> m_contextOwner;
+};
+
+} // namespace Vantor

@@ -5,15 +5,13 @@ namespace Vantor {
 ClientLcdBitmap::ClientLcdBitmap(unsigned char columns, unsigned char rows, unsigned char depth)
     : lcd(0), x(0), y(0), width(columns), height(rows), bitsPerPixel(depth), encoded(0), encodedSize(0),
       buffer(static_cast<std::size_t>((depth * columns * rows + 7) / 8)), byteOffset(0), rowOffset(0), complete(0)
-{
-}
+{}
 
 ClientLcdBitmap::ClientLcdBitmap(const ClientLcdBitmap& other)
     : lcd(other.lcd), x(other.x), y(other.y), width(other.width), height(other.height),
       bitsPerPixel(other.bitsPerPixel), encoded(other.encoded), encodedSize(other.encodedSize), buffer(other.buffer),
       byteOffset(0), rowOffset(0), complete(0)
-{
-}
+{}
 
 ClientLcdBitmap::~ClientLcdBitmap() = default;
 

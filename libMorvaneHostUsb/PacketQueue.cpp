@@ -68,8 +68,7 @@ bool PacketQueue::prepareNextPacket(PriorityPacker& packer, unsigned int& count)
 
 bool PacketQueue::packKeyed(PriorityPacker& packer, unsigned int& count)
 {
-    for (auto pending = m_pendingKeys.begin(); pending != m_pendingKeys.end();
-         pending = m_pendingKeys.erase(pending)) {
+    for (auto pending = m_pendingKeys.begin(); pending != m_pendingKeys.end(); pending = m_pendingKeys.erase(pending)) {
         if (!isAssigned(pending->first))
             continue;
         auto& values = m_keyedData[static_cast<std::size_t>(pending->first)];

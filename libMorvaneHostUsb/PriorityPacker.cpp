@@ -223,8 +223,7 @@ unsigned int PriorityPacker::_packLcdSlices(unsigned int count)
 bool PriorityPacker::_packSlice(ClientLcdBitmapData& lcd)
 {
     const ClientLcdBitmap& front = lcd.bitmaps.front();
-    const std::size_t written =
-        front.encoded != 0 ? addBitmapDataToPacketEncoded(front) : addBitmapDataToPacket(front);
+    const std::size_t written = front.encoded != 0 ? addBitmapDataToPacketEncoded(front) : addBitmapDataToPacket(front);
     if (written == 0)
         return false;
     if (front.complete != 0)

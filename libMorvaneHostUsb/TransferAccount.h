@@ -21,8 +21,8 @@ class TransferAccount {
 public:
     static TransferAccount& instance();
 
-    void raise(const libusb_transfer* transfer); // before the submission
-    void lower(const libusb_transfer* transfer); // failed, or completed; unknown transfers are ignored
+    void raise(const libusb_transfer* transfer);  // before the submission
+    void lower(const libusb_transfer* transfer);  // failed, or completed; unknown transfers are ignored
     void forget(const libusb_transfer* transfer); // before it is freed
 
     bool isHeld(const libusb_transfer* transfer);

@@ -221,12 +221,12 @@ private:
     std::atomic<std::uint32_t> m_firmwareState; // 0 idle, 1 announce, 2 main image, 3 servo image, 4 finish
     FirmwareData m_firmwareData GUARDED_BY(m_firmwareMutex); // the chunk last built
     std::chrono::system_clock::time_point m_lastFirmwareSendTime GUARDED_BY(m_firmwareMutex);
-    double m_firmwareTimeout GUARDED_BY(m_firmwareMutex);            // seconds between the last send and the next
-    std::uint32_t m_lastSentOffset GUARDED_BY(m_firmwareMutex);      // of the last main chunk
-    std::uint32_t m_lastAckAddress GUARDED_BY(m_firmwareMutex);      // of the last acknowledged chunk
-    std::uint8_t m_resendCount GUARDED_BY(m_firmwareMutex);          // main chunks sent again, this upgrade
-    std::uint8_t m_retryCount GUARDED_BY(m_firmwareMutex);           // such resends since the last reply
-    std::uint8_t m_duplicateCount GUARDED_BY(m_firmwareMutex);       // acknowledgements seen twice, this upgrade
+    double m_firmwareTimeout GUARDED_BY(m_firmwareMutex);       // seconds between the last send and the next
+    std::uint32_t m_lastSentOffset GUARDED_BY(m_firmwareMutex); // of the last main chunk
+    std::uint32_t m_lastAckAddress GUARDED_BY(m_firmwareMutex); // of the last acknowledged chunk
+    std::uint8_t m_resendCount GUARDED_BY(m_firmwareMutex);     // main chunks sent again, this upgrade
+    std::uint8_t m_retryCount GUARDED_BY(m_firmwareMutex);      // such resends since the last reply
+    std::uint8_t m_duplicateCount GUARDED_BY(m_firmwareMutex);  // acknowledgements seen twice, this upgrade
 };
 
 } // namespace Vantor

@@ -91,8 +91,7 @@ void UsbDevice::startFirmwareUpgrade(const std::string& mainPath, const std::str
 void UsbDevice::sendNextFirmwarePacket()
 {
     const auto now = std::chrono::system_clock::now();
-    const double elapsed =
-        static_cast<double>(std::chrono::nanoseconds(now - m_lastFirmwareSendTime).count()) / 1e9;
+    const double elapsed = static_cast<double>(std::chrono::nanoseconds(now - m_lastFirmwareSendTime).count()) / 1e9;
     if (elapsed < m_firmwareTimeout)
         return;
     m_firmwareTimeout = afterChunk;
@@ -232,8 +231,8 @@ void UsbDevice::handleFirmwareUpgrade(const FirmwareUpgradeCommand& command)
         sendAgain();
         break;
     case FirmwareUpgradeCommand::EraseFailed:
-        MORVANE_LOG(2, "[libusb] Failed to erase sector on board %x address=0x%x status=0x%x uid=%d\n\n",
-                    command.board, command.address, command.command, m_uid);
+        MORVANE_LOG(2, "[libusb] Failed to erase sector on board %x address=0x%x status=0x%x uid=%d\n\n", command.board,
+                    command.address, command.command, m_uid);
         sendAgain();
         break;
     default:

@@ -52,8 +52,7 @@ struct RegisteredDevice {
     RegisteredDevice(std::shared_ptr<UsbMessageQueue> queue, std::shared_ptr<libusb_context> owner,
                      libusb_device* libusbDevice)
         : context(std::move(owner)), reference(libusbDevice), device(std::move(queue), context.get(), libusbDevice)
-    {
-    }
+    {}
 
     std::shared_ptr<libusb_context> context;
     DeviceReference reference;
@@ -147,8 +146,8 @@ void UsbManager::initialise()
 
 void UsbManager::registerHotplug(std::uint16_t vendorId)
 {
-    libusb_hotplug_register_callback(m_context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED, LIBUSB_HOTPLUG_ENUMERATE,
-                                     vendorId, PanelLink::productId, LIBUSB_HOTPLUG_MATCH_ANY, hotplugCallback, this,
+    libusb_hotplug_register_callback(m_context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED, LIBUSB_HOTPLUG_ENUMERATE, vendorId,
+                                     PanelLink::productId, LIBUSB_HOTPLUG_MATCH_ANY, hotplugCallback, this,
                                      &m_hotplugArrivedHandle);
     libusb_hotplug_register_callback(m_context, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, LIBUSB_HOTPLUG_ENUMERATE, vendorId,
                                      PanelLink::productId, LIBUSB_HOTPLUG_MATCH_ANY, hotplugCallback, this,

@@ -15,8 +15,7 @@ public:
     UsbMessage(unsigned int deviceUid, unsigned short length)
         : id(static_cast<std::uint16_t>(deviceUid)), size(length),
           data(length != 0 ? new std::uint8_t[length] : nullptr)
-    {
-    }
+    {}
 
     ~UsbMessage() { delete[] data; }
 

@@ -21,11 +21,12 @@ public:
 
         // One record: its payload of `size` bytes and the device id of the buffer.
         // `data` is valid during the call only.
-        virtual void handleParsedPacket(unsigned short deviceId, const PacketType& type,
-                                        const DataPacketUnion& data, unsigned int size) = 0;
+        virtual void handleParsedPacket(unsigned short deviceId, const PacketType& type, const DataPacketUnion& data,
+                                        unsigned int size) = 0;
     };
 
     explicit PackedPacketParser(Observer* observer);
+    // Out of line: a protocol library may need one. NOLINTNEXTLINE(performance-trivially-destructible)
     ~PackedPacketParser();
 
     PackedPacketParser(const PackedPacketParser&) = delete;

@@ -18,10 +18,9 @@ void TransferAccount::lower(const libusb_transfer* transfer)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const auto held = m_held.find(transfer);
-    if (held == m_held.end())
+    if (held == m_held.end() || held->second == 0)
         return;
-    if (--held->second == 0)
-        m_held.erase(held);
+    --held->second;
     m_changed.notify_all();
 }
 
@@ -34,7 +33,8 @@ void TransferAccount::forget(const libusb_transfer* transfer)
 bool TransferAccount::isHeld(const libusb_transfer* transfer)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_held.count(transfer) != 0;
+    const auto held = m_held.find(transfer);
+    return held != m_held.end() && held->second != 0;
 }
 
 // Not analysed: a condition needs std::unique_lock, which carries no annotation.

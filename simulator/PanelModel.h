@@ -1,15 +1,21 @@
 #pragma once
 
+#include "protocol/PacketHeader.h"
 #include "protocol/PacketType.h"
 #include "protocol/PanelLink.h"
+#include "simulator/FaultPlan.h"
 #include "simulator/PanelFault.h"
+#include "simulator/PanelOutbox.h"
+#include "simulator/WireDecoder.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,8 +41,8 @@ public:
         std::uint16_t productId = PanelLink::productId;
         std::string description = "Simulated panel"; // at most 80 bytes are announced
         std::uint16_t maxPacketSize = 8192;          // announced in the device information
-        std::uint64_t seed = 1;
-        bool keepRecords = true; // false: records are counted and observed, not stored
+        std::uint64_t seed = 1;                      // its low half is the device id in the panel's packets
+        bool keepRecords = true;                     // false: records are counted and observed, not stored
     };
 
     // A record as it came in.
@@ -76,6 +82,9 @@ public:
 
     // -EBUSY while another owner has it, -ENOENT for an interface it does not have.
     int claimInterface(Owner owner, unsigned int number);
+
+    // -EINVAL when the owner has not claimed it. The owner's pending transfers complete
+    // with -ENOENT, as a kernel kills them.
     int releaseInterface(Owner owner, unsigned int number);
 
     // Releases what the owner claimed and forgets its transfers, without completions.
@@ -85,9 +94,17 @@ public:
     // kernel; 0 lifts a sticky stall.
     int clearHalt(std::uint8_t endpoint);
 
-    // -ENODEV once unplugged, -EBUSY when another owner holds the interface. `endsTransfer`: the bytes end a
-    // transfer although they fill whole 512-byte packets (a zero-length packet
-    // follows).
+    // -ENODEV once unplugged, -EBUSY when another owner holds the interface; an owner
+    // that has not claimed it claims it hereby, as a kernel does it. Transfers of one
+    // endpoint are answered in order; one that waits holds up those behind it.
+    //
+    // `endsTransfer`: the bytes end a transfer although they fill whole 512-byte packets
+    // (a zero-length packet follows). Without it such bytes are taken for the beginning
+    // of a transfer if they are a multiple of 16 KiB, the size in which hosts split
+    // transfers, and else for one whose end was not marked, which is a violation. No
+    // bytes at all end a transfer, too.
+    //
+    // PanelOutbox says how packets are cut into reads.
     int submitOut(Owner owner, UrbId urb, std::vector<std::uint8_t> data, bool endsTransfer);
     int submitIn(Owner owner, UrbId urb, std::uint32_t capacity);
 
@@ -106,23 +123,105 @@ public:
     // The panel side.
 
     // Queues one packet with one record for the host. Packets that wait together go out
-    // in one transfer as far as they fit.
+    // in one transfer as far as they fit. Throws std::length_error for a payload of more
+    // than maxPayload bytes and std::invalid_argument for a type beyond 0 to 255, which
+    // no packet can carry. After unplug nothing is queued.
+    static constexpr std::size_t maxPayload = 65535 - sizeof(PacketHeader) - sizeof(RecordHeader);
     void emit(PacketType type, const std::vector<std::uint8_t>& payload);
 
     // Queues bytes as they are, for what a well-behaved panel would never send.
     void emitRaw(std::vector<std::uint8_t> bytes);
 
+    // FaultPlan says which fault meets a transfer. On the OUT side that is all of a
+    // transfer, also one in several URBs; on the IN side it is one read. A fault that
+    // answers (Stall, Status) or holds (NoAnswer) meets a read that is already pending;
+    // Short and Delay wait until there is something to read. What an OUT transfer loses
+    // to a fault or a cancel is no violation; records of a packet cut that way are lost.
     void inject(const PanelFault& fault);
+
+    // Transfers that a fault already holds stay held.
     void clearFaults();
 
-    // Called for every decoded record, before it is answered.
+    // Called for every decoded record, before it is answered. It may emit and inject.
     void setRecordObserver(std::function<void(const Record&)> observer);
 
     const std::vector<Record>& getRecords() const;
     const Statistics& getStatistics() const;
 
-    // One line for each thing that the host must not do on the wire, in order.
+    // One line for each thing that the host must not do on the wire, in order; the list
+    // ends after maxViolations lines with one that says so.
+    static constexpr std::size_t maxViolations = 1000;
     const std::vector<std::string>& getViolations() const;
+
+private:
+    struct OutUrb {
+        Owner owner;
+        UrbId id;
+        std::vector<std::uint8_t> data;
+        bool ends;
+        bool marked; // false: it ends a transfer, but the host did not say so
+        std::uint64_t transfer;
+    };
+    struct InUrb {
+        Owner owner;
+        UrbId id;
+        std::uint32_t capacity;
+        std::optional<PanelFault> fault;
+        std::chrono::nanoseconds due{0};
+    };
+    // The OUT transfer whose URBs are at the head of the queue.
+    struct OutTransfer {
+        std::uint64_t number = 0; // from 1
+        std::uint64_t taken = 0;  // bytes
+        bool lost = false;        // in part: there is nothing left to decode
+        std::optional<PanelFault> fault;
+        std::chrono::nanoseconds due{0};
+    };
+    struct OwnedCompletion {
+        Owner owner;
+        Completion completion;
+    };
+
+    int claimForSubmit(Owner owner);
+    void abandonOut(const OutUrb& urb);
+    void cancelAll(Owner owner, int status);
+    void complete(Owner owner, UrbId urb, int status, std::vector<std::uint8_t> data, std::uint32_t length);
+
+    void serve();
+    bool serveOut();
+    void beginOutTransfer(std::uint64_t number);
+    bool isOutHeld() const;
+    void answerOut(const OutUrb& urb);
+    void takeBytes(const OutUrb& urb, std::size_t size);
+    bool serveIn();
+    bool meetInFault(InUrb& urb);
+
+    void handle(const WireDecoder::Result& result);
+    void handleRecord(const WireDecoder::Record& record);
+    void answerDeviceInfoRequest(const std::vector<std::uint8_t>& payload);
+    void reportViolation(const std::string& what);
+
+    const Options m_options;
+    const Clock m_clock;
+    std::optional<Owner> m_claimedBy;
+    bool m_unplugged = false;
+
+    std::deque<OutUrb> m_outUrbs;
+    std::deque<InUrb> m_inUrbs;
+    std::uint64_t m_submittedTransfer = 1; // the OUT transfer that the next URB belongs to
+    std::set<std::uint64_t> m_lostTransfers;
+    OutTransfer m_outTransfer;
+    FaultPlan m_outFaults;
+    FaultPlan m_inFaults;
+    std::vector<OwnedCompletion> m_completions;
+    bool m_serving = false; // an observer may come back in
+
+    WireDecoder m_decoder;
+    PanelOutbox m_outbox;
+    std::function<void(const Record&)> m_observer;
+    std::vector<Record> m_records;
+    Statistics m_statistics;
+    std::vector<std::string> m_violations;
 };
 
 } // namespace Vantor

@@ -194,15 +194,25 @@ std::vector<PanelModel::Completion> PanelModel::takeCompletions()
 
 std::optional<std::chrono::nanoseconds> PanelModel::nextDeadline() const
 {
-    const auto isDelay = [](const std::optional<PanelFault>& fault) {
-        return fault && fault->kind == PanelFault::Kind::Delay;
-    };
-    std::optional<std::chrono::nanoseconds> deadline;
-    if (!m_outUrbs.empty() && m_outUrbs.front().transfer == m_outTransfer.number && isDelay(m_outTransfer.fault))
-        deadline = m_outTransfer.due;
-    if (!m_inUrbs.empty() && isDelay(m_inUrbs.front().fault))
-        deadline = deadline ? std::min(*deadline, m_inUrbs.front().due) : m_inUrbs.front().due;
-    return deadline;
+    const auto out = outDue();
+    const auto in = inDue();
+    if (out && in)
+        return std::min(*out, *in);
+    return out ? out : in;
+}
+
+std::optional<std::chrono::nanoseconds> PanelModel::outDue() const
+{
+    const bool isDelayed = !m_outUrbs.empty() && m_outUrbs.front().transfer == m_outTransfer.number &&
+                           m_outTransfer.fault && m_outTransfer.fault->kind == PanelFault::Kind::Delay;
+    return isDelayed ? std::optional(m_outTransfer.due) : std::nullopt;
+}
+
+std::optional<std::chrono::nanoseconds> PanelModel::inDue() const
+{
+    const bool isDelayed =
+        !m_inUrbs.empty() && m_inUrbs.front().fault && m_inUrbs.front().fault->kind == PanelFault::Kind::Delay;
+    return isDelayed ? std::optional(m_inUrbs.front().due) : std::nullopt;
 }
 
 void PanelModel::complete(Owner owner, UrbId urb, int status, std::vector<std::uint8_t> data, std::uint32_t length)
@@ -226,9 +236,12 @@ void PanelModel::serve()
     const Serving serving(m_serving);
     bool progress = true;
     while (progress) {
-        const bool out = serveOut();
-        const bool in = serveIn();
-        progress = out || in;
+        const auto out = outDue();
+        const auto in = inDue();
+        const bool readIsOlder = out && in && *in < *out && serveIn();
+        const bool wrote = serveOut();
+        const bool read = serveIn();
+        progress = readIsOlder || wrote || read;
     }
 }
 

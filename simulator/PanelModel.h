@@ -187,6 +187,8 @@ private:
     void cancelAll(Owner owner, int status);
     void complete(Owner owner, UrbId urb, int status, std::vector<std::uint8_t> data, std::uint32_t length);
 
+    std::optional<std::chrono::nanoseconds> outDue() const; // of what a delay holds at the head
+    std::optional<std::chrono::nanoseconds> inDue() const;
     void serve();
     bool serveOut();
     void beginOutTransfer(std::uint64_t number);

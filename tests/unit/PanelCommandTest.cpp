@@ -1,0 +1,207 @@
+#include "simulator/PanelCommand.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+// The command of a line that must be one of this kind.
+template <typename Command> Command parsed(const std::string& line)
+{
+    const ParsedCommand result = parsePanelCommand(line);
+    EXPECT_EQ(result.error, "") << line;
+    if (!result.command || !std::holds_alternative<Command>(*result.command)) {
+        ADD_FAILURE() << "another command: " << line;
+        return {};
+    }
+    return std::get<Command>(*result.command);
+}
+
+std::string errorOf(const std::string& line)
+{
+    const ParsedCommand result = parsePanelCommand(line);
+    EXPECT_FALSE(result.command) << line;
+    return result.error;
+}
+
+TEST(PanelCommand, plugAndUnplug_panelIsZeroUnlessGiven)
+{
+    EXPECT_EQ(parsed<PlugCommand>("plug").panel, 0u);
+    EXPECT_EQ(parsed<PlugCommand>("plug 3").panel, 3u);
+    EXPECT_EQ(parsed<UnplugCommand>("unplug").panel, 0u);
+    EXPECT_EQ(parsed<UnplugCommand>(" \tunplug   12 \r\n").panel, 12u);
+}
+
+TEST(PanelCommand, fault_everyKind)
+{
+    auto fault = parsed<FaultCommand>("fault out stall").fault;
+    EXPECT_EQ(fault.direction, PanelFault::Direction::Out);
+    EXPECT_EQ(fault.kind, PanelFault::Kind::Stall);
+    EXPECT_FALSE(fault.sticky);
+
+    fault = parsed<FaultCommand>("fault in silent sticky").fault;
+    EXPECT_EQ(fault.direction, PanelFault::Direction::In);
+    EXPECT_EQ(fault.kind, PanelFault::Kind::NoAnswer);
+    EXPECT_TRUE(fault.sticky);
+
+    fault = parsed<FaultCommand>("fault out short=0 once").fault;
+    EXPECT_EQ(fault.kind, PanelFault::Kind::Short);
+    EXPECT_EQ(fault.bytes, 0u);
+    EXPECT_FALSE(fault.sticky);
+    EXPECT_EQ(parsed<FaultCommand>("fault out short=4294967295").fault.bytes, 4294967295u);
+
+    fault = parsed<FaultCommand>("fault in delay=1500").fault;
+    EXPECT_EQ(fault.kind, PanelFault::Kind::Delay);
+    EXPECT_EQ(fault.delay, 1500ms);
+}
+
+TEST(PanelCommand, faultStatus_everyName)
+{
+    struct Case {
+        const char* name;
+        int status;
+    };
+    for (const Case& c : {Case{"EPROTO", -EPROTO}, Case{"EILSEQ", -EILSEQ}, Case{"ETIME", -ETIME},
+                          Case{"EPIPE", -EPIPE}, Case{"ECOMM", -ECOMM}, Case{"ENOSR", -ENOSR}, Case{"EIO", -EIO},
+                          Case{"EREMOTEIO", -EREMOTEIO}, Case{"ENODEV", -ENODEV}, Case{"EXDEV", -EXDEV},
+                          Case{"EINVAL", -EINVAL}, Case{"EOVERFLOW", -EOVERFLOW}, Case{"ESHUTDOWN", -ESHUTDOWN}}) {
+        const auto fault = parsed<FaultCommand>(std::string("fault in status=") + c.name).fault;
+        EXPECT_EQ(fault.kind, PanelFault::Kind::Status);
+        EXPECT_EQ(fault.status, c.status) << c.name;
+    }
+}
+
+TEST(PanelCommand, fault_panelAndClear)
+{
+    EXPECT_EQ(parsed<FaultCommand>("fault 2 in stall").panel, 2u);
+    EXPECT_EQ(parsed<FaultCommand>("fault in stall").panel, 0u);
+    EXPECT_EQ(parsed<ClearFaultsCommand>("fault 2 clear").panel, 2u);
+    EXPECT_EQ(parsed<ClearFaultsCommand>("fault clear").panel, 0u);
+}
+
+TEST(PanelCommand, emit_hex)
+{
+    const auto emit = parsed<EmitCommand>("emit 1 type=40 hex=00fFA9");
+    EXPECT_EQ(emit.panel, 1u);
+    EXPECT_EQ(emit.type, PacketType::FirmwareUpgradeCommand);
+    EXPECT_THAT(emit.payload, ElementsAre(0x00, 0xFF, 0xA9));
+    EXPECT_EQ(emit.count, 1u);
+    EXPECT_EQ(emit.every, 0ms);
+}
+
+TEST(PanelCommand, emit_sizeCountsUpAndOrderIsFree)
+{
+    const auto emit = parsed<EmitCommand>("emit every=20 count=7 size=258 type=255");
+    EXPECT_EQ(emit.panel, 0u);
+    EXPECT_EQ(emit.type, static_cast<PacketType>(255));
+    ASSERT_EQ(emit.payload.size(), 258u);
+    EXPECT_EQ(emit.payload[0], 0);
+    EXPECT_EQ(emit.payload[255], 255);
+    EXPECT_EQ(emit.payload[257], 1);
+    EXPECT_EQ(emit.count, 7u);
+    EXPECT_EQ(emit.every, 20ms);
+    EXPECT_TRUE(parsed<EmitCommand>("emit type=0 size=0").payload.empty());
+}
+
+TEST(PanelCommand, emit_largestPayload)
+{
+    EXPECT_EQ(parsed<EmitCommand>("emit type=0 size=65524").payload.size(), 65524u);
+    EXPECT_EQ(errorOf("emit type=0 size=65525"), "expected size=0 to 65524, found \"size=65525\"");
+    EXPECT_EQ(parsed<EmitCommand>("emit type=0 hex=" + std::string(2u * 65524, '0')).payload.size(), 65524u);
+    EXPECT_NE(errorOf("emit type=0 hex=" + std::string(2u * 65525, '0')), "");
+}
+
+TEST(PanelCommand, errors_nameTheWordAndWhatIsAllowed)
+{
+    EXPECT_EQ(errorOf(""), "expected plug, unplug, fault or emit, found the end");
+    EXPECT_EQ(errorOf("  "), "expected plug, unplug, fault or emit, found the end");
+    EXPECT_EQ(errorOf("Plug"), "expected plug, unplug, fault or emit, found \"Plug\"");
+    EXPECT_EQ(errorOf("plugs 1"), "expected plug, unplug, fault or emit, found \"plugs\"");
+    EXPECT_EQ(errorOf("plug x"), "expected a panel's number or the end, found \"x\"");
+    EXPECT_EQ(errorOf("plug -1"), "expected a panel's number or the end, found \"-1\"");
+    EXPECT_EQ(errorOf("plug 1x"), "expected a panel's number, found \"1x\"");
+    EXPECT_EQ(errorOf("unplug 4294967296"), "expected a panel's number, found \"4294967296\"");
+    EXPECT_EQ(errorOf("unplug 1 2"), "expected a panel's number or the end, found \"2\"");
+    EXPECT_EQ(errorOf("fault"), "expected out, in or clear, found the end");
+    EXPECT_EQ(errorOf("fault 0 both stall"), "expected out, in or clear, found \"both\"");
+    EXPECT_EQ(errorOf("fault out"), "expected stall, silent, short=BYTES, status=ERRNO or delay=MS, found the end");
+    EXPECT_EQ(errorOf("fault out short"),
+              "expected stall, silent, short=BYTES, status=ERRNO or delay=MS, found \"short\"");
+    EXPECT_EQ(errorOf("fault out short="), "expected short=0 to 4294967295, found \"short=\"");
+    EXPECT_EQ(errorOf("fault out short=4294967296"), "expected short=0 to 4294967295, found \"short=4294967296\"");
+    EXPECT_EQ(errorOf("fault out delay=1s"), "expected delay=0 to 1000000000, found \"delay=1s\"");
+    EXPECT_EQ(errorOf("fault out status=EWHAT"),
+              "expected status=EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV, EXDEV, EINVAL, "
+              "EOVERFLOW or ESHUTDOWN, found \"status=EWHAT\"");
+    EXPECT_EQ(errorOf("fault out stall twice"), "expected once or sticky, found \"twice\"");
+    EXPECT_EQ(errorOf("fault out stall once sticky"), "expected the end, found \"sticky\"");
+    EXPECT_EQ(errorOf("fault clear out"), "expected the end, found \"out\"");
+    EXPECT_EQ(errorOf("emit"), "expected type=T, found the end");
+    EXPECT_EQ(errorOf("emit hex=00"), "expected type=T, found the end");
+    EXPECT_EQ(errorOf("emit type=1"), "expected hex=HEX or size=N, found the end");
+    EXPECT_EQ(errorOf("emit type=256 size=0"), "expected type=0 to 255, found \"type=256\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 count=0"), "expected count=1 to 1000000000, found \"count=0\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 every=-1"), "expected every=0 to 1000000000, found \"every=-1\"");
+}
+
+TEST(PanelCommand, badHex_error)
+{
+    const std::string allowed = "expected hex= and 1 to 65524 bytes of two hexadecimal digits each, found ";
+    EXPECT_EQ(errorOf("emit type=1 hex="), allowed + "\"hex=\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=0"), allowed + "\"hex=0\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=0g"), allowed + "\"hex=0g\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=0x00"), allowed + "\"hex=0x00\"");
+}
+
+TEST(PanelCommand, emitWordTwiceOrUnknown_error)
+{
+    const std::string allowed = "expected type=T, hex=HEX or size=N, count=C, every=MS, each once, found ";
+    EXPECT_EQ(errorOf("emit type=1 type=1 size=0"), allowed + "\"type=1\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 hex=00"), allowed + "\"hex=00\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 count=1 count=1"), allowed + "\"count=1\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 every=1 every=2"), allowed + "\"every=2\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 key=4"), allowed + "\"key=4\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 1"), allowed + "\"1\"");
+}
+
+TEST(PanelCommand, time_unitsAndPlaces)
+{
+    EXPECT_EQ(parseTime("250ms").time, 250ms);
+    EXPECT_EQ(parseTime("2s").time, 2s);
+    EXPECT_EQ(parseTime("1.5s").time, 1500ms);
+    EXPECT_EQ(parseTime("2").time, 2s);
+    EXPECT_EQ(parseTime("0.25").time, 250ms);
+    EXPECT_EQ(parseTime("0").time, 0s);
+    EXPECT_EQ(parseTime("1.05s").time, 1050ms);
+    EXPECT_EQ(parseTime("0.5ms").time, 500us);
+    EXPECT_EQ(parseTime("0.000000001s").time, 1ns);
+    EXPECT_EQ(parseTime("1000000s").time, 1000000s);
+    EXPECT_EQ(parseTime("1000000000ms").time, 1000000s);
+    EXPECT_EQ(parseTime("2s").error, "");
+}
+
+TEST(PanelCommand, badTime_error)
+{
+    for (const char* text : {"", "s", "ms", ".5", "5.", "-1", "+1", "1,5", "1 s", "1m", "1.5.5", "1e3", "s1", "1ss",
+                             "0.0000000001s", "1000001", "1000000001ms", "99999999999999999999"}) {
+        const ParsedTime result = parseTime(text);
+        EXPECT_FALSE(result.time) << text;
+        EXPECT_THAT(result.error, testing::StartsWith("expected a time such as 250ms, 2s, 1.5s or 2 (seconds)"))
+            << text;
+    }
+    EXPECT_EQ(parseTime("1m").error,
+              "expected a time such as 250ms, 2s, 1.5s or 2 (seconds), at most 1000000s, found \"1m\"");
+}
+
+} // namespace
+} // namespace Vantor

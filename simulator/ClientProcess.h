@@ -1,0 +1,33 @@
+#pragma once
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace Vantor {
+
+// A child process. Not waited for by the destructor.
+class ClientProcess {
+public:
+    // Starts `program` (searched in PATH) with exactly this environment and signal
+    // mask. Throws std::system_error with the cause when it cannot be executed.
+    ClientProcess(const std::vector<std::string>& program, const std::vector<std::string>& environment,
+                  const sigset_t& signalMask);
+
+    void sendSignal(int number) const;
+
+    // True once it has ended.
+    bool hasEnded();
+
+    // Its exit code, or 128 plus the number of the signal that ended it.
+    int getExitCode() const;
+
+private:
+    pid_t m_id = -1;
+    bool m_ended = false;
+    int m_status = 0;
+};
+
+} // namespace Vantor

@@ -1,0 +1,137 @@
+// panelsim: runs a program on a virtual USB bus with simulated panels.
+#include "simulator/ClientProcess.h"
+#include "simulator/PanelsimOptions.h"
+#include "simulator/VirtualBus.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+
+using namespace Vantor;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds patience{3}; // with a program that ignores a signal
+
+// One line for each thing that happens, with the seconds since the bus began; empty
+// without a file.
+VirtualBus::Log openLog(const std::string& path)
+{
+    if (path.empty())
+        return {};
+    const std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "w"),
+                                          [](std::FILE* open) { open != nullptr ? std::fclose(open) : 0; });
+    if (!file)
+        throw std::system_error(errno, std::generic_category(), path);
+    return [file, start = Clock::now()](const std::string& line) {
+        const std::chrono::duration<double> now = Clock::now() - start;
+        std::fprintf(file.get(), "%12.6f %s\n", now.count(), line.c_str());
+        std::fflush(file.get());
+    };
+}
+
+VirtualBus::Options busOptions(const PanelsimOptions& options)
+{
+    VirtualBus::Options bus;
+    bus.scatterGather = options.scatterGather;
+    bus.panel.maxPacketSize = options.maxPacketSize;
+    bus.panel.seed = options.seed;
+    bus.panel.keepRecords = false;
+    bus.log = openLog(options.logFile);
+    return bus;
+}
+
+sigset_t handledSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGCHLD);
+    return signals;
+}
+
+// The next handled signal, 0 when there is none until `end`.
+int waitForSignal(const std::optional<Clock::time_point>& end, siginfo_t& info)
+{
+    const sigset_t signals = handledSignals();
+    if (!end)
+        return sigwaitinfo(&signals, &info);
+    const auto left = std::max(std::chrono::nanoseconds(*end - Clock::now()), std::chrono::nanoseconds(0));
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    const timespec timeout{seconds.count(), (left - seconds).count()};
+    return std::max(sigtimedwait(&signals, &info, &timeout), 0);
+}
+
+// Until the program ends. A signal that a terminal sends reaches the program, too, so
+// only others go on to it.
+void attend(ClientProcess& program)
+{
+    std::optional<Clock::time_point> end;
+    while (!program.hasEnded()) {
+        siginfo_t info{};
+        const int number = waitForSignal(end, info);
+        if (number == SIGINT || number == SIGTERM) {
+            if (info.si_code != SI_KERNEL)
+                program.sendSignal(number);
+            if (!end)
+                end = Clock::now() + patience;
+        } else if (end && Clock::now() >= *end) {
+            program.sendSignal(SIGKILL);
+            end.reset();
+        }
+    }
+}
+
+int run(const PanelsimOptions& options)
+{
+    // Before there are threads, so that only waitForSignal takes these.
+    std::signal(SIGCHLD, SIG_DFL);
+    const sigset_t signals = handledSignals();
+    sigset_t originalMask;
+    pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
+
+    VirtualBus bus(busOptions(options));
+    for (unsigned int panel = 0; panel < options.panels; ++panel)
+        bus.plug(panel);
+    int exitCode = 0;
+    try {
+        ClientProcess program(options.program, VirtualBus::getClientEnvironment(), originalMask);
+        for (const PanelsimOptions::TimedCommand& timed : options.timedCommands)
+            bus.schedule(timed.time, timed.command);
+        attend(program);
+        exitCode = program.getExitCode();
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "panelsim: cannot run %s\n", error.what());
+        return error.code() == std::errc::no_such_file_or_directory ? PanelsimExit::notFound
+                                                                    : PanelsimExit::notExecutable;
+    }
+    const auto violations = bus.getViolations();
+    for (const std::string& violation : violations)
+        std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
+    return violations.empty() ? exitCode : PanelsimExit::violation;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const PanelsimArguments arguments = parsePanelsimArguments(argc, argv);
+    if (!arguments.run)
+        return arguments.exitCode;
+    try {
+        return run(arguments.options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "panelsim: %s\n", error.what());
+        return PanelsimExit::failure;
+    }
+}

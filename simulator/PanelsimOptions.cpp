@@ -1,0 +1,91 @@
+#include "simulator/PanelsimOptions.h"
+
+#include "simulator/VirtualBus.h"
+
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+namespace Vantor {
+
+namespace {
+
+using TimeAndCommand = std::pair<std::string, std::string>;
+
+constexpr char footer[] = R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
+TIME is 250ms, 2s or 1.5s. COMMAND is one of:
+  plug [P]
+  unplug [P]
+  fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
+  fault [P] clear
+  emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
+
+Exit code: that of PROGRAM, or 128+N when signal N ended it;
+  120  a panel saw a violation of the wire (each is printed)
+  125  wrong usage, or panelsim itself failed
+  126  PROGRAM cannot be executed
+  127  PROGRAM was not found
+
+SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later.
+
+Example: a panel that is pulled after 2 s and comes back
+  panelsim run --at 2s 'unplug' --at 3.5s 'plug' -- lsusb)";
+
+unsigned int panelOf(const PanelCommand& command)
+{
+    return std::visit([](const auto& alternative) { return alternative.panel; }, command);
+}
+
+PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
+{
+    const ParsedTime time = parseTime(text.first);
+    if (!time.time)
+        throw CLI::ValidationError("--at " + text.first, time.error);
+    const ParsedCommand command = parsePanelCommand(text.second);
+    if (!command.command)
+        throw CLI::ValidationError("--at '" + text.second + "'", command.error);
+    if (panelOf(*command.command) >= VirtualBus::maxPanels)
+        throw CLI::ValidationError("--at '" + text.second + "'",
+                                   "panels are numbered 0 to " + std::to_string(VirtualBus::maxPanels - 1));
+    return {*time.time, *command.command};
+}
+
+} // namespace
+
+PanelsimArguments parsePanelsimArguments(int argc, char** argv)
+{
+    PanelsimArguments arguments;
+    PanelsimOptions& options = arguments.options;
+    std::vector<TimeAndCommand> timed;
+    bool withoutScatterGather = false;
+
+    CLI::App app("Runs a program that uses libusb on a USB bus with simulated panels.", "panelsim");
+    app.set_version_flag("--version", "panelsim " MORVANE_VERSION);
+    app.require_subcommand(1);
+    CLI::App* const run = app.add_subcommand("run", "Run PROGRAM on a bus of its own");
+    run->add_option("--panels", options.panels, "Panels plugged in before PROGRAM starts")
+        ->check(CLI::Range(0U, VirtualBus::maxPanels))
+        ->capture_default_str();
+    run->add_option("--seed", options.seed, "What the panels' own numbers begin with")->capture_default_str();
+    run->add_option("--max-packet", options.maxPacketSize, "Packet limit in bytes that the panels announce")
+        ->capture_default_str();
+    run->add_option("--at", timed, "What happens TIME after PROGRAM's start; may be repeated")
+        ->type_name("TIME COMMAND");
+    run->add_flag("--no-scatter-gather", withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
+    run->add_option("--log", options.logFile, "Write one line for each thing that happens")->type_name("FILE");
+    run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
+    run->footer(footer);
+    try {
+        app.parse(argc, argv);
+        for (const TimeAndCommand& text : timed)
+            options.timedCommands.push_back(parseTimedCommand(text));
+    } catch (const CLI::ParseError& error) {
+        arguments.exitCode = app.exit(error) == 0 ? 0 : PanelsimExit::failure;
+        return arguments;
+    }
+    options.scatterGather = !withoutScatterGather;
+    arguments.run = true;
+    return arguments;
+}
+
+} // namespace Vantor

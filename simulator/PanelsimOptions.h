@@ -1,0 +1,46 @@
+#pragma once
+
+#include "simulator/PanelCommand.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Vantor {
+
+// Exit codes of panelsim, beside those of the program that it runs.
+namespace PanelsimExit {
+constexpr int violation = 120;    // the program ran, and a panel saw a violation of the wire
+constexpr int failure = 125;      // wrong usage, or panelsim itself failed
+constexpr int notExecutable = 126;
+constexpr int notFound = 127;
+constexpr int signalBase = 128; // plus the number of the signal that ended the program
+} // namespace PanelsimExit
+
+// The command line of panelsim.
+struct PanelsimOptions {
+    struct TimedCommand {
+        std::chrono::nanoseconds time; // after the program's start
+        PanelCommand command;
+    };
+
+    unsigned int panels = 1; // plugged before the program starts
+    std::uint64_t seed = 1;
+    std::uint16_t maxPacketSize = 8192;
+    bool scatterGather = true;
+    std::string logFile; // empty: none
+    std::vector<TimedCommand> timedCommands;
+    std::vector<std::string> program;
+};
+
+struct PanelsimArguments {
+    PanelsimOptions options;
+    bool run = false; // false: everything is said already, exit with this code:
+    int exitCode = 0;
+};
+
+// Parses the command line; writes help, version and complaints itself.
+PanelsimArguments parsePanelsimArguments(int argc, char** argv);
+
+} // namespace Vantor

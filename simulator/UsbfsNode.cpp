@@ -1,0 +1,63 @@
+#include "simulator/UsbfsNode.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+int checked(int result, const char* what)
+{
+    if (result < 0)
+        throw std::system_error(errno, std::generic_category(), what);
+    return result;
+}
+
+} // namespace
+
+// Delegates, so that the destructor closes what a failure leaves open.
+UsbfsNode::UsbfsNode(const std::string& path) : UsbfsNode()
+{
+    m_master = checked(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "pseudo-terminal");
+    checked(grantpt(m_master), "pseudo-terminal");
+    checked(unlockpt(m_master), "pseudo-terminal");
+    char name[64];
+    if (const int error = ptsname_r(m_master, name, sizeof name); error != 0)
+        throw std::system_error(error, std::generic_category(), "pseudo-terminal");
+    m_slave = checked(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC), name);
+    checked(tcflow(m_slave, TCOOFF), name);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::filesystem::create_symlink(name, path);
+}
+
+UsbfsNode::~UsbfsNode()
+{
+    hangUp();
+}
+
+void UsbfsNode::setReady(bool ready)
+{
+    if (ready == m_ready || m_slave < 0)
+        return;
+    tcflow(m_slave, ready ? TCOON : TCOOFF);
+    m_ready = ready;
+}
+
+void UsbfsNode::hangUp()
+{
+    if (m_master < 0)
+        return;
+    close(m_master);
+    close(m_slave);
+    m_master = -1;
+    m_slave = -1;
+}
+
+} // namespace Vantor

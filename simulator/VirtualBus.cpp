@@ -1,0 +1,317 @@
+#include "simulator/VirtualBus.h"
+
+#include "simulator/SysfsDescription.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include <linux/usbdevice_fs.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+constexpr unsigned int highestDevice = 127;
+constexpr char preloadedLibrary[] = "libumockdev-preload.so.0";
+
+constexpr std::uint32_t capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
+                                       USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+
+unsigned int panelOf(const PanelCommand& command)
+{
+    return std::visit([](const auto& alternative) { return alternative.panel; }, command);
+}
+
+std::string describe(const PanelFault& fault)
+{
+    const std::string direction = fault.direction == PanelFault::Direction::Out ? "out " : "in ";
+    const std::string repetition = fault.sticky ? " sticky" : " once";
+    switch (fault.kind) {
+    case PanelFault::Kind::Stall:
+        return direction + "stall" + repetition;
+    case PanelFault::Kind::Short:
+        return direction + "short=" + std::to_string(fault.bytes) + repetition;
+    case PanelFault::Kind::NoAnswer:
+        return direction + "silent" + repetition;
+    case PanelFault::Kind::Status:
+        return direction + "status=" + strerrorname_np(-fault.status) + repetition;
+    case PanelFault::Kind::Delay:
+        return direction + "delay=" +
+               std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(fault.delay).count()) + repetition;
+    }
+    return direction;
+}
+
+PanelModel::Clock startClock()
+{
+    const auto start = std::chrono::steady_clock::now();
+    return [start] { return std::chrono::steady_clock::now() - start; };
+}
+
+void throwOnError(GError* error, const char* what)
+{
+    if (error == nullptr)
+        return;
+    const std::string message = std::string(what) + ": " + error->message;
+    g_error_free(error);
+    throw std::runtime_error(message);
+}
+
+} // namespace
+
+void VirtualBus::GObjectRelease::operator()(void* object) const
+{
+    g_object_unref(object);
+}
+
+VirtualBus::VirtualBus(Options options) : m_options(std::move(options)), m_testbed(umockdev_testbed_new())
+{
+    m_share.clock = startClock();
+    m_share.log = m_options.log;
+    m_share.capabilities = capabilities | (m_options.scatterGather ? USBDEVFS_CAP_BULK_SCATTER_GATHER : 0U);
+    addToSysfs(SysfsDescription::describeRootHub());
+    m_timeThread = std::thread(&VirtualBus::runTime, this);
+}
+
+VirtualBus::~VirtualBus()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        m_ending = true;
+        m_share.deadlineMoved.notify_one();
+    }
+    m_timeThread.join();
+    m_testbed.reset(); // ends umockdev's thread
+}
+
+std::vector<std::string> VirtualBus::getClientEnvironment()
+{
+    constexpr std::string_view preload = "LD_PRELOAD=";
+    std::vector<std::string> environment;
+    std::string preloaded = std::string(preload) + preloadedLibrary;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string_view text = *variable;
+        if (text.substr(0, preload.size()) == preload)
+            preloaded += ":" + std::string(text.substr(preload.size()));
+        else
+            environment.emplace_back(text);
+    }
+    environment.push_back(preloaded);
+    return environment;
+}
+
+void VirtualBus::plug(unsigned int panel)
+{
+    const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
+    VirtualPanel* plugged = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        if (panel >= maxPanels)
+            return log(panel, "has no port");
+        if (findPlugged(panel) != nullptr)
+            return log(panel, "is plugged already");
+        const VirtualPanel::Address address = assignAddress(panel);
+        PanelModel::Options options = m_options.panel;
+        options.seed += panel;
+        const std::unique_ptr<char, decltype(&g_free)> root(umockdev_testbed_get_root_dir(m_testbed.get()), g_free);
+        m_panels.push_back(std::make_unique<VirtualPanel>(m_share, address, std::move(options),
+                                                          root.get() + SysfsDescription::nodePath(address)));
+        plugged = m_panels.back().get();
+        log(panel, "plug, port " + std::to_string(address.port) + ", device " + std::to_string(address.device));
+    }
+    show(*plugged);
+}
+
+// Without m_share.mutex: umockdev's thread takes it.
+void VirtualBus::show(VirtualPanel& panel)
+{
+    const std::string node = SysfsDescription::nodePath(panel.getAddress());
+    GError* error = nullptr;
+    if (!m_attachedNodes.insert(node).second)
+        umockdev_testbed_detach_ioctl(m_testbed.get(), node.c_str(), &error);
+    throwOnError(error, "detach");
+    umockdev_testbed_attach_ioctl(m_testbed.get(), node.c_str(), panel.getIoctlHandler(), &error);
+    throwOnError(error, "attach");
+    addToSysfs(SysfsDescription::describePanel(panel.getAddress(), panel.getModel().getDescriptors()));
+}
+
+void VirtualBus::unplug(unsigned int panel)
+{
+    const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
+    std::string sysfsPath;
+    {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        VirtualPanel* const plugged = findPlugged(panel);
+        if (plugged == nullptr)
+            return log(panel, "is not plugged");
+        log(panel, "unplug");
+        plugged->unplug();
+        sysfsPath = "/sys" + SysfsDescription::panelPath(plugged->getAddress());
+    }
+    umockdev_testbed_uevent(m_testbed.get(), sysfsPath.c_str(), "remove");
+    umockdev_testbed_remove_device(m_testbed.get(), sysfsPath.c_str());
+}
+
+void VirtualBus::execute(const PanelCommand& command)
+{
+    if (const auto* const plugIn = std::get_if<PlugCommand>(&command))
+        return plug(plugIn->panel);
+    if (const auto* const pullOut = std::get_if<UnplugCommand>(&command))
+        return unplug(pullOut->panel);
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    if (const auto* const fault = std::get_if<FaultCommand>(&command))
+        apply(*fault);
+    else if (const auto* const clear = std::get_if<ClearFaultsCommand>(&command))
+        apply(*clear);
+    else if (const auto* const emission = std::get_if<EmitCommand>(&command))
+        apply(*emission);
+}
+
+void VirtualBus::apply(const FaultCommand& command)
+{
+    visitPlugged(command.panel, "fault " + describe(command.fault),
+                 [&command](PanelModel& model) { model.inject(command.fault); });
+}
+
+void VirtualBus::apply(const ClearFaultsCommand& command)
+{
+    visitPlugged(command.panel, "fault clear", [](PanelModel& model) { model.clearFaults(); });
+}
+
+// The rest of a repeated emission goes back to the timeline.
+void VirtualBus::apply(const EmitCommand& command)
+{
+    const std::string line = "emit type " + std::to_string(static_cast<int>(command.type)) + ", " +
+                             std::to_string(command.payload.size()) + " bytes";
+    visitPlugged(command.panel, line, [&command](PanelModel& model) { model.emit(command.type, command.payload); });
+    if (command.count <= 1)
+        return;
+    EmitCommand rest = command;
+    --rest.count;
+    m_timeline.emplace(m_share.clock() + rest.every, rest);
+    m_share.deadlineMoved.notify_one();
+}
+
+void VirtualBus::visitPlugged(unsigned int panel, const std::string& line,
+                              const std::function<void(PanelModel&)>& visitor)
+{
+    VirtualPanel* const plugged = findPlugged(panel);
+    if (plugged == nullptr)
+        return log(panel, "is not plugged: " + line);
+    log(panel, line);
+    visitor(plugged->getModel());
+    plugged->settle();
+}
+
+void VirtualBus::schedule(std::chrono::nanoseconds delay, const PanelCommand& command)
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    m_timeline.emplace(m_share.clock() + delay, command);
+    m_share.deadlineMoved.notify_one();
+}
+
+bool VirtualBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    const auto found = std::find_if(m_panels.rbegin(), m_panels.rend(),
+                                    [panel](const auto& known) { return known->getAddress().panel == panel; });
+    if (found == m_panels.rend())
+        return false;
+    visitor((*found)->getModel());
+    (*found)->settle();
+    return true;
+}
+
+std::vector<std::string> VirtualBus::getViolations() const
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    std::vector<std::string> violations;
+    for (const auto& panel : m_panels)
+        for (const std::string& violation : panel->getModel().getViolations())
+            violations.push_back("panel " + std::to_string(panel->getAddress().panel) + ": " + violation);
+    return violations;
+}
+
+void VirtualBus::log(unsigned int panel, const std::string& line) const
+{
+    if (m_share.log)
+        m_share.log("panel " + std::to_string(panel) + ": " + line);
+}
+
+VirtualPanel* VirtualBus::findPlugged(unsigned int panel) const
+{
+    const auto found = std::find_if(m_panels.begin(), m_panels.end(), [panel](const auto& known) {
+        return known->isPlugged() && known->getAddress().panel == panel;
+    });
+    return found != m_panels.end() ? found->get() : nullptr;
+}
+
+// Device numbers go up, as the kernel's, and start again when they run out.
+VirtualPanel::Address VirtualBus::assignAddress(unsigned int panel)
+{
+    const auto isTaken = [this](unsigned int device) {
+        return std::any_of(m_panels.begin(), m_panels.end(), [device](const auto& known) {
+            return known->isPlugged() && known->getAddress().device == device;
+        });
+    };
+    do {
+        m_lastDevice = m_lastDevice < highestDevice ? m_lastDevice + 1 : 2;
+    } while (isTaken(m_lastDevice));
+    return {panel, 1, panel + 1, m_lastDevice};
+}
+
+void VirtualBus::addToSysfs(const std::string& description)
+{
+    GError* error = nullptr;
+    umockdev_testbed_add_from_string(m_testbed.get(), description.c_str(), &error);
+    throwOnError(error, "virtual bus");
+}
+
+void VirtualBus::runTime()
+{
+    std::unique_lock<std::mutex> lock(m_share.mutex);
+    while (!m_ending) {
+        const auto now = m_share.clock();
+        for (const auto& panel : m_panels)
+            panel->settle();
+        if (!m_timeline.empty() && m_timeline.begin()->first <= now) {
+            const PanelCommand command = m_timeline.begin()->second;
+            m_timeline.erase(m_timeline.begin());
+            lock.unlock();
+            executeLater(command);
+            lock.lock();
+            continue;
+        }
+        m_share.wakeTime = nextWakeTime();
+        if (m_share.wakeTime == std::chrono::nanoseconds::max())
+            m_share.deadlineMoved.wait(lock);
+        else
+            m_share.deadlineMoved.wait_for(lock, m_share.wakeTime - now);
+    }
+}
+
+// There is nobody to throw to.
+void VirtualBus::executeLater(const PanelCommand& command)
+{
+    try {
+        execute(command);
+    } catch (const std::exception& error) {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        log(panelOf(command), error.what());
+    }
+}
+
+std::chrono::nanoseconds VirtualBus::nextWakeTime() const
+{
+    auto time = m_timeline.empty() ? std::chrono::nanoseconds::max() : m_timeline.begin()->first;
+    for (const auto& panel : m_panels)
+        if (const auto deadline = panel->getModel().nextDeadline())
+            time = std::min(time, *deadline);
+    return time;
+}
+
+} // namespace Vantor

@@ -1,0 +1,171 @@
+#include "simulator/VirtualPanel.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+
+namespace Vantor {
+
+namespace {
+
+constexpr std::size_t longestLoggedPayload = 32;
+
+std::string describe(const PanelModel::Record& record)
+{
+    std::string line = "record type " + std::to_string(static_cast<int>(record.type)) + ", " +
+                       std::to_string(record.payload.size()) + " bytes:";
+    for (std::size_t i = 0; i < std::min(record.payload.size(), longestLoggedPayload); ++i) {
+        char byte[4];
+        std::snprintf(byte, sizeof byte, " %02x", record.payload[i]);
+        line += byte;
+    }
+    return record.payload.size() > longestLoggedPayload ? line + " ..." : line;
+}
+
+// Null for what is not worth a line.
+const char* nameOf(unsigned long request)
+{
+    switch (request) {
+    case USBDEVFS_CLAIMINTERFACE:
+    case USBDEVFS_DISCONNECT_CLAIM:
+        return "claim";
+    case USBDEVFS_RELEASEINTERFACE:
+        return "release";
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options,
+                           const std::string& nodePath)
+    : m_share(share), m_address(address), m_model(std::move(options), share.clock),
+      m_control(m_model.getDescriptors()), m_node(nodePath),
+      m_handler(umockdev_ioctl_base_new(), g_object_unref)
+{
+    m_model.setRecordObserver([this](const PanelModel::Record& record) {
+        if (m_share.log)
+            log(describe(record));
+    });
+    g_signal_connect(m_handler.get(), "handle-ioctl", G_CALLBACK(onIoctl), this);
+}
+
+VirtualPanel::~VirtualPanel()
+{
+    for (const auto& [client, file] : m_files)
+        g_object_weak_unref(static_cast<GObject*>(client), onClientGone, this);
+}
+
+UMockdevIoctlBase* VirtualPanel::getIoctlHandler() const
+{
+    return m_handler.get();
+}
+
+const VirtualPanel::Address& VirtualPanel::getAddress() const
+{
+    return m_address;
+}
+
+PanelModel& VirtualPanel::getModel()
+{
+    return m_model;
+}
+
+bool VirtualPanel::isPlugged() const
+{
+    return m_plugged;
+}
+
+void VirtualPanel::unplug()
+{
+    m_plugged = false;
+    m_model.unplug();
+    settle();
+    for (const auto& [client, file] : m_files)
+        file->disconnect();
+    m_node.hangUp();
+}
+
+void VirtualPanel::settle()
+{
+    for (auto completions = m_model.takeCompletions(); !completions.empty(); completions = m_model.takeCompletions()) {
+        for (const PanelModel::Completion& completion : completions) {
+            const bool taken = std::any_of(m_files.begin(), m_files.end(), [&completion](const auto& entry) {
+                return entry.second->complete(completion);
+            });
+            static_cast<void>(taken); // of a file closed meanwhile: nobody's
+        }
+    }
+    m_node.setReady(std::any_of(m_files.begin(), m_files.end(),
+                                [](const auto& entry) { return entry.second->hasReapable(); }));
+    logViolations();
+    const auto deadline = m_model.nextDeadline();
+    if (deadline && *deadline < m_share.wakeTime)
+        m_share.deadlineMoved.notify_one();
+}
+
+gboolean VirtualPanel::onIoctl(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer self)
+{
+    const int result = static_cast<VirtualPanel*>(self)->handleIoctl(client);
+    umockdev_ioctl_client_complete(client, result < 0 ? -1 : result, result < 0 ? -result : 0);
+    return TRUE;
+}
+
+int VirtualPanel::handleIoctl(UMockdevIoctlClient* client)
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    const unsigned long request = umockdev_ioctl_client_get_request(client);
+    int result = 0;
+    try {
+        result = fileOf(client).handle(request, ClientMemory::argumentOf(client));
+    } catch (const std::exception& error) {
+        log(error.what());
+        result = -EFAULT;
+    }
+    if (const char* const name = nameOf(request); name != nullptr)
+        log(std::string(name) + (result == 0 ? "" : ": " + std::string(strerrorname_np(-result))));
+    settle();
+    return result;
+}
+
+// umockdev reports no closed file, but it drops the client then.
+UsbfsFile& VirtualPanel::fileOf(UMockdevIoctlClient* client)
+{
+    std::unique_ptr<UsbfsFile>& file = m_files[client];
+    if (!file) {
+        file = std::make_unique<UsbfsFile>(m_model, m_control, m_share.capabilities, m_lastUrb);
+        if (!m_plugged)
+            file->disconnect();
+        g_object_weak_ref(G_OBJECT(client), onClientGone, this);
+    }
+    return *file;
+}
+
+void VirtualPanel::onClientGone(gpointer self, GObject* client)
+{
+    auto* const panel = static_cast<VirtualPanel*>(self);
+    const std::lock_guard<std::mutex> lock(panel->m_share.mutex);
+    panel->m_files.erase(client);
+    panel->settle();
+}
+
+void VirtualPanel::log(const std::string& line) const
+{
+    if (m_share.log)
+        m_share.log("panel " + std::to_string(m_address.panel) + ": " + line);
+}
+
+void VirtualPanel::logViolations()
+{
+    const auto& violations = m_model.getViolations();
+    for (; m_loggedViolations < violations.size(); ++m_loggedViolations)
+        log("violation: " + violations[m_loggedViolations]);
+}
+
+} // namespace Vantor

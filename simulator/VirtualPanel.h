@@ -1,0 +1,93 @@
+#pragma once
+
+#include "simulator/ControlEndpoint.h"
+#include "simulator/PanelModel.h"
+#include "simulator/UsbfsFile.h"
+#include "simulator/UsbfsNode.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include <umockdev.h>
+
+namespace Vantor {
+
+// What the panels of one bus share.
+struct BusShare {
+    std::mutex mutex; // over every panel, its model and what follows
+    std::condition_variable deadlineMoved;
+    std::chrono::nanoseconds wakeTime = std::chrono::nanoseconds::max(); // of whoever waits for that
+
+    // Constant while panels exist.
+    PanelModel::Clock clock;
+    std::uint32_t capabilities = 0; // USBDEVFS_CAP_*
+    std::function<void(const std::string&)> log;
+};
+
+// One panel from plug to unplug: its device node, the programs that have it open, and
+// its PanelModel.
+//
+// Threads: every operation with the bus's mutex held; ioctls come in on umockdev's
+// thread, which takes the mutex itself. Lifetime: outlives the testbed, whose thread
+// may hold on to it.
+class VirtualPanel {
+public:
+    static constexpr unsigned int maxPort = 31; // of a hub
+
+    struct Address {
+        unsigned int panel; // number on the command line
+        unsigned int bus;
+        unsigned int port;
+        unsigned int device;
+    };
+
+    // `nodePath`: where clients find the node.
+    VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options, const std::string& nodePath);
+    ~VirtualPanel();
+    VirtualPanel(const VirtualPanel&) = delete;
+    VirtualPanel& operator=(const VirtualPanel&) = delete;
+
+    // What to attach to the node.
+    UMockdevIoctlBase* getIoctlHandler() const;
+
+    const Address& getAddress() const;
+    PanelModel& getModel();
+    bool isPlugged() const;
+
+    // Ends everything that is under way, as when the cable is pulled.
+    void unplug();
+
+    // Hands on what has completed; after everything that was done to the model.
+    void settle();
+
+private:
+    static gboolean onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
+    static void onClientGone(gpointer self, GObject* client);
+
+    int handleIoctl(UMockdevIoctlClient* client);
+    UsbfsFile& fileOf(UMockdevIoctlClient* client);
+    void log(const std::string& line) const;
+    void logViolations();
+
+    BusShare& m_share;
+    const Address m_address;
+    PanelModel m_model;
+    const ControlEndpoint m_control;
+    UsbfsNode m_node;
+    const std::shared_ptr<UMockdevIoctlBase> m_handler;
+
+    bool m_plugged = true;
+    PanelModel::UrbId m_lastUrb = 0;
+    std::size_t m_loggedViolations = 0;
+    std::map<void*, std::unique_ptr<UsbfsFile>> m_files; // by client
+};
+
+} // namespace Vantor

@@ -70,7 +70,8 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     run->add_option("--max-packet", options.maxPacketSize, "Packet limit in bytes that the panels announce")
         ->capture_default_str();
     run->add_option("--at", timed, "What happens TIME after PROGRAM's start; may be repeated")
-        ->type_name("TIME COMMAND");
+        ->type_name("TIME COMMAND")
+        ->allow_extra_args(false); // would take the -- before PROGRAM for its own end
     run->add_flag("--no-scatter-gather", withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
     run->add_option("--log", options.logFile, "Write one line for each thing that happens")->type_name("FILE");
     run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();

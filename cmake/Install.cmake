@@ -1,0 +1,44 @@
+# The library, its headers, the protocol library, the programs, and a package that
+# brings them to other CMake projects as Morvane::MorvaneHostUsb and
+# Morvane::MorvaneProtocol. The archive of inner objects stays here.
+include(CMakePackageConfigHelpers)
+include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
+
+set(morvaneIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/morvane)
+set(morvaneConfigDir ${CMAKE_INSTALL_LIBDIR}/cmake/MorvaneHostUsb)
+
+install(TARGETS protocol MorvaneHostUsb MorvaneProtocol
+  EXPORT MorvaneHostUsbTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+  NAMELINK_COMPONENT development)
+install(FILES ${morvaneProtocolHeaders} DESTINATION ${morvaneIncludeDir}/protocol COMPONENT development)
+install(FILES ${morvaneLibraryHeaders} DESTINATION ${morvaneIncludeDir}/libMorvaneHostUsb COMPONENT development)
+
+foreach(program panelctl panelsim)
+  if(TARGET ${program})
+    # Found from any prefix; the system's own needs no help.
+    if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+      set_target_properties(${program} PROPERTIES
+        INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+    endif()
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  endif()
+endforeach()
+
+install(EXPORT MorvaneHostUsbTargets
+  NAMESPACE Morvane::
+  DESTINATION ${morvaneConfigDir}
+  COMPONENT development)
+configure_package_config_file(
+  ${CMAKE_CURRENT_LIST_DIR}/MorvaneHostUsbConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/MorvaneHostUsbConfig.cmake
+  INSTALL_DESTINATION ${morvaneConfigDir}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(
+  ${CMAKE_CURRENT_BINARY_DIR}/MorvaneHostUsbConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/MorvaneHostUsbConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/MorvaneHostUsbConfigVersion.cmake
+  DESTINATION ${morvaneConfigDir}
+  COMPONENT development)

@@ -1,0 +1,43 @@
+# Neither a header too few nor one too many, and no archive of inner objects.
+set(expected
+  libMorvaneHostUsb/ClientLcdBitmap.h
+  libMorvaneHostUsb/Export.h
+  libMorvaneHostUsb/Log.h
+  libMorvaneHostUsb/PacketQueue.h
+  libMorvaneHostUsb/PriorityPacker.h
+  libMorvaneHostUsb/ThreadAnnotations.h
+  libMorvaneHostUsb/UsbDevice.h
+  libMorvaneHostUsb/UsbManager.h
+  libMorvaneHostUsb/UsbMessage.h
+  protocol/DataPacketUnion.h
+  protocol/DeviceInformation.h
+  protocol/FirmwareData.h
+  protocol/FirmwareUpgradeCommand.h
+  protocol/FirmwareUpgradeRequest.h
+  protocol/PackedPacketParser.h
+  protocol/PacketHeader.h
+  protocol/PacketPacker.h
+  protocol/PacketType.h
+  protocol/PanelLink.h
+  protocol/ReqDeviceInfo.h
+  protocol/Visibility.h
+)
+file(GLOB_RECURSE found RELATIVE ${prefix}/${includeDir}/morvane ${prefix}/${includeDir}/*)
+list(SORT found)
+if(NOT found STREQUAL expected)
+  message(FATAL_ERROR "installed headers:\n${found}\nexpected:\n${expected}")
+endif()
+
+set(expected
+  libMorvaneHostUsb.so
+  libMorvaneHostUsb.so.1
+  libMorvaneHostUsb.so.1.2.1
+  libMorvaneProtocol.so
+  libMorvaneProtocol.so.1
+  libMorvaneProtocol.so.1.2.1
+)
+file(GLOB found RELATIVE ${prefix}/${libDir} ${prefix}/${libDir}/lib*)
+list(SORT found)
+if(NOT found STREQUAL expected)
+  message(FATAL_ERROR "installed libraries:\n${found}\nexpected:\n${expected}")
+endif()

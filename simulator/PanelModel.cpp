@@ -297,7 +297,6 @@ void PanelModel::answerOut(const OutUrb& urb)
     if (m_outTransfer.fault) {
         const PanelFault& fault = *m_outTransfer.fault;
         if (fault.kind == PanelFault::Kind::Stall || fault.kind == PanelFault::Kind::Status) {
-            m_outTransfer.lost = true;
             complete(urb.owner, urb.id, fault.kind == PanelFault::Kind::Stall ? -EPIPE : fault.status, {}, 0);
             return;
         }
@@ -317,7 +316,6 @@ void PanelModel::takeBytes(const OutUrb& urb, std::size_t size)
     handle(m_decoder.feed(urb.data.data(), size));
     if (size < urb.data.size()) {
         m_outTransfer.lost = true;
-        m_decoder.dropTransfer();
         return;
     }
     if (!urb.ends)

@@ -225,6 +225,21 @@ TEST_F(PanelModelFault, outStallOnce_failsAllUrbsOfATransfer)
     EXPECT_THAT(panel.getViolations(), IsEmpty());
 }
 
+TEST_F(PanelModelFault, faultInTheMiddleOfATransfer_nextTransferIsWhole)
+{
+    const Bytes whole = frame(20000);
+    for (const PanelFault& middle : {fault(out, stall), status(out, -EPROTO), shortBy(out, 16400)}) {
+        PanelModel panel(options(40000), clock());
+        panel.submitOut(m_owner, 1, part(whole, 0, 16384), false);
+        panel.inject(middle);
+        panel.submitOut(m_owner, 2, part(whole, 16384, 20000), false);
+        panel.submitOut(m_owner, 3, frame(20), false);
+        EXPECT_EQ(panel.getRecords().size(), 1u);
+        EXPECT_EQ(panel.getStatistics().bytesReceived, middle.kind == stall || middle.status != 0 ? 16404u : 16420u);
+        EXPECT_THAT(panel.getViolations(), IsEmpty());
+    }
+}
+
 TEST_F(PanelModelFault, inShort_waitsForDataAndLosesTheRest)
 {
     m_panel.inject(shortBy(in, 3));

@@ -123,6 +123,14 @@ TEST(PanelOutbox, readOfNoBytes_takesNothingAndLosesNothing)
     EXPECT_THAT(outbox.take(512).bytes, ElementsAre(9));
 }
 
+TEST(PanelOutbox, emptyPacketInAReadOfNoBytes_isEnded)
+{
+    PanelOutbox outbox;
+    outbox.add({});
+    EXPECT_THAT(outbox.take(0).bytes, IsEmpty());
+    EXPECT_TRUE(outbox.isEmpty());
+}
+
 TEST(PanelOutbox, emptyPacket_readOfNothing)
 {
     PanelOutbox outbox;
@@ -142,6 +150,16 @@ TEST(PanelOutbox, limit_losesTheRestOfTheTransferOnly)
     EXPECT_THAT(chunk.bytes, ElementsAre(1, 2, 3));
     EXPECT_EQ(chunk.packets, 1u);
     EXPECT_THAT(outbox.take(4, 2).bytes, ElementsAre(5, 6));
+    EXPECT_TRUE(outbox.isEmpty());
+}
+
+TEST(PanelOutbox, limitInAPacketLargerThanTheRead_losesAllTheRest)
+{
+    PanelOutbox outbox;
+    outbox.add(counting(1100));
+    const auto chunk = outbox.take(512, 100);
+    EXPECT_EQ(chunk.bytes, counting(100));
+    EXPECT_EQ(chunk.packets, 0u);
     EXPECT_TRUE(outbox.isEmpty());
 }
 

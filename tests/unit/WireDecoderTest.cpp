@@ -144,6 +144,16 @@ TEST(WireDecoder, lengthBelowHeader_restOfTransferIsLost)
     }
 }
 
+TEST(WireDecoder, bytesBehindALostBoundary_ignoredToTheTransfersEnd)
+{
+    WireDecoder decoder(limit);
+    const Bytes bad{7, 0, 0, 0, 0, 0, 0, 0};
+    EXPECT_EQ(decoder.feed(bad.data(), bad.size()).violations.size(), 1u);
+    EXPECT_THAT(decoder.feed(oneRecord.data(), oneRecord.size()).packets, IsEmpty());
+    EXPECT_THAT(decoder.endTransfer().violations, IsEmpty());
+    EXPECT_EQ(decoder.feed(oneRecord.data(), oneRecord.size()).packets.size(), 1u);
+}
+
 TEST(WireDecoder, transferEndsInsidePacket_violationAndPacketDropped)
 {
     Bytes cut = twoRecords;

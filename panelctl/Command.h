@@ -1,0 +1,20 @@
+#pragma once
+
+namespace Vantor {
+
+class Output;
+class Session;
+
+// One subcommand with its arguments, checked.
+class Command {
+public:
+    virtual ~Command() = default;
+
+    // Does the work; throws Failure for everything that ends in an exit code but 0.
+    virtual void run(Session& session, Output& output) = 0;
+
+    // Whether run fetches packets from the session.
+    virtual bool wantsPackets() const { return false; }
+};
+
+} // namespace Vantor

@@ -1,0 +1,229 @@
+#include "panelctl/CommandLine.h"
+
+#include "libMorvaneHostUsb/UsbManager.h"
+#include "panelctl/DemoCommand.h"
+#include "panelctl/Failure.h"
+#include "panelctl/InfoCommand.h"
+#include "panelctl/ListCommand.h"
+#include "panelctl/SendCommand.h"
+#include "panelctl/WatchCommand.h"
+#include "protocol/PacketType.h"
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+namespace Vantor {
+
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+
+constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and ports (1-4), as `panelctl list`\n"
+                                   "shows them. Results go to standard output; the library's log and errors go to\n"
+                                   "standard error.\n"
+                                   "\n"
+                                   "Exit codes:\n"
+                                   "  0    done\n"
+                                   "  1    failed: the panel can't be used, the record is refused, output can't be\n"
+                                   "       written\n"
+                                   "  2    bad arguments, an unreadable file, or no word on which of several panels\n"
+                                   "  3    no panel attached, or not the one asked for\n"
+                                   "  4    the panel went away meanwhile\n"
+                                   "  5    timed out\n"
+                                   "  130  interrupted by Ctrl-C (143 by SIGTERM), after an orderly shutdown";
+
+constexpr const char* helpHint = "`panelctl --help` shows what there is.";
+
+std::string describeVersion()
+{
+    return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion();
+}
+
+std::chrono::nanoseconds toNanoseconds(double seconds)
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(Seconds(seconds));
+}
+
+// Refuses what is no time to wait: below zero, not a number, or over a day.
+const CLI::Validator& time()
+{
+    static const CLI::Validator validator(
+        [](const std::string& text) {
+            double seconds = 0;
+            const bool isTime = CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= 86400;
+            return isTime ? std::string() : "'" + text + "' is not a time in seconds, from 0 to 86400";
+        },
+        "");
+    return validator;
+}
+
+template <typename Number> CLI::Validator numberBetween(Number low, Number high, const std::string& what)
+{
+    return CLI::Validator(
+        [=](const std::string& text) {
+            Number value{};
+            const bool isGood = text.find_first_not_of("0123456789") == std::string::npos && !text.empty() &&
+                                (text.size() == 1 || text[0] != '0') && CLI::detail::lexical_cast(text, value) &&
+                                value >= low && value <= high;
+            return isGood
+                       ? std::string()
+                       : "'" + text + "' is not " + what + ", " + std::to_string(low) + " to " + std::to_string(high);
+        },
+        "");
+}
+
+// The parser with what it fills.
+class Parser {
+public:
+    Parser();
+    CommandLine parse(int argc, char** argv);
+
+private:
+    void addList();
+    void addInfo();
+    void addWatch();
+    void addSend();
+    void addDemo();
+    CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
+    CLI::Option* addPanel(CLI::App& command);
+
+    CLI::App m_app;
+    std::vector<std::pair<CLI::App*, std::function<std::unique_ptr<Command>()>>> m_commands;
+
+    int m_logLevel = 2;
+    double m_timeout = 5;
+    std::optional<std::string> m_panel;
+    std::optional<double> m_duration;
+    WatchCommand::Options m_watch;
+    SendCommand::Options m_send;
+};
+
+Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "panelctl")
+{
+    m_app.require_subcommand(0, 1);
+    m_app.fallthrough();
+    m_app.get_formatter()->column_width(26);
+    m_app.set_help_flag("-h,--help", "Print this help, or a command's");
+    m_app.set_version_flag("--version", describeVersion, "Print the versions of the tool and the library");
+    m_app
+        .add_option("--log-level", m_logLevel,
+                    "The library's log: 0 none, 2 errors (default),\n3 summaries, 4 packets, 5 all")
+        ->option_text("0..5")
+        ->check(numberBetween(0, 5, "a log level"));
+    m_app
+        .add_option("--timeout", m_timeout,
+                    "Longest wait for a panel's information, and for\na record to leave (default 5)")
+        ->option_text("SECONDS")
+        ->check(time());
+    m_app.footer(helpFooter);
+    addList();
+    addInfo();
+    addWatch();
+    addSend();
+    addDemo();
+}
+
+CLI::App* Parser::add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make)
+{
+    CLI::App* const command = m_app.add_subcommand(name, description);
+    command->footer("`panelctl --help` shows the common options and the exit codes.");
+    m_commands.emplace_back(command, std::move(make));
+    return command;
+}
+
+CLI::Option* Parser::addPanel(CLI::App& command)
+{
+    return command.add_option("--panel", m_panel, "Which panel, if several are attached")->option_text("PANEL");
+}
+
+void Parser::addList()
+{
+    add("list", "List the panels attached", [this] { return std::make_unique<ListCommand>(toNanoseconds(m_timeout)); });
+}
+
+void Parser::addInfo()
+{
+    CLI::App* const command = add("info", "Show what a panel says of itself",
+                                  [this] { return std::make_unique<InfoCommand>(toNanoseconds(m_timeout), m_panel); });
+    addPanel(*command);
+}
+
+void Parser::addWatch()
+{
+    CLI::App* const command = add("watch", "Print arrivals, departures and packets as they come", [this] {
+        if (m_duration)
+            m_watch.duration = toNanoseconds(*m_duration);
+        return std::make_unique<WatchCommand>(m_watch);
+    });
+    command->add_option("--duration", m_duration, "End after this time")->option_text("SECONDS")->check(time());
+    command->add_option("--count", m_watch.count, "End after this many packets")
+        ->option_text("N")
+        ->check(numberBetween<std::uint64_t>(1, std::numeric_limits<std::int64_t>::max(), "a number of packets"));
+    command->add_option("--bytes", m_watch.shownBytes, "Show at most this many bytes of a packet")
+        ->option_text("N")
+        ->check(numberBetween<std::uint64_t>(0, 65535, "a number of bytes"));
+}
+
+void Parser::addSend()
+{
+    CLI::App* const command = add("send", "Send a record to a panel, and wait until it has left", [this] {
+        if (m_send.hex.has_value() == m_send.file.has_value())
+            throw Failure(ExitCode::Usage, "send: give the record's payload with either --hex or --file.");
+        m_send.panel = m_panel;
+        return std::make_unique<SendCommand>(toNanoseconds(m_timeout), m_send);
+    });
+    command->add_option("--type", m_send.type, "The record's type")
+        ->option_text("0..46")
+        ->check(numberBetween(0, packetTypeCount - 1, "a record type"))
+        ->required();
+    command->add_option("--key", m_send.key, "Send it as the latest value of this key")
+        ->option_text("N")
+        ->check(numberBetween<std::uint64_t>(0, std::numeric_limits<std::uint32_t>::max(), "a key"));
+    command->add_option("--hex", m_send.hex, "The payload, two digits a byte: 'de ad 00 01'")->option_text("DIGITS");
+    command->add_option("--file", m_send.file, "The payload, as the file's bytes")->option_text("FILE");
+    addPanel(*command);
+    command->add_option("--repeat", m_send.repeat, "Send it this often, one after the other")
+        ->option_text("N")
+        ->check(numberBetween<std::uint64_t>(1, 1000000000, "a number of times"));
+}
+
+void Parser::addDemo()
+{
+    add("demo", "Drive simulated panels and report; run it by ./run-demo",
+        [] { return std::make_unique<DemoCommand>(); });
+}
+
+CommandLine Parser::parse(int argc, char** argv)
+{
+    CommandLine line;
+    try {
+        m_app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        std::ostringstream out;
+        std::ostringstream ignored;
+        if (m_app.exit(error, out, ignored) != 0)
+            throw Failure(ExitCode::Usage, std::string(error.what()) + ".\n" + helpHint);
+        line.text = out.str();
+        return line;
+    }
+    line.logLevel = m_logLevel;
+    for (const auto& [app, make] : m_commands)
+        if (app->parsed())
+            line.command = make();
+    if (!line.command)
+        throw Failure(ExitCode::Usage, "no command given: list, info, watch, send or demo.\n" + std::string(helpHint));
+    return line;
+}
+
+} // namespace
+
+CommandLine CommandLine::parse(int argc, char** argv)
+{
+    return Parser().parse(argc, argv);
+}
+
+} // namespace Vantor

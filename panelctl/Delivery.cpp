@@ -1,0 +1,35 @@
+#include "panelctl/Delivery.h"
+
+#include "protocol/PacketHeader.h"
+
+namespace Vantor {
+
+Delivery::Delivery(const Panel& panel)
+    : m_panel(panel), m_counter(panel.getSentBytes()), m_takenBytes(0), m_recordBytes(0)
+{}
+
+void Delivery::add(PacketType type, const std::optional<unsigned int>& key, const std::vector<std::uint8_t>& payload)
+{
+    PriorityPacker& packer = m_panel.getDevice().getPacker();
+    const auto size = static_cast<unsigned int>(payload.size());
+    m_recordBytes += sizeof(RecordHeader) + size;
+    if (key)
+        packer.addStructData(payload.data(), size, type, *key);
+    else
+        packer.addStructData(payload.data(), size, type);
+}
+
+bool Delivery::isTaken()
+{
+    return !m_panel.getDevice().getPacker().hasMoreData() && getTakenBytes() >= m_recordBytes + sizeof(PacketHeader);
+}
+
+std::uint64_t Delivery::getTakenBytes()
+{
+    const std::uint32_t counter = m_panel.getSentBytes();
+    m_takenBytes += static_cast<std::uint32_t>(counter - m_counter); // the counter wraps
+    m_counter = counter;
+    return m_takenBytes;
+}
+
+} // namespace Vantor

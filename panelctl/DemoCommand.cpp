@@ -1,0 +1,7 @@
+#include "panelctl/DemoCommand.h"
+
+namespace Vantor {
+
+void DemoCommand::run(Session& /*session*/, Output& /*output*/) {}
+
+} // namespace Vantor

@@ -1,0 +1,115 @@
+#include "panelctl/Diagnosis.h"
+
+#include "protocol/PacketHeader.h"
+#include "protocol/PanelLink.h"
+#include "protocol/ReqDeviceInfo.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+std::string formatHex(unsigned int value, int digits)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%0*x", digits, value);
+    return text;
+}
+
+std::string usbId()
+{
+    return formatHex(PanelLink::developmentVendorId, 4) + ":" + formatHex(PanelLink::productId, 4);
+}
+
+std::string outEndpoint()
+{
+    return "endpoint 0x" + formatHex(PanelLink::outEndpoint, 2);
+}
+
+// Where the kernel lets programs open the device; empty when that can't be told.
+std::string findNode(const Panel& panel)
+{
+    const std::string folder = "/sys/bus/usb/devices/" + panel.getPlace() + "/";
+    int bus = 0;
+    int number = 0;
+    if (!(std::ifstream(folder + "busnum") >> bus) || !(std::ifstream(folder + "devnum") >> number))
+        return "";
+    char node[40];
+    std::snprintf(node, sizeof node, "/dev/bus/usb/%03d/%03d", bus, number);
+    return node;
+}
+
+} // namespace
+
+std::string explainNoPanel()
+{
+    return "no panel found: no USB device with the id " + usbId() +
+           " or a production panel's is attached.\n"
+           "Is the panel powered and plugged in? `lsusb -d " +
+           usbId() + "` shows what the system sees.";
+}
+
+std::string explainUnusable(const Panel& panel)
+{
+    const std::string attached = panel.getName() + " is attached but can't be used: ";
+    const std::string node = findNode(panel);
+    if (!node.empty() && access(node.c_str(), R_OK | W_OK) != 0) {
+        const std::string reason = std::generic_category().message(errno);
+        return attached + "this user may not open " + node + " (" + reason + ").\nAdd a udev rule for " + usbId() +
+               " that gives your user access, then re-plug the panel; or run panelctl as root.";
+    }
+    return attached + "interface " + std::to_string(PanelLink::interfaceNumber) + " could not be opened and claimed" +
+           (node.empty() ? "" : " on " + node) + ".\nMost likely another program is driving the panel: end it" +
+           (node.empty() ? "" : " (`fuser -v " + node + "` names it)") +
+           ".\nThe library's own reason is in its log, with --log-level 2 or higher.";
+}
+
+std::string explainLeft(const Panel& panel)
+{
+    return panel.getName() + " went away: it was unplugged, or given up after a USB error.";
+}
+
+std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit)
+{
+    constexpr unsigned int requestBytes = sizeof(PacketHeader) + sizeof(RecordHeader) + sizeof(ReqDeviceInfo);
+    std::string text = panel.getName() + " has not sent its device information within " + formatSeconds(limit) + ".\n";
+    if (panel.getSentBytes() < requestBytes)
+        text += "It has not taken the request for it either (" + std::to_string(panel.getSentBytes()) + " bytes on " +
+                outEndpoint() + "): its firmware is not running, hangs, or has stalled the endpoint. Re-plug it.";
+    else if (panel.getReceivedBytes() == 0)
+        text += "It took the request (" + outEndpoint() + ") but has sent nothing at all (endpoint 0x" +
+                formatHex(PanelLink::inEndpoint, 2) + "). Re-plug it, or wait longer with --timeout.";
+    else
+        text += "It took the request (" + outEndpoint() + ") and does send packets (" +
+                std::to_string(panel.getReceivedBytes()) + " bytes), but not this one. `panelctl watch` shows them.";
+    return text;
+}
+
+std::string explainNotTaken(const Panel& panel, std::uint64_t takenBytes, std::uint64_t wantedBytes,
+                            std::chrono::nanoseconds limit)
+{
+    const std::string amount =
+        std::to_string(takenBytes) + " of " + std::to_string(wantedBytes) + " bytes on " + outEndpoint();
+    if (takenBytes != 0 && !panel.getDevice().getPacker().hasMoreData())
+        return panel.getName() + " took only a part of the packet: " + amount +
+               ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
+    return panel.getName() + " has not taken the record within " + formatSeconds(limit) + ": " + amount +
+           ".\nThe panel does not read the endpoint (firmware busy or hung), or the endpoint is stalled. "
+           "Re-plug it, or wait longer with --timeout.\n"
+           "The record was still queued and goes no further, though the panel may have got it in a last attempt.";
+}
+
+std::string formatSeconds(std::chrono::nanoseconds time)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g s", std::chrono::duration<double>(time).count());
+    return text;
+}
+
+} // namespace Vantor

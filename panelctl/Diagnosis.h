@@ -1,0 +1,31 @@
+#pragma once
+
+#include "panelctl/Panel.h"
+
+#include <chrono>
+#include <string>
+
+namespace Vantor {
+
+// What panelctl says when something is in the way: what was found, why that is no
+// use, and the next step. First line first, further lines separated by newlines.
+
+std::string explainNoPanel();
+
+// A panel that is attached and not alive: it could not be opened or claimed.
+std::string explainUnusable(const Panel& panel);
+
+// A panel that was alive and is so no longer.
+std::string explainLeft(const Panel& panel);
+
+// A panel that has not described itself within `limit`.
+std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit);
+
+// A record that the panel has not taken within `limit`.
+std::string explainNotTaken(const Panel& panel, std::uint64_t takenBytes, std::uint64_t wantedBytes,
+                            std::chrono::nanoseconds limit);
+
+// "2.5 s"
+std::string formatSeconds(std::chrono::nanoseconds time);
+
+} // namespace Vantor

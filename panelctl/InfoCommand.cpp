@@ -1,0 +1,40 @@
+#include "panelctl/InfoCommand.h"
+
+#include "panelctl/Output.h"
+#include "panelctl/Session.h"
+
+#include <utility>
+
+namespace Vantor {
+
+namespace {
+
+std::string describeLimit(const Panel& panel)
+{
+    std::string text = std::to_string(panel.getPacketLimit()) + " bytes: records of up to " +
+                       std::to_string(panel.getPayloadLimit()) + " payload bytes";
+    const unsigned int announced = panel.getInformation()->maxPacketSize;
+    if (announced != panel.getPacketLimit())
+        text += "\n              (it announces " + std::to_string(announced) + "; only more than 1024 is taken over)";
+    return text;
+}
+
+} // namespace
+
+InfoCommand::InfoCommand(std::chrono::nanoseconds timeout, std::optional<std::string> panel)
+    : m_timeout(timeout), m_panel(std::move(panel))
+{}
+
+void InfoCommand::run(Session& session, Output& output)
+{
+    const Panel panel = session.awaitInformation(session.choosePanel(m_panel), m_timeout);
+    output.line("uid           %s", panel.getUidText().c_str());
+    output.line("bus-port      %s", panel.getPlace().c_str());
+    output.line("description   %s", panel.getDescription().c_str());
+    output.line("packet limit  %s", describeLimit(panel).c_str());
+    output.line("last byte     0x%02x (its meaning is the firmware's)", panel.getInformation()->reserved);
+    output.line("taken, sent   %u bytes, %u bytes since panelctl was started", panel.getSentBytes(),
+                panel.getReceivedBytes());
+}
+
+} // namespace Vantor

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace Vantor {
+
+// The tool's standard output. The library prints its log to standard output too;
+// from construction on that goes to standard error, so that what panelctl prints
+// can be piped. Construct it before the library is first used.
+//
+// Threads: one.
+class Output {
+public:
+    Output();
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    // One whole line; the newline is added. Throws Failure when it can't be written.
+    __attribute__((format(printf, 2, 3))) void line(const char* format, ...);
+
+    // Text of any number of lines, as it is.
+    void text(const std::string& text);
+
+private:
+    std::FILE* m_stream;
+};
+
+// A message on standard error: "panelctl: " and the text, its further lines indented.
+void printError(const std::string& text);
+
+} // namespace Vantor

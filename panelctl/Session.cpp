@@ -1,0 +1,227 @@
+#include "panelctl/Session.h"
+
+#include "panelctl/Diagnosis.h"
+#include "panelctl/Failure.h"
+#include "protocol/ReqDeviceInfo.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <ctime>
+#include <system_error>
+#include <utility>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+// What a user may write for a panel: its uid, with or without 0x and leading
+// zeros, or its place.
+bool isNamedBy(const Panel& panel, std::string selector)
+{
+    std::transform(selector.begin(), selector.end(), selector.begin(),
+                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    if (selector == panel.getPlace())
+        return true;
+    if (selector.compare(0, 2, "0x") == 0)
+        selector.erase(0, 2);
+    if (selector.empty() || selector.size() > 4)
+        return false;
+    return std::string(4 - selector.size(), '0') + selector == panel.getUidText();
+}
+
+std::string enumerate(const std::vector<Panel>& panels)
+{
+    std::string text;
+    for (const Panel& panel : panels)
+        text += (text.empty() ? "" : ", ") + panel.getUidText() + " (" + panel.getPlace() + ")";
+    return text;
+}
+
+} // namespace
+
+Session::Session(const Interrupt& interrupt, bool keepPackets)
+    : m_interrupt(interrupt), m_keepPackets(keepPackets), m_wakeDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    if (m_wakeDescriptor < 0)
+        throw Failure(ExitCode::Failed, "no event descriptor: " + std::generic_category().message(errno) + ".");
+    UsbManager* const manager = UsbManager::getUsbManager();
+    manager->registerObserver(this);
+    manager->initialise();
+}
+
+Session::~Session()
+{
+    UsbManager::destroyUsbManager();
+    close(m_wakeDescriptor);
+}
+
+std::vector<Panel> Session::getPanels() const
+{
+    std::vector<Panel> panels;
+    for (auto& device : UsbManager::getUsbManager()->getDeviceListSafe()) {
+        const std::optional<DeviceInformation> information = getInformation(device->getUid());
+        panels.emplace_back(std::move(device), information);
+    }
+    return panels;
+}
+
+std::optional<Panel> Session::findPanel(std::uint16_t uid) const
+{
+    std::shared_ptr<UsbDevice> device = UsbManager::getUsbManager()->getDevice(uid);
+    if (!device)
+        return std::nullopt;
+    return Panel(std::move(device), getInformation(uid));
+}
+
+Panel Session::choosePanel(const std::optional<std::string>& selector) const
+{
+    const std::vector<Panel> panels = getPanels();
+    if (panels.empty())
+        throw Failure(ExitCode::NoPanel, explainNoPanel());
+    if (!selector) {
+        if (panels.size() > 1)
+            throw Failure(ExitCode::Usage, std::to_string(panels.size()) + " panels are attached: " +
+                                               enumerate(panels) + ".\nSay which one with --panel.");
+        return panels.front();
+    }
+    const auto named = std::find_if(panels.begin(), panels.end(),
+                                    [&selector](const Panel& panel) { return isNamedBy(panel, *selector); });
+    if (named == panels.end())
+        throw Failure(ExitCode::NoPanel, "no panel is called '" + *selector + "'. Attached: " + enumerate(panels) +
+                                             ".\nName one by its uid or, in brackets here, its bus and ports.");
+    return *named;
+}
+
+void Session::awaitInformation(std::chrono::nanoseconds limit)
+{
+    for (const Panel& panel : getPanels())
+        requestInformation(panel);
+    waitUntil(Clock::now() + limit, limit, [this] {
+        const std::vector<Panel> panels = getPanels();
+        return std::all_of(panels.begin(), panels.end(),
+                           [](const Panel& panel) { return panel.getInformation() || !panel.isAlive(); });
+    });
+}
+
+Panel Session::awaitInformation(const Panel& panel, std::chrono::nanoseconds limit)
+{
+    if (!panel.isAlive())
+        throw Failure(ExitCode::Failed, explainUnusable(panel));
+    requestInformation(panel);
+    const bool inTime = waitUntil(Clock::now() + limit, limit, [this, &panel] {
+        return !panel.isAlive() || getInformation(panel.getUid()).has_value();
+    });
+    if (!panel.isAlive())
+        throw Failure(ExitCode::PanelLeft, explainLeft(panel) + " Nothing was sent.");
+    const std::optional<DeviceInformation> information = getInformation(panel.getUid());
+    if (!inTime || !information)
+        throw Failure(ExitCode::TimedOut, explainNoInformation(panel, limit));
+    return panel.with(*information);
+}
+
+std::optional<PanelEvent> Session::nextEvent(Clock::time_point deadline)
+{
+    std::optional<PanelEvent> event;
+    waitUntil(deadline, std::chrono::hours(1), [this, &event] {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_events.empty())
+            return false;
+        event = std::move(m_events.front());
+        m_events.pop_front();
+        return true;
+    });
+    return event;
+}
+
+bool Session::waitUntil(Clock::time_point deadline, std::chrono::nanoseconds step,
+                        const std::function<bool()>& condition)
+{
+    for (;;) {
+        Interrupt::check();
+        if (condition())
+            return true;
+        const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - Clock::now());
+        if (left <= left.zero())
+            return false;
+        sleep(std::min(left, step));
+    }
+}
+
+// The library asks by itself two seconds after it found a panel; a tool that was
+// started a moment ago need not wait for that.
+void Session::requestInformation(const Panel& panel)
+{
+    if (panel.isAlive() && !panel.getInformation() && m_asked.insert(panel.getUid()).second)
+        panel.getDevice().getPacker().addData(ReqDeviceInfo{1});
+}
+
+std::optional<DeviceInformation> Session::getInformation(std::uint16_t uid) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_information.find(uid);
+    if (found == m_information.end())
+        return std::nullopt;
+    return found->second;
+}
+
+void Session::onDeviceAdded(std::uint16_t uid)
+{
+    add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}});
+}
+
+void Session::onDeviceRemoved(std::uint16_t uid)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_information.erase(uid);
+    }
+    add({PanelEvent::Kind::Departed, Clock::now(), uid, {}, {}});
+}
+
+void Session::onParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
+                             unsigned int length)
+{
+    if (type == PacketType::DeviceInformation) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_information[deviceId] = data.deviceInformation;
+    }
+    if (m_keepPackets)
+        add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {data.bytes, data.bytes + length}});
+    else
+        wake();
+}
+
+void Session::add(PanelEvent event)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_events.push_back(std::move(event));
+    }
+    wake();
+}
+
+void Session::wake() const
+{
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(m_wakeDescriptor, &one, sizeof one);
+}
+
+// Until the library tells something, a signal comes or the time is over.
+void Session::sleep(std::chrono::nanoseconds time) const
+{
+    std::array<pollfd, 2> sources{{{m_interrupt.getDescriptor(), POLLIN, 0}, {m_wakeDescriptor, POLLIN, 0}}};
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    const timespec limit{static_cast<std::time_t>(seconds.count()), static_cast<long>((time - seconds).count())};
+    if (ppoll(sources.data(), sources.size(), &limit, nullptr) > 0 && sources[1].revents != 0) {
+        std::uint64_t count = 0;
+        [[maybe_unused]] const ssize_t taken = read(m_wakeDescriptor, &count, sizeof count);
+    }
+}
+
+} // namespace Vantor

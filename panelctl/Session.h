@@ -1,0 +1,96 @@
+#pragma once
+
+#include "libMorvaneHostUsb/UsbManager.h"
+#include "panelctl/Interrupt.h"
+#include "panelctl/Panel.h"
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Vantor {
+
+// What a panel did, as the library told it.
+struct PanelEvent {
+    enum class Kind {
+        Arrived,
+        Departed,
+        Packet,
+    };
+
+    Kind kind;
+    std::chrono::steady_clock::time_point time;
+    std::uint16_t uid;
+    PacketType type;                   // of a packet
+    std::vector<std::uint8_t> payload; // of a packet
+};
+
+// The library, from start to orderly stop, for the length of one command. Its
+// callbacks are turned into events and information that the main thread fetches.
+//
+// Threads: everything public belongs to the main thread; the library's threads
+// come in through the observer.
+class Session final : private UsbManager::Observer {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // Starts the library: panels already attached are known on return. Packets
+    // are kept as events only if asked for, so that nobody's backlog grows.
+    Session(const Interrupt& interrupt, bool keepPackets);
+    ~Session() override;
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // All panels attached now, in order of arrival.
+    std::vector<Panel> getPanels() const;
+    std::optional<Panel> findPanel(std::uint16_t uid) const;
+
+    // The one that `selector` names, as a uid or a place; without a selector, the only
+    // one. Throws Failure that lists what is there.
+    Panel choosePanel(const std::optional<std::string>& selector) const;
+
+    // Asks every panel without information for it, and waits until all that can
+    // answer have done so or the time is over.
+    void awaitInformation(std::chrono::nanoseconds limit);
+
+    // The same for one panel, which is returned with its information. Throws Failure that tells
+    // how far the panel got.
+    Panel awaitInformation(const Panel& panel, std::chrono::nanoseconds limit);
+
+    // The next event in order, or nothing when the time is over.
+    std::optional<PanelEvent> nextEvent(Clock::time_point deadline);
+
+    // Waits until the condition holds; false when the time is over. It is looked at
+    // after every event, and every `step`. Throws Interrupted.
+    bool waitUntil(Clock::time_point deadline, std::chrono::nanoseconds step, const std::function<bool()>& condition);
+
+private:
+    void onDeviceAdded(std::uint16_t uid) override;
+    void onDeviceRemoved(std::uint16_t uid) override;
+    void onParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
+                        unsigned int length) override;
+
+    void add(PanelEvent event);
+    void wake() const;
+    void sleep(std::chrono::nanoseconds time) const;
+    void requestInformation(const Panel& panel);
+    std::optional<DeviceInformation> getInformation(std::uint16_t uid) const;
+
+    const Interrupt& m_interrupt;
+    const bool m_keepPackets;
+    int m_wakeDescriptor;            // readable when the library has told something
+    std::set<std::uint16_t> m_asked; // for their information
+
+    mutable std::mutex m_mutex;
+    std::deque<PanelEvent> m_events;                          // under m_mutex
+    std::map<std::uint16_t, DeviceInformation> m_information; // under m_mutex; own copies, as the library's change
+};
+
+} // namespace Vantor

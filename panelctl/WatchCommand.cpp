@@ -1,0 +1,76 @@
+#include "panelctl/WatchCommand.h"
+
+#include "panelctl/Diagnosis.h"
+#include "panelctl/Failure.h"
+#include "panelctl/HexText.h"
+#include "panelctl/Output.h"
+
+#include <cinttypes>
+
+namespace Vantor {
+
+WatchCommand::WatchCommand(const Options& options) : m_options(options) {}
+
+void WatchCommand::run(Session& session, Output& output)
+{
+    try {
+        watch(session, output);
+    } catch (const Interrupted&) {
+        summarise(output);
+        throw;
+    }
+    summarise(output);
+    if (m_options.count && m_packets < *m_options.count)
+        throw Failure(ExitCode::TimedOut, "only " + std::to_string(m_packets) + " of " +
+                                              std::to_string(*m_options.count) + " packets came within " +
+                                              formatSeconds(*m_options.duration) + ".");
+}
+
+void WatchCommand::watch(Session& session, Output& output)
+{
+    m_start = Session::Clock::now();
+    const auto end = m_options.duration
+                         ? m_start + std::chrono::duration_cast<Session::Clock::duration>(*m_options.duration)
+                         : Session::Clock::time_point::max();
+    if (session.getPanels().empty())
+        printError("no panel is attached yet; waiting for one.");
+    while (!m_options.count || m_packets < *m_options.count) {
+        const std::optional<PanelEvent> event = session.nextEvent(end);
+        if (!event)
+            return;
+        print(*event, session, output);
+    }
+}
+
+void WatchCommand::print(const PanelEvent& event, const Session& session, Output& output)
+{
+    const double seconds = std::chrono::duration<double>(event.time - m_start).count();
+    const std::string uid = formatUid(event.uid);
+    switch (event.kind) {
+    case PanelEvent::Kind::Arrived: {
+        ++m_arrivals;
+        const std::optional<Panel> panel = session.findPanel(event.uid);
+        output.line("%9.3f  %s  arrived  %s", seconds, uid.c_str(), panel ? panel->getPlace().c_str() : "");
+        if (panel && !panel->isAlive())
+            printError(explainUnusable(*panel));
+        break;
+    }
+    case PanelEvent::Kind::Departed:
+        ++m_departures;
+        output.line("%9.3f  %s  left", seconds, uid.c_str());
+        break;
+    case PanelEvent::Kind::Packet:
+        ++m_packets;
+        output.line("%9.3f  %s  packet   type %-2d  %5zu bytes  %s", seconds, uid.c_str(), static_cast<int>(event.type),
+                    event.payload.size(), HexText::format(event.payload, m_options.shownBytes).c_str());
+        break;
+    }
+}
+
+void WatchCommand::summarise(Output& output) const
+{
+    output.line("%" PRIu64 " packets, %" PRIu64 " arrivals, %" PRIu64 " departures", m_packets, m_arrivals,
+                m_departures);
+}
+
+} // namespace Vantor

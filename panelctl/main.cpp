@@ -1,0 +1,45 @@
+#include "libMorvaneHostUsb/Log.h"
+#include "panelctl/CommandLine.h"
+#include "panelctl/Failure.h"
+#include "panelctl/Interrupt.h"
+#include "panelctl/Output.h"
+#include "panelctl/Session.h"
+
+#include <cstring>
+#include <exception>
+
+namespace {
+
+using namespace Vantor;
+
+void runTool(int argc, char** argv)
+{
+    Output output;
+    const Interrupt interrupt;
+    const CommandLine line = CommandLine::parse(argc, argv);
+    if (!line.command) {
+        output.text(line.text);
+        return;
+    }
+    setLogLevel(static_cast<LogLevel::Level>(line.logLevel));
+    Session session(interrupt, line.command->wantsPackets());
+    line.command->run(session, output);
+}
+
+} // namespace
+
+// By the time a failure is reported here, the library has been shut down.
+int main(int argc, char** argv)
+{
+    try {
+        runTool(argc, argv);
+        return static_cast<int>(ExitCode::Success);
+    } catch (const Failure& failure) {
+        if (*failure.what() != '\0')
+            printError(failure.what());
+        return failure.getExitCode();
+    } catch (const std::exception& error) {
+        printError(std::string("unexpected: ") + error.what());
+        return static_cast<int>(ExitCode::Failed);
+    }
+}

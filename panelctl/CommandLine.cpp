@@ -1,12 +1,12 @@
 #include "panelctl/CommandLine.h"
 
 #include "libMorvaneHostUsb/UsbManager.h"
-#include "panelctl/DemoCommand.h"
 #include "panelctl/Failure.h"
 #include "panelctl/InfoCommand.h"
 #include "panelctl/ListCommand.h"
 #include "panelctl/SendCommand.h"
 #include "panelctl/WatchCommand.h"
+#include "panelctl/demo/DemoCommand.h"
 #include "protocol/PacketType.h"
 
 #include <cmath>
@@ -100,6 +100,7 @@ private:
     std::optional<double> m_duration;
     WatchCommand::Options m_watch;
     SendCommand::Options m_send;
+    bool m_anyPanel = false;
 };
 
 Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "panelctl")
@@ -193,8 +194,9 @@ void Parser::addSend()
 
 void Parser::addDemo()
 {
-    add("demo", "Drive simulated panels and report; run it by ./run-demo",
-        [] { return std::make_unique<DemoCommand>(); });
+    CLI::App* const command = add("demo", "Drive simulated panels and report; ./run-demo runs it",
+                                  [this] { return std::make_unique<DemoCommand>(m_anyPanel); });
+    command->add_flag("--any-panel", m_anyPanel, "Also send the demo's made-up records to real panels");
 }
 
 CommandLine Parser::parse(int argc, char** argv)

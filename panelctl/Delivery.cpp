@@ -21,7 +21,12 @@ void Delivery::add(PacketType type, const std::optional<unsigned int>& key, cons
 
 bool Delivery::isTaken()
 {
-    return !m_panel.getDevice().getPacker().hasMoreData() && getTakenBytes() >= m_recordBytes + sizeof(PacketHeader);
+    return !m_panel.getDevice().getPacker().hasMoreData() && getTakenBytes() >= getLeastTotal();
+}
+
+std::uint64_t Delivery::getLeastTotal() const
+{
+    return m_recordBytes + sizeof(PacketHeader);
 }
 
 std::uint64_t Delivery::getTakenBytes()

@@ -33,6 +33,9 @@ public:
     // Bytes of the records added so far with their framing, without packet headers.
     std::uint64_t getRecordBytes() const { return m_recordBytes; }
 
+    // Bytes of all of them in one packet: the least that the panel takes.
+    std::uint64_t getLeastTotal() const;
+
 private:
     Panel m_panel;
     std::uint32_t m_counter; // as last read

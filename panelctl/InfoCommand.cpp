@@ -11,8 +11,8 @@ namespace {
 
 std::string describeLimit(const Panel& panel)
 {
-    std::string text = std::to_string(panel.getPacketLimit()) + " bytes: records of up to " +
-                       std::to_string(panel.getPayloadLimit()) + " payload bytes";
+    std::string text = std::to_string(panel.getPacketLimit()) + " bytes, which leaves " +
+                       std::to_string(panel.getPayloadLimit()) + " for a record's payload";
     const unsigned int announced = panel.getInformation()->maxPacketSize;
     if (announced != panel.getPacketLimit())
         text += "\n              (it announces " + std::to_string(announced) + "; only more than 1024 is taken over)";
@@ -32,8 +32,8 @@ void InfoCommand::run(Session& session, Output& output)
     output.line("bus-port      %s", panel.getPlace().c_str());
     output.line("description   %s", panel.getDescription().c_str());
     output.line("packet limit  %s", describeLimit(panel).c_str());
-    output.line("last byte     0x%02x (its meaning is the firmware's)", panel.getInformation()->reserved);
-    output.line("taken, sent   %u bytes, %u bytes since panelctl was started", panel.getSentBytes(),
+    output.line("last byte     0x%02x, meaning fixed by its firmware", panel.getInformation()->reserved);
+    output.line("traffic       %u bytes to it and %u from it since panelctl was started", panel.getSentBytes(),
                 panel.getReceivedBytes());
 }
 

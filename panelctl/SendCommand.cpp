@@ -6,7 +6,6 @@
 #include "panelctl/HexText.h"
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
-#include "protocol/PacketHeader.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -99,8 +98,8 @@ void SendCommand::sendOnce(Session& session, const Panel& panel, std::uint64_t s
         throw failure(ExitCode::PanelLeft,
                       explainLeft(panel) + "\nThe record was on its way: whether the panel has got it is not known.");
     if (!taken)
-        throw failure(ExitCode::TimedOut, explainNotTaken(panel, delivery.getTakenBytes(),
-                                                          delivery.getRecordBytes() + sizeof(PacketHeader), m_timeout));
+        throw failure(ExitCode::TimedOut,
+                      explainNotTaken(panel, delivery.getTakenBytes(), delivery.getLeastTotal(), m_timeout));
 }
 
 std::string SendCommand::describe() const

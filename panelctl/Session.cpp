@@ -46,34 +46,44 @@ std::string enumerate(const std::vector<Panel>& panels)
 } // namespace
 
 Session::Session(const Interrupt& interrupt, bool keepPackets)
-    : m_interrupt(interrupt), m_keepPackets(keepPackets), m_wakeDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    : m_manager(nullptr), m_interrupt(interrupt), m_keepPackets(keepPackets),
+      m_wakeDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (m_wakeDescriptor < 0)
         throw Failure(ExitCode::Failed, "no event descriptor: " + std::generic_category().message(errno) + ".");
-    UsbManager* const manager = UsbManager::getUsbManager();
-    manager->registerObserver(this);
-    manager->initialise();
+    m_manager = UsbManager::getUsbManager();
+    m_manager->registerObserver(this);
+    m_manager->initialise();
 }
 
 Session::~Session()
 {
-    UsbManager::destroyUsbManager();
+    stop();
     close(m_wakeDescriptor);
+}
+
+void Session::stop()
+{
+    if (m_manager != nullptr)
+        UsbManager::destroyUsbManager();
+    m_manager = nullptr;
 }
 
 std::vector<Panel> Session::getPanels() const
 {
     std::vector<Panel> panels;
-    for (auto& device : UsbManager::getUsbManager()->getDeviceListSafe()) {
+    for (auto& device : m_manager->getDeviceListSafe()) {
         const std::optional<DeviceInformation> information = getInformation(device->getUid());
         panels.emplace_back(std::move(device), information);
     }
+    std::sort(panels.begin(), panels.end(),
+              [](const Panel& left, const Panel& right) { return left.getUid() < right.getUid(); });
     return panels;
 }
 
 std::optional<Panel> Session::findPanel(std::uint16_t uid) const
 {
-    std::shared_ptr<UsbDevice> device = UsbManager::getUsbManager()->getDevice(uid);
+    std::shared_ptr<UsbDevice> device = m_manager->getDevice(uid);
     if (!device)
         return std::nullopt;
     return Panel(std::move(device), getInformation(uid));

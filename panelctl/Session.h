@@ -48,7 +48,10 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // All panels attached now, in order of arrival.
+    // Stops the library; the destructor does it too. Only events may be fetched afterwards.
+    void stop();
+
+    // All panels attached now, by uid.
     std::vector<Panel> getPanels() const;
     std::optional<Panel> findPanel(std::uint16_t uid) const;
 
@@ -83,6 +86,7 @@ private:
     void requestInformation(const Panel& panel);
     std::optional<DeviceInformation> getInformation(std::uint16_t uid) const;
 
+    UsbManager* m_manager; // null once stopped
     const Interrupt& m_interrupt;
     const bool m_keepPackets;
     int m_wakeDescriptor;            // readable when the library has told something

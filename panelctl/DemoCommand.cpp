@@ -1,7 +1,0 @@
-#include "panelctl/DemoCommand.h"
-
-namespace Vantor {
-
-void DemoCommand::run(Session& /*session*/, Output& /*output*/) {}
-
-} // namespace Vantor

@@ -24,6 +24,12 @@ bool Delivery::isTaken()
     return !m_panel.getDevice().getPacker().hasMoreData() && getTakenBytes() >= getLeastTotal();
 }
 
+bool Delivery::isCutShort()
+{
+    const std::uint64_t taken = getTakenBytes();
+    return taken != 0 && taken < getLeastTotal();
+}
+
 std::uint64_t Delivery::getLeastTotal() const
 {
     return m_recordBytes + sizeof(PacketHeader);

@@ -27,6 +27,10 @@ public:
     // or dropped as a duplicate, as its bytes are missed.
     bool isTaken();
 
+    // True when the panel has taken some of a batch of one and no more will follow, as
+    // a packet taken in part is not sent again.
+    bool isCutShort();
+
     // Bytes the panel has accepted since the start, packet headers included.
     std::uint64_t getTakenBytes();
 

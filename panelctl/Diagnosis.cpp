@@ -91,18 +91,20 @@ std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds li
     return text;
 }
 
-std::string explainNotTaken(const Panel& panel, std::uint64_t takenBytes, std::uint64_t wantedBytes,
-                            std::chrono::nanoseconds limit)
+std::string explainNotTaken(const Panel& panel, std::uint64_t bytes, std::chrono::nanoseconds limit)
 {
-    const std::string amount =
-        std::to_string(takenBytes) + " of " + std::to_string(wantedBytes) + " bytes on " + outEndpoint();
-    if (takenBytes != 0 && !panel.getDevice().getPacker().hasMoreData())
-        return panel.getName() + " took only a part of the packet: " + amount +
-               ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
-    return panel.getName() + " has not taken the record within " + formatSeconds(limit) + ": " + amount +
+    return panel.getName() + " has not taken the record within " + formatSeconds(limit) + ": 0 of " +
+           std::to_string(bytes) + " bytes on " + outEndpoint() +
            ".\nThe panel does not read the endpoint (firmware busy or hung), or the endpoint is stalled. "
            "Re-plug it, or wait longer with --timeout.\n"
            "The record was still queued and goes no further, though the panel may have got it in a last attempt.";
+}
+
+std::string explainCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes)
+{
+    return panel.getName() + " has taken only a part of the record's packet: " + std::to_string(taken) + " of " +
+           std::to_string(bytes) + " bytes on " + outEndpoint() +
+           ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
 }
 
 std::string formatSeconds(std::chrono::nanoseconds time)
@@ -110,6 +112,11 @@ std::string formatSeconds(std::chrono::nanoseconds time)
     char text[32];
     std::snprintf(text, sizeof text, "%g s", std::chrono::duration<double>(time).count());
     return text;
+}
+
+std::string formatNumber(std::uint64_t number, const std::string& noun)
+{
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
 
 } // namespace Vantor

@@ -3,6 +3,7 @@
 #include "panelctl/Panel.h"
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 namespace Vantor {
@@ -21,11 +22,16 @@ std::string explainLeft(const Panel& panel);
 // A panel that has not described itself within `limit`.
 std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit);
 
-// A record that the panel has not taken within `limit`.
-std::string explainNotTaken(const Panel& panel, std::uint64_t takenBytes, std::uint64_t wantedBytes,
-                            std::chrono::nanoseconds limit);
+// A record of `bytes` with its packet that the panel has not taken within `limit`.
+std::string explainNotTaken(const Panel& panel, std::uint64_t bytes, std::chrono::nanoseconds limit);
+
+// A record of which the panel has taken a part only.
+std::string explainCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes);
 
 // "2.5 s"
 std::string formatSeconds(std::chrono::nanoseconds time);
+
+// "1 packet", "2 packets"
+std::string formatNumber(std::uint64_t number, const std::string& noun);
 
 } // namespace Vantor

@@ -90,16 +90,16 @@ void SendCommand::sendOnce(Session& session, const Panel& panel, std::uint64_t s
     };
     Delivery delivery(panel);
     delivery.add(static_cast<PacketType>(m_options.type), m_options.key, m_payload);
-    const bool taken = session.waitUntil(Session::Clock::now() + m_timeout, readStep,
-                                         [&] { return delivery.isTaken() || !panel.isAlive(); });
+    session.waitUntil(Session::Clock::now() + m_timeout, readStep,
+                      [&] { return delivery.isTaken() || delivery.isCutShort() || !panel.isAlive(); });
     if (delivery.isTaken())
         return;
+    if (delivery.isCutShort())
+        throw failure(ExitCode::Failed, explainCutShort(panel, delivery.getTakenBytes(), delivery.getLeastTotal()));
     if (!panel.isAlive())
         throw failure(ExitCode::PanelLeft,
                       explainLeft(panel) + "\nThe record was on its way: whether the panel has got it is not known.");
-    if (!taken)
-        throw failure(ExitCode::TimedOut,
-                      explainNotTaken(panel, delivery.getTakenBytes(), delivery.getLeastTotal(), m_timeout));
+    throw failure(ExitCode::TimedOut, explainNotTaken(panel, delivery.getLeastTotal(), m_timeout));
 }
 
 std::string SendCommand::describe() const
@@ -107,7 +107,7 @@ std::string SendCommand::describe() const
     std::string text = "type " + std::to_string(m_options.type);
     if (m_options.key)
         text += ", key " + std::to_string(*m_options.key);
-    return text + ", " + std::to_string(m_payload.size()) + " payload bytes";
+    return text + ", " + formatNumber(m_payload.size(), "payload byte");
 }
 
 } // namespace Vantor

@@ -182,7 +182,9 @@ std::optional<DeviceInformation> Session::getInformation(std::uint16_t uid) cons
 
 void Session::onDeviceAdded(std::uint16_t uid)
 {
-    add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}});
+    // Now, as the panel may have left by the time the event is fetched.
+    const std::optional<Panel> panel = findPanel(uid);
+    add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}, panel ? panel->getPlace() : "-"});
 }
 
 void Session::onDeviceRemoved(std::uint16_t uid)
@@ -191,7 +193,7 @@ void Session::onDeviceRemoved(std::uint16_t uid)
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_information.erase(uid);
     }
-    add({PanelEvent::Kind::Departed, Clock::now(), uid, {}, {}});
+    add({PanelEvent::Kind::Departed, Clock::now(), uid, {}, {}, {}});
 }
 
 void Session::onParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
@@ -202,7 +204,7 @@ void Session::onParsedPacket(std::uint16_t deviceId, const PacketType& type, con
         m_information[deviceId] = data.deviceInformation;
     }
     if (m_keepPackets)
-        add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {data.bytes, data.bytes + length}});
+        add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {data.bytes, data.bytes + length}, {}});
     else
         wake();
 }

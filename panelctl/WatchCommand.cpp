@@ -5,8 +5,6 @@
 #include "panelctl/HexText.h"
 #include "panelctl/Output.h"
 
-#include <cinttypes>
-
 namespace Vantor {
 
 WatchCommand::WatchCommand(const Options& options) : m_options(options) {}
@@ -49,10 +47,11 @@ void WatchCommand::print(const PanelEvent& event, const Session& session, Output
     switch (event.kind) {
     case PanelEvent::Kind::Arrived: {
         ++m_arrivals;
+        output.line("%9.3f  %s  arrived  at %s", seconds, uid.c_str(), event.place.c_str());
         const std::optional<Panel> panel = session.findPanel(event.uid);
-        output.line("%9.3f  %s  arrived  %s", seconds, uid.c_str(), panel ? panel->getPlace().c_str() : "");
         if (panel && !panel->isAlive())
-            printError(explainUnusable(*panel));
+            printError(explainUnusable(*panel) +
+                       "\nIf it has just failed, the library tries again within five seconds.");
         break;
     }
     case PanelEvent::Kind::Departed:
@@ -69,8 +68,8 @@ void WatchCommand::print(const PanelEvent& event, const Session& session, Output
 
 void WatchCommand::summarise(Output& output) const
 {
-    output.line("%" PRIu64 " packets, %" PRIu64 " arrivals, %" PRIu64 " departures", m_packets, m_arrivals,
-                m_departures);
+    output.line("%s, %s, %s", formatNumber(m_packets, "packet").c_str(), formatNumber(m_arrivals, "arrival").c_str(),
+                formatNumber(m_departures, "departure").c_str());
 }
 
 } // namespace Vantor

@@ -2,11 +2,13 @@
 #include "panelctl/CommandLine.h"
 #include "panelctl/Failure.h"
 #include "panelctl/Interrupt.h"
+#include "panelctl/LogRelay.h"
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
 
-#include <cstring>
 #include <exception>
+#include <optional>
+#include <string>
 
 namespace {
 
@@ -22,6 +24,9 @@ void runTool(int argc, char** argv)
         return;
     }
     setLogLevel(static_cast<LogLevel::Level>(line.logLevel));
+    std::optional<LogRelay> relay; // per-packet detail and traces are wanted whole
+    if (line.logLevel < LogLevel::Detail)
+        relay.emplace();
     Session session(interrupt, line.command->wantsPackets());
     line.command->run(session, output);
 }

@@ -44,7 +44,8 @@ void DemoCommand::run(Session& session, Output& output)
     measureLatency(session, output);
     measureThroughput(session, output);
     receive(session, output);
-    output.line("5. Under load, a panel is unplugged and plugged back");
+    output.line("5. Each panel gets %u records every %.0f ms; one is unplugged and plugged back", LoadStream::batchSize,
+                Milliseconds(LoadStream::batchPeriod).count());
     UnplugScene(session, output, m_accounts, start).play();
 
     const auto stop = Clock::now();
@@ -136,17 +137,17 @@ void DemoCommand::receive(Session& session, Output& output)
 
 void DemoCommand::summarise(Output& output) const
 {
-    output.line("7. Summary         records                      packets");
-    output.line("   panel      given      taken       lost     received");
+    output.line("7. Summary         records                    packets");
+    output.line("   panel     given     taken      lost     received");
     std::uint64_t lost = 0;
     for (const auto& [uid, account] : m_accounts) {
-        output.line("   %-5s %10s %10s %10s %12s", formatUid(uid).c_str(), formatCount(account.given).c_str(),
+        output.line("   %-5s %9s %9s %9s %12s", formatUid(uid).c_str(), formatCount(account.given).c_str(),
                     formatCount(account.taken).c_str(), formatCount(account.given - account.taken).c_str(),
                     formatCount(account.getPackets()).c_str());
         lost += account.given - account.taken;
     }
     if (lost != 0)
-        output.line("   Lost: waiting or on their way when the panel was unplugged.");
+        output.line("   Lost: waiting or on their way when the panel left; not known to be taken.");
 }
 
 } // namespace Vantor

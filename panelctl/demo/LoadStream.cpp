@@ -4,14 +4,6 @@
 
 namespace Vantor {
 
-namespace {
-
-// 8 × (16 - 2) is less than the smallest record: see Delivery::isTaken.
-constexpr std::uint32_t batchSize = 16;
-constexpr std::chrono::milliseconds batchPeriod{4};
-
-} // namespace
-
 LoadStream::LoadStream(const Panel& panel) : m_panel(panel), m_nextStart(Clock::now()) {}
 
 void LoadStream::step()

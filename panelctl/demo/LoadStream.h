@@ -16,6 +16,10 @@ class LoadStream {
 public:
     using Clock = std::chrono::steady_clock;
 
+    // 8 × (16 - 2) is less than the smallest record: see Delivery::isTaken.
+    static constexpr std::uint32_t batchSize = 16;
+    static constexpr std::chrono::milliseconds batchPeriod{4};
+
     explicit LoadStream(const Panel& panel);
 
     // Starts the next batch when the last one is through and its time has come.

@@ -10,7 +10,6 @@
 #include <ctime>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <system_error>
 
@@ -21,6 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds patience{3}; // with a program that ignores a signal
+constexpr Clock::time_point never = Clock::time_point::max();
 
 // One line for each thing that happens, with the seconds since the bus began; empty
 // without a file.
@@ -61,12 +61,12 @@ sigset_t handledSignals()
 }
 
 // The next handled signal, 0 when there is none until `end`.
-int waitForSignal(const std::optional<Clock::time_point>& end, siginfo_t& info)
+int waitForSignal(Clock::time_point end, siginfo_t& info)
 {
     const sigset_t signals = handledSignals();
-    if (!end)
+    if (end == never)
         return sigwaitinfo(&signals, &info);
-    const auto left = std::max(std::chrono::nanoseconds(*end - Clock::now()), std::chrono::nanoseconds(0));
+    const auto left = std::max(std::chrono::nanoseconds(end - Clock::now()), std::chrono::nanoseconds(0));
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
     const timespec timeout{seconds.count(), (left - seconds).count()};
     return std::max(sigtimedwait(&signals, &info, &timeout), 0);
@@ -76,18 +76,18 @@ int waitForSignal(const std::optional<Clock::time_point>& end, siginfo_t& info)
 // only others go on to it.
 void attend(ClientProcess& program)
 {
-    std::optional<Clock::time_point> end;
+    Clock::time_point end = never;
     while (!program.hasEnded()) {
         siginfo_t info{};
         const int number = waitForSignal(end, info);
         if (number == SIGINT || number == SIGTERM) {
             if (info.si_code != SI_KERNEL)
                 program.sendSignal(number);
-            if (!end)
+            if (end == never)
                 end = Clock::now() + patience;
-        } else if (end && Clock::now() >= *end) {
+        } else if (Clock::now() >= end) {
             program.sendSignal(SIGKILL);
-            end.reset();
+            end = never;
         }
     }
 }

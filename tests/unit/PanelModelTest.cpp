@@ -1,5 +1,6 @@
 #include "PanelModelFixture.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <stdexcept>
@@ -24,8 +25,8 @@ const Bytes request{15, 0, 1, 0, 0, 0, 0, 0, 1, 4, 0, 1, 0, 0, 0};
 Bytes deviceInformation(const std::string& description, std::uint8_t sizeLow, std::uint8_t sizeHigh)
 {
     Bytes bytes{94, 0, 1, 0, 1, 0, 0, 0, 0, 83, 0};
-    bytes.insert(bytes.end(), description.begin(), description.end());
     bytes.resize(8 + 3 + 80, 0);
+    std::copy(description.begin(), description.end(), bytes.begin() + 11);
     bytes.push_back(sizeLow);
     bytes.push_back(sizeHigh);
     bytes.push_back(0);

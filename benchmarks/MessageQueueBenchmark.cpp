@@ -48,7 +48,7 @@ std::unique_ptr<UsbMessage> makeMessage()
 template <typename Queue> void handOver(benchmark::State& state)
 {
     Queue queue;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         std::thread producer([&queue] {
             for (int i = 0; i < batch; ++i)
                 queue.addMessage(makeMessage());
@@ -63,7 +63,7 @@ template <typename Queue> void handOver(benchmark::State& state)
 template <typename Queue> void addAndGet(benchmark::State& state)
 {
     Queue queue;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         queue.addMessage(makeMessage());
         benchmark::DoNotOptimize(queue.getMessage());
     }

@@ -39,7 +39,7 @@ void packMemcpyLimit(benchmark::State& state)
     const unsigned int records = recordsInAPacket(size);
     const std::vector<unsigned char> payload(size, 0x5A);
     std::vector<unsigned char> packet(packetLimit);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         unsigned char* at = packet.data() + sizeof(PacketHeader);
         for (unsigned int i = 0; i < records; ++i) {
             const RecordHeader record{static_cast<std::uint8_t>(type), static_cast<std::uint16_t>(size)};
@@ -63,7 +63,7 @@ void packBasePacker(benchmark::State& state)
     const unsigned int records = recordsInAPacket(size);
     const std::vector<unsigned char> payload(size, 0x5A);
     PacketPacker packer(packetLimit);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (unsigned int i = 0; i < records; ++i)
             packer.addStructData(payload.data(), size, type);
         benchmark::DoNotOptimize(packer.getPacket());
@@ -79,7 +79,7 @@ void packQueuedRecords(benchmark::State& state)
     const unsigned int records = recordsInAPacket(size);
     const std::vector<unsigned char> payload(size, 0x5A);
     PriorityPacker packer(packetLimit);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (unsigned int i = 0; i < records; ++i)
             packer.addStructData(payload.data(), size, type);
         if (packer.prepareNextPacket() != records)
@@ -96,7 +96,7 @@ void packKeyedRecords(benchmark::State& state)
     const unsigned int records = recordsInAPacket(size);
     const std::vector<unsigned char> payload(size, 0x5A);
     PriorityPacker packer(packetLimit);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (unsigned int key = 0; key < records; ++key)
             packer.addStructData(payload.data(), size, type, key);
         if (packer.prepareNextPacket() != records)

@@ -44,7 +44,7 @@ void parsePlainWalkLimit(benchmark::State& state)
 {
     const std::vector<unsigned char> buffer = packetOfRecords(static_cast<unsigned int>(state.range(0)));
     Sum sum;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         std::size_t at = sizeof(PacketHeader);
         while (at < buffer.size()) {
             RecordHeader record{};
@@ -62,7 +62,7 @@ void parsePacket(benchmark::State& state)
     std::vector<unsigned char> buffer = packetOfRecords(static_cast<unsigned int>(state.range(0)));
     Sum sum;
     PackedPacketParser parser(&sum);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         parser.parse(buffer.data(), static_cast<unsigned int>(buffer.size()));
         benchmark::DoNotOptimize(sum.m_sum);
     }

@@ -1,0 +1,172 @@
+#include "ToolRun.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// Refused before the library was used: it would print at this level.
+void expectRefusal(ToolRun::Arguments arguments, const std::string& message)
+{
+    arguments.emplace_back("--log-level=5");
+    const ToolResult result = runTool(panelctl(arguments));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, message);
+}
+
+} // namespace
+
+TEST(PanelctlArguments, noCommand_isRefused)
+{
+    expectRefusal({}, "panelctl: no command given: list, info, watch, send or demo.\n"
+                      "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, unknownCommand_isRefused)
+{
+    expectRefusal({"fly"}, "panelctl: The following argument was not expected: fly.\n"
+                           "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, unknownOption_isRefused)
+{
+    expectRefusal({"list", "--fast"}, "panelctl: The following argument was not expected: --fast.\n"
+                                      "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, typeOutside0To46_isRefused)
+{
+    for (const std::string type : {"47", "-1", "x", "05", "", "99999999999999999999"})
+        expectRefusal({"send", "--type=" + type, "--hex", "00"}, "panelctl: --type: '" + type +
+                                                                     "' is not a record type, 0 to 46.\n"
+                                                                     "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, noType_isRefused)
+{
+    expectRefusal({"send", "--hex", "00"}, "panelctl: --type is required.\n"
+                                           "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, keyAbove32Bits_isRefused)
+{
+    expectRefusal({"send", "--type", "3", "--hex", "00", "--key", "4294967296"},
+                  "panelctl: --key: '4294967296' is not a key, 0 to 4294967295.\n"
+                  "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, noPayload_isRefused)
+{
+    expectRefusal({"send", "--type", "3"}, "panelctl: send: give the record's payload with either --hex or --file.\n");
+}
+
+TEST(PanelctlArguments, twoPayloads_areRefused)
+{
+    expectRefusal({"send", "--type", "3", "--hex", "00", "--file", "/dev/null"},
+                  "panelctl: send: give the record's payload with either --hex or --file.\n");
+}
+
+TEST(PanelctlArguments, oddNumberOfDigits_isRefused)
+{
+    expectRefusal({"send", "--type", "3", "--hex", "de a"},
+                  "panelctl: --hex: 3 digits, an odd number: the last byte is half there.\n"
+                  "  Give two digits a byte, as in 0a rather than a.\n");
+}
+
+TEST(PanelctlArguments, badDigit_isPointedAt)
+{
+    expectRefusal({"send", "--type", "3", "--hex", "0x00"},
+                  "panelctl: --hex: 'x' at position 2 is not a hexadecimal digit.\n"
+                  "  Give two digits a byte, without a prefix: --hex 'de ad 00 01'.\n");
+    expectRefusal({"send", "--type", "3", "--hex", "00\n"},
+                  "panelctl: --hex: byte 0x0a at position 3 is not a hexadecimal digit.\n"
+                  "  Give two digits a byte, without a prefix: --hex 'de ad 00 01'.\n");
+}
+
+TEST(PanelctlArguments, missingFile_isRefusedWithTheReason)
+{
+    expectRefusal({"send", "--type", "3", "--file", "/nonexistent/record"},
+                  "panelctl: --file: '/nonexistent/record' can't be read: No such file or directory.\n");
+}
+
+TEST(PanelctlArguments, directoryAsFile_isRefusedWithTheReason)
+{
+    expectRefusal({"send", "--type", "3", "--file", "/tmp"},
+                  "panelctl: --file: '/tmp' can't be read: Is a directory.\n");
+}
+
+TEST(PanelctlArguments, endlessFile_isRefused)
+{
+    expectRefusal({"send", "--type", "3", "--file", "/dev/zero"},
+                  "panelctl: --file: '/dev/zero' is longer than any record can be, 65535 bytes. "
+                  "Send it in several records.\n");
+}
+
+TEST(PanelctlArguments, logLevelOutside0To5_isRefused)
+{
+    const ToolResult result = runTool(panelctl({"list", "--log-level", "6"}));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.errors, "panelctl: --log-level: '6' is not a log level, 0 to 5.\n"
+                             "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, timeThatIsNone_isRefused)
+{
+    for (const std::string time : {"-1", "soon", "nan", "inf", "1e9"})
+        expectRefusal({"list", "--timeout=" + time}, "panelctl: --timeout: '" + time +
+                                                         "' is not a time in seconds, from 0 to 86400.\n"
+                                                         "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, countOfZero_isRefused)
+{
+    const ToolResult result = runTool(panelctl({"watch", "--count", "0"}));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.errors, HasSubstr("panelctl: --count: '0' is not a number of packets, 1 to "));
+}
+
+TEST(PanelctlArguments, version_namesToolAndLibrary)
+{
+    const ToolResult result = runTool(panelctl({"--version"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "panelctl 1.2.1\nlibMorvaneHostUsb 1.2.1+\n");
+    EXPECT_EQ(result.errors, "");
+}
+
+TEST(PanelctlArguments, help_hasEveryCommandAndExitCodeIn80Columns)
+{
+    const ToolResult result = runTool(panelctl({"--help"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "");
+    for (const char* const text : {"list ", "info ", "watch ", "send ", "demo ", "--version", "--log-level",
+                                   "--timeout", "\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  130 "})
+        EXPECT_THAT(result.output, HasSubstr(text));
+    EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));
+}
+
+TEST(PanelctlArguments, helpOfACommand_hasItsOptions)
+{
+    const ToolResult result = runTool(panelctl({"send", "--help"}));
+    EXPECT_EQ(result.exitCode, 0);
+    for (const char* const text : {"--type 0..46", "--key N", "--hex DIGITS", "--file FILE", "--panel", "--repeat"})
+        EXPECT_THAT(result.output, HasSubstr(text));
+}
+
+TEST(PanelctlArguments, outputThatCannotBeWritten_isAnError)
+{
+    const std::string tool = PANELCTL;
+    const ToolResult full = runTool({"/bin/sh", "-c", "'" + tool + "' --version > /dev/full"});
+    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_EQ(full.errors, "panelctl: standard output can't be written: No space left on device.\n");
+    const ToolResult closed = runTool({"/bin/sh", "-c", "'" + tool + "' --version >&-"});
+    EXPECT_EQ(closed.exitCode, 1);
+    EXPECT_EQ(closed.errors, "panelctl: standard output can't be written: Bad file descriptor.\n");
+}
+
+} // namespace Vantor

@@ -1,0 +1,46 @@
+#include "ToolRun.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+TEST(PanelctlDemo, unplugUnderLoad_endsInOrder)
+{
+    const ToolResult result =
+        runTool(panelctlOn({"--panels", "2", "--at", "500ms", "emit 0 type=20 size=32 count=12", "--at", "500ms",
+                            "emit 1 type=21 size=32 count=12", "--at", "4s", "unplug 1", "--at", "4500ms", "plug 1"},
+                           {"demo"}));
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(result.output, HasSubstr("   0102 says: \"Simulated panel\", packets of up to 8192 bytes"));
+    EXPECT_THAT(result.output, HasSubstr("\n   4,000 records, "));
+    EXPECT_THAT(result.output, HasSubstr("of type 21\n"));
+    EXPECT_THAT(result.output, HasSubstr(" s  0102 has left, with "));
+    EXPECT_THAT(result.output, HasSubstr(" s  0102 is back; "));
+    EXPECT_THAT(result.output, HasSubstr("its load starts again\n"));
+    EXPECT_THAT(result.output, HasSubstr("6. The library has stopped, in "));
+    // The panel that stayed has lost nothing.
+    EXPECT_THAT(result.output, ContainsRegex("\n   0101 +([0-9,]+) +[0-9,]+ +0 +1[0-9]\n"));
+    EXPECT_THAT(result.output, Not(ContainsRegex("[^\n]{81}")));
+    EXPECT_THAT(result.output, Not(HasSubstr("[libusb]")));
+}
+
+TEST(PanelctlDemo, noPanel_pointsToTheSimulator)
+{
+    const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"demo"}));
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_THAT(result.errors, HasSubstr("\n  Without hardware, ./run-demo plugs in simulated ones.\n"));
+}
+
+TEST(PanelctlDemo, panelThatLeavesTooEarly_endsIt)
+{
+    const ToolResult result = runTool(panelctlOn({"--at", "30ms", "unplug"}, {"demo", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.errors, HasSubstr("panelctl: panel 0101 (1-1) went away"));
+}
+
+} // namespace Vantor

@@ -1,0 +1,86 @@
+#include "ToolRun.h"
+
+#include <algorithm>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr const char* onePanel = "UID   BUS-PORT   LIMIT  DESCRIPTION\n"
+                                 "0101  1-1         8192  Simulated panel\n";
+
+} // namespace
+
+TEST(PanelctlList, noPanel_saysSo)
+{
+    const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"list"}));
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors,
+              "panelctl: no panel found: no USB device with the id dead:beef or a production panel's is attached.\n"
+              "  Is the panel powered and plugged in? `lsusb -d dead:beef` shows what the system sees.\n");
+}
+
+TEST(PanelctlList, panels_areListedByUidWithoutALogLine)
+{
+    const ToolResult result = runTool(panelctlOn({"--panels", "2", "--max-packet", "4096"}, {"list"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "UID   BUS-PORT   LIMIT  DESCRIPTION\n"
+                             "0101  1-1         4096  Simulated panel\n"
+                             "0102  1-2         4096  Simulated panel\n");
+    EXPECT_EQ(result.errors, "");
+}
+
+TEST(PanelctlList, silentPanel_isListedWithTheReason)
+{
+    const ToolResult result =
+        runTool(panelctlOn({"--at", "0s", "fault in silent sticky"}, {"list", "--timeout", "0.5"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "UID   BUS-PORT   LIMIT  DESCRIPTION\n"
+                             "0101  1-1            -  (no device information)\n");
+    EXPECT_EQ(result.errors, "panelctl: panel 0101 (1-1) has not sent its device information within 0.5 s.\n"
+                             "  It took the request (endpoint 0x02) but has sent nothing at all (endpoint 0x81). "
+                             "Re-plug it, or wait longer with --timeout.\n");
+}
+
+TEST(PanelctlLog, summaries_goToStandardError)
+{
+    const ToolResult result = runTool(panelctlOn({}, {"list", "--log-level", "3"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, onePanel);
+    EXPECT_THAT(result.errors, HasSubstr("[libusb] >> New device: dead:beef bus=1 port=1 dev="));
+}
+
+TEST(PanelctlLog, traces_goToStandardErrorUncut)
+{
+    const ToolResult result = runTool(panelctlOn({}, {"--log-level", "5", "list"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, onePanel);
+    EXPECT_THAT(result.errors, HasSubstr("[libusb] Wait for message...\n"));
+    EXPECT_THAT(result.errors, HasSubstr("[libusb] ~UsbDevice() uid=101\n"));
+}
+
+TEST(PanelctlLog, flood_isSummedUp)
+{
+    const ToolResult result =
+        runTool(panelctlOn({"--at", "0s", "fault out stall sticky"}, {"info", "--timeout", "1.5"}));
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_THAT(result.errors, HasSubstr("[libusb] TX Transfer stalled uid=101\n"));
+    EXPECT_THAT(result.errors,
+                ::testing::ContainsRegex("\\[libusb\\] TX Transfer stalled uid=101 \\([0-9]+ more\\)\n"));
+    EXPECT_LT(std::count(result.errors.begin(), result.errors.end(), '\n'), 10);
+}
+
+TEST(PanelctlLog, flood_endsBeforeTheError)
+{
+    const ToolResult result =
+        runTool(panelctlOn({"--at", "0s", "fault out stall sticky"}, {"info", "--timeout", "0.5"}));
+    EXPECT_GT(result.errors.find("panelctl: "), result.errors.rfind("[libusb]"));
+}
+
+} // namespace Vantor

@@ -1,0 +1,80 @@
+#include "ToolRun.h"
+
+#include <csignal>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+using ::testing::HasSubstr;
+
+// Of which the library's worker may take 1.05.
+constexpr double orderlySeconds = 2.0;
+
+} // namespace
+
+TEST(PanelctlShutdown, interrupt_endsWatchInOrder)
+{
+    ToolRun run(panelctlOn({}, {"watch", "--log-level", "4"}));
+    run.awaitOutput("arrived");
+    run.sendSignal(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_LT(run.getSeconds(), orderlySeconds);
+    EXPECT_THAT(run.getOutput(), HasSubstr("0 packets, 1 arrival, 0 departures\n"));
+    EXPECT_THAT(run.getErrors(), HasSubstr("[libusb] ~UsbDevice() uid=101\n"));
+    EXPECT_THAT(run.getErrors(), HasSubstr("panelctl: interrupted\n"));
+}
+
+TEST(PanelctlShutdown, terminate_endsWatchInOrder)
+{
+    ToolRun run(panelctlOn({}, {"watch"}));
+    run.awaitOutput("arrived");
+    run.sendSignal(SIGTERM);
+    EXPECT_EQ(run.finish(), 143);
+    EXPECT_LT(run.getSeconds(), orderlySeconds);
+}
+
+// A terminal and a parent may both deliver a Ctrl-C.
+TEST(PanelctlShutdown, interruptTwice_doesNotCutItShort)
+{
+    ToolRun run(panelctlOn({}, {"watch", "--log-level", "4"}));
+    run.awaitOutput("arrived");
+    run.sendSignal(SIGINT);
+    run.sendSignal(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_THAT(run.getErrors(), HasSubstr("[libusb] ~UsbDevice() uid=101\n"));
+}
+
+TEST(PanelctlShutdown, interruptUnderLoad_endsInOrder)
+{
+    ToolRun run(panelctlOn({}, {"demo"}));
+    run.awaitOutput("5. ");
+    run.sendSignal(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_LT(run.getSeconds(), orderlySeconds);
+    EXPECT_EQ(run.getErrors(), "panelctl: interrupted\n");
+}
+
+TEST(PanelctlShutdown, interruptWhileNothingIsTaken_endsInOrder)
+{
+    ToolRun run(panelctlOn({"--at", "0s", "fault out silent sticky"}, {"list", "--timeout", "20"}));
+    run.let(std::chrono::milliseconds(500));
+    run.sendSignal(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_LT(run.getSeconds(), orderlySeconds);
+    EXPECT_EQ(run.getOutput(), "");
+}
+
+TEST(PanelctlShutdown, readerThatHasGone_endsWatchQuietly)
+{
+    ToolRun run(panelctlOn({"--at", "1200ms", "emit type=20 size=8 count=20 every=100"}, {"watch"}));
+    run.awaitOutput("packet");
+    run.closeOutput();
+    EXPECT_EQ(run.finish(), 1);
+    EXPECT_EQ(run.getErrors(), "");
+}
+
+} // namespace Vantor

@@ -62,7 +62,8 @@ UsbDevice::UsbDevice(std::shared_ptr<UsbMessageQueue> queue, libusb_context* con
     m_productId = descriptor.idProduct;
     m_lastDeviceInfoRequest = std::chrono::system_clock::now();
     m_packer.setObserver(this);
-    m_alive = true;
+    // Without its transfers it can do no I/O; the registry check retires it.
+    m_alive = m_txTransfer != nullptr && m_rxTransfer != nullptr;
 }
 
 void UsbDevice::assignIdentity(std::uint8_t bus, std::uint8_t port)

@@ -37,6 +37,7 @@ private:
 
 int main()
 {
+    // The README shows the lines from here
     Answer answer;
     UsbManager* const manager = UsbManager::getUsbManager();
     manager->registerObserver(&answer);
@@ -46,6 +47,7 @@ int main()
         panels.front()->getPacker().addData(ReqDeviceInfo{1}); // for other records: addStructData(data, size, type)
     const bool isAnswered = !panels.empty() && answer.comesWithin(std::chrono::seconds(5));
     UsbManager::destroyUsbManager();
+    // to here.
 
     if (!isAnswered)
         std::puts(panels.empty() ? "no panel is attached" : "the panel has not answered");

@@ -213,6 +213,14 @@ TEST(PackedPacketParser, packetLengthBelow8_isRejected)
     }
 }
 
+TEST(PackedPacketParser, packetLengthBelow8_isNotSkippedEither)
+{
+    Fixture fixture;
+    fixture.parse(joined({{4, 0, 1, 0}, oneRecord})); // a good packet at the length it claims
+    EXPECT_TRUE(fixture.listener.m_parsed.empty());
+    EXPECT_EQ(fixture.parser.getRejectedCount(), 1u);
+}
+
 TEST(PackedPacketParser, packetLengthBeyondTheBuffer_isRejected)
 {
     Fixture fixture;

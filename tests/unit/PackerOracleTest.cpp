@@ -7,6 +7,7 @@
 #include "PackedBytes.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <deque>
 #include <map>
 #include <optional>
@@ -369,26 +370,29 @@ private:
     Decoded m_decoded;
 };
 
-} // namespace
-
-TEST(PackerOracle, records_comeOutWholeOnceAndInOrder)
+// MORVANE_SEED=N runs the schedule of that seed alone.
+template <typename Schedule> void runSeeds(unsigned int count)
 {
-    for (unsigned int seed = 1; seed <= 300; ++seed) {
-        SCOPED_TRACE(testing::Message() << "seed " << seed);
-        RecordSchedule(seed).run();
-        if (HasFailure())
+    const char* const wanted = std::getenv("MORVANE_SEED");
+    const auto only = static_cast<unsigned int>(wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : 0);
+    for (unsigned int seed = only != 0 ? only : 1; seed <= (only != 0 ? only : count); ++seed) {
+        SCOPED_TRACE(testing::Message() << "replay with MORVANE_SEED=" << seed);
+        Schedule(seed).run();
+        if (testing::Test::HasFailure())
             return;
     }
 }
 
+} // namespace
+
+TEST(PackerOracle, records_comeOutWholeOnceAndInOrder)
+{
+    runSeeds<RecordSchedule>(300);
+}
+
 TEST(PackerOracle, layers_comeOutWholeOnceAndInOrder)
 {
-    for (unsigned int seed = 1; seed <= 100; ++seed) {
-        SCOPED_TRACE(testing::Message() << "seed " << seed);
-        LcdSchedule(seed).run();
-        if (HasFailure())
-            return;
-    }
+    runSeeds<LcdSchedule>(100);
 }
 
 } // namespace Vantor

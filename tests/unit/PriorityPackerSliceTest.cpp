@@ -125,6 +125,10 @@ TEST(PriorityPacker, rawTenBytesFree_areTooFew)
     EXPECT_EQ(ten.addBitmapDataToPacket(bitmap), 0u);
     EXPECT_EQ(ten.getPacketCount(), 0u);
     expectCursor(bitmap, 0, 0, 0);
+    ClientLcdBitmap atItsEnd(8, 4, 1);
+    atItsEnd.byteOffset = 4;
+    EXPECT_EQ(ten.addBitmapDataToPacket(atItsEnd), 0u);
+    expectCursor(atItsEnd, 4, 0, 0); // not even looked at
     PackerWith eleven(11);
     EXPECT_EQ(eleven.addBitmapDataToPacket(bitmap), 11u);
     expectCursor(bitmap, 1, 1, 0);

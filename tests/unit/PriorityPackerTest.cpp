@@ -4,6 +4,7 @@
 #include "PrivateMember.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <future>
 #include <map>
@@ -522,24 +523,23 @@ TEST(PriorityPacker, writersAndOneSender_loseNothingAndKeepTheirOrder)
     constexpr int writers = 3;
     constexpr unsigned int perWriter = 400;
     PriorityPacker packer(600);
+    std::atomic<int> active{writers};
     std::vector<std::thread> threads;
     for (int writer = 0; writer < writers; ++writer) {
-        threads.emplace_back([&packer, writer] {
+        threads.emplace_back([&packer, &active, writer] {
             for (unsigned int i = 0; i < perWriter; ++i)
                 queue(packer, 5 + writer, {static_cast<std::uint8_t>(i), static_cast<std::uint8_t>(i >> 8)});
+            --active;
         });
     }
     std::map<int, unsigned int> received;
-    unsigned int total = 0;
-    while (total < writers * perWriter) {
-        for (const PackedRecord& record : next(packer)) {
+    while (active != 0 || packer.hasMoreData()) {
+        for (const PackedRecord& record : next(packer))
             EXPECT_EQ(record.payload.at(0) + 256u * record.payload.at(1), received[record.type]++);
-            ++total;
-        }
     }
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_FALSE(packer.hasMoreData());
+    EXPECT_EQ(received, (std::map<int, unsigned int>{{5, perWriter}, {6, perWriter}, {7, perWriter}}));
 }
 
 } // namespace Vantor

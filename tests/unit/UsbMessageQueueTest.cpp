@@ -27,10 +27,10 @@ std::unique_ptr<UsbMessage> message(unsigned int id)
 }
 
 // A consumer that is inside getMessage, as far as a second thread can tell.
-std::future<std::unique_ptr<UsbMessage>> waitingConsumer(UsbMessageQueue& queue)
+std::future<std::unique_ptr<UsbMessage>> waitingConsumer(UsbMessageQueue& queue, std::chrono::milliseconds time = 50ms)
 {
     auto consumer = std::async(std::launch::async, [&queue] { return queue.getMessage(); });
-    EXPECT_EQ(consumer.wait_for(50ms), std::future_status::timeout) << "getMessage did not block";
+    EXPECT_EQ(consumer.wait_for(time), std::future_status::timeout) << "getMessage did not block";
     return consumer;
 }
 
@@ -89,7 +89,7 @@ TEST(UsbMessageQueue, killWhileAConsumerWaits_endsItsWaitAtOnce)
 TEST(UsbMessageQueue, killWhoseNotificationIsMissed_isSeenWithinOneSecond)
 {
     UsbMessageQueue queue;
-    auto consumer = waitingConsumer(queue);
+    auto consumer = waitingConsumer(queue, 300ms); // leaves 700 of its second
     const auto killed = Clock::now();
     reach(Alive{}, queue) = false; // a kill between the consumer's test and its wait
     EXPECT_EQ(consumer.get(), nullptr);

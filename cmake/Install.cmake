@@ -42,3 +42,21 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/MorvaneHostUsbConfigVersion.cmake
   DESTINATION ${morvaneConfigDir}
   COMPONENT development)
+
+# Access to panels for ordinary users: a line for each vendor id that is known.
+set(morvanePanelRules "")
+foreach(vendor 0xDEAD ${MORVANE_PRODUCTION_VENDOR_ID})
+  # udev compares text: four lower-case digits.
+  math(EXPR vendor "0x10000 + ${vendor}" OUTPUT_FORMAT HEXADECIMAL)
+  string(SUBSTRING ${vendor} 3 4 vendor)
+  if(NOT vendor STREQUAL "0000")
+    string(APPEND morvanePanelRules
+      "ATTR{idVendor}==\"${vendor}\", ATTR{idProduct}==\"beef\", MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"\n")
+  endif()
+endforeach()
+configure_file(
+  ${PROJECT_SOURCE_DIR}/packaging/70-morvane-panel.rules.in
+  ${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
+  @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
+  DESTINATION lib/udev/rules.d COMPONENT runtime)

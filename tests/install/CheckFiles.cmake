@@ -41,3 +41,11 @@ list(SORT found)
 if(NOT found STREQUAL expected)
   message(FATAL_ERROR "installed libraries:\n${found}\nexpected:\n${expected}")
 endif()
+
+file(STRINGS ${prefix}/lib/udev/rules.d/70-morvane-panel.rules rules REGEX "idVendor")
+set(expected
+  "ATTR{idVendor}==\"dead\", ATTR{idProduct}==\"beef\", MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"")
+list(GET rules 0 found)
+if(NOT found STREQUAL expected)
+  message(FATAL_ERROR "udev rule for development panels:\n${found}\nexpected:\n${expected}")
+endif()

@@ -17,8 +17,8 @@ constexpr unsigned int recordHeaderSize = sizeof(RecordHeader);
 
 } // namespace
 
-Panel::Panel(std::shared_ptr<UsbDevice> device, std::optional<DeviceInformation> information)
-    : m_device(std::move(device)), m_information(std::move(information))
+Panel::Panel(std::shared_ptr<UsbDevice> device, const std::optional<DeviceInformation>& information)
+    : m_device(std::move(device)), m_information(information)
 {}
 
 std::string Panel::getUidText() const

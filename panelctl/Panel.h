@@ -15,7 +15,7 @@ namespace Vantor {
 // another uid.
 class Panel {
 public:
-    Panel(std::shared_ptr<UsbDevice> device, std::optional<DeviceInformation> information);
+    Panel(std::shared_ptr<UsbDevice> device, const std::optional<DeviceInformation>& information);
 
     UsbDevice& getDevice() const { return *m_device; }
 

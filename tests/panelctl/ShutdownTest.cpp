@@ -50,7 +50,7 @@ TEST(PanelctlShutdown, interruptTwice_doesNotCutItShort)
 
 TEST(PanelctlShutdown, interruptUnderLoad_endsInOrder)
 {
-    ToolRun run(panelctlOn({}, {"demo"}));
+    ToolRun run(panelctlOn({"--at", "100ms", "emit type=20 size=8 count=10"}, {"demo"}));
     run.awaitOutput("5. ");
     run.sendSignal(SIGINT);
     EXPECT_EQ(run.finish(), 130);

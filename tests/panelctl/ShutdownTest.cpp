@@ -35,6 +35,7 @@ TEST(PanelctlShutdown, terminate_endsWatchInOrder)
     run.sendSignal(SIGTERM);
     EXPECT_EQ(run.finish(), 143);
     EXPECT_LT(run.getSeconds(), orderlySeconds);
+    EXPECT_EQ(run.getErrors(), "panelctl: interrupted\n");
 }
 
 // A terminal and a parent may both deliver a Ctrl-C.
@@ -66,6 +67,7 @@ TEST(PanelctlShutdown, interruptWhileNothingIsTaken_endsInOrder)
     EXPECT_EQ(run.finish(), 130);
     EXPECT_LT(run.getSeconds(), orderlySeconds);
     EXPECT_EQ(run.getOutput(), "");
+    EXPECT_EQ(run.getErrors(), "panelctl: interrupted\n");
 }
 
 TEST(PanelctlShutdown, readerThatHasGone_endsWatchQuietly)

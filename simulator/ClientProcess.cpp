@@ -21,15 +21,21 @@ std::vector<char*> pointersTo(const std::vector<std::string>& strings)
 } // namespace
 
 ClientProcess::ClientProcess(const std::vector<std::string>& program, const std::vector<std::string>& environment,
-                             const sigset_t& signalMask)
+                             const sigset_t& signalMask, const std::vector<Redirection>& redirections)
 {
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    for (const Redirection& redirection : redirections)
+        posix_spawn_file_actions_adddup2(&files, redirection.source, redirection.descriptor);
+
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigmask(&attributes, &signalMask);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    const int error = posix_spawnp(&m_id, program.front().c_str(), nullptr, &attributes, pointersTo(program).data(),
+    const int error = posix_spawnp(&m_id, program.front().c_str(), &files, &attributes, pointersTo(program).data(),
                                    pointersTo(environment).data());
     posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
     if (error != 0)
         throw std::system_error(error, std::generic_category(), program.front());
 }

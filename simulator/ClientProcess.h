@@ -11,10 +11,15 @@ namespace Vantor {
 // A child process. Not waited for by the destructor.
 class ClientProcess {
 public:
+    struct Redirection {
+        int descriptor; // of the child
+        int source;     // of this process
+    };
+
     // Starts `program` (searched in PATH) with exactly this environment and signal
     // mask. Throws std::system_error with the cause when it cannot be executed.
     ClientProcess(const std::vector<std::string>& program, const std::vector<std::string>& environment,
-                  const sigset_t& signalMask);
+                  const sigset_t& signalMask, const std::vector<Redirection>& redirections = {});
 
     void sendSignal(int number) const;
 

@@ -1,0 +1,97 @@
+#include "tests/bus/BusTest.h"
+
+#include <thread>
+
+namespace Vantor {
+
+// What the library says of the transfers of a panel that is pulled depends on what it
+// notices first: that they end, or that the device has left.
+class Unplug : public BusTest {
+protected:
+    void SetUp() override
+    {
+        BusTest::SetUp();
+        allowLog(R"(\[libusb\] [RT]X LIBUSB_ERROR_NO_DEVICE( uid=\w+!)?)");
+    }
+};
+
+TEST_F(Unplug, transfersPending_deviceIsRemoved)
+{
+    startClientWithPanel();
+    execute("fault out silent sticky");
+    tell("add 101 5 20 1"); // pending, as the read is
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    bus().unplug(0);
+    expectEvent("removed 101");
+    tell("list");
+    expectEvent("list");
+}
+
+TEST_F(Unplug, pluggedInAgain_hasTheSameUid)
+{
+    startClientWithPanel();
+    for (int i = 0; i < 3; ++i) {
+        bus().unplug(0);
+        expectEvent("removed 101");
+        bus().plug(0);
+        expectEvent("added 101");
+        tell("add 101 5 20 1");
+        expectRecords(0, 5, 20, 1);
+    }
+}
+
+TEST_F(Unplug, pluggedInAgainWhileTheOldDeviceIsHeld_hasTheNextUid)
+{
+    startClientWithPanel();
+    tell("hold");
+    bus().unplug(0);
+    expectEvent("removed 101");
+    bus().plug(0);
+    expectEvent("added 102");
+    tell("touch");
+    expectEvent("touched 1");
+    tell("add 102 5 20 1");
+    expectRecords(0, 5, 20, 1);
+    tell("drop");
+    bus().unplug(0);
+    expectEvent("removed 102");
+    bus().plug(0);
+    expectEvent("added 101");
+}
+
+TEST_F(Unplug, underLoad_comesBackEveryTime)
+{
+    startClientWithPanel();
+    for (int i = 0; i < 5; ++i) {
+        execute("emit type=12 size=700 count=1000 every=1");
+        tell("load 101 5 200");
+        awaitRecords(0, 5, 300);
+        bus().unplug(0);
+        expectEvent("removed 101");
+        tell("stop");
+        bus().plug(0);
+        expectEvent("added 101");
+    }
+}
+
+TEST_F(Unplug, deviceListHeldPastTheEnd_staysSafe)
+{
+    makeBus();
+    bus().plug(0);
+    bus().plug(1);
+    startClient();
+    expectEvent("added 101");
+    expectEvent("added 102");
+    tell("hold");
+    bus().unplug(0);
+    expectEvent("removed 101");
+    tell("touch");
+    expectEvent("touched 2");
+    tell("destroy");
+    expectEvent("destroyed");
+    tell("touch");
+    expectEvent("touched 2");
+    tell("drop");
+}
+
+} // namespace Vantor

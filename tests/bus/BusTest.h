@@ -21,9 +21,13 @@ namespace Vantor {
 // violation, and neither the library (above its summaries) nor libusb may have said
 // anything that the test did not expect.
 class BusTest : public testing::Test {
-protected:
+public:
     // For what comes by itself, on a loaded machine.
     static constexpr std::chrono::seconds patience{20};
+
+    static bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
+
+protected:
 
     void makeBus(VirtualBus::Options options = {});
     void startClient();
@@ -44,7 +48,6 @@ protected:
 
     // Matching lines of the library are in order, and as many as there are.
     void allowLog(const std::string& pattern);
-    std::size_t countLog(const std::string& line) const; // so far, not taken out
 
     // The same for lines of libusb.
     void allowLibusb(const std::string& pattern);
@@ -58,8 +61,6 @@ protected:
 
     // Exactly the records 0 to count - 1 of TestRecord.h, in order, and no more.
     void expectRecords(unsigned int panel, int type, std::size_t size, std::size_t count);
-
-    static bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
 
 private:
     void checkLogs();

@@ -49,18 +49,16 @@ TEST_F(Fault, stalledSend_isReportedAndSentAgain)
 }
 
 // The halt is cleared on endpoint 0, which has none: it stays.
-TEST_F(Fault, endpointThatStaysStalled_isTriedOnceAPass)
+TEST_F(Fault, endpointThatStaysStalled_isTriedEveryPassUntilItWorks)
 {
     startClientWithPanel();
     execute("fault out stall sticky");
     tell("add 101 5 20 1");
-    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    for (int i = 0; i < 10; ++i)
+        expectLog("[libusb] TX Transfer stalled uid=101");
+    EXPECT_TRUE(recordsOf(0, 5).empty());
     execute("fault clear");
     expectRecords(0, 5, 20, 1);
-    const std::string line = "[libusb] TX Transfer stalled uid=101";
-    // A pass ends with each event, but a stalled send makes none before the next.
-    EXPECT_GE(countLog(line), 3U);
-    EXPECT_LE(countLog(line), 10U);
     allowLog(R"(\[libusb\] TX Transfer stalled uid=101)");
 }
 
@@ -96,8 +94,6 @@ TEST_F(Fault, packetTakenInPart_countsAndIsNotSentAgain)
         tell("counters 101");
         return !eventsOf("counters").empty() && eventsOf("counters").back() == "counters 101 100 0";
     }));
-    for (const std::string& event : eventsOf("counters"))
-        expectEvent(event);
     tell("add 101 6 20 1");
     expectRecords(0, 6, 20, 1);
     EXPECT_TRUE(recordsOf(0, 5).empty());

@@ -114,6 +114,9 @@ TEST_F(Traffic, announcedLimit_letsLargePacketsThrough)
 TEST_F(Traffic, withoutScatterGather_splitTransfersArriveWhole)
 {
     startClientWithLimit(65535, false);
+    // A short read may end before libusb has submitted all of its pieces. It takes that
+    // for what it is, and complains.
+    allowLibusb(R"(.*submiturb failed, errno=121)");
     tell("add 101 5 60000 5");  // four URBs
     tell("add 101 9 16373 2");  // with both headers 16 KiB, one full URB
     tell("add 101 10 32757 2"); // two full ones

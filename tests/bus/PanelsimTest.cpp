@@ -1,0 +1,237 @@
+#include "simulator/ClientProcess.h"
+#include "tests/bus/BusTest.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+// The program itself, as a user starts it.
+class Panelsim : public testing::Test {
+protected:
+    struct Result {
+        int exitCode;
+        std::string output; // with the errors
+    };
+
+    void SetUp() override
+    {
+        char name[] = "/tmp/panelsimTest.XXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        m_folder = name;
+    }
+
+    void TearDown() override
+    {
+        m_process.reset();
+        std::filesystem::remove_all(m_folder);
+    }
+
+    std::string fileName(const std::string& name) const { return m_folder + "/" + name; }
+
+    static std::string contentOf(const std::string& path)
+    {
+        std::ostringstream content;
+        content << std::ifstream(path).rdbuf();
+        return content.str();
+    }
+
+    void start(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), MORVANE_PANELSIM);
+        std::vector<std::string> environment;
+        for (char** variable = environ; *variable != nullptr; ++variable)
+            environment.emplace_back(*variable);
+        sigset_t mask;
+        sigemptyset(&mask);
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(fileName("output").c_str(), "w"),
+                                                                   std::fclose);
+        m_process = std::make_unique<ClientProcess>(
+            arguments, environment, mask,
+            std::vector<ClientProcess::Redirection>{{1, fileno(file.get())}, {2, fileno(file.get())}});
+    }
+
+    Result finish()
+    {
+        EXPECT_TRUE(waitUntil([this] { return m_process->hasEnded(); }));
+        if (!m_process->hasEnded()) {
+            m_process->sendSignal(SIGKILL);
+            waitUntil([this] { return m_process->hasEnded(); });
+        }
+        return {m_process->getExitCode(), contentOf(fileName("output"))};
+    }
+
+    Result run(const std::vector<std::string>& arguments)
+    {
+        start(arguments);
+        return finish();
+    }
+
+    void awaitFile(const std::string& name)
+    {
+        EXPECT_TRUE(waitUntil([this, &name] { return std::filesystem::exists(fileName(name)); }));
+    }
+
+    static bool waitUntil(const std::function<bool()>& condition) { return BusTest::waitUntil(condition); }
+
+    void send(int number) { m_process->sendSignal(number); }
+
+private:
+    std::string m_folder;
+    std::unique_ptr<ClientProcess> m_process;
+};
+
+TEST_F(Panelsim, exitCode_isThatOfTheProgram)
+{
+    EXPECT_EQ(run({"run", "--", "sh", "-c", "exit 0"}).exitCode, 0);
+    EXPECT_EQ(run({"run", "--", "sh", "-c", "exit 7"}).exitCode, 7);
+    EXPECT_EQ(run({"run", "--", "sh", "-c", "kill -9 $$"}).exitCode, 137);
+    EXPECT_EQ(run({"run", "--", "/nowhere/at/all"}).exitCode, 127);
+    EXPECT_EQ(run({"run", "--", "/"}).exitCode, 126);
+}
+
+TEST_F(Panelsim, wrongUsage_is125AndSaysWhy)
+{
+    EXPECT_EQ(run({}).exitCode, 125);
+    EXPECT_EQ(run({"run"}).exitCode, 125);
+    EXPECT_EQ(run({"run", "--panels", "32", "--", "true"}).exitCode, 125);
+    EXPECT_EQ(run({"run", "--log", "/nowhere/log", "--", "true"}).exitCode, 125);
+    const Result time = run({"run", "--at", "soon", "unplug", "--", "true"});
+    EXPECT_EQ(time.exitCode, 125);
+    EXPECT_NE(time.output.find("soon"), std::string::npos) << time.output;
+    const Result command = run({"run", "--at", "1s", "explode", "--", "true"});
+    EXPECT_EQ(command.exitCode, 125);
+    EXPECT_NE(command.output.find("explode"), std::string::npos) << command.output;
+    EXPECT_EQ(run({"run", "--at", "1s", "plug 31", "--", "true"}).exitCode, 125);
+}
+
+TEST_F(Panelsim, helpAndVersion_areAnswered)
+{
+    EXPECT_EQ(run({"--version"}).output, "panelsim 1.2.1\n");
+    const Result help = run({"run", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_NE(help.output.find("--no-scatter-gather"), std::string::npos);
+    EXPECT_NE(help.output.find("120"), std::string::npos);
+}
+
+TEST_F(Panelsim, lsusb_listsThePanels)
+{
+    if (std::system("command -v lsusb >/dev/null") != 0)
+        GTEST_SKIP() << "usbutils is not installed";
+    const Result result = run({"run", "--panels", "2", "--", "lsusb"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.output.find("Bus 001 Device 002: ID dead:beef"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("Bus 001 Device 003: ID dead:beef"), std::string::npos) << result.output;
+    const Result verbose = run({"run", "--", "lsusb", "-v", "-d", "dead:beef"});
+    EXPECT_EQ(verbose.exitCode, 0);
+    EXPECT_NE(verbose.output.find("bEndpointAddress     0x81  EP 1 IN"), std::string::npos) << verbose.output;
+    EXPECT_NE(verbose.output.find("Device Status:     0x0000"), std::string::npos) << verbose.output;
+}
+
+TEST_F(Panelsim, noPanels_isAnEmptyBus)
+{
+    EXPECT_NE(run({"run", "--panels", "0", "--", MORVANE_RAW_CLIENT}).exitCode, 0);
+    EXPECT_EQ(run({"run", "--", MORVANE_RAW_CLIENT}).exitCode, 0);
+}
+
+// A packet of 8 + 3 + 2 bytes, one record of type 5.
+TEST_F(Panelsim, wellFormedPacket_isLogged)
+{
+    const Result result =
+        run({"run", "--log", fileName("log"), "--", MORVANE_RAW_CLIENT, "0d00010000000000" "050200" "a1b2"});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    const std::string log = contentOf(fileName("log"));
+    EXPECT_NE(log.find(" panel 0: plug, port 1, device 2\n"), std::string::npos) << log;
+    EXPECT_NE(log.find(" panel 0: claim\n"), std::string::npos) << log;
+    EXPECT_NE(log.find(" panel 0: record type 5, 2 bytes: a1 b2\n"), std::string::npos) << log;
+}
+
+// The same, with a record that claims three bytes.
+TEST_F(Panelsim, violationOfTheWire_is120AndPrinted)
+{
+    const Result result =
+        run({"run", "--log", fileName("log"), "--", MORVANE_RAW_CLIENT, "0d00010000000000" "050300" "a1b2"});
+    EXPECT_EQ(result.exitCode, 120);
+    EXPECT_NE(result.output.find("panelsim: violation: panel 0: "), std::string::npos) << result.output;
+    EXPECT_NE(contentOf(fileName("log")).find(" panel 0: violation: "), std::string::npos);
+}
+
+TEST_F(Panelsim, timedCommands_happenInTheirTime)
+{
+    const Result result = run({"run", "--log", fileName("log"), "--at", "100ms", "unplug", "--at", "200ms", "plug",
+                               "--at", "300ms", "fault out stall sticky", "--at", "400ms",
+                               "emit type=12 hex=0a count=2 every=50", "--at", "500ms", "unplug 4", "--", "sleep",
+                               "0.7"});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    std::istringstream log(contentOf(fileName("log")));
+    std::vector<std::string> lines;
+    double last = 0;
+    double time = 0;
+    for (std::string line; log >> time && std::getline(log, line); last = time) {
+        EXPECT_GE(time, last);
+        lines.push_back(line);
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         " panel 0: plug, port 1, device 2",
+                         " panel 0: unplug",
+                         " panel 0: plug, port 1, device 3",
+                         " panel 0: fault out stall sticky",
+                         " panel 0: emit type 12, 1 bytes",
+                         " panel 0: emit type 12, 1 bytes",
+                         " panel 4: is not plugged",
+                     }));
+}
+
+TEST_F(Panelsim, signals_goOnToTheProgram)
+{
+    for (const int number : {SIGINT, SIGTERM}) {
+        const std::string ready = "ready" + std::to_string(number);
+        start({"run", "--", "sh", "-c",
+               "trap 'exit 11' INT; trap 'exit 12' TERM; touch " + fileName(ready) +
+                   "; while :; do sleep 0.02; done"});
+        awaitFile(ready);
+        send(number);
+        EXPECT_EQ(finish().exitCode, number == SIGINT ? 11 : 12);
+    }
+}
+
+TEST_F(Panelsim, programThatIgnoresSignals_isKilledAfterThreeSeconds)
+{
+    start({"run", "--", "sh", "-c", "trap '' TERM; touch " + fileName("ready") + "; exec sleep 30"});
+    awaitFile("ready");
+    const auto before = std::chrono::steady_clock::now();
+    send(SIGTERM);
+    EXPECT_EQ(finish().exitCode, 128 + SIGKILL);
+    const auto taken = std::chrono::steady_clock::now() - before;
+    EXPECT_GE(taken, std::chrono::milliseconds(2900));
+    EXPECT_LT(taken, std::chrono::seconds(6));
+}
+
+// libusb asks the node all the time whether there is something to reap; a node that
+// always says yes costs most of a processor.
+TEST_F(Panelsim, idleBus_costsNoProcessorTime)
+{
+    start({"run", "--panels", "2", "--", "sh", "-c",
+           "(echo start; sleep 4; echo exit) | " MORVANE_BUS_CLIENT " 3>/dev/null"});
+    EXPECT_EQ(finish().exitCode, 0);
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    const double seconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
+    EXPECT_LT(seconds, 0.5); // measured: 0.03, nearly all of it the start
+}
+
+TEST_F(Panelsim, end_leavesNoTemporaryFiles)
+{
+    const auto result = run({"run", "--", "sh", "-c", "echo $UMOCKDEV_DIR"});
+    ASSERT_EQ(result.output.rfind("/tmp/umockdev.", 0), 0U) << result.output;
+    EXPECT_FALSE(std::filesystem::exists(result.output.substr(0, result.output.size() - 1)));
+}
+
+} // namespace Vantor

@@ -5,14 +5,14 @@
 //   add UID TYPE SIZE COUNT   queues records 0 to COUNT - 1 (see TestRecord.h)
 //   set UID TYPE KEY SIZE N   writes record N under a key
 //   load UID TYPE SIZE        queues such records from a thread until stop or destroy
-//   stop
+//   stop                      "stopped"
 //   drain UID                 waits until the packer is empty: "drained UID"
 //   counters UID              "counters UID SENT RECEIVED", decimal
 //   list                      "list UID ...", in order of arrival
-//   hold                      keeps the device list
+//   hold                      keeps the device list: "held NUMBER"
 //   touch                     calls every device that is held: "touched NUMBER"
-//   drop                      lets go of them
-//   closeAll
+//   drop                      lets go of them: "dropped"
+//   closeAll                  "closed"
 //   destroy                   "destroyed"
 //   exit, or the end of the input
 //
@@ -176,7 +176,11 @@ private:
             std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
 
-    void stopLoad(Words& /*words*/) { stop(); }
+    void stopLoad(Words& /*words*/)
+    {
+        stop();
+        report("stopped");
+    }
 
     void stop()
     {
@@ -210,7 +214,11 @@ private:
         report(line);
     }
 
-    void hold(Words& /*words*/) { m_held = m_manager->getDeviceListSafe(); }
+    void hold(Words& /*words*/)
+    {
+        m_held = m_manager->getDeviceListSafe();
+        report("held " + std::to_string(m_held.size()));
+    }
 
     void touch(Words& /*words*/)
     {
@@ -225,9 +233,17 @@ private:
         report("touched " + std::to_string(m_held.size()));
     }
 
-    void drop(Words& /*words*/) { m_held.clear(); }
+    void drop(Words& /*words*/)
+    {
+        m_held.clear();
+        report("dropped");
+    }
 
-    void closeAll(Words& /*words*/) { m_manager->closeAllDevices(); }
+    void closeAll(Words& /*words*/)
+    {
+        m_manager->closeAllDevices();
+        report("closed");
+    }
 
     void destroyNow(Words& /*words*/)
     {

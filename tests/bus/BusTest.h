@@ -64,7 +64,7 @@ protected:
 
 private:
     void checkLogs();
-    void describeRun() const;
+    void describeRun();
 
     std::unique_ptr<VirtualBus> m_bus;
     std::unique_ptr<ClientProcess> m_client;

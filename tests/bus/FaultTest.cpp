@@ -128,6 +128,7 @@ TEST_F(Fault, panelOutOfTheRegistry_isTakenInByTheNextCheck)
 {
     startClientWithPanel();
     tell("closeAll");
+    expectEvent("closed");
     tell("list");
     expectEvent("list");
     expectLog("[libusb] Found stray device uid=0");

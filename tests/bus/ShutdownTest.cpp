@@ -46,7 +46,9 @@ TEST_F(Shutdown, panelsClosedUnderLoad_areTakenInAgain)
     tell("load 101 5 200");
     awaitRecords(0, 5, 500);
     tell("closeAll");
+    expectEvent("closed");
     tell("stop");
+    expectEvent("stopped");
     expectLog("[libusb] Found stray device uid=0");
     allowLog(R"(\[libusb\] Found stray device uid=1)");
     expectEvent("added 101");

@@ -44,6 +44,7 @@ TEST_F(Unplug, pluggedInAgainWhileTheOldDeviceIsHeld_hasTheNextUid)
 {
     startClientWithPanel();
     tell("hold");
+    expectEvent("held 1");
     bus().unplug(0);
     expectEvent("removed 101");
     bus().plug(0);
@@ -53,6 +54,7 @@ TEST_F(Unplug, pluggedInAgainWhileTheOldDeviceIsHeld_hasTheNextUid)
     tell("add 102 5 20 1");
     expectRecords(0, 5, 20, 1);
     tell("drop");
+    expectEvent("dropped");
     bus().unplug(0);
     expectEvent("removed 102");
     bus().plug(0);
@@ -69,6 +71,7 @@ TEST_F(Unplug, underLoad_comesBackEveryTime)
         bus().unplug(0);
         expectEvent("removed 101");
         tell("stop");
+        expectEvent("stopped");
         bus().plug(0);
         expectEvent("added 101");
     }
@@ -83,6 +86,7 @@ TEST_F(Unplug, deviceListHeldPastTheEnd_staysSafe)
     expectEvent("added 101");
     expectEvent("added 102");
     tell("hold");
+    expectEvent("held 2");
     bus().unplug(0);
     expectEvent("removed 101");
     tell("touch");
@@ -92,6 +96,7 @@ TEST_F(Unplug, deviceListHeldPastTheEnd_staysSafe)
     tell("touch");
     expectEvent("touched 2");
     tell("drop");
+    expectEvent("dropped");
 }
 
 } // namespace Vantor

@@ -84,7 +84,7 @@ TEST_F(Traffic, packetsOfThePanel_areParsedInOrder)
     });
     for (std::uint32_t number = 0; number < 50; ++number)
         expectEvent(packetEvent("101", static_cast<int>(number % 40 + 2), testPayload(number, 40 * number)));
-    EXPECT_EQ(eventsOf("begin").size(), eventsOf("end").size());
+    EXPECT_TRUE(waitUntil([this] { return eventsOf("begin").size() == eventsOf("end").size(); }));
 }
 
 // 8 bytes of header and 3 of the record's: with 501 more the packet fills one USB

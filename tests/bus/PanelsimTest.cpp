@@ -167,7 +167,7 @@ TEST_F(Panelsim, timedCommands_happenInTheirTime)
     const Result result = run({"run", "--log", fileName("log"), "--at", "100ms", "unplug", "--at", "200ms", "plug",
                                "--at", "300ms", "fault out stall sticky", "--at", "400ms",
                                "emit type=12 hex=0a count=2 every=50", "--at", "500ms", "unplug 4", "--", "sleep",
-                               "0.7"});
+                               "1.2"});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     std::istringstream log(contentOf(fileName("log")));
     std::vector<std::string> lines;

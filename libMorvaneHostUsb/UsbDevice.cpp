@@ -213,6 +213,9 @@ void UsbDevice::cleanup()
     MORVANE_TRACE("libusb_release_interface %d\n", result);
     MORVANE_TRACE_LINE("libusb_close");
     libusb_close(handle);
+    // Closing makes libusb forget what the drain could not get back: nothing is left to wait for.
+    TransferAccount::instance().forget(m_txTransfer);
+    TransferAccount::instance().forget(m_rxTransfer);
 }
 
 void UsbDevice::setDeviceInfo(const DeviceInformation& info)

@@ -227,14 +227,22 @@ bool FakeLibusb::post(TransferState* state, int status, int actualLength, std::v
 {
     if (state == nullptr || state->completionPending)
         return false;
-    state->completionPending = true;
     libusb_transfer* const transfer = state->submission.transfer;
-    m_scheduled.erase(std::remove_if(m_scheduled.begin(), m_scheduled.end(),
-                                     [transfer](const Scheduled& late) { return late.event.transfer == transfer; }),
-                      m_scheduled.end());
+    forgetCompletion(transfer);
+    state->completionPending = true;
     m_pending.push_back({transfer, nullptr, status, actualLength, std::move(bytes)});
     m_changed.notify_all();
     return true;
+}
+
+void FakeLibusb::forgetCompletion(const libusb_transfer* transfer)
+{
+    m_scheduled.erase(std::remove_if(m_scheduled.begin(), m_scheduled.end(),
+                                     [transfer](const Scheduled& late) { return late.event.transfer == transfer; }),
+                      m_scheduled.end());
+    m_pending.erase(std::remove_if(m_pending.begin(), m_pending.end(),
+                                   [transfer](const Event& event) { return event.transfer == transfer; }),
+                    m_pending.end());
 }
 
 bool FakeLibusb::complete(libusb_device* device, std::uint8_t endpoint, int status, int actualLength)
@@ -303,6 +311,12 @@ std::vector<FakeLibusb::Submission> FakeLibusb::takeSubmissions(libusb_device* d
     }
     m_submissions = std::move(left);
     return taken;
+}
+
+std::vector<std::string> FakeLibusb::takeCompletions()
+{
+    const Lock lock(m_mutex);
+    return std::exchange(m_completions, {});
 }
 
 std::vector<FakeLibusb::Registration> FakeLibusb::registrations()
@@ -433,6 +447,12 @@ std::vector<std::string> FakeLibusb::verify()
     if (!m_lists.empty())
         found.emplace_back("device list not freed");
     return found;
+}
+
+std::vector<std::string> FakeLibusb::takeMisuses()
+{
+    const Lock lock(m_mutex);
+    return std::exchange(m_misuses, {});
 }
 
 int FakeLibusb::init(libusb_context** context)
@@ -640,10 +660,12 @@ void FakeLibusb::close(libusb_device_handle* handle)
     m_trace.push_back("close " + label(handle->device));
     // libusb takes the events lock: a callback that runs elsewhere is waited for.
     m_changed.wait(lock, [this] { return !m_callbackThread || *m_callbackThread == std::this_thread::get_id(); });
-    for (const auto& transfer : m_transfers) {
-        if (transfer.second.inFlight && transfer.second.submission.handle == handle)
-            misuse("close with a transfer in flight on " +
-                   endpointName(transfer.second.submission.endpoint));
+    for (auto& [transfer, state] : m_transfers) {
+        if (!state.inFlight || state.submission.handle != handle)
+            continue;
+        misuse("close with a transfer in flight on " + endpointName(state.submission.endpoint));
+        forgetCompletion(transfer);
+        state.inFlight = false; // forgotten: its callback never comes
     }
     handle->open = false;
     if (handle->device->claimedBy == handle)
@@ -717,6 +739,7 @@ void FakeLibusb::free(libusb_transfer* transfer)
         isUsable(device, "free_transfer");
         if (!m_contexts.empty())
             isUsable(m_contexts.back().get(), "free_transfer");
+        changeReferences(device, -1);
     }
     m_transfers.erase(transfer);
     std::free(transfer);
@@ -753,10 +776,12 @@ int FakeLibusb::submit(libusb_transfer* transfer)
         submission.bytes.assign(transfer->buffer, transfer->buffer + transfer->length);
     submission.time = VirtualClock::now();
     m_submissions.push_back(submission);
+    if (state->submission.device != nullptr)
+        changeReferences(state->submission.device, -1);
+    changeReferences(device, 1);
     state->submission = std::move(submission);
     state->inFlight = true;
     state->completionPending = false;
-    changeReferences(device, 1);
     return LIBUSB_SUCCESS;
 }
 
@@ -895,7 +920,6 @@ void FakeLibusb::deliverCompletion(Lock& lock, const Event& event)
 {
     libusb_transfer* const transfer = event.transfer;
     TransferState& state = m_transfers.at(transfer);
-    libusb_device* const device = state.submission.device;
     const libusb_transfer_cb_fn callback = state.submission.callback;
     const auto router = m_router;
     transfer->status = static_cast<libusb_transfer_status>(event.status);
@@ -904,6 +928,8 @@ void FakeLibusb::deliverCompletion(Lock& lock, const Event& event)
         std::memcpy(state.submission.buffer, event.bytes.data(), event.bytes.size());
     state.inFlight = false;
     state.completionPending = false;
+    m_completions.push_back(label(state.submission.device) + " " + endpointName(state.submission.endpoint) +
+                            " status " + std::to_string(event.status));
 
     lock.unlock();
     t_inTransferCallback = true;
@@ -912,7 +938,6 @@ void FakeLibusb::deliverCompletion(Lock& lock, const Event& event)
     callback(transfer);
     t_inTransferCallback = false;
     lock.lock();
-    changeReferences(device, -1);
 }
 
 void FakeLibusb::deliverHotplug(Lock& lock, const Event& event)

@@ -24,7 +24,8 @@ namespace Vantor::Test {
 // It behaves as libusb does where the library depends on it: a cancelled transfer comes
 // back through its callback, a second claim of an interface is busy, halts of endpoint 0
 // are not cleared, ENUMERATE announces what is attached on the registering thread. Reference
-// counts are libusb's: one for the bus, one for each handle and each transfer in flight.
+// counts are libusb's: one for the bus, one for each handle, and one for each transfer
+// from its submission until it is freed or used for another device.
 //
 // What libusb forbids is collected as misuse: see verify().
 //
@@ -109,6 +110,7 @@ public:
     void onCancel(std::function<void(libusb_transfer*)> hook);
 
     std::vector<Submission> takeSubmissions(libusb_device* device, std::uint8_t endpoint);
+    std::vector<std::string> takeCompletions(); // delivered ones, such as "1-4 0x02 status 0"
     std::vector<Registration> registrations();
     std::vector<timeval> takeEventTimeouts(); // of main-loop event calls
 
@@ -141,6 +143,9 @@ public:
     // Everything libusb forbids that has been done, and everything that is still held:
     // open handles, transfers, device references, lists, contexts. Empty when clean.
     std::vector<std::string> verify();
+
+    // The misuses so far, for a test that provokes one.
+    std::vector<std::string> takeMisuses();
 
     // For the functions below the fence.
     struct Event {
@@ -196,6 +201,7 @@ private:
     void changeReferences(libusb_device* device, int change);
     TransferState* findInFlight(libusb_device* device, std::uint8_t endpoint);
     bool post(TransferState* state, int status, int actualLength, std::vector<std::uint8_t> bytes);
+    void forgetCompletion(const libusb_transfer* transfer);
     void postDue();
     std::optional<std::chrono::system_clock::time_point> nextDue();
     void park(Lock& lock, std::chrono::nanoseconds timeout);
@@ -215,6 +221,7 @@ private:
     std::set<libusb_device**> m_lists;
     std::vector<Registration> m_registrations;
     std::vector<Submission> m_submissions;
+    std::vector<std::string> m_completions;
     std::vector<timeval> m_eventTimeouts;
     std::vector<std::string> m_trace;
     std::vector<std::string> m_misuses;

@@ -1,0 +1,73 @@
+#include "tests/support/ManagerRig.h"
+
+namespace Vantor::Test {
+
+ManagerRig::~ManagerRig()
+{
+    stop();
+}
+
+UsbManager& ManagerRig::create()
+{
+    manager = UsbManager::getUsbManager();
+    return *manager;
+}
+
+void ManagerRig::initialise()
+{
+    manager->initialise();
+    m_running = true;
+    usb.waitParked();
+}
+
+void ManagerRig::start()
+{
+    create().registerObserver(&observer);
+    initialise();
+    usb.takeTrace();
+}
+
+// One that never ran cannot be destroyed.
+void ManagerRig::stop()
+{
+    usb.onCancel(nullptr);
+    if (manager == nullptr)
+        return;
+    if (!m_running)
+        manager->initialise();
+    UsbManager::destroyUsbManager();
+    manager = nullptr;
+    m_running = false;
+}
+
+libusb_device* ManagerRig::arrive(const FakeLibusb::Panel& panel)
+{
+    libusb_device* const device = usb.plug(panel);
+    usb.pass();
+    return device;
+}
+
+void ManagerRig::receive(libusb_device* panel, const std::vector<std::uint8_t>& bytes)
+{
+    usb.receive(panel, bytes);
+    usb.pass();
+    observer.waitForMessages(1);
+}
+
+void ManagerRig::closeAllDevices(std::chrono::nanoseconds tick)
+{
+    // The worker keeps up at every cancel of a read, where the caller holds no lock.
+    VirtualClock::tickPerSteadyRead(tick);
+    usb.setFreeRunning(true);
+    usb.onCancel([this](libusb_transfer* transfer) {
+        if (transfer->endpoint == FakeLibusb::inEndpoint)
+            usb.settle();
+    });
+    manager->closeAllDevices();
+    usb.onCancel(nullptr);
+    usb.settle();
+    usb.setFreeRunning(false);
+    VirtualClock::tickPerSteadyRead(std::chrono::nanoseconds(0));
+}
+
+} // namespace Vantor::Test

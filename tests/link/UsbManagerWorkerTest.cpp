@@ -6,6 +6,8 @@
 #include <fstream>
 #include <utility>
 
+#include <pthread.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -109,15 +111,17 @@ TEST(UsbManager, arrivedDevice_isPolledInTheSamePass)
 TEST(UsbManager, worker_pollsEveryDeviceWithOneTimeStamp)
 {
     ManagerRig rig;
+    pthread_t worker{};
+    rig.observer.whenAdded = [&worker](std::uint16_t) { worker = pthread_self(); };
     rig.start();
     libusb_device* const four = rig.usb.plug(panelAt(4));
     libusb_device* const five = rig.usb.plug(panelAt(5));
     rig.usb.passAfter(0s);
     // Two seconds after their construction nothing is due yet; a second reading of the
     // clock would be later.
-    VirtualClock::tickPerSystemRead(1s);
+    VirtualClock::tickPerSystemRead(1s, worker);
     rig.usb.passAfter(2s);
-    VirtualClock::tickPerSystemRead(0s);
+    VirtualClock::tickPerSystemRead(0s, worker);
     EXPECT_EQ(rig.usb.inFlight(four, FakeLibusb::outEndpoint), nullptr);
     EXPECT_EQ(rig.usb.inFlight(five, FakeLibusb::outEndpoint), nullptr);
 }

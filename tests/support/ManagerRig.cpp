@@ -18,6 +18,7 @@ void ManagerRig::initialise()
     manager->initialise();
     m_running = true;
     usb.waitParked();
+    VirtualClock::waitForPolling();
 }
 
 void ManagerRig::start()
@@ -52,6 +53,7 @@ void ManagerRig::receive(libusb_device* panel, const std::vector<std::uint8_t>& 
     usb.receive(panel, bytes);
     usb.pass();
     observer.waitForMessages(1);
+    VirtualClock::waitForPolling();
 }
 
 void ManagerRig::closeAllDevices(std::chrono::nanoseconds tick)

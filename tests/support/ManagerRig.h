@@ -12,7 +12,7 @@
 namespace Vantor::Test {
 
 // The manager on the scripted libusb. Its worker is parked whenever the test's thread
-// has the turn.
+// has the turn, and its receive thread waits for a message.
 class ManagerRig : public LinkRig {
 public:
     ManagerRig() = default;

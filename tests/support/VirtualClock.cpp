@@ -25,6 +25,8 @@ std::atomic<bool> s_installed{false};
 std::atomic<std::int64_t> s_elapsed{0};
 std::atomic<std::int64_t> s_step{0};
 std::atomic<std::int64_t> s_systemTick{0};
+std::atomic<pthread_t> s_systemTicker{};
+std::atomic<unsigned long> s_pauses{0};
 std::atomic<std::int64_t> s_steadyTick{0};
 std::atomic<unsigned int> s_sleeps{0};
 std::mutex s_hookMutex;
@@ -42,8 +44,15 @@ void pauseIfPolling(std::int64_t elapsed)
     }
     if (++t_repeats < patience)
         return;
+    ++s_pauses;
     const timespec pause{0, pollPauseNs};
     nanosleep(&pause, nullptr);
+}
+
+std::int64_t systemTick()
+{
+    const std::int64_t tick = s_systemTick;
+    return tick != 0 && pthread_equal(s_systemTicker, pthread_self()) != 0 ? tick : 0;
 }
 
 timespec toTimespec(std::int64_t ns)
@@ -100,14 +109,24 @@ void VirtualClock::step(std::chrono::nanoseconds amount)
     s_step += amount.count();
 }
 
-void VirtualClock::tickPerSystemRead(std::chrono::nanoseconds amount)
+void VirtualClock::tickPerSystemRead(std::chrono::nanoseconds amount, pthread_t thread)
 {
+    s_systemTicker = thread;
     s_systemTick = amount.count();
 }
 
 void VirtualClock::tickPerSteadyRead(std::chrono::nanoseconds amount)
 {
     s_steadyTick = amount.count();
+}
+
+void VirtualClock::waitForPolling()
+{
+    const unsigned long before = s_pauses;
+    while (s_pauses == before) {
+        const timespec pause{0, pollPauseNs};
+        nanosleep(&pause, nullptr);
+    }
 }
 
 unsigned int VirtualClock::sleeps()
@@ -127,7 +146,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
     using namespace Vantor::Test;
     if (s_installed && clock == CLOCK_REALTIME) {
-        *time = read(systemBase + s_step, s_systemTick);
+        *time = read(systemBase + s_step, systemTick());
         return 0;
     }
     if (s_installed && clock == CLOCK_MONOTONIC) {

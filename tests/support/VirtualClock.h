@@ -3,6 +3,8 @@
 #include <chrono>
 #include <functional>
 
+#include <pthread.h>
+
 namespace Vantor::Test {
 
 // Time as the code under test sees it: system_clock, steady_clock and usleep, under
@@ -27,9 +29,13 @@ public:
     // Moves the system clock alone, as someone who sets the time.
     static void step(std::chrono::nanoseconds amount);
 
-    // Every read of the clock moves time on by that much, after it was read.
-    static void tickPerSystemRead(std::chrono::nanoseconds amount);
+    // Every read of the clock moves time on by that much, after it was read; of the system
+    // clock by one thread alone, since the receive thread polls it.
+    static void tickPerSystemRead(std::chrono::nanoseconds amount, pthread_t thread);
     static void tickPerSteadyRead(std::chrono::nanoseconds amount);
+
+    // Blocks until some thread polls, as the receive thread does once it waits for a message.
+    static void waitForPolling();
 
     // Calls of usleep so far, each of which advances time by what it asked for.
     static unsigned int sleeps();

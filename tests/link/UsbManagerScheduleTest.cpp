@@ -1,9 +1,12 @@
 // Short lives of a manager under random schedules, each from one seed.
 #include "tests/support/ManagerRig.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <random>
+#include <set>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -202,7 +205,8 @@ private:
 TEST(UsbManager, randomSchedule_endsClean)
 {
     const char* const chosen = std::getenv(seedVariable);
-    const unsigned int first = chosen != nullptr ? static_cast<unsigned int>(std::strtoul(chosen, nullptr, 10)) : firstSeed;
+    const unsigned int first =
+        chosen != nullptr ? static_cast<unsigned int>(std::strtoul(chosen, nullptr, 10)) : firstSeed;
     const unsigned int count = chosen != nullptr ? 1 : runs;
     for (unsigned int seed = first; seed < first + count && !HasFailure(); ++seed) {
         SCOPED_TRACE("replay: " + std::string(seedVariable) + "=" + std::to_string(seed) +

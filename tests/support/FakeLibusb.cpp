@@ -297,7 +297,7 @@ void FakeLibusb::route(std::function<void(libusb_transfer*)> router)
 void FakeLibusb::onCancel(std::function<void(libusb_transfer*)> hook)
 {
     const Lock lock(m_mutex);
-    m_cancelHook = std::move(hook);
+    m_cancelHook = hook ? std::make_shared<std::function<void(libusb_transfer*)>>(std::move(hook)) : nullptr;
 }
 
 std::vector<FakeLibusb::Submission> FakeLibusb::takeSubmissions(libusb_device* device, std::uint8_t endpoint)
@@ -787,13 +787,13 @@ int FakeLibusb::submit(libusb_transfer* transfer)
 
 int FakeLibusb::cancel(libusb_transfer* transfer)
 {
-    std::function<void(libusb_transfer*)> hook;
+    std::shared_ptr<std::function<void(libusb_transfer*)>> hook; // shared, for it may keep a state
     {
         const Lock lock(m_mutex);
         hook = m_cancelHook;
     }
     if (hook)
-        hook(transfer);
+        (*hook)(transfer);
 
     const Lock lock(m_mutex);
     TransferState* const state = stateOf(transfer, "cancel_transfer");

@@ -232,7 +232,7 @@ private:
     std::map<std::string, int> m_lastingScripts;
     std::map<std::uint32_t, int> m_capabilities;
     std::function<void(libusb_transfer*)> m_router;
-    std::function<void(libusb_transfer*)> m_cancelHook;
+    std::shared_ptr<std::function<void(libusb_transfer*)>> m_cancelHook;
     bool m_ignoreCancel = false;
     bool m_honourTimeouts = false;
     unsigned int m_callsToFailure = 0;

@@ -1,5 +1,7 @@
 #include "tests/support/ManagerRig.h"
 
+#include <thread>
+
 namespace Vantor::Test {
 
 ManagerRig::~ManagerRig()
@@ -58,11 +60,11 @@ void ManagerRig::receive(libusb_device* panel, const std::vector<std::uint8_t>& 
 
 void ManagerRig::closeAllDevices(std::chrono::nanoseconds tick)
 {
-    // The worker keeps up at every cancel of a read, where the caller holds no lock.
+    // The worker keeps up at every other cancel, of the read, where the caller holds no lock.
     VirtualClock::tickPerSteadyRead(tick);
     usb.setFreeRunning(true);
-    usb.onCancel([this](libusb_transfer* transfer) {
-        if (transfer->endpoint == FakeLibusb::inEndpoint)
+    usb.onCancel([this, caller = std::this_thread::get_id(), isRead = false](libusb_transfer*) mutable {
+        if (std::this_thread::get_id() == caller && (isRead = !isRead))
             usb.settle();
     });
     manager->closeAllDevices();

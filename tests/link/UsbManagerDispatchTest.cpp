@@ -132,7 +132,7 @@ TEST(UsbManager, deviceInformation_isStoredAndTheObserverTold)
     ASSERT_NE(info, nullptr);
     EXPECT_EQ(atCallback, info) << "the device first, then the observer";
     EXPECT_EQ(info->description[0], 0x77);
-    EXPECT_EQ(info->maxPacketSize, 0x1234);
+    EXPECT_EQ(+info->maxPacketSize, 0x1234);
     const auto lines = rig.observer.take();
     ASSERT_THAT(lines, SizeIs(3));
     EXPECT_THAT(lines[1], testing::StartsWith("parsed 104 type 0: 77 0 0"));

@@ -125,7 +125,7 @@ private:
         else if (chance(50))
             m_rig.usb.completeSend(panel);
         else
-            m_rig.usb.complete(panel, anyEndpoint(), pick(9), pick(64));
+            m_rig.usb.complete(panel, anyEndpoint(), pick(8), pick(64));
     }
 
     std::vector<std::uint8_t> randomBytes()

@@ -38,8 +38,7 @@ struct Chunk {
     explicit Chunk(const Bytes& packet)
         : board(packet.at(11)), address(word(packet, 12)), length(word(packet, 16)),
           data(packet.begin() + 20, packet.begin() + 20 + 4096), checksum(word(packet, 20 + 4096))
-    {
-    }
+    {}
 
     std::uint8_t board;
     std::uint32_t address;
@@ -154,9 +153,8 @@ TEST(UsbDevice, firmwareStart_announcesBothImages)
     const auto packets = rig.start();
     // 0xCBF43926 is the CRC-32 of "123456789". The checksum is the sum of the bytes before
     // it: 9 + 0x26 + 0x39 + 0xF4 + 0xCB + 0x30 = 599.
-    const Bytes request = {45, 0, 1, 0, 0, 0, 0, 0, 41, 34, 0, 0,    0, 0, 0, 0, 0, 0,    0,    0,    0,    9,   0,
-                           0,  0, 0x26, 0x39, 0xF4, 0xCB, 0x00, 0x30, 0, 0, 0, 0, 0, 0, 0,    0,    0,    0,    0x57, 2,
-                           0,  0};
+    const Bytes request = {45, 0, 1,    0,    0,    0,    0,    0,    41, 34, 0, 0, 0, 0, 0, 0, 0, 0, 0,    0, 0, 9, 0,
+                           0,  0, 0x26, 0x39, 0xF4, 0xCB, 0x00, 0x30, 0,  0,  0, 0, 0, 0, 0, 0, 0, 0, 0x57, 2, 0, 0};
     ASSERT_THAT(packets, SizeIs(1));
     EXPECT_EQ(packets[0], request);
     EXPECT_TRUE(rig.device->isUpdating());
@@ -414,8 +412,7 @@ TEST(UsbDevice, firstChunkOfAFreshDevice_countsAsAResend)
     rig.startChunks();
     for (int i = 0; i < 4; ++i)
         EXPECT_THAT(rig.step(700ms), SizeIs(1));
-    EXPECT_EQ(rig.logged(2, [&] { rig.step(700ms); }),
-              "[libusb] Re-starting Firmware upgrade. offset 0x0 uid 260\n")
+    EXPECT_EQ(rig.logged(2, [&] { rig.step(700ms); }), "[libusb] Re-starting Firmware upgrade. offset 0x0 uid 260\n")
         << "one resend earlier";
 }
 

@@ -402,8 +402,8 @@ TEST(UsbDevice, readStatus_hasTheStatedLineAndIsArmedAgain)
             OpenRig rig;
             EXPECT_EQ(rig.logged(level, [&] { rig.finishRead(row.status, 0); }), level >= row.level ? row.line : "");
             EXPECT_TRUE(rig.device->isAlive()) << "no read status kills";
-            EXPECT_THAT(rig.usb.takeTrace(), row.clearsHalt ? (Trace{"clear-halt 1-4 0x00", "submit 1-4 0x81"})
-                                                            : Trace{"submit 1-4 0x81"});
+            EXPECT_THAT(rig.usb.takeTrace(),
+                        row.clearsHalt ? (Trace{"clear-halt 1-4 0x00", "submit 1-4 0x81"}) : Trace{"submit 1-4 0x81"});
         }
     }
 }
@@ -435,20 +435,13 @@ const struct {
     const char* text;
     bool dies;
 } submitErrors[] = {
-    {-1, "LIBUSB_ERROR_IO", true},
-    {-2, "LIBUSB_ERROR_INVALID_PARAM", false},
-    {-3, "LIBUSB_ERROR_ACCESS", false},
-    {-4, "LIBUSB_ERROR_NO_DEVICE", true},
-    {-5, "LIBUSB_ERROR_NOT_FOUND", true},
-    {-6, "LIBUSB_ERROR_BUSY", false},
-    {-7, "LIBUSB_ERROR_TIMEOUT", false},
-    {-8, "LIBUSB_ERROR_OVERFLOW", false},
-    {-9, "LIBUSB_ERROR_PIPE", false},
-    {-10, "LIBUSB_ERROR_INTERRUPTED", false},
-    {-11, "LIBUSB_ERROR_NO_MEM", false},
-    {-12, "LIBUSB_ERROR_NOT_SUPPORTED", false},
-    {-13, "Unknown error=-13!!", false},
-    {-99, "Unknown error=-99!!", false},
+    {-1, "LIBUSB_ERROR_IO", true},        {-2, "LIBUSB_ERROR_INVALID_PARAM", false},
+    {-3, "LIBUSB_ERROR_ACCESS", false},   {-4, "LIBUSB_ERROR_NO_DEVICE", true},
+    {-5, "LIBUSB_ERROR_NOT_FOUND", true}, {-6, "LIBUSB_ERROR_BUSY", false},
+    {-7, "LIBUSB_ERROR_TIMEOUT", false},  {-8, "LIBUSB_ERROR_OVERFLOW", false},
+    {-9, "LIBUSB_ERROR_PIPE", false},     {-10, "LIBUSB_ERROR_INTERRUPTED", false},
+    {-11, "LIBUSB_ERROR_NO_MEM", false},  {-12, "LIBUSB_ERROR_NOT_SUPPORTED", false},
+    {-13, "Unknown error=-13!!", false},  {-99, "Unknown error=-99!!", false},
     {1, "Unknown error=1!!", false},
 };
 
@@ -461,7 +454,10 @@ TEST(UsbDevice, sendSubmissionError_hasTheStatedLineAndConsequence)
             SCOPED_TRACE(row.code);
             OpenRig rig;
             rig.usb.script("submit_transfer 0x02", row.code);
-            EXPECT_EQ(rig.logged(level, [&] { rig.add(5, {'a', 'b', 'c'}); }),
+            EXPECT_EQ(rig.logged(level,
+                                 [&] {
+                                     rig.add(5, {'a', 'b', 'c'});
+                                 }),
                       level >= 2 ? std::string("[libusb] TX ") + row.text + "\n" : "");
             EXPECT_EQ(rig.device->isAlive(), !row.dies);
             EXPECT_THAT(rig.sends(), IsEmpty());
@@ -694,7 +690,7 @@ TEST(UsbDevice, silentPanel_isReadEveryTwoSecondsAndAskedForItsInformation)
         libusb_handle_events_timeout_completed(rig.context, noTime.data(), nullptr);
     }
     EXPECT_EQ(rig.reads().size(), 5u); // at 0.1, 2.1, 4.1, 6.1 and 8.1 s
-    EXPECT_EQ(requests, 4u); // at 2.1, 4.2, 6.3 and 8.4 s
+    EXPECT_EQ(requests, 4u);           // at 2.1, 4.2, 6.3 and 8.4 s
     EXPECT_TRUE(rig.device->isAlive());
 }
 

@@ -76,7 +76,7 @@ TEST(UsbManager, uid_isStampedIntoBytesFourToSeven)
 TEST(UsbManager, bufferOfSeveralPackets_isParsedInOrderUnderOneUid)
 {
     PanelRig rig;
-    rig.receive(rig.panel, {16, 0, 2, 0, 0, 0, 0, 0, 5, 1, 0, 1, 6, 1, 0, 2,   //
+    rig.receive(rig.panel, {16, 0, 2, 0, 0, 0, 0, 0, 5, 1, 0, 1, 6, 1, 0, 2, //
                             11, 0, 1, 0, 9, 9, 9, 9, 7, 0, 0});
     EXPECT_THAT(rig.observer.take(), ElementsAre("begin 104 27 bytes", "parsed 104 type 5: 1", "parsed 104 type 6: 2",
                                                  "parsed 104 type 7:", "end 104"));
@@ -199,8 +199,7 @@ TEST(UsbManager, receiveThreadLog_isPrintedAtLevelFour)
         if (level >= 4)
             rig.log.waitFor("[libusb] Wait for message...\n");
         LinkRig::setLevel(2);
-        EXPECT_EQ(rig.log.take(),
-                  level >= 4 ? "[libusb] Init receive thread\n[libusb] Wait for message...\n" : "");
+        EXPECT_EQ(rig.log.take(), level >= 4 ? "[libusb] Init receive thread\n[libusb] Wait for message...\n" : "");
         libusb_device* const panel = rig.arrive();
         LinkRig::setLevel(level);
         rig.receive(panel, oneRecord);

@@ -158,8 +158,8 @@ private:
             m_rig.usb.vanish(panel);
             drop(panel);
         } else {
-            m_rig.usb.announce(panel, chance(50) ? LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED
-                                                 : LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
+            m_rig.usb.announce(panel,
+                               chance(50) ? LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED : LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
         }
     }
 
@@ -173,9 +173,14 @@ private:
 
     void disturb()
     {
-        static const char* const functions[] = {"open",           "claim_interface", "submit_transfer 0x02",
-                                                "cancel_transfer", "get_device_list", "submit_transfer 0x81",
-                                                "clear_halt",     "release_interface"};
+        static const char* const functions[] = {"open",
+                                                "claim_interface",
+                                                "submit_transfer 0x02",
+                                                "cancel_transfer",
+                                                "get_device_list",
+                                                "submit_transfer 0x81",
+                                                "clear_halt",
+                                                "release_interface"};
         m_rig.usb.script(functions[pick(8)], -1 - pick(12));
     }
 

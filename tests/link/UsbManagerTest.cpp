@@ -197,11 +197,10 @@ TEST(UsbManager, destroy_closesTheDevicesAndExitsLast)
     rig.arrive(panelAt(5));
     rig.usb.takeTrace();
     rig.stop();
-    EXPECT_THAT(rig.usb.takeTrace(),
-                ElementsAre("deregister 3", "deregister 4", //
-                            "cancel 1-4 0x81", "cancel unused", "release 1-4 0", "close 1-4", //
-                            "cancel 1-5 0x81", "cancel unused", "release 1-5 0", "close 1-5", //
-                            "free", "free", "unref 1-4", "free", "free", "unref 1-5", "exit"));
+    EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("deregister 3", "deregister 4",                                   //
+                                                 "cancel 1-4 0x81", "cancel unused", "release 1-4 0", "close 1-4", //
+                                                 "cancel 1-5 0x81", "cancel unused", "release 1-5 0", "close 1-5", //
+                                                 "free", "free", "unref 1-4", "free", "free", "unref 1-5", "exit"));
 }
 
 TEST(UsbManager, destroyWithASendInFlight_letsItComplete)
@@ -214,9 +213,8 @@ TEST(UsbManager, destroyWithASendInFlight_letsItComplete)
     rig.usb.completeAfter(200ms, panel, FakeLibusb::outEndpoint, LIBUSB_TRANSFER_COMPLETED, 12);
     rig.usb.takeTrace();
     rig.stop();
-    EXPECT_THAT(rig.usb.takeTrace(),
-                ElementsAre("deregister 3", "deregister 4", "cancel 1-4 0x81", "cancel 1-4 0x02", "release 1-4 0",
-                            "close 1-4", "free", "free", "unref 1-4", "exit"));
+    EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("deregister 3", "deregister 4", "cancel 1-4 0x81", "cancel 1-4 0x02",
+                                                 "release 1-4 0", "close 1-4", "free", "free", "unref 1-4", "exit"));
     EXPECT_THAT(rig.usb.takeCompletions(), ElementsAre("1-4 0x02 status 0", "1-4 0x81 status 3"));
 }
 
@@ -455,8 +453,7 @@ TEST(UsbManager, arrivalThatCannotBeOpened_isRegisteredAndAnnouncedDead)
     ManagerRig rig;
     rig.start();
     rig.usb.script("claim_interface", LIBUSB_ERROR_ACCESS);
-    EXPECT_EQ(rig.logged(2, [&] { rig.arrive(); }),
-              "[libusb] Unable to claim USB interface. Error -3. Aborting.\n");
+    EXPECT_EQ(rig.logged(2, [&] { rig.arrive(); }), "[libusb] Unable to claim USB interface. Error -3. Aborting.\n");
     EXPECT_THAT(rig.observer.take(), ElementsAre("added 104"));
     ASSERT_NE(rig.manager->getDevice(0x104), nullptr);
     EXPECT_FALSE(rig.manager->getDevice(0x104)->isAlive());
@@ -478,8 +475,7 @@ TEST(UsbManager, departure_marksDeadAtOnceAndRetiresInTheWorker)
     EXPECT_EQ(rig.manager->getDevice(0x104), nullptr);
     EXPECT_THAT(rig.observer.take(), ElementsAre("removed 104"));
     EXPECT_EQ(rig.observer.threadOf("removed"), "MorvaneWorker");
-    EXPECT_THAT(rig.usb.takeTrace(),
-                ElementsAre("cancel 1-4 0x81", "cancel unused", "release 1-4 0", "close 1-4"));
+    EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("cancel 1-4 0x81", "cancel unused", "release 1-4 0", "close 1-4"));
 }
 
 TEST(UsbManager, completionAfterTheDeparture_isDropped)

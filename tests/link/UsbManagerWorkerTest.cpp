@@ -164,9 +164,8 @@ TEST(UsbManager, departureAnnouncedTwice_isToldOnce)
     rig.usb.announce(panel, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
     rig.usb.pass();
     EXPECT_THAT(rig.observer.take(), ElementsAre("removed 104"));
-    EXPECT_THAT(rig.usb.takeTrace(),
-                ElementsAre("cancel 1-4 0x81", "cancel unused", "release 1-4 0", "close 1-4", "free", "free",
-                            "unref 1-4"));
+    EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("cancel 1-4 0x81", "cancel unused", "release 1-4 0", "close 1-4",
+                                                 "free", "free", "unref 1-4"));
     rig.usb.passAfter(0s);
     EXPECT_THAT(rig.observer.take(), IsEmpty());
 }
@@ -284,10 +283,9 @@ TEST(UsbManager, strayDevice_isReportedByItsIdAndAnnouncedInTheNextPass)
         rig.usb.takeTrace();
         EXPECT_EQ(rig.logged(level, [&] { rig.usb.passAfter(6s); }),
                   level >= 3 ? "[libusb] Found stray device uid=1\n" : "");
-        EXPECT_THAT(rig.usb.takeTrace(),
-                    ElementsAre("submit 1-4 0x81", "submit 1-4 0x02", "list", "ref 1-5", "open 1-5",
-                                "auto-detach 1-5 1", "kernel-driver 1-5 0", "claim 1-5 0", "clear-halt 1-5 0x00",
-                                "free-list"));
+        EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("submit 1-4 0x81", "submit 1-4 0x02", "list", "ref 1-5",
+                                                     "open 1-5", "auto-detach 1-5 1", "kernel-driver 1-5 0",
+                                                     "claim 1-5 0", "clear-halt 1-5 0x00", "free-list"));
         EXPECT_THAT(rig.observer.take(), IsEmpty());
         EXPECT_NE(rig.manager->getDevice(0x105), nullptr);
         rig.usb.passAfter(0s);

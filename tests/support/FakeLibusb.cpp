@@ -272,8 +272,8 @@ void FakeLibusb::completeAfter(std::chrono::nanoseconds delay, libusb_device* de
     if (state == nullptr)
         ADD_FAILURE() << "nothing in flight to complete later";
     else
-        m_scheduled.push_back({VirtualClock::now() + delay,
-                               Event{state->submission.transfer, nullptr, status, actualLength, {}}});
+        m_scheduled.push_back(
+            {VirtualClock::now() + delay, Event{state->submission.transfer, nullptr, status, actualLength, {}}});
 }
 
 void FakeLibusb::ignoreCancel(bool ignore)
@@ -799,9 +799,9 @@ int FakeLibusb::cancel(libusb_transfer* transfer)
     TransferState* const state = stateOf(transfer, "cancel_transfer");
     if (state == nullptr)
         return LIBUSB_ERROR_INVALID_PARAM;
-    m_trace.push_back(state->submission.device != nullptr ? "cancel " + label(state->submission.device) + " " +
-                                                                endpointName(state->submission.endpoint)
-                                                          : std::string("cancel unused"));
+    m_trace.push_back(state->submission.device != nullptr
+                          ? "cancel " + label(state->submission.device) + " " + endpointName(state->submission.endpoint)
+                          : std::string("cancel unused"));
     const int code = result("cancel_transfer", LIBUSB_SUCCESS);
     if (code != LIBUSB_SUCCESS)
         return code;

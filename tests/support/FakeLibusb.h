@@ -130,10 +130,10 @@ public:
 
     // The worker.
     void waitParked();
-    void pass();                                  // events, or else the whole time-out
+    void pass();                                   // events, or else the whole time-out
     void passAfter(std::chrono::nanoseconds time); // that much time, then events
-    void setFreeRunning(bool free);               // events are delivered as they come
-    void settle();                                // parked and nothing to deliver
+    void setFreeRunning(bool free);                // events are delivered as they come
+    void settle();                                 // parked and nothing to deliver
 
     bool hasPendingEvents();
 

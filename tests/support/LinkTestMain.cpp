@@ -2,9 +2,12 @@
 #include "tests/support/LogCapture.h"
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -60,6 +63,11 @@ void reportHang(int /*signal*/)
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
+    // It is, as soon as the library calls something that the scripted one lacks.
+    if (dlopen("libusb-1.0.so.0", RTLD_NOW | RTLD_NOLOAD) != nullptr) {
+        std::fputs("the real libusb is linked in\n", stderr);
+        return EXIT_FAILURE;
+    }
     // The thread sanitizer adds a thread of its own to the first one: not during a test
     // that counts them.
     std::thread([] {}).join();

@@ -463,6 +463,24 @@ TEST(UsbDevice, repeatedAcknowledgement_isADuplicateAndMovesNothing)
     }
 }
 
+TEST(UsbDevice, counts_startAgainWithTheNextUpgrade)
+{
+    FirmwareRig rig(imageOfThreeChunks(), {});
+    for (const char* const counts :
+         {"2 resend packets and 1 duplicate packets", "1 resend packets and 1 duplicate packets"}) {
+        rig.startChunks();
+        rig.acknowledge(mainMcu, 0);
+        rig.step(700ms); // 0x1000 again
+        rig.acknowledge(mainMcu, 0x1000);
+        rig.acknowledge(mainMcu, 0x1000);
+        rig.acknowledge(mainMcu, 0x2000);
+        rig.step(600ms);
+        EXPECT_EQ(rig.logged(3, [&] { rig.step(0s); }),
+                  std::string("[libusb] Firmware Upgrade Finished for uid=260 with ") + counts +
+                      " detected during transfer.\n");
+    }
+}
+
 TEST(UsbDevice, repeatedAcknowledgementOfAddressZero_isNoDuplicate)
 {
     FirmwareRig rig(imageOfThreeChunks(), {});

@@ -339,6 +339,8 @@ TEST(UsbManager, deadDeviceThatStaysAttached_isRemovedAndAddedAgain)
     rig.start();
     libusb_device* const panel = rig.arrive();
     rig.observer.take();
+    rig.usb.complete(panel, FakeLibusb::inEndpoint, LIBUSB_TRANSFER_TIMED_OUT, 0);
+    rig.usb.passAfter(6s); // a check that finds it alive
     rig.manager->getDevice(0x104)->markDead();
     // The same check takes it in as a stray, while the old handle still holds the interface.
     EXPECT_EQ(rig.logged(3, [&] { rig.usb.passAfter(6s); }),

@@ -229,6 +229,25 @@ TEST(UsbManager, destroy_ignoresTheCompletionsThatStillCome)
     EXPECT_THAT(rig.usb.takeSubmissions(panel, FakeLibusb::inEndpoint), IsEmpty()) << "no read is armed again";
 }
 
+TEST(UsbManager, hotplugDuringTheDestroy_isLoggedAndIgnored)
+{
+    ManagerRig rig;
+    rig.start();
+    libusb_device* const panel = rig.arrive(panelAt(4));
+    rig.usb.takeTrace();
+    rig.usb.plug(panelAt(5));
+    rig.usb.unplug(panel); // both come in the worker's last event call
+    const std::string text = rig.logged(4, [&] { rig.stop(); });
+    EXPECT_THAT(text, testing::HasSubstr("[libusb] >> New device: dead:beef bus=1 port=5"));
+    EXPECT_THAT(text, testing::HasSubstr("[libusb] >> Device unplugged: dead:beef"));
+    const std::string death = "[libusb] UsbDevice::markDead() uid=104\n";
+    const std::string::size_type closed = text.find(death);
+    const std::string::size_type destroyed = text.find(death, closed + 1);
+    EXPECT_NE(destroyed, std::string::npos);
+    EXPECT_EQ(text.find(death, destroyed + 1), std::string::npos) << "not at the departure";
+    EXPECT_THAT(rig.usb.takeTrace(), Not(Contains("open 1-5")));
+}
+
 TEST(UsbManager, instanceAfterADestroy_isFreshAndNotInitialised)
 {
     ManagerRig rig;

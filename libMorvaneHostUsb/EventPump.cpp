@@ -14,10 +14,15 @@ thread_local bool t_insideEvents = false;
 
 } // namespace
 
+void EventPump::expectWorker(libusb_context* context)
+{
+    s_workerContext = context;
+}
+
 EventPump::Worker::Worker(libusb_context* context)
 {
     t_isWorker = true;
-    s_workerContext = context;
+    expectWorker(context);
 }
 
 EventPump::Worker::~Worker()

@@ -11,8 +11,11 @@ namespace Vantor {
 // Threads: every operation from any thread.
 class EventPump {
 public:
-    // Declares the calling thread the worker that runs the events of `context`,
-    // for the object's lifetime.
+    // A worker for `context` is about to start: from now on other threads wait for it.
+    static void expectWorker(libusb_context* context);
+
+    // Makes the calling thread the worker that runs the events of `context`, for the
+    // object's lifetime.
     class Worker {
     public:
         explicit Worker(libusb_context* context);

@@ -140,6 +140,8 @@ void UsbManager::initialise()
     // registrations are ever deregistered.
     registerHotplug(PanelLink::developmentVendorId);
     registerHotplug(productionVendorId);
+    // Before the thread runs: a drain elsewhere must not pump beside it.
+    EventPump::expectWorker(m_context);
     m_workerThread = std::thread(&UsbManager::workerThread, this);
     m_receiveThread = std::thread(&UsbManager::receiveMsgThread, this);
 }

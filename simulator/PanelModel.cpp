@@ -109,6 +109,14 @@ int PanelModel::submitOut(Owner owner, UrbId urb, std::vector<std::uint8_t> data
     return 0;
 }
 
+void PanelModel::breakOffOut()
+{
+    const bool begun = m_outUrbs.empty() ? m_outTransfer.number == m_submittedTransfer
+                                         : m_outUrbs.back().transfer == m_submittedTransfer;
+    if (begun)
+        ++m_submittedTransfer;
+}
+
 int PanelModel::submitIn(Owner owner, UrbId urb, std::uint32_t capacity)
 {
     const int claimed = claimForSubmit(owner);

@@ -108,6 +108,10 @@ public:
     int submitOut(Owner owner, UrbId urb, std::vector<std::uint8_t> data, bool endsTransfer);
     int submitIn(Owner owner, UrbId urb, std::uint32_t capacity);
 
+    // The host goes no further with an OUT transfer whose end it has not submitted, since
+    // a part of it failed: what it submits next begins another.
+    void breakOffOut();
+
     // Completes the transfer with -ENOENT; false when it is not pending.
     bool cancel(UrbId urb);
 

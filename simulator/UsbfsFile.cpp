@@ -113,10 +113,14 @@ int UsbfsFile::submitControl(Urb urb)
 int UsbfsFile::submitBulk(Urb urb)
 {
     const std::uint8_t endpoint = urb.endpoint;
-    if (!urb.isContinuation())
+    if (!urb.isContinuation()) {
         m_broken.erase(endpoint);
-    else if (m_broken.count(endpoint) != 0)
-        return -EREMOTEIO;
+    } else if (m_broken.count(endpoint) != 0) {
+        // The kernel refuses it. But on a real bus a program has submitted all pieces
+        // long before the first can fail, and this one is quicker than any program.
+        finish(std::move(urb), -ECONNRESET);
+        return 0;
+    }
 
     std::deque<Urb>& held = m_held[endpoint];
     if (held.empty() && !(urb.isContinuation() && isPending(endpoint)))
@@ -186,6 +190,8 @@ void UsbfsFile::breakOff(std::uint8_t endpoint)
     }
     if (held.empty())
         m_broken.insert(endpoint);
+    if ((endpoint & USB_DIR_IN) == 0)
+        m_model.breakOffOut();
 }
 
 // Starts what has waited for the URB that is done.

@@ -225,6 +225,22 @@ TEST_F(PanelModelFault, outStallOnce_failsAllUrbsOfATransfer)
     EXPECT_THAT(panel.getViolations(), IsEmpty());
 }
 
+TEST_F(PanelModelFault, transferBrokenOffAfterAFault_nextTransferIsWhole)
+{
+    const Bytes whole = frame(20000);
+    for (const PanelFault& first : {fault(out, stall), status(out, -EPROTO), shortBy(out, 100)}) {
+        PanelModel panel(options(40000), clock());
+        panel.inject(first);
+        panel.submitOut(m_owner, 1, part(whole, 0, 16384), false);
+        panel.breakOffOut();
+        panel.breakOffOut(); // nothing has begun
+        panel.submitOut(m_owner, 2, part(whole, 0, 16384), false);
+        panel.submitOut(m_owner, 3, part(whole, 16384, 20000), false);
+        EXPECT_EQ(panel.getRecords().size(), 1u);
+        EXPECT_THAT(panel.getViolations(), IsEmpty());
+    }
+}
+
 TEST_F(PanelModelFault, faultInTheMiddleOfATransfer_nextTransferIsWhole)
 {
     const Bytes whole = frame(20000);

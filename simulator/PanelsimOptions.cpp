@@ -12,7 +12,8 @@ namespace {
 
 using TimeAndCommand = std::pair<std::string, std::string>;
 
-constexpr char footer[] = R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
+constexpr char footer[] =
+    R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
 TIME is 250ms, 2s or 1.5s. COMMAND is one of:
   plug [P]
   unplug [P]

@@ -11,8 +11,8 @@ namespace Vantor {
 
 // Exit codes of panelsim, beside those of the program that it runs.
 namespace PanelsimExit {
-constexpr int violation = 120;    // the program ran, and a panel saw a violation of the wire
-constexpr int failure = 125;      // wrong usage, or panelsim itself failed
+constexpr int violation = 120; // the program ran, and a panel saw a violation of the wire
+constexpr int failure = 125;   // wrong usage, or panelsim itself failed
 constexpr int notExecutable = 126;
 constexpr int notFound = 127;
 constexpr int signalBase = 128; // plus the number of the signal that ended the program

@@ -1,6 +1,7 @@
 #include "simulator/SysfsDescription.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace Vantor::SysfsDescription {
 
@@ -38,42 +39,54 @@ unsigned int word(const std::vector<std::uint8_t>& descriptors, std::size_t offs
     return static_cast<unsigned int>(descriptors[offset] | descriptors[offset + 1] << 8);
 }
 
-std::string property(const char* name, const std::string& value)
+using NamesAndValues = std::vector<std::pair<const char*, std::string>>;
+
+std::string properties(const NamesAndValues& list)
 {
-    return std::string("E: ") + name + "=" + value + "\n";
+    std::string lines;
+    for (const auto& [name, value] : list)
+        lines += std::string("E: ") + name + "=" + value + "\n";
+    return lines;
 }
 
-// Ends in an (escaped) newline, as the kernel's attributes do; libusb insists on it.
-std::string attribute(const char* name, const std::string& value)
+// Each value ends in an (escaped) newline, as the kernel's do; libusb insists on it.
+std::string attributes(const NamesAndValues& list)
 {
-    return std::string("A: ") + name + "=" + value + "\\n\n";
+    std::string lines;
+    for (const auto& [name, value] : list)
+        lines += std::string("A: ") + name + "=" + value + "\\n\n";
+    return lines;
 }
 
 std::string describe(const std::string& path, const VirtualPanel::Address& address, unsigned int ports,
-                     const std::vector<std::uint8_t>& descriptors)
+                     const std::vector<std::uint8_t>& descriptors, const NamesAndValues& moreAttributes)
 {
     const unsigned int vendor = word(descriptors, 8);
     const unsigned int product = word(descriptors, 10);
     const unsigned int release = word(descriptors, 12);
-    return "P: " + path + "\n" +                                
-           property("SUBSYSTEM", "usb") +                       
-           property("DEVTYPE", "usb_device") +                  
-           property("DEVNAME", nodePath(address)) +             
-           property("BUSNUM", format("%03u", address.bus)) +    
-           property("DEVNUM", format("%03u", address.device)) + 
-           property("PRODUCT", format("%x/%x/%x", vendor, product, release)) +
-           attribute("busnum", std::to_string(address.bus)) +   
-           attribute("devnum", std::to_string(address.device)) +
-           attribute("devpath", std::to_string(address.port)) + 
-           attribute("speed", "480") +                          
-           attribute("version", " 2.00") +                      
-           attribute("bConfigurationValue", "1") +              
-           attribute("bNumConfigurations", "1") +               
-           attribute("maxchild", std::to_string(ports)) +       
-           attribute("idVendor", format("%04x", vendor)) +      
-           attribute("idProduct", format("%04x", product)) +    
-           attribute("bcdDevice", format("%04x", release)) +    
-           attribute("bDeviceClass", format("%02x", descriptors[4])) +
+    const NamesAndValues propertyList{
+        {"SUBSYSTEM", "usb"},
+        {"DEVTYPE", "usb_device"},
+        {"DEVNAME", nodePath(address)},
+        {"BUSNUM", format("%03u", address.bus)},
+        {"DEVNUM", format("%03u", address.device)},
+        {"PRODUCT", format("%x/%x/%x", vendor, product, release)},
+    };
+    const NamesAndValues attributeList{
+        {"busnum", std::to_string(address.bus)},
+        {"devnum", std::to_string(address.device)},
+        {"devpath", std::to_string(address.port)},
+        {"speed", "480"},
+        {"version", " 2.00"},
+        {"bConfigurationValue", "1"},
+        {"bNumConfigurations", "1"},
+        {"maxchild", std::to_string(ports)},
+        {"idVendor", format("%04x", vendor)},
+        {"idProduct", format("%04x", product)},
+        {"bcdDevice", format("%04x", release)},
+        {"bDeviceClass", format("%02x", descriptors[4])},
+    };
+    return "P: " + path + "\n" + properties(propertyList) + attributes(attributeList) + attributes(moreAttributes) +
            "H: descriptors=" + hexOf(descriptors) + "\n\n";
 }
 
@@ -81,15 +94,14 @@ std::string describe(const std::string& path, const VirtualPanel::Address& addre
 
 std::string describeRootHub()
 {
-    return describe(rootHubPath, {0, 1, 0, 1}, VirtualPanel::maxPort, rootHubDescriptors);
+    return describe(rootHubPath, {0, 1, 0, 1}, VirtualPanel::maxPort, rootHubDescriptors, {});
 }
 
 std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
 {
-    std::string panel = describe(panelPath(address), address, 0, descriptors);
-    // Read by lsusb and its like, though the panel has no string descriptors.
-    panel.insert(panel.find("A: "), attribute("manufacturer", "panelsim") + attribute("product", "Simulated panel"));
-    return panel;
+    // Without string descriptors there would be none, but lsusb and its like show them.
+    const NamesAndValues names{{"manufacturer", "panelsim"}, {"product", "Simulated panel"}};
+    return describe(panelPath(address), address, 0, descriptors, names);
 }
 
 std::string panelPath(const VirtualPanel::Address& address)

@@ -31,8 +31,7 @@ bool UsbfsFile::Urb::isContinuation() const
 UsbfsFile::UsbfsFile(PanelModel& model, const ControlEndpoint& control, std::uint32_t capabilities,
                      PanelModel::UrbId& lastUrb)
     : m_model(model), m_control(control), m_capabilities(capabilities), m_lastUrb(lastUrb)
-{
-}
+{}
 
 UsbfsFile::~UsbfsFile()
 {
@@ -153,8 +152,8 @@ int UsbfsFile::discard(std::uintptr_t address)
         finish(std::move(urb), -ENOENT);
         return 0;
     }
-    const auto found = std::find_if(m_pending.begin(), m_pending.end(),
-                                    [&isIt](const auto& entry) { return isIt(entry.second); });
+    const auto found =
+        std::find_if(m_pending.begin(), m_pending.end(), [&isIt](const auto& entry) { return isIt(entry.second); });
     return found != m_pending.end() && m_model.cancel(found->first) ? 0 : -EINVAL;
 }
 

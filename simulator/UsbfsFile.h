@@ -75,10 +75,10 @@ private:
     PanelModel::UrbId& m_lastUrb;
 
     bool m_connected = true;
-    std::map<PanelModel::UrbId, Urb> m_pending;       // with the model
-    std::map<std::uint8_t, std::deque<Urb>> m_held;   // by endpoint, behind pending ones
-    std::set<std::uint8_t> m_broken;                  // endpoints whose transfer has failed
-    std::deque<Urb> m_done;                           // to be reaped
+    std::map<PanelModel::UrbId, Urb> m_pending;     // with the model
+    std::map<std::uint8_t, std::deque<Urb>> m_held; // by endpoint, behind pending ones
+    std::set<std::uint8_t> m_broken;                // endpoints whose transfer has failed
+    std::deque<Urb> m_done;                         // to be reaped
 };
 
 } // namespace Vantor

@@ -20,6 +20,12 @@ int checked(int result, const char* what)
     return result;
 }
 
+// A terminal whose output is suspended is not writable.
+int setOutput(int terminal, int action)
+{
+    return tcflow(terminal, action); // NOLINT(concurrency-mt-unsafe): glibc's is safe
+}
+
 } // namespace
 
 // Delegates, so that the destructor closes what a failure leaves open.
@@ -32,9 +38,10 @@ UsbfsNode::UsbfsNode(const std::string& path) : UsbfsNode()
     if (const int error = ptsname_r(m_master, name, sizeof name); error != 0)
         throw std::system_error(error, std::generic_category(), "pseudo-terminal");
     m_slave = checked(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC), name);
-    checked(tcflow(m_slave, TCOOFF), name);
+    checked(setOutput(m_slave, TCOOFF), name);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::filesystem::create_symlink(name, path);
+    m_path = path;
 }
 
 UsbfsNode::~UsbfsNode()
@@ -46,7 +53,7 @@ void UsbfsNode::setReady(bool ready)
 {
     if (ready == m_ready || m_slave < 0)
         return;
-    tcflow(m_slave, ready ? TCOON : TCOOFF);
+    setOutput(m_slave, ready ? TCOON : TCOOFF);
     m_ready = ready;
 }
 
@@ -54,6 +61,8 @@ void UsbfsNode::hangUp()
 {
     if (m_master < 0)
         return;
+    std::error_code ignored; // there is none if its making failed
+    std::filesystem::remove(m_path, ignored);
     close(m_master);
     close(m_slave);
     m_master = -1;

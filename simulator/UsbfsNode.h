@@ -20,12 +20,13 @@ public:
     // Whether there is something to reap; not at first.
     void setReady(bool ready);
 
-    // The device is gone, for every file that is open on the node.
+    // The device is gone, for every file that is open on the node, and so is the node.
     void hangUp();
 
 private:
     UsbfsNode() = default;
 
+    std::string m_path;
     int m_master = -1;
     int m_slave = -1;
     bool m_ready = false;

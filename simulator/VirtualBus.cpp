@@ -26,24 +26,28 @@ unsigned int panelOf(const PanelCommand& command)
     return std::visit([](const auto& alternative) { return alternative.panel; }, command);
 }
 
+std::string nameOf(const PanelFault& fault)
+{
+    switch (fault.kind) {
+    case PanelFault::Kind::Stall:
+        return "stall";
+    case PanelFault::Kind::Short:
+        return "short=" + std::to_string(fault.bytes);
+    case PanelFault::Kind::NoAnswer:
+        return "silent";
+    case PanelFault::Kind::Status:
+        return std::string("status=") + strerrorname_np(-fault.status);
+    case PanelFault::Kind::Delay:
+        return "delay=" + std::to_string(fault.delay / std::chrono::milliseconds(1));
+    }
+    return {};
+}
+
+// In the words of the command.
 std::string describe(const PanelFault& fault)
 {
     const std::string direction = fault.direction == PanelFault::Direction::Out ? "out " : "in ";
-    const std::string repetition = fault.sticky ? " sticky" : " once";
-    switch (fault.kind) {
-    case PanelFault::Kind::Stall:
-        return direction + "stall" + repetition;
-    case PanelFault::Kind::Short:
-        return direction + "short=" + std::to_string(fault.bytes) + repetition;
-    case PanelFault::Kind::NoAnswer:
-        return direction + "silent" + repetition;
-    case PanelFault::Kind::Status:
-        return direction + "status=" + strerrorname_np(-fault.status) + repetition;
-    case PanelFault::Kind::Delay:
-        return direction + "delay=" +
-               std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(fault.delay).count()) + repetition;
-    }
-    return direction;
+    return direction + nameOf(fault) + (fault.sticky ? " sticky" : " once");
 }
 
 PanelModel::Clock startClock()

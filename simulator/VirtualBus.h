@@ -33,9 +33,9 @@ public:
     static constexpr unsigned int maxPanels = VirtualPanel::maxPort;
 
     struct Options {
-        bool scatterGather = true;  // false: libusb splits transfers into URBs of 16 KiB
-        PanelModel::Options panel;  // of panel 0; panel P has the seed P higher
-        Log log;                    // one line for each thing that happens, from any thread, one at a time
+        bool scatterGather = true; // false: libusb splits transfers into URBs of 16 KiB
+        PanelModel::Options panel; // of panel 0; panel P has the seed P higher
+        Log log;                   // one line for each thing that happens, from any thread, one at a time
     };
 
     // Throws std::runtime_error when the bus cannot be set up.

@@ -45,9 +45,8 @@ const char* nameOf(unsigned long request)
 
 VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options,
                            const std::string& nodePath)
-    : m_share(share), m_address(address), m_model(std::move(options), share.clock),
-      m_control(m_model.getDescriptors()), m_node(nodePath),
-      m_handler(umockdev_ioctl_base_new(), g_object_unref)
+    : m_share(share), m_address(address), m_model(std::move(options), share.clock), m_control(m_model.getDescriptors()),
+      m_node(nodePath), m_handler(umockdev_ioctl_base_new(), g_object_unref)
 {
     m_model.setRecordObserver([this](const PanelModel::Record& record) {
         if (m_share.log)
@@ -102,8 +101,8 @@ void VirtualPanel::settle()
             static_cast<void>(taken); // of a file closed meanwhile: nobody's
         }
     }
-    m_node.setReady(std::any_of(m_files.begin(), m_files.end(),
-                                [](const auto& entry) { return entry.second->hasReapable(); }));
+    m_node.setReady(
+        std::any_of(m_files.begin(), m_files.end(), [](const auto& entry) { return entry.second->hasReapable(); }));
     logViolations();
     const auto deadline = m_model.nextDeadline();
     if (deadline && *deadline < m_share.wakeTime)

@@ -78,6 +78,21 @@ TEST_F(Arrival, pulledWhileItIsTakenIn_leavesNothingBehind)
         expectEvent(event);
 }
 
+// Numbers go to 127. A node that is used again must lead to the new panel.
+TEST_F(Arrival, moreOftenThanThereAreDeviceNumbers_isTakenIn)
+{
+    makeBus();
+    for (int i = 0; i < 130; ++i) {
+        bus().plug(0);
+        bus().unplug(0);
+    }
+    bus().plug(0);
+    startClient();
+    expectEvent("added 101");
+    tell("add 101 5 20 1");
+    expectRecords(0, 5, 20, 1);
+}
+
 TEST_F(Arrival, twoPanels_areTwoDevices)
 {
     makeBus();

@@ -86,11 +86,19 @@ public:
         if (command == "exit")
             return false;
         const std::map<std::string, void (Application::*)(std::istringstream&)> commands{
-            {"start", &Application::start},       {"add", &Application::add},     {"set", &Application::set},
-            {"load", &Application::load},         {"drain", &Application::drain}, {"counters", &Application::counters},
-            {"list", &Application::list},         {"hold", &Application::hold},   {"touch", &Application::touch},
-            {"drop", &Application::drop},         {"stop", &Application::stopLoad},
-            {"closeAll", &Application::closeAll}, {"destroy", &Application::destroyNow},
+            {"start", &Application::start},
+            {"add", &Application::add},
+            {"set", &Application::set},
+            {"load", &Application::load},
+            {"drain", &Application::drain},
+            {"counters", &Application::counters},
+            {"list", &Application::list},
+            {"hold", &Application::hold},
+            {"touch", &Application::touch},
+            {"drop", &Application::drop},
+            {"stop", &Application::stopLoad},
+            {"closeAll", &Application::closeAll},
+            {"destroy", &Application::destroyNow},
         };
         const auto found = commands.find(command);
         if (found == commands.end())

@@ -33,9 +33,8 @@ struct Pipe {
 
 bool matchesAny(const std::string& line, const std::vector<std::string>& patterns)
 {
-    return std::any_of(patterns.begin(), patterns.end(), [&line](const std::string& pattern) {
-        return std::regex_match(line, std::regex(pattern));
-    });
+    return std::any_of(patterns.begin(), patterns.end(),
+                       [&line](const std::string& pattern) { return std::regex_match(line, std::regex(pattern)); });
 }
 
 // What the library prints at level 3 when all is well.
@@ -52,12 +51,11 @@ bool isSummary(const std::string& line)
 // All but libusb's own tracing; of that, what it says when a handle is closed too early.
 bool isTelling(const std::string& line)
 {
-    const bool isTrace = line.find("libusb: debug") != std::string::npos ||
-                         line.find("libusb: info") != std::string::npos ||
-                         line.find("installing new context as implicit default") != std::string::npos ||
-                         line.find("facility level") != std::string::npos ||
-                         line.find("[timestamp]") != std::string::npos ||
-                         line.find("-------------") != std::string::npos;
+    const bool isTrace =
+        line.find("libusb: debug") != std::string::npos || line.find("libusb: info") != std::string::npos ||
+        line.find("installing new context as implicit default") != std::string::npos ||
+        line.find("facility level") != std::string::npos || line.find("[timestamp]") != std::string::npos ||
+        line.find("-------------") != std::string::npos;
     return !isTrace || line.find("still being processed") != std::string::npos;
 }
 
@@ -87,11 +85,10 @@ void BusTest::startClient()
     environment.emplace_back("LIBUSB_DEBUG=4");
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-    m_client = std::make_unique<ClientProcess>(std::vector<std::string>{MORVANE_BUS_CLIENT}, environment, mask,
-                                               std::vector<ClientProcess::Redirection>{{0, commands.readEnd},
-                                                                                       {1, log.writeEnd},
-                                                                                       {2, errors.writeEnd},
-                                                                                       {eventDescriptor, events.writeEnd}});
+    m_client = std::make_unique<ClientProcess>(
+        std::vector<std::string>{MORVANE_BUS_CLIENT}, environment, mask,
+        std::vector<ClientProcess::Redirection>{
+            {0, commands.readEnd}, {1, log.writeEnd}, {2, errors.writeEnd}, {eventDescriptor, events.writeEnd}});
     close(commands.readEnd);
     close(log.writeEnd);
     close(errors.writeEnd);

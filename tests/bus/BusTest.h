@@ -28,7 +28,6 @@ public:
     static bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
 
 protected:
-
     void makeBus(VirtualBus::Options options = {});
     void startClient();
     void startClientWithPanel(); // bus and panel 0, added

@@ -143,8 +143,10 @@ TEST_F(Panelsim, noPanels_isAnEmptyBus)
 // A packet of 8 + 3 + 2 bytes, one record of type 5.
 TEST_F(Panelsim, wellFormedPacket_isLogged)
 {
-    const Result result =
-        run({"run", "--log", fileName("log"), "--", MORVANE_RAW_CLIENT, "0d00010000000000" "050200" "a1b2"});
+    const Result result = run({"run", "--log", fileName("log"), "--", MORVANE_RAW_CLIENT,
+                               "0d00010000000000"
+                               "050200"
+                               "a1b2"});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     const std::string log = contentOf(fileName("log"));
     EXPECT_NE(log.find(" panel 0: plug, port 1, device 2\n"), std::string::npos) << log;
@@ -155,8 +157,10 @@ TEST_F(Panelsim, wellFormedPacket_isLogged)
 // The same, with a record that claims three bytes.
 TEST_F(Panelsim, violationOfTheWire_is120AndPrinted)
 {
-    const Result result =
-        run({"run", "--log", fileName("log"), "--", MORVANE_RAW_CLIENT, "0d00010000000000" "050300" "a1b2"});
+    const Result result = run({"run", "--log", fileName("log"), "--", MORVANE_RAW_CLIENT,
+                               "0d00010000000000"
+                               "050300"
+                               "a1b2"});
     EXPECT_EQ(result.exitCode, 120);
     EXPECT_NE(result.output.find("panelsim: violation: panel 0: "), std::string::npos) << result.output;
     EXPECT_NE(contentOf(fileName("log")).find(" panel 0: violation: "), std::string::npos);
@@ -164,10 +168,13 @@ TEST_F(Panelsim, violationOfTheWire_is120AndPrinted)
 
 TEST_F(Panelsim, timedCommands_happenInTheirTime)
 {
-    const Result result = run({"run", "--log", fileName("log"), "--at", "100ms", "unplug", "--at", "200ms", "plug",
-                               "--at", "300ms", "fault out stall sticky", "--at", "400ms",
-                               "emit type=12 hex=0a count=2 every=50", "--at", "500ms", "unplug 4", "--", "sleep",
-                               "1.2"});
+    const Result result = run({"run",  "--log", fileName("log"),
+                               "--at", "100ms", "unplug",
+                               "--at", "200ms", "plug",
+                               "--at", "300ms", "fault out stall sticky",
+                               "--at", "400ms", "emit type=12 hex=0a count=2 every=50",
+                               "--at", "500ms", "unplug 4",
+                               "--",   "sleep", "1.2"});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     std::istringstream log(contentOf(fileName("log")));
     std::vector<std::string> lines;
@@ -193,8 +200,7 @@ TEST_F(Panelsim, signals_goOnToTheProgram)
     for (const int number : {SIGINT, SIGTERM}) {
         const std::string ready = "ready" + std::to_string(number);
         start({"run", "--", "sh", "-c",
-               "trap 'exit 11' INT; trap 'exit 12' TERM; touch " + fileName(ready) +
-                   "; while :; do sleep 0.02; done"});
+               "trap 'exit 11' INT; trap 'exit 12' TERM; touch " + fileName(ready) + "; while :; do sleep 0.02; done"});
         awaitFile(ready);
         send(number);
         EXPECT_EQ(finish().exitCode, number == SIGINT ? 11 : 12);

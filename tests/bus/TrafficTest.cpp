@@ -115,9 +115,9 @@ TEST_F(Traffic, withoutScatterGather_splitTransfersArriveWhole)
 {
     startClientWithLimit(65535, false);
     execute("fault out stall once"); // hits all pieces of a transfer
-    tell("add 101 5 60000 5");  // four URBs
-    tell("add 101 9 16373 2");  // with both headers 16 KiB, one full URB
-    tell("add 101 10 32757 2"); // two full ones
+    tell("add 101 5 60000 5");       // four URBs
+    tell("add 101 9 16373 2");       // with both headers 16 KiB, one full URB
+    tell("add 101 10 32757 2");      // two full ones
     expectLog("[libusb] TX Transfer stalled uid=101");
     expectRecords(0, 5, 60000, 5);
     expectRecords(0, 9, 16373, 2);

@@ -13,6 +13,25 @@ ClientLcdBitmap::ClientLcdBitmap(const ClientLcdBitmap& other)
       byteOffset(0), rowOffset(0), complete(0)
 {}
 
+ClientLcdBitmap& ClientLcdBitmap::operator=(const ClientLcdBitmap& other)
+{
+    if (this == &other)
+        return *this;
+    lcd = other.lcd;
+    x = other.x;
+    y = other.y;
+    width = other.width;
+    height = other.height;
+    bitsPerPixel = other.bitsPerPixel;
+    encoded = other.encoded;
+    encodedSize = other.encodedSize;
+    buffer = other.buffer;
+    byteOffset = 0;
+    rowOffset = 0;
+    complete = 0;
+    return *this;
+}
+
 ClientLcdBitmap::~ClientLcdBitmap() = default;
 
 unsigned char* ClientLcdBitmap::data()

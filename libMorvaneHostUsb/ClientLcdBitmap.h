@@ -19,9 +19,9 @@ public:
     // (depth × columns × rows + 7) / 8 bytes; everything else is 0.
     ClientLcdBitmap(unsigned char columns, unsigned char rows, unsigned char depth);
 
-    // Copies the picture, not the cursor: every copy is sent from its first row.
+    // Copy the picture, not the cursor: every copy is sent from its first row.
     ClientLcdBitmap(const ClientLcdBitmap& other);
-    ClientLcdBitmap& operator=(const ClientLcdBitmap&) = delete;
+    ClientLcdBitmap& operator=(const ClientLcdBitmap& other);
     ~ClientLcdBitmap();
 
     unsigned char* data();

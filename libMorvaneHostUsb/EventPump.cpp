@@ -9,8 +9,11 @@ namespace Vantor {
 namespace {
 
 std::atomic<libusb_context*> s_workerContext{nullptr};
-thread_local bool t_isWorker = false;
-thread_local bool t_insideEvents = false;
+// Without this model the library would need the dynamic loader by name.
+#define MORVANE_TLS __attribute__((tls_model("initial-exec"))) thread_local
+MORVANE_TLS bool t_isWorker = false;
+MORVANE_TLS bool t_insideEvents = false;
+#undef MORVANE_TLS
 
 } // namespace
 

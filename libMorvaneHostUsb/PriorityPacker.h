@@ -18,7 +18,8 @@ namespace Vantor {
 
 // What waits to go out to one panel, and the order in which it goes:
 // high-priority records, then all others, then slices of LCD pictures, the LCDs
-// in turn. Obtained from UsbDevice::getPacker.
+// in turn. Among records keyed ones come first, then lower types; only records of
+// one type keep their order. Obtained from UsbDevice::getPacker.
 //
 // High-priority types: 6, 8, 10, 11, 12, 24, 29, 31, 34, 35, 37, 40, 41, 44.
 //
@@ -55,12 +56,12 @@ public:
     // null `data` with a size is ignored. Every record is sent, in order per type.
     // Returns `size`, always. There is no limit on what waits, but a record that
     // cannot fit an empty packet (limit - 11 bytes of payload) is never sent and
-    // holds back everything behind it.
+    // holds back everything behind it in the order of sending.
     std::size_t addStructData(const void* data, const unsigned int& size, const PacketType& type) override;
 
     // Keeps one record per type and key: a later write replaces the value that
-    // still waits, and a write of at most 63 bytes equal to it is dropped (types 8,
-    // 19, 20 and 24 are always written). A type outside 0 to 46 is ignored.
+    // still waits, and a write of at most 63 bytes equal to it is dropped (of types
+    // 8, 19, 20 and 24 it replaces that value like any other). A type outside 0 to 46 is ignored.
     // Otherwise as above.
     std::size_t addStructData(const void* data, const unsigned int& size, const PacketType& type,
                               const unsigned int& key) override;
@@ -103,22 +104,25 @@ public:
     // For PacketQueue, which calls it with m_dataMutex held. 0: the record was not taken.
     std::size_t _addStructData(const PacketType& type, const std::vector<unsigned char>& data);
 
+    // hasMoreData for a caller that holds m_dataMutex.
+    bool _hasMoreData() const MORVANE_REQUIRES(m_dataMutex);
+
 private:
-    bool _hasMoreData() const REQUIRES(m_dataMutex);
-    PacketQueue& _queueOf(const PacketType& type) REQUIRES(m_dataMutex);
+    PacketQueue& _queueOf(const PacketType& type) MORVANE_REQUIRES(m_dataMutex);
     void _drawBitmapData(const ClientLcdBitmap& bitmap);
-    unsigned int _packLcdSlices(unsigned int count) REQUIRES(m_dataMutex);
-    bool _packSlice(ClientLcdBitmapData& lcd) REQUIRES(m_dataMutex);
+    unsigned int _packLcdSlices(unsigned int count) MORVANE_REQUIRES(m_dataMutex);
+    bool _packSlice(ClientLcdBitmapData& lcd) MORVANE_REQUIRES(m_dataMutex);
     void _appendSlice(const ClientLcdBitmap& bitmap, PacketType type, unsigned int rows, std::size_t size);
 
-    PacketQueue m_highPriorityQueue GUARDED_BY(m_dataMutex);
-    PacketQueue m_normalQueue GUARDED_BY(m_dataMutex);
-    std::map<unsigned short, ClientLcdBitmapData> m_lcdData GUARDED_BY(m_dataMutex);
-    std::map<unsigned short, ClientLcdBitmapData>::iterator m_nextLcd GUARDED_BY(m_dataMutex); // round-robin cursor
-    std::set<unsigned int> m_changedLcds GUARDED_BY(m_dataMutex); // drawn and not yet fully packed
-    mutable std::mutex m_dataMutex;                               // also over the base's packet
-    std::mutex m_observerMutex;                                   // taken before m_dataMutex, never after
-    Observer* m_observer GUARDED_BY(m_observerMutex);
+    PacketQueue m_highPriorityQueue MORVANE_GUARDED_BY(m_dataMutex);
+    PacketQueue m_normalQueue MORVANE_GUARDED_BY(m_dataMutex);
+    std::map<unsigned short, ClientLcdBitmapData> m_lcdData MORVANE_GUARDED_BY(m_dataMutex);
+    std::map<unsigned short, ClientLcdBitmapData>::iterator
+        m_nextLcd MORVANE_GUARDED_BY(m_dataMutex);                        // round-robin cursor
+    std::set<unsigned int> m_changedLcds MORVANE_GUARDED_BY(m_dataMutex); // drawn and not yet fully packed
+    mutable std::mutex m_dataMutex;                                       // also over the base's packet
+    std::mutex m_observerMutex;                                           // taken before m_dataMutex, never after
+    Observer* m_observer MORVANE_GUARDED_BY(m_observerMutex);
 };
 
 } // namespace Vantor

@@ -38,7 +38,7 @@ bool TransferAccount::isHeld(const libusb_transfer* transfer)
 }
 
 // Not analysed: a condition needs std::unique_lock, which carries no annotation.
-void TransferAccount::waitForChange(std::chrono::milliseconds timeout) NO_THREAD_SAFETY_ANALYSIS
+void TransferAccount::waitForChange(std::chrono::milliseconds timeout) MORVANE_NO_THREAD_SAFETY_ANALYSIS
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait_for(lock, timeout);

@@ -36,7 +36,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     // An entry stays at 0 until it is forgotten: sending allocates nothing.
-    std::map<const libusb_transfer*, unsigned int> m_held GUARDED_BY(m_mutex);
+    std::map<const libusb_transfer*, unsigned int> m_held MORVANE_GUARDED_BY(m_mutex);
 };
 
 } // namespace Vantor

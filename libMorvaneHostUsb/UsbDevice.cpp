@@ -16,7 +16,7 @@ namespace Vantor {
 namespace {
 
 constexpr unsigned int initialMaxPacketSize = 1100;
-constexpr int sleepsPerSyncUnit = 10000;
+constexpr std::int64_t sleepsPerSyncUnit = 10000;
 constexpr std::chrono::milliseconds sendGrace{250};
 constexpr std::chrono::seconds drainLimit{1};
 constexpr std::chrono::milliseconds drainStep{10};
@@ -227,7 +227,7 @@ void UsbDevice::setDeviceInfo(const DeviceInformation& info)
 
 void UsbDevice::sync(int timeout)
 {
-    int remaining = sleepsPerSyncUnit * timeout;
+    std::int64_t remaining = sleepsPerSyncUnit * timeout;
     while (m_alive && m_packer.hasMoreData() && remaining > 0) {
         --remaining;
         usleep(1);

@@ -77,7 +77,8 @@ public:
 
     // Writes new firmware to the panel's main and servo MCU from the two files. Reads
     // both whole, then returns; the upgrade goes on from the library's threads, and
-    // isUpdating tells when it has ended. A file that can't be opened counts as
+    // isUpdating tells when it has ended; it never does for a panel that stops
+    // answering or leaves. A file that can't be opened counts as
     // empty: that MCU is left alone. Refused, with a log line, while an upgrade runs.
     // `callback` runs on the caller's thread once, then on the receive thread, with
     // the device's firmware mutex held: it must not call startFirmwareUpgrade on this
@@ -136,14 +137,14 @@ public:
     void handleFirmwareUpgrade(const FirmwareUpgradeCommand& command);
 
     // Sends the next firmware record when it is time.
-    void sendNextFirmwarePacket() REQUIRES(m_firmwareMutex);
+    void sendNextFirmwarePacket() MORVANE_REQUIRES(m_firmwareMutex);
 
 private:
     static constexpr unsigned int rxBufferSize = 32768;
 
     // Live devices' identities; never destroyed, so that a device may outlive main.
-    static std::set<unsigned short>& s_usedUids GUARDED_BY(s_idMutex);
-    static std::set<unsigned int>& s_usedIds GUARDED_BY(s_idMutex);
+    static std::set<unsigned short>& s_usedUids MORVANE_GUARDED_BY(s_idMutex);
+    static std::set<unsigned int>& s_usedIds MORVANE_GUARDED_BY(s_idMutex);
     static std::mutex s_idMutex;
 
     void assignIdentity(std::uint8_t bus, std::uint8_t port);
@@ -151,19 +152,20 @@ private:
     void deliver(const libusb_transfer& transfer);
     void requestDeviceInfo(const std::chrono::system_clock::time_point& now);
     void cancelTransfers();
+    void clearHalt();
     void checkTxWatchdog(const std::chrono::system_clock::time_point& now);
     void checkRxWatchdog(const std::chrono::system_clock::time_point& now);
     void handleSubmitError(const char* direction, int error);
 
-    void announceFirmware(const std::chrono::system_clock::time_point& now) REQUIRES(m_firmwareMutex);
-    void sendMainChunk(const std::chrono::system_clock::time_point& now) REQUIRES(m_firmwareMutex);
-    void sendServoChunk(const std::chrono::system_clock::time_point& now) REQUIRES(m_firmwareMutex);
-    void finishFirmwareUpgrade() REQUIRES(m_firmwareMutex);
+    void announceFirmware(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
+    void sendMainChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
+    void sendServoChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
+    void finishFirmwareUpgrade() MORVANE_REQUIRES(m_firmwareMutex);
     void fillFirmwareChunk(FirmwareData::Board board, const std::vector<unsigned char>& image, std::uint32_t offset)
-        REQUIRES(m_firmwareMutex);
-    void acknowledgeChunk(const FirmwareUpgradeCommand& command) REQUIRES(m_firmwareMutex);
-    void sendAgain() REQUIRES(m_firmwareMutex);
-    void reportProgress() REQUIRES(m_firmwareMutex);
+        MORVANE_REQUIRES(m_firmwareMutex);
+    void acknowledgeChunk(const FirmwareUpgradeCommand& command) MORVANE_REQUIRES(m_firmwareMutex);
+    void sendAgain() MORVANE_REQUIRES(m_firmwareMutex);
+    void reportProgress() MORVANE_REQUIRES(m_firmwareMutex);
 
     PriorityPacker m_packer; // synchronises itself
 
@@ -188,7 +190,7 @@ private:
     libusb_device_handle* m_devHandle;
     libusb_context* m_context; // constant after construction
 
-    std::function<void(const FirmwareProgress&)> m_progressCallback GUARDED_BY(m_firmwareMutex);
+    std::function<void(const FirmwareProgress&)> m_progressCallback MORVANE_GUARDED_BY(m_firmwareMutex);
 
     // Atomic.
     std::atomic<bool> m_alive;
@@ -203,7 +205,7 @@ private:
     std::chrono::system_clock::time_point m_lastDeviceInfoRequest;
     std::chrono::system_clock::time_point m_rxStartTime;
 
-    std::chrono::system_clock::time_point m_txStartTime GUARDED_BY(m_txMutex);
+    std::chrono::system_clock::time_point m_txStartTime MORVANE_GUARDED_BY(m_txMutex);
     std::mutex m_txMutex;
 
     // The pointers are constant until the destructor; the send transfer's fields are
@@ -212,21 +214,21 @@ private:
     libusb_transfer* m_rxTransfer;
 
     std::mutex m_firmwareMutex;
-    std::vector<unsigned char> m_mainImage GUARDED_BY(m_firmwareMutex);
-    std::vector<unsigned char> m_servoImage GUARDED_BY(m_firmwareMutex);
-    std::uint32_t m_servoOffset GUARDED_BY(m_firmwareMutex); // bytes acknowledged
-    std::uint32_t m_mainOffset GUARDED_BY(m_firmwareMutex);
-    std::uint32_t m_servoCrc GUARDED_BY(m_firmwareMutex);
-    std::uint32_t m_mainCrc GUARDED_BY(m_firmwareMutex);
+    std::vector<unsigned char> m_mainImage MORVANE_GUARDED_BY(m_firmwareMutex);
+    std::vector<unsigned char> m_servoImage MORVANE_GUARDED_BY(m_firmwareMutex);
+    std::uint32_t m_servoOffset MORVANE_GUARDED_BY(m_firmwareMutex); // bytes acknowledged
+    std::uint32_t m_mainOffset MORVANE_GUARDED_BY(m_firmwareMutex);
+    std::uint32_t m_servoCrc MORVANE_GUARDED_BY(m_firmwareMutex);
+    std::uint32_t m_mainCrc MORVANE_GUARDED_BY(m_firmwareMutex);
     std::atomic<std::uint32_t> m_firmwareState; // 0 idle, 1 announce, 2 main image, 3 servo image, 4 finish
-    FirmwareData m_firmwareData GUARDED_BY(m_firmwareMutex); // the chunk last built
-    std::chrono::system_clock::time_point m_lastFirmwareSendTime GUARDED_BY(m_firmwareMutex);
-    double m_firmwareTimeout GUARDED_BY(m_firmwareMutex);       // seconds between the last send and the next
-    std::uint32_t m_lastSentOffset GUARDED_BY(m_firmwareMutex); // of the last main chunk
-    std::uint32_t m_lastAckAddress GUARDED_BY(m_firmwareMutex); // of the last acknowledged chunk
-    std::uint8_t m_resendCount GUARDED_BY(m_firmwareMutex);     // main chunks sent again, this upgrade
-    std::uint8_t m_retryCount GUARDED_BY(m_firmwareMutex);      // such resends since the last reply
-    std::uint8_t m_duplicateCount GUARDED_BY(m_firmwareMutex);  // acknowledgements seen twice, this upgrade
+    FirmwareData m_firmwareData MORVANE_GUARDED_BY(m_firmwareMutex); // the chunk last built
+    std::chrono::system_clock::time_point m_lastFirmwareSendTime MORVANE_GUARDED_BY(m_firmwareMutex);
+    double m_firmwareTimeout MORVANE_GUARDED_BY(m_firmwareMutex);       // seconds between the last send and the next
+    std::uint32_t m_lastSentOffset MORVANE_GUARDED_BY(m_firmwareMutex); // of the last main chunk
+    std::uint32_t m_lastAckAddress MORVANE_GUARDED_BY(m_firmwareMutex); // of the last acknowledged chunk
+    std::uint8_t m_resendCount MORVANE_GUARDED_BY(m_firmwareMutex);     // main chunks sent again, this upgrade
+    std::uint8_t m_retryCount MORVANE_GUARDED_BY(m_firmwareMutex);      // such resends since the last reply
+    std::uint8_t m_duplicateCount MORVANE_GUARDED_BY(m_firmwareMutex);  // acknowledgements seen twice, this upgrade
 };
 
 } // namespace Vantor

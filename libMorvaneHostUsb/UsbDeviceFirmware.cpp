@@ -197,8 +197,8 @@ void UsbDevice::sendServoChunk(const std::chrono::system_clock::time_point& now)
 
 void UsbDevice::finishFirmwareUpgrade()
 {
-    m_mainImage.clear();
-    m_servoImage.clear();
+    m_mainImage = std::vector<unsigned char>();
+    m_servoImage = std::vector<unsigned char>();
     m_servoOffset = 0;
     m_mainOffset = 0;
     m_firmwareState.exchange(idle);

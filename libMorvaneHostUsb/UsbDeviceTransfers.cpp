@@ -30,6 +30,15 @@ int submit(libusb_transfer* transfer)
     return result;
 }
 
+// libusb may hand over a value that its enumeration does not know.
+int statusOf(const libusb_transfer& transfer)
+{
+    int status = 0;
+    static_assert(sizeof transfer.status == sizeof status);
+    std::memcpy(&status, &transfer.status, sizeof status);
+    return status;
+}
+
 // Null for a code without a name of its own.
 const char* submitErrorName(int error)
 {
@@ -109,8 +118,8 @@ void UsbDevice::onSentMessage(libusb_transfer* transfer)
     {
         const std::lock_guard<std::mutex> lock(m_txMutex);
         MORVANE_LOG(5, "[libusb] onSentMessage size=%u status=%d\n", static_cast<unsigned int>(transfer->actual_length),
-                    static_cast<int>(transfer->status));
-        const bool completed = transfer->status == LIBUSB_TRANSFER_COMPLETED;
+                    statusOf(*transfer));
+        const bool completed = statusOf(*transfer) == LIBUSB_TRANSFER_COMPLETED;
         if (m_transferTxInProgress && completed && transfer->actual_length > 0) {
             addToCounter(m_sentBytes, static_cast<std::uint32_t>(transfer->actual_length));
             // A packet taken only in part is cleared all the same.
@@ -143,9 +152,9 @@ void UsbDevice::recvNextPacket()
 void UsbDevice::onRecvMessage(libusb_transfer* transfer)
 {
     MORVANE_LOG(5, "[libusb] onRecvMessage size=%u\n", static_cast<unsigned int>(transfer->actual_length));
-    if (m_transferRxInProgress && transfer->status == LIBUSB_TRANSFER_COMPLETED) {
+    if (m_transferRxInProgress && statusOf(*transfer) == LIBUSB_TRANSFER_COMPLETED) {
         MORVANE_LOG(5, "[libusb] onRecvMessage transferRxInProgress transferred=%d status=%d\n",
-                    transfer->actual_length, static_cast<int>(transfer->status));
+                    transfer->actual_length, statusOf(*transfer));
         if (transfer->actual_length > 0)
             deliver(*transfer);
     }
@@ -165,7 +174,7 @@ void UsbDevice::deliver(const libusb_transfer& transfer)
 
 void UsbDevice::handleTxStatus(libusb_transfer* transfer)
 {
-    switch (transfer->status) {
+    switch (statusOf(*transfer)) {
     case LIBUSB_TRANSFER_COMPLETED:
     case LIBUSB_TRANSFER_TIMED_OUT:
     case LIBUSB_TRANSFER_CANCELLED:
@@ -177,8 +186,7 @@ void UsbDevice::handleTxStatus(libusb_transfer* transfer)
         break;
     case LIBUSB_TRANSFER_STALL:
         MORVANE_LOG(2, "[libusb] TX Transfer stalled uid=%x\n", m_uid);
-        // The halt is cleared on endpoint 0, not on the stalled endpoint.
-        libusb_clear_halt(m_devHandle, 0);
+        clearHalt();
         break;
     case LIBUSB_TRANSFER_NO_DEVICE:
         MORVANE_LOG(2, "[libusb] TX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
@@ -188,16 +196,23 @@ void UsbDevice::handleTxStatus(libusb_transfer* transfer)
         MORVANE_LOG(2, "[libusb] TX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
         break;
     default:
-        MORVANE_LOG(2, "[libusb] TX Unknown error=%d!!\n", static_cast<int>(transfer->status));
+        MORVANE_LOG(2, "[libusb] TX Unknown error=%d!!\n", statusOf(*transfer));
         break;
     }
+}
+
+// The halt is cleared on endpoint 0, not on the stalled endpoint.
+void UsbDevice::clearHalt()
+{
+    if (m_devHandle != nullptr)
+        libusb_clear_halt(m_devHandle, 0);
 }
 
 // Only the send side kills a device on an error or a vanished device: the read is
 // re-armed, and a device that is really gone is caught when that fails.
 void UsbDevice::handleRxStatus(libusb_transfer* transfer)
 {
-    switch (transfer->status) {
+    switch (statusOf(*transfer)) {
     case LIBUSB_TRANSFER_COMPLETED:
     case LIBUSB_TRANSFER_TIMED_OUT:
     case LIBUSB_TRANSFER_CANCELLED:
@@ -207,8 +222,7 @@ void UsbDevice::handleRxStatus(libusb_transfer* transfer)
         break;
     case LIBUSB_TRANSFER_STALL:
         MORVANE_LOG(2, "[libusb] RX Transfer stalled uid=%x\n", m_uid);
-        // The halt is cleared on endpoint 0, not on the stalled endpoint.
-        libusb_clear_halt(m_devHandle, 0);
+        clearHalt();
         break;
     case LIBUSB_TRANSFER_NO_DEVICE:
         MORVANE_LOG(2, "[libusb] RX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
@@ -217,7 +231,7 @@ void UsbDevice::handleRxStatus(libusb_transfer* transfer)
         MORVANE_LOG(2, "[libusb] RX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
         break;
     default:
-        MORVANE_LOG(2, "[libusb] RX Unknown error=%d!!\n", static_cast<int>(transfer->status));
+        MORVANE_LOG(2, "[libusb] RX Unknown error=%d!!\n", statusOf(*transfer));
         break;
     }
 }
@@ -252,8 +266,8 @@ void UsbDevice::poll(const std::chrono::system_clock::time_point& now)
     recvNextPacket();
     sendNextPacket();
     requestDeviceInfo(now);
-    // markDead stores this before it clears the alive flag, so it acts only when
-    // this pass began between the two stores.
+    // A device that was dead when this pass began does not get here: what is left is
+    // one that died in the two sends above, or between the two stores of markDead.
     if (m_cancelPending.exchange(false))
         cancelTransfers();
     checkTxWatchdog(now);

@@ -88,7 +88,7 @@ UsbManager* UsbManager::getUsbManager()
 }
 
 // Takes no lock: the application must not race it with getUsbManager.
-void UsbManager::destroyUsbManager() NO_THREAD_SAFETY_ANALYSIS
+void UsbManager::destroyUsbManager() MORVANE_NO_THREAD_SAFETY_ANALYSIS
 {
     const std::unique_ptr<UsbManager> manager = std::move(s_usbManager);
     s_instance = nullptr;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libMorvaneHostUsb/Export.h"
+#include "libMorvaneHostUsb/Log.h"
 #include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "libMorvaneHostUsb/UsbDevice.h"
 #include "libMorvaneHostUsb/UsbMessage.h"
@@ -29,9 +30,10 @@ class UsbMessageQueue;
 //
 // Order of use: getUsbManager, registerObserver, initialise, work, destroyUsbManager.
 //
-// Threads: getUsbManager, getDevice, getDeviceListSafe, closeAllDevices, sync and
-// the version getters from any thread; initialise and destroyUsbManager from one
-// thread of the application, never from a callback.
+// Threads: getUsbManager, getDevice, getDeviceListSafe, closeAllDevices, sync,
+// registerObserver, unregisterObserver and the version getters from any thread;
+// initialise and destroyUsbManager from one thread of the application, never from a
+// callback; getDeviceList in single-threaded applications.
 // Lifetime: from getUsbManager to destroyUsbManager or the end of the process.
 // Device handles may outlive it.
 class MORVANE_API UsbManager : private PackedPacketParser::Observer {
@@ -39,12 +41,12 @@ public:
     // What the application is told. No lock of the library is held during a call,
     // except that a firmware progress callback has its own rules (UsbDevice).
     // A call may use the manager's getters, closeAllDevices and any packer; it must
-    // not destroy the manager, and blocks the thread that makes it.
+    // not destroy the manager nor throw, and blocks the thread that makes it.
     // Lifetime: must stay until destroyUsbManager has returned.
     class MORVANE_API Observer {
     public:
-        // A panel has come or gone; worker thread. When a panel comes its
-        // UsbDevice can be found; when it goes it can't any more.
+        // A panel has come or gone; worker thread. A panel that came and went within
+        // one pass is announced removed, then added, and getDevice has nothing for it.
         virtual void onDeviceAdded(std::uint16_t uid) = 0;
         virtual void onDeviceRemoved(std::uint16_t uid) = 0;
 
@@ -70,7 +72,9 @@ public:
 
     // Stops the threads, closes every device and deletes the instance. Blocks for up
     // to about 1.05 s, and up to 1.25 s more for a device whose transfers do not
-    // come back. Must not race getUsbManager. The instance must have been
+    // come back. Must not race getUsbManager: callbacks that may still run should use a
+    // pointer that was kept, since getUsbManager would build a new instance. The
+    // instance must have been
     // initialised: otherwise the process is terminated.
     static void destroyUsbManager();
 
@@ -80,7 +84,7 @@ public:
     void initialise();
 
     // Closes every device, on any thread, callbacks included. The observer is not
-    // told. While the manager runs, panels still attached are found again within
+    // told: clear what you keep per panel. While the manager runs, panels still attached are found again within
     // five seconds.
     void closeAllDevices();
 
@@ -140,31 +144,31 @@ private:
     std::shared_ptr<UsbDevice> makeDevice(libusb_device* device) const;
     void addDevice(libusb_device* device);
     void removeDevice(libusb_device* device);
-    void enterDevice(const std::shared_ptr<UsbDevice>& device) REQUIRES(m_mutex);
-    void forgetId(const UsbDevice& device) REQUIRES(m_mutex);
-    std::shared_ptr<UsbDevice> findDevice(const libusb_device* device) const REQUIRES(m_mutex);
+    void enterDevice(const std::shared_ptr<UsbDevice>& device) MORVANE_REQUIRES(m_mutex);
+    void forgetId(const UsbDevice& device) MORVANE_REQUIRES(m_mutex);
+    std::shared_ptr<UsbDevice> findDevice(const libusb_device* device) const MORVANE_REQUIRES(m_mutex);
     std::shared_ptr<UsbDevice> deviceOfTransfer(const libusb_transfer& transfer, const char* operation);
 
     void runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known);
-    Devices retire(const Devices& batch) REQUIRES(m_mutex);
+    Devices retire(const Devices& batch) MORVANE_REQUIRES(m_mutex);
     void announce(const Devices& retired, const Devices& arrived) const;
-    void checkRegistry(std::set<libusb_device*>& known) REQUIRES(m_mutex);
-    void retireDeadDevices(std::set<libusb_device*>& known) REQUIRES(m_mutex);
-    void takeInStrayDevices(const std::set<libusb_device*>& known) REQUIRES(m_mutex);
+    void checkRegistry(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
+    void retireDeadDevices(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
+    void takeInStrayDevices(const std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void dispatch(UsbMessage& message);
 
-    static std::unique_ptr<UsbManager> s_usbManager GUARDED_BY(s_usbManagerMutex);
+    static std::unique_ptr<UsbManager> s_usbManager MORVANE_GUARDED_BY(s_usbManagerMutex);
     static std::mutex s_usbManagerMutex;
     static std::atomic<UsbManager*> s_instance; // s_usbManager's, for the other threads
 
     PackedPacketParser m_parser; // the receive thread alone
     libusb_context* m_context;   // constant after construction
 
-    Devices m_devices GUARDED_BY(m_mutex);
-    mutable Devices m_deviceListCopy GUARDED_BY(m_mutex);
-    Devices m_arrivedDevices GUARDED_BY(m_mutex);
-    Devices m_removedDevices GUARDED_BY(m_mutex);
-    Devices m_devicesById GUARDED_BY(m_mutex); // an id's slot is empty when no device has it
+    Devices m_devices MORVANE_GUARDED_BY(m_mutex);
+    mutable Devices m_deviceListCopy MORVANE_GUARDED_BY(m_mutex);
+    Devices m_arrivedDevices MORVANE_GUARDED_BY(m_mutex);
+    Devices m_removedDevices MORVANE_GUARDED_BY(m_mutex);
+    Devices m_devicesById MORVANE_GUARDED_BY(m_mutex); // an id's slot is empty when no device has it
 
     std::atomic<Observer*> m_observer;
 

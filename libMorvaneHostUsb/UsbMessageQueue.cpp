@@ -28,7 +28,7 @@ int UsbMessageQueue::size()
 }
 
 // Not analysed: a condition needs std::unique_lock, which carries no annotation.
-std::unique_ptr<UsbMessage> UsbMessageQueue::getMessage() NO_THREAD_SAFETY_ANALYSIS
+std::unique_ptr<UsbMessage> UsbMessageQueue::getMessage() MORVANE_NO_THREAD_SAFETY_ANALYSIS
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     // kill takes no lock, so its notification can be missed: the wait is bounded.

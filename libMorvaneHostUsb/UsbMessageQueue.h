@@ -40,7 +40,7 @@ public:
     void kill();
 
 private:
-    std::deque<std::unique_ptr<UsbMessage>> m_messages GUARDED_BY(m_mutex);
+    std::deque<std::unique_ptr<UsbMessage>> m_messages MORVANE_GUARDED_BY(m_mutex);
     std::mutex m_mutex;
     std::condition_variable m_condition;
     std::atomic<bool> m_alive;

@@ -82,6 +82,19 @@ protected:
     std::uint32_t m_writePosition; // bytes used, header included
     std::uint16_t m_maxPacketSize;
     PacketHeader m_header;
+
+private:
+    // Never called: its body is where the class is complete.
+    static void checkLayout()
+    {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+        static_assert(offsetof(PacketPacker, m_packet) == sizeof(void*));
+        static_assert(offsetof(PacketPacker, m_writePosition) == 2 * sizeof(void*));
+        static_assert(offsetof(PacketPacker, m_maxPacketSize) == 2 * sizeof(void*) + 4);
+        static_assert(offsetof(PacketPacker, m_header) == 2 * sizeof(void*) + 6);
+#pragma GCC diagnostic pop
+    }
 };
 
 } // namespace Vantor

@@ -8,7 +8,6 @@
 
 namespace Vantor {
 
-static_assert(!std::is_copy_assignable_v<ClientLcdBitmap>);
 static_assert(std::is_same_v<decltype(ClientLcdBitmap::lcd), std::uint16_t>);
 static_assert(std::is_same_v<decltype(ClientLcdBitmap::encodedSize), std::uint32_t>);
 static_assert(std::is_same_v<decltype(ClientLcdBitmap::byteOffset), std::uint32_t>);
@@ -52,6 +51,37 @@ TEST(ClientLcdBitmap, fields_standInTheirOrder)
                                   &bitmap.byteOffset, &bitmap.rowOffset,   &bitmap.complete};
     for (std::size_t i = 1; i < std::size(fields); ++i)
         EXPECT_LT(fields[i - 1], fields[i]);
+}
+
+TEST(ClientLcdBitmap, assignmentOfAHalfSentBitmap_startsAgainAtRow0)
+{
+    ClientLcdBitmap source(16, 4, 1);
+    source.lcd = 0x1234;
+    source.x = 10;
+    source.y = 20;
+    source.encoded = 1;
+    source.encodedSize = 5;
+    source.buffer = {1, 2, 3};
+    source.byteOffset = 2;
+    source.rowOffset = 1;
+    source.complete = 1;
+    ClientLcdBitmap target(1, 1, 24);
+    target.byteOffset = 7;
+    target.rowOffset = 7;
+    target.complete = 1;
+    target = source;
+    EXPECT_EQ(target.lcd, 0x1234);
+    EXPECT_EQ(target.x, 10);
+    EXPECT_EQ(target.y, 20);
+    EXPECT_EQ(target.width, 16);
+    EXPECT_EQ(target.height, 4);
+    EXPECT_EQ(target.bitsPerPixel, 1);
+    EXPECT_EQ(target.encoded, 1);
+    EXPECT_EQ(target.encodedSize, 5u);
+    EXPECT_EQ(target.buffer, (Bytes{1, 2, 3}));
+    EXPECT_EQ(target.byteOffset, 0u);
+    EXPECT_EQ(target.rowOffset, 0);
+    EXPECT_EQ(target.complete, 0);
 }
 
 TEST(ClientLcdBitmap, copyOfAHalfSentBitmap_startsAgainAtRow0)

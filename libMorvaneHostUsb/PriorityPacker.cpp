@@ -1,5 +1,7 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
+#include "libMorvaneHostUsb/LcdHelper.h"
+
 // The one hard stop of the slice writers stays in every build.
 #undef NDEBUG
 #include <cassert>
@@ -58,6 +60,66 @@ bool covers(const ClientLcdBitmap& bitmap, const ClientLcdBitmap& old)
 {
     return bitmap.x <= old.x && bitmap.x + bitmap.width >= old.x + old.width &&
            bitmap.y + bitmap.rowOffset <= old.y + old.rowOffset && bitmap.y + bitmap.height >= old.y + old.height;
+}
+
+int formatOfDepth(unsigned int bitsPerPixel)
+{
+    switch (bitsPerPixel) {
+    case 8:
+        return BitmapImage::Rgb332;
+    case 12:
+        return BitmapImage::Rgb444;
+    case 16:
+        return BitmapImage::Rgb565;
+    case 24:
+        return BitmapImage::Rgb888;
+    default:
+        return 0;
+    }
+}
+
+struct BoundingBox {
+    // Layers that lie wholly beyond column or row 240 still give 240.
+    int left = 240;
+    int top = 240;
+    int right = 0;
+    int bottom = 0;
+    unsigned char depth = 8;
+
+    void include(const ClientLcdBitmap& layer)
+    {
+        left = std::min<int>(left, layer.x);
+        top = std::min<int>(top, layer.y);
+        right = std::max(right, layer.x + layer.width);
+        bottom = std::max(bottom, layer.y + layer.height);
+        depth = std::max(depth, layer.bitsPerPixel);
+    }
+};
+
+BitmapImage viewOf(ClientLcdBitmap& bitmap, unsigned char depth)
+{
+    constexpr int flattenThreshold = 100;
+    // Read at the flattened depth, not at its own: padded where that asks for more.
+    const std::size_t needed = (static_cast<std::size_t>(depth) * bitmap.width * bitmap.height + 7) / 8;
+    if (bitmap.buffer.size() < needed)
+        bitmap.buffer.resize(needed);
+    return {bitmap.data(), bitmap.width, bitmap.height, formatOfDepth(depth), flattenThreshold};
+}
+
+// A row marker, then the row's runs of at most 255 equal pixels.
+void appendEncodedRow(std::vector<std::uint32_t>& words, const unsigned int* row, std::size_t columns)
+{
+    constexpr std::ptrdiff_t longestRun = 255;
+    words.push_back(rowMarker);
+    const unsigned int* const end = row + columns;
+    while (row != end) {
+        const unsigned int* const reach = row + std::min(longestRun, end - row);
+        const unsigned int pixel = *row;
+        const unsigned int* const next =
+            std::find_if(row, reach, [pixel](unsigned int other) { return other != pixel; });
+        words.push_back(PriorityPacker::encode(pixel, static_cast<unsigned char>(next - row)));
+        row = next;
+    }
 }
 
 // The part of a run-length layer that goes into one slice.
@@ -266,6 +328,59 @@ void PriorityPacker::unlockLcd(unsigned short lcd)
         m_lcdData[lcd].locked = false;
     }
     notifyObserver();
+}
+
+void PriorityPacker::flattenLcdImage(unsigned short lcd)
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    const auto entry = m_lcdData.find(lcd);
+    if (entry == m_lcdData.end() || entry->second.bitmaps.empty())
+        return;
+    std::list<ClientLcdBitmap> layers = entry->second.bitmaps;
+    BoundingBox box;
+    for (const ClientLcdBitmap& layer : layers)
+        box.include(layer);
+    if (box.right < box.left || box.top > box.bottom)
+        return;
+
+    ClientLcdBitmap flat(static_cast<unsigned char>(box.right - box.left),
+                         static_cast<unsigned char>(box.bottom - box.top), box.depth);
+    flat.x = static_cast<std::uint8_t>(box.left);
+    flat.y = static_cast<std::uint8_t>(box.top);
+    BitmapImage flatImage = viewOf(flat, box.depth);
+    for (ClientLcdBitmap& layer : layers)
+        LcdHelper::compositeToLcd(&flatImage, viewOf(layer, box.depth), box.left - layer.x, box.top - layer.y);
+    // The stored layers stay as they were: the flattened image replaces the copy only.
+    layers.clear();
+    layers.push_back(flat);
+}
+
+unsigned int PriorityPacker::encode(unsigned int pixel, unsigned char run)
+{
+    return run | (pixel >> 16 & 0xFF) << 8 | (pixel >> 8 & 0xFF) << 16 | (pixel & 0xFF) << 24;
+}
+
+void PriorityPacker::compressImage(const unsigned int* pixels, int width, int height, int x, int y,
+                                   ClientLcdBitmap& out)
+{
+    if (pixels == nullptr || width <= 0 || height <= 0)
+        return;
+    const auto columns = static_cast<std::size_t>(width);
+    const auto rows = static_cast<std::size_t>(height);
+    std::vector<std::uint32_t> words;
+    words.reserve(rows + rows * columns / 4);
+    for (std::size_t row = 0; row < rows; ++row)
+        appendEncodedRow(words, pixels + row * columns, columns);
+
+    const std::size_t bytes = words.size() * sizeof words[0];
+    if (bytes > out.size()) {
+        out.encodedSize = 0;
+        return;
+    }
+    out.x = static_cast<std::uint8_t>(x);
+    out.y = static_cast<std::uint8_t>(y);
+    out.encodedSize = static_cast<std::uint32_t>(bytes);
+    std::memcpy(out.data(), words.data(), bytes);
 }
 
 std::size_t PriorityPacker::addBitmapDataToPacket(const ClientLcdBitmap& bitmap)

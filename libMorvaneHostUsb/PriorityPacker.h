@@ -84,6 +84,21 @@ public:
     void lockLcd(unsigned short lcd);
     void unlockLcd(unsigned short lcd);
 
+    // Composites an LCD's layers into one image and discards it: the layers, and what
+    // is sent, stay as they are.
+    void flattenLcdImage(unsigned short lcd);
+
+    // Encodes width × height pixels of 32 bits (row-major, bits 24 to 31 are not kept) as
+    // run-length words into the buffer of `out`, and sets its x, y and encodedSize. When
+    // the words do not fit that buffer, encodedSize becomes 0 and nothing else changes;
+    // without pixels, or without a positive width and height, nothing does. The caller
+    // makes `out` with the right geometry and a large enough buffer, and sets
+    // `encoded`. A run of 255 pixels of 0xFFFFFF reads as a row marker: avoid it.
+    static void compressImage(const unsigned int* pixels, int width, int height, int x, int y, ClientLcdBitmap& out);
+
+    // One run-length word: `run` pixels of this value.
+    static unsigned int encode(unsigned int pixel, unsigned char run);
+
     // True while anything waits: a record, or a layer on any LCD, locked ones too.
     bool hasMoreData() const;
 

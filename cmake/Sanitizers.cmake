@@ -2,3 +2,9 @@ if(MORVANE_SANITIZE)
   add_compile_options(-fsanitize=${MORVANE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${MORVANE_SANITIZE})
 endif()
+
+# All code counts its branches for the fuzz targets, which alone bring libFuzzer's main.
+if(MORVANE_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

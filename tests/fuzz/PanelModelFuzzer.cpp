@@ -1,0 +1,50 @@
+// What a host may do to a panel: any bytes, in URBs of any size. An input is a sequence
+// of URBs, each a 16-bit word (bits 0 to 14: its size, bit 15: it ends a transfer) and
+// its bytes.
+#include "Require.h"
+#include "simulator/PanelModel.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+using namespace Vantor;
+
+namespace {
+
+void submit(PanelModel& panel, const std::uint8_t* data, std::size_t size)
+{
+    PanelModel::UrbId urb = 0;
+    while (size >= 2) {
+        const unsigned int word = data[0] | static_cast<unsigned int>(data[1]) << 8;
+        data += 2;
+        size -= 2;
+        const std::size_t length = std::min<std::size_t>(word & 0x7FFF, size);
+        panel.submitOut(&panel, ++urb, {data, data + length}, (word & 0x8000) != 0);
+        data += length;
+        size -= length;
+    }
+    require(panel.takeCompletions().size() == urb, "every URB completes");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    PanelModel panel({}, [] { return std::chrono::nanoseconds(0); });
+    std::uint64_t observed = 0;
+    std::size_t payloads = 0;
+    panel.setRecordObserver([&observed, &payloads](const PanelModel::Record& record) {
+        ++observed;
+        payloads += record.payload.size();
+    });
+    submit(panel, data, size);
+    const PanelModel::Statistics& statistics = panel.getStatistics();
+    require(observed == statistics.recordsReceived && observed == panel.getRecords().size(),
+            "every record is observed");
+    require(payloads <= statistics.bytesReceived && statistics.bytesReceived <= size, "no byte is made up");
+    require(panel.getViolations().size() <= PanelModel::maxViolations + 1, "violations are bounded");
+    return 0;
+}

@@ -39,10 +39,10 @@ TEST(PanelctlSend, record_goesToTheChosenPanelOnly)
 {
     const TemporaryFile log;
     const ToolResult result = runTool(
-        panelctlOn({"--panels", "2", "--log", log.getPath()}, {"send", "--type", "46", "--hex", "", "--panel", "1-2"}));
+        panelctlOn({"--panels", "2", "--log", log.getPath()}, {"send", "--type", "45", "--hex", "", "--panel", "1-2"}));
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_THAT(log.read(), HasSubstr("panel 1: record type 46, 0 bytes"));
-    EXPECT_THAT(log.read(), Not(HasSubstr("panel 0: record type 46")));
+    EXPECT_THAT(log.read(), HasSubstr("panel 1: record type 45, 0 bytes"));
+    EXPECT_THAT(log.read(), Not(HasSubstr("panel 0: record type 45")));
 }
 
 TEST(PanelctlSend, file_isSentAsItIs)

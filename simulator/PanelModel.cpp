@@ -4,6 +4,7 @@
 #include "protocol/ReqDeviceInfo.h"
 #include "referenceProtocol/WireFormat.h"
 #include "simulator/PanelDescriptors.h"
+#include "simulator/SliceDecoder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -37,7 +38,11 @@ template <typename Urb> auto findUrb(std::deque<Urb>& urbs, PanelModel::UrbId id
 PanelModel::PanelModel(Options options, Clock clock)
     : m_options(std::move(options)), m_clock(std::move(clock)),
       m_decoder(std::max(m_options.maxPacketSize, packetLimitFloor))
-{}
+{
+    for (const auto& [lcd, size] : m_options.lcdSizes)
+        if (!PanelScreen::isPossible(size))
+            throw std::invalid_argument("PanelModel: the size of LCD " + std::to_string(lcd) + " is not possible");
+}
 
 PanelModel::~PanelModel() = default;
 
@@ -349,6 +354,8 @@ void PanelModel::handleRecord(const WireDecoder::Record& record)
 {
     ++m_statistics.recordsReceived;
     ++m_statistics.recordsByType[record.type];
+    if (record.type == PacketType::LcdSlice || record.type == PacketType::EncodedLcdSlice)
+        drawSlice(record);
     if (m_observer || m_options.keepRecords) {
         Record received{record.type, record.payload, m_clock()};
         // A copy: the observer may set another one.
@@ -360,6 +367,35 @@ void PanelModel::handleRecord(const WireDecoder::Record& record)
     }
     if (record.type == WireFormat::reqDeviceInfoType)
         answerDeviceInfoRequest(record.payload);
+}
+
+void PanelModel::drawSlice(const WireDecoder::Record& record)
+{
+    const SliceDecoder::Result result = SliceDecoder::decode(record.type, record.payload);
+    if (!result.slice) {
+        reportViolation(result.violation);
+        return;
+    }
+    const SliceDecoder::Slice& slice = *result.slice;
+    PanelScreen* const screen = findScreen(slice.lcd);
+    if (screen == nullptr) {
+        reportViolation("slice for LCD " + std::to_string(slice.lcd) + ": " + std::to_string(maxScreens) +
+                        " others are drawn on, a panel has no more");
+        return;
+    }
+    screen->draw(slice.x, slice.y, slice.width, slice.pixels);
+}
+
+// Null for an LCD that is one too many.
+PanelScreen* PanelModel::findScreen(std::uint16_t lcd)
+{
+    const auto known = m_screens.find(lcd);
+    if (known != m_screens.end())
+        return &known->second;
+    if (m_screens.size() == maxScreens)
+        return nullptr;
+    const auto size = m_options.lcdSizes.find(lcd);
+    return &m_screens.emplace(lcd, size != m_options.lcdSizes.end() ? size->second : defaultLcdSize).first->second;
 }
 
 void PanelModel::answerDeviceInfoRequest(const std::vector<std::uint8_t>& payload)
@@ -492,6 +528,11 @@ const std::vector<PanelModel::Record>& PanelModel::getRecords() const
 const PanelModel::Statistics& PanelModel::getStatistics() const
 {
     return m_statistics;
+}
+
+const std::map<std::uint16_t, PanelScreen>& PanelModel::getScreens() const
+{
+    return m_screens;
 }
 
 const std::vector<std::string>& PanelModel::getViolations() const

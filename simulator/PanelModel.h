@@ -3,9 +3,11 @@
 #include "protocol/PacketHeader.h"
 #include "protocol/PacketType.h"
 #include "protocol/PanelLink.h"
+#include "protocol/TransLcdBitmap.h"
 #include "simulator/FaultPlan.h"
 #include "simulator/PanelFault.h"
 #include "simulator/PanelOutbox.h"
+#include "simulator/PanelScreen.h"
 #include "simulator/WireDecoder.h"
 
 #include <chrono>
@@ -24,8 +26,8 @@ namespace Vantor {
 // One panel, seen from its side of the wire: descriptors, claims and bulk transfers
 // as a kernel would serve them, bytes in, bytes out. It decodes what it receives with
 // a decoder of its own, keeps count, answers requests for device information, sends
-// packets on demand and reports every violation of the wire. No I/O and no thread;
-// time is what the clock says.
+// packets on demand, shows on its LCDs what is drawn and reports every violation of the
+// wire. No I/O and no thread; time is what the clock says.
 //
 // Threads: one at a time. Lifetime: owns everything it is given.
 class PanelModel {
@@ -36,6 +38,9 @@ public:
     using Owner = const void*;
     using UrbId = std::uint64_t;
 
+    // Of an LCD that the options do not name.
+    static constexpr PanelScreen::Size defaultLcdSize{TransLcdBitmap::width, TransLcdBitmap::height};
+
     struct Options {
         std::uint16_t vendorId = PanelLink::developmentVendorId;
         std::uint16_t productId = PanelLink::productId;
@@ -43,6 +48,8 @@ public:
         std::uint16_t maxPacketSize = 8192;          // announced in the device information
         std::uint64_t seed = 1;                      // its low half is the device id in the panel's packets
         bool keepRecords = true;                     // false: records are counted and observed, not stored
+        // By LCD number.
+        std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
     };
 
     // A record as it came in.
@@ -68,6 +75,7 @@ public:
         std::map<PacketType, std::uint64_t> recordsByType;
     };
 
+    // Throws std::invalid_argument for an LCD size that is not possible.
     PanelModel(Options options, Clock clock);
     ~PanelModel();
     PanelModel(const PanelModel&) = delete;
@@ -146,11 +154,21 @@ public:
     // Transfers that a fault already holds stay held.
     void clearFaults();
 
-    // Called for every decoded record, before it is answered. It may emit and inject.
+    // Called for every decoded record, before it is answered; a slice is drawn by then.
+    // It may emit and inject.
     void setRecordObserver(std::function<void(const Record&)> observer);
 
     const std::vector<Record>& getRecords() const;
     const Statistics& getStatistics() const;
+
+    // The LCDs drawn on, by number; all white before that. A slice that contradicts
+    // itself is a violation and draws nothing. One that reaches past the LCD is clipped
+    // and is none, even when nothing of it is left. The screens outlive unplug.
+    //
+    // A panel has at most maxScreens LCDs, so that a host that names all 65,536 does not
+    // take gigabytes: slices for further ones are violations.
+    static constexpr std::size_t maxScreens = 64;
+    const std::map<std::uint16_t, PanelScreen>& getScreens() const;
 
     // One line for each thing that the host must not do on the wire, in order; the list
     // ends after maxViolations lines with one that says so.
@@ -204,6 +222,8 @@ private:
 
     void handle(const WireDecoder::Result& result);
     void handleRecord(const WireDecoder::Record& record);
+    void drawSlice(const WireDecoder::Record& record);
+    PanelScreen* findScreen(std::uint16_t lcd);
     void answerDeviceInfoRequest(const std::vector<std::uint8_t>& payload);
     void reportViolation(const std::string& what);
 
@@ -227,6 +247,7 @@ private:
     std::function<void(const Record&)> m_observer;
     std::vector<Record> m_records;
     Statistics m_statistics;
+    std::map<std::uint16_t, PanelScreen> m_screens;
     std::vector<std::string> m_violations;
 };
 

@@ -1,6 +1,8 @@
 // panelsim: runs a program on a virtual USB bus with simulated panels.
 #include "simulator/ClientProcess.h"
 #include "simulator/PanelsimOptions.h"
+#include "simulator/PngWriter.h"
+#include "simulator/ScreenText.h"
 #include "simulator/VirtualBus.h"
 
 #include <cerrno>
@@ -9,9 +11,14 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
+
+#include <unistd.h>
 
 using namespace Vantor;
 
@@ -46,6 +53,7 @@ VirtualBus::Options busOptions(const PanelsimOptions& options)
     bus.panel.maxPacketSize = options.maxPacketSize;
     bus.panel.seed = options.seed;
     bus.panel.keepRecords = false;
+    bus.panel.lcdSizes = options.lcdSizes;
     bus.log = openLog(options.logFile);
     return bus;
 }
@@ -92,8 +100,59 @@ void attend(ClientProcess& program)
     }
 }
 
+// Before anything runs, so that a wrong DIR costs nobody a long run.
+void preparePngFolder(const std::string& folder)
+{
+    if (folder.empty())
+        return;
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error && access(folder.c_str(), W_OK | X_OK) != 0)
+        error.assign(errno, std::generic_category());
+    if (error)
+        throw std::runtime_error("cannot write pictures to '" + folder + "': " + error.message());
+}
+
+// By panel and LCD.
+std::map<std::pair<unsigned int, unsigned int>, PanelScreen> takeScreens(VirtualBus& bus)
+{
+    std::map<std::pair<unsigned int, unsigned int>, PanelScreen> screens;
+    for (unsigned int panel = 0; panel < VirtualBus::maxPanels; ++panel)
+        bus.visit(panel, [&screens, panel](PanelModel& model) {
+            for (const auto& [lcd, screen] : model.getScreens())
+                screens.emplace(std::pair(panel, lcd), screen);
+        });
+    return screens;
+}
+
+void showScreen(unsigned int panel, unsigned int lcd, const PanelScreen& screen)
+{
+    const auto background =
+        isatty(STDOUT_FILENO) != 0 ? ScreenText::Background::Terminal : ScreenText::Background::Paper;
+    std::printf("panel %u, LCD %u (%ux%u):\n%s", panel, lcd, screen.getWidth(), screen.getHeight(),
+                ScreenText::render(screen, background).c_str());
+}
+
+void reportScreens(VirtualBus& bus, const PanelsimOptions& options)
+{
+    if (!options.show && options.pngFolder.empty())
+        return;
+    const auto screens = takeScreens(bus);
+    if (screens.empty())
+        std::fprintf(stderr, "panelsim: no LCD was drawn on\n");
+    for (const auto& [number, screen] : screens) {
+        const auto& [panel, lcd] = number;
+        if (options.show)
+            showScreen(panel, lcd, screen);
+        if (!options.pngFolder.empty())
+            PngWriter::write(
+                options.pngFolder + "/panel" + std::to_string(panel) + "-lcd" + std::to_string(lcd) + ".png", screen);
+    }
+}
+
 int run(const PanelsimOptions& options)
 {
+    preparePngFolder(options.pngFolder);
     // Before there are threads, so that only waitForSignal takes these.
     std::signal(SIGCHLD, SIG_DFL);
     const sigset_t signals = handledSignals();
@@ -118,6 +177,7 @@ int run(const PanelsimOptions& options)
     const auto violations = bus.getViolations();
     for (const std::string& violation : violations)
         std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
+    reportScreens(bus, options);
     return violations.empty() ? exitCode : PanelsimExit::violation;
 }
 

@@ -1,5 +1,6 @@
 #include "simulator/PanelsimOptions.h"
 
+#include "simulator/LcdOption.h"
 #include "simulator/VirtualBus.h"
 
 #include <utility>
@@ -20,6 +21,13 @@ TIME is 250ms, 2s or 1.5s. COMMAND is one of:
   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
   fault [P] clear
   emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
+
+LCDs are white when a panel is plugged in, 144x168 unless --lcd says otherwise, and drawn on by
+LCD slices; a panel has at most 64. --png and --show tell what is on them when PROGRAM has ended:
+of a panel that is unplugged by then, what it showed last; of one that was plugged back, only what
+was drawn since. --png writes panelP-lcdL.png for each LCD drawn on (8-bit grey when all its pixels
+are grey, else RGB) and leaves other files in DIR alone. --show prints a column for each pixel and
+two rows of pixels in a line.
 
 Exit code: that of PROGRAM, or 128+N when signal N ended it;
   120  a panel saw a violation of the wire (each is printed)
@@ -51,6 +59,19 @@ PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
     return {*time.time, *command.command};
 }
 
+std::map<std::uint16_t, PanelScreen::Size> parseLcdSizes(const std::vector<std::string>& texts)
+{
+    std::map<std::uint16_t, PanelScreen::Size> sizes;
+    for (const std::string& text : texts) {
+        const ParsedLcdOption lcd = parseLcdOption(text);
+        if (!lcd.option)
+            throw CLI::ValidationError("--lcd", lcd.error);
+        if (!sizes.emplace(lcd.option->lcd, lcd.option->size).second)
+            throw CLI::ValidationError("--lcd", "LCD " + std::to_string(lcd.option->lcd) + " is given twice");
+    }
+    return sizes;
+}
+
 } // namespace
 
 PanelsimArguments parsePanelsimArguments(int argc, char** argv)
@@ -58,6 +79,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     PanelsimArguments arguments;
     PanelsimOptions& options = arguments.options;
     std::vector<TimeAndCommand> timed;
+    std::vector<std::string> lcds;
     bool withoutScatterGather = false;
 
     CLI::App app("Runs a program that uses libusb on a USB bus with simulated panels.", "panelsim");
@@ -75,12 +97,18 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
         ->allow_extra_args(false); // would take the -- before PROGRAM for its own end
     run->add_flag("--no-scatter-gather", withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
     run->add_option("--log", options.logFile, "Write one line for each thing that happens")->type_name("FILE");
+    run->add_option("--lcd", lcds, "Size of LCD L in pixels; may be repeated")
+        ->type_name("L=WxH")
+        ->allow_extra_args(false);
+    run->add_option("--png", options.pngFolder, "Write what the LCDs show at the end, as PNG files")->type_name("DIR");
+    run->add_flag("--show", options.show, "Print what the LCDs show at the end");
     run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
     run->footer(footer);
     try {
         app.parse(argc, argv);
         for (const TimeAndCommand& text : timed)
             options.timedCommands.push_back(parseTimedCommand(text));
+        options.lcdSizes = parseLcdSizes(lcds);
     } catch (const CLI::ParseError& error) {
         arguments.exitCode = app.exit(error) == 0 ? 0 : PanelsimExit::failure;
         return arguments;

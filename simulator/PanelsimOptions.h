@@ -1,9 +1,11 @@
 #pragma once
 
 #include "simulator/PanelCommand.h"
+#include "simulator/PanelScreen.h"
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,9 @@ struct PanelsimOptions {
     std::uint16_t maxPacketSize = 8192;
     bool scatterGather = true;
     std::string logFile; // empty: none
+    std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
+    std::string pngFolder; // empty: no pictures
+    bool show = false;
     std::vector<TimedCommand> timedCommands;
     std::vector<std::string> program;
 };

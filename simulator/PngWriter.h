@@ -1,0 +1,18 @@
+#pragma once
+
+#include "simulator/PanelScreen.h"
+
+#include <string>
+
+namespace Vantor {
+
+// Writes a screen as a PNG file: 8 bits of grey when every pixel is a grey (black and
+// white are), else 8 bits each of red, green and blue.
+class PngWriter {
+public:
+    // Replaces a file of that name. Throws std::runtime_error with the path and the
+    // cause; what was written until then is gone.
+    static void write(const std::string& path, const PanelScreen& screen);
+};
+
+} // namespace Vantor

@@ -45,6 +45,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(observed == statistics.recordsReceived && observed == panel.getRecords().size(),
             "every record is observed");
     require(payloads <= statistics.bytesReceived && statistics.bytesReceived <= size, "no byte is made up");
+    require(panel.getScreens().size() <= PanelModel::maxScreens, "screens are bounded");
+    for (const auto& [lcd, screen] : panel.getScreens())
+        for (const std::uint32_t pixel : screen.getPixels())
+            require(pixel <= 0xFFFFFF, "a pixel has 24 bits");
     require(panel.getViolations().size() <= PanelModel::maxViolations + 1, "violations are bounded");
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include <sys/resource.h>
@@ -238,6 +239,77 @@ TEST_F(Panelsim, end_leavesNoTemporaryFiles)
     const auto result = run({"run", "--", "sh", "-c", "echo $UMOCKDEV_DIR"});
     ASSERT_EQ(result.output.rfind("/tmp/umockdev.", 0), 0U) << result.output;
     EXPECT_FALSE(std::filesystem::exists(result.output.substr(0, result.output.size() - 1)));
+}
+
+// Raw on LCD 1, 8 × 2 pixels, the left half of the first row and the right half of the
+// second; one red pixel, encoded, on LCD 2.
+#define DRAW_ON_LCD_1                                                                                                  \
+    "1400010000000000"                                                                                                 \
+    "260900"                                                                                                           \
+    "01000000080201"                                                                                                   \
+    "f00f"
+#define DRAW_ON_LCD_2                                                                                                  \
+    "1a00010000000000"                                                                                                 \
+    "2e0f00"                                                                                                           \
+    "02000000010118"                                                                                                   \
+    "ffffffff"                                                                                                         \
+    "01ff0000"
+
+TEST_F(Panelsim, png_oneFileForEachLcdDrawnOn)
+{
+    const std::string folder = fileName("new/folder");
+    const Result result =
+        run({"run", "--panels", "0", "--at", "0s", "plug 3", "--lcd", "1=8x2", "--png", folder, "--", "sh", "-c",
+             "sleep 0.3; " MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 " " DRAW_ON_LCD_2});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output, "");
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.insert(entry.path().filename());
+    ASSERT_EQ(names, (std::set<std::string>{"panel3-lcd1.png", "panel3-lcd2.png"}));
+    // Width, height, bit depth and colour type: grey, and RGB at 144 × 168.
+    EXPECT_EQ(contentOf(folder + "/panel3-lcd1.png").substr(16, 10), std::string("\0\0\0\x08\0\0\0\x02\x08\0", 10));
+    EXPECT_EQ(contentOf(folder + "/panel3-lcd2.png").substr(16, 10), std::string("\0\0\0\x90\0\0\0\xA8\x08\x02", 10));
+}
+
+TEST_F(Panelsim, pngFolderThatCannotBe_is125BeforeTheProgramRuns)
+{
+    const Result result = run({"run", "--png", "/dev/null/folder", "--", "echo", "ran"});
+    EXPECT_EQ(result.exitCode, 125);
+    EXPECT_EQ(result.output, "panelsim: cannot write pictures to '/dev/null/folder': Not a directory\n");
+}
+
+TEST_F(Panelsim, show_printsTheLcds)
+{
+    const Result result = run({"run", "--lcd", "1=8x2", "--show", "--", MORVANE_RAW_CLIENT, DRAW_ON_LCD_1});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "panel 0, LCD 1 (8x2):\n▀▀▀▀▄▄▄▄\n");
+    EXPECT_EQ(run({"run", "--show", "--", "true"}).output, "panelsim: no LCD was drawn on\n");
+}
+
+TEST_F(Panelsim, lcdSizes_absurdOnesAreWrongUsage)
+{
+    const Result absurd = run({"run", "--lcd", "1=8x511", "--", "true"});
+    EXPECT_EQ(absurd.exitCode, 125);
+    EXPECT_NE(absurd.output.find("--lcd: an LCD is 1x1 to 510x510 pixels, found '8x511'"), std::string::npos)
+        << absurd.output;
+    const Result twice = run({"run", "--lcd", "1=8x2", "--lcd", "1=8x3", "--", "true"});
+    EXPECT_EQ(twice.exitCode, 125);
+    EXPECT_NE(twice.output.find("--lcd: LCD 1 is given twice"), std::string::npos) << twice.output;
+}
+
+TEST_F(Panelsim, unpluggedPanel_keepsItsPictureUntilItIsPluggedBack)
+{
+    const std::string drawAndWait = MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 "; sleep 1.6";
+    std::vector<std::string> arguments = {"run", "--lcd", "1=8x2", "--show", "--at", "1s", "unplug"};
+    const std::vector<std::string> program = {"--", "sh", "-c", drawAndWait};
+    auto unplugged = arguments;
+    unplugged.insert(unplugged.end(), program.begin(), program.end());
+    EXPECT_EQ(run(unplugged).output, "panel 0, LCD 1 (8x2):\n▀▀▀▀▄▄▄▄\n");
+
+    arguments.insert(arguments.end(), {"--at", "1.2s", "plug"});
+    arguments.insert(arguments.end(), program.begin(), program.end());
+    EXPECT_EQ(run(arguments).output, "panelsim: no LCD was drawn on\n");
 }
 
 } // namespace Vantor

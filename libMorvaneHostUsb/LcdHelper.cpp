@@ -54,6 +54,8 @@ template <typename Set>
 void compositeDarkPixels(const unsigned char* image, unsigned int imageWidth, unsigned int imageHeight,
                          unsigned int lcdWidth, unsigned int lcdHeight, int x, int y, int threshold, Set set)
 {
+    if (imageWidth == 0)
+        return; // whatever the height claims
     for (unsigned int r = 0; r < imageHeight; ++r) {
         const unsigned int row = static_cast<unsigned int>(y) + r;
         if (row >= lcdHeight)
@@ -132,7 +134,7 @@ void LcdHelper::addPixel(unsigned char* image, int x, int y, int width, int heig
         return;
     unsigned char& pixel =
         image[static_cast<std::size_t>(x) + static_cast<std::size_t>(width) * static_cast<std::size_t>(y)];
-    const int sum = pixel + delta;
+    const std::int64_t sum = std::int64_t{pixel} + delta;
     // Not clamped at the top: sums above 255 wrap.
     pixel = sum < 0 ? 0 : static_cast<unsigned char>(sum);
 }

@@ -35,7 +35,8 @@ public:
     // threshold. Pixels are only ever set, so clear the buffer first. What falls
     // outside the LCD, negative positions included, is clipped.
 
-    // A buffer of lcdHeight / 8 pages of lcdWidth bytes, laid out as LcdBitmap::data.
+    // A buffer of lcdHeight / 8 pages, rounded up, of lcdWidth bytes, laid out as
+    // LcdBitmap::data.
     static void compositeToLcd(unsigned char* lcd, const unsigned char* image, unsigned int imageWidth,
                                unsigned int imageHeight, unsigned int lcdWidth, unsigned int lcdHeight, int x, int y,
                                int threshold);

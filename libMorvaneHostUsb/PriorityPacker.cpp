@@ -458,7 +458,9 @@ void PriorityPacker::_appendSlice(const ClientLcdBitmap& bitmap, PacketType type
                             bitmap.bitsPerPixel};
     std::memcpy(m_packet + m_writePosition, &record, sizeof record);
     std::memcpy(m_packet + m_writePosition + sizeof record, &slice, sizeof slice);
-    std::memcpy(m_packet + m_writePosition + sliceOverhead, bitmap.data() + bitmap.byteOffset, size);
+    // An empty buffer has no address to copy nothing from.
+    if (size != 0)
+        std::memcpy(m_packet + m_writePosition + sliceOverhead, bitmap.data() + bitmap.byteOffset, size);
     m_writePosition += static_cast<std::uint32_t>(sliceOverhead + size);
     m_header.length = static_cast<std::uint16_t>(m_writePosition);
     m_header.count = static_cast<std::uint16_t>(m_header.count + 1);

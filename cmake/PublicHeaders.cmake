@@ -6,17 +6,21 @@ set(morvaneProtocolHeaders
   protocol/FirmwareData.h
   protocol/FirmwareUpgradeCommand.h
   protocol/FirmwareUpgradeRequest.h
+  protocol/LcdBitmap.h
   protocol/PackedPacketParser.h
   protocol/PacketHeader.h
   protocol/PacketPacker.h
   protocol/PacketType.h
   protocol/PanelLink.h
   protocol/ReqDeviceInfo.h
+  protocol/TransLcdBitmap.h
   protocol/Visibility.h
 )
 set(morvaneLibraryHeaders
+  libMorvaneHostUsb/BitmapImage.h
   libMorvaneHostUsb/ClientLcdBitmap.h
   libMorvaneHostUsb/Export.h
+  libMorvaneHostUsb/LcdHelper.h
   libMorvaneHostUsb/Log.h
   libMorvaneHostUsb/PacketQueue.h
   libMorvaneHostUsb/PriorityPacker.h

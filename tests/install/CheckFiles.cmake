@@ -1,7 +1,9 @@
 # Neither a header too few nor one too many, and no archive of inner objects.
 set(expected
+  libMorvaneHostUsb/BitmapImage.h
   libMorvaneHostUsb/ClientLcdBitmap.h
   libMorvaneHostUsb/Export.h
+  libMorvaneHostUsb/LcdHelper.h
   libMorvaneHostUsb/Log.h
   libMorvaneHostUsb/PacketQueue.h
   libMorvaneHostUsb/PriorityPacker.h
@@ -14,12 +16,14 @@ set(expected
   protocol/FirmwareData.h
   protocol/FirmwareUpgradeCommand.h
   protocol/FirmwareUpgradeRequest.h
+  protocol/LcdBitmap.h
   protocol/PackedPacketParser.h
   protocol/PacketHeader.h
   protocol/PacketPacker.h
   protocol/PacketType.h
   protocol/PanelLink.h
   protocol/ReqDeviceInfo.h
+  protocol/TransLcdBitmap.h
   protocol/Visibility.h
 )
 file(GLOB_RECURSE found RELATIVE ${prefix}/${includeDir}/morvane ${prefix}/${includeDir}/*)

@@ -133,8 +133,8 @@ TEST(SharedObject, undefinedSymbols_belongToTheProtocolLibraryOrTheSystem)
 
 TEST(SharedObject, definedSymbols_belongToThePublicClasses)
 {
-    const Lines owners = {"UsbManager", "UsbDevice",   "PriorityPacker", "ClientLcdBitmap",
-                          "logLevel",   "setLogLevel", "s_logMutex",     "PackedPacketParser"};
+    const Lines owners = {"UsbManager",  "UsbDevice", "PriorityPacker", "ClientLcdBitmap", "LcdHelper",
+                          "BitmapImage", "logLevel",  "setLogLevel",    "s_logMutex",      "PackedPacketParser"};
     for (const std::string& name : defined())
         EXPECT_THAT(owners, testing::Contains(ownerOf(name))) << name;
 }
@@ -185,6 +185,23 @@ TEST(SharedObject, everyPublicOperation_isThere)
              "Vantor::PriorityPacker::lockLcd(unsigned short)",
              "Vantor::PriorityPacker::unlockLcd(unsigned short)",
              "Vantor::PriorityPacker::setObserver(Vantor::PriorityPacker::Observer*)",
+             "Vantor::PriorityPacker::flattenLcdImage(unsigned short)",
+             "Vantor::PriorityPacker::compressImage(unsigned int const*, int, int, int, int, "
+             "Vantor::ClientLcdBitmap&)",
+             "Vantor::PriorityPacker::encode(unsigned int, unsigned char)",
+             "Vantor::PriorityPacker::addBitmapDataToPacket(Vantor::ClientLcdBitmap const&)",
+             "Vantor::PriorityPacker::addBitmapDataToPacketEncoded(Vantor::ClientLcdBitmap const&)",
+             "Vantor::LcdHelper::addPixel(unsigned char*, int, int, int, int, int)",
+             "Vantor::LcdHelper::ditherImage(unsigned char*, int, int, Vantor::LcdHelper::DitherType, int)",
+             "Vantor::LcdHelper::compositeToLcd(unsigned char*, unsigned char const*, unsigned int, unsigned int, "
+             "unsigned int, unsigned int, int, int, int)",
+             "Vantor::LcdHelper::compositeToLcd(Vantor::LcdBitmap*, unsigned char const*, unsigned int, "
+             "unsigned int, int, int, int)",
+             "Vantor::LcdHelper::compositeToLcd(Vantor::TransLcdBitmap*, unsigned char const*, unsigned int, "
+             "unsigned int, int, int, int)",
+             "Vantor::LcdHelper::compositeToLcd(Vantor::BitmapImage*, Vantor::BitmapImage const&, int, int)",
+             "Vantor::BitmapImage::getRgbPixel(int, int) const",
+             "Vantor::BitmapImage::get1BitPixel(int, int) const",
              "Vantor::ClientLcdBitmap::ClientLcdBitmap(unsigned char, unsigned char, unsigned char)",
              "Vantor::ClientLcdBitmap::ClientLcdBitmap(Vantor::ClientLcdBitmap const&)",
              "Vantor::setLogLevel(Vantor::LogLevel::Level)",

@@ -1,5 +1,6 @@
 // Uses a bit of every public header, and both libraries, without a panel.
 
+#include "libMorvaneHostUsb/LcdHelper.h"
 #include "libMorvaneHostUsb/Log.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "libMorvaneHostUsb/UsbDevice.h"
@@ -45,6 +46,16 @@ void usePanels(Application& application)
     UsbManager::destroyUsbManager();
 }
 
+bool drawsADarkPixel()
+{
+    const unsigned char black = 0;
+    LcdBitmap lcd{};
+    LcdHelper::compositeToLcd(&lcd, &black, 1, 1, 0, 0, 128);
+    unsigned char grey = 100;
+    const BitmapImage image{&grey, 1, 1, BitmapImage::Gray8, 128};
+    return lcd.data[0] == 1 && image.get1BitPixel(0, 0) == 1;
+}
+
 } // namespace
 
 int main(int argumentCount, char**)
@@ -60,7 +71,8 @@ int main(int argumentCount, char**)
     PackedPacketParser parser(&application);
     parser.parse(packer.getPacket(), packer.getPacketSize());
 
-    const bool isRight = application.m_isSeen && UsbManager::getVersion() == "1.2.1+" && logLevel == LogLevel::Error;
+    const bool isRight = application.m_isSeen && drawsADarkPixel() && UsbManager::getVersion() == "1.2.1+" &&
+                         logLevel == LogLevel::Error;
     std::puts(isRight ? "the installed package works" : "the installed package does not work");
     return isRight ? 0 : 1;
 }

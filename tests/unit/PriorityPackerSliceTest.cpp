@@ -395,4 +395,126 @@ TEST(PriorityPacker, encodedSizeAboveTheBuffers_isNotSent)
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
 }
 
+// Geometry that no buffer fits. The buffers are exactly as large as they say, so that the
+// address sanitizer sees one byte too many.
+
+TEST(PriorityPacker, rawEmptyBuffer_givesASliceWithoutDataWhereNoneIsDue)
+{
+    PackerWith packer(11);
+    ClientLcdBitmap bitmap(4, 4, 1);
+    bitmap.buffer = Bytes();                              // without an address
+    EXPECT_EQ(packer.addBitmapDataToPacket(bitmap), 10u); // 1 row, 4 bits, 0 bytes
+    EXPECT_EQ(packetOf(packer), (Bytes{18, 0, 1, 0, 0, 0, 0, 0, 38, 7, 0, 0, 0, 0, 0, 4, 1, 1}));
+    expectCursor(bitmap, 0, 1, 1); // the cursor is at the end of the buffer
+}
+
+TEST(PriorityPacker, rawLargestGeometryOnASmallBuffer_isNotSent)
+{
+    PackerWith packer(65535 - 8);
+    ClientLcdBitmap bitmap(255, 255, 255);
+    for (const std::size_t size : {0u, 1u, 40u, 8128u, 65024u}) { // 8 rows fit, 65,025 bytes
+        bitmap.buffer = Bytes(size);
+        EXPECT_EQ(packer.addBitmapDataToPacket(bitmap), 0u);
+    }
+    EXPECT_EQ(packer.getPacketCount(), 0u);
+}
+
+TEST(PriorityPacker, rawCursorFarBeyondTheBuffer_startsAgain)
+{
+    PackerWith packer(100);
+    ClientLcdBitmap bitmap(8, 4, 1);
+    count(bitmap);
+    bitmap.byteOffset = 0xFFFFFFFF;
+    EXPECT_EQ(packer.addBitmapDataToPacket(bitmap), 14u);
+    EXPECT_EQ(packetOf(packer), (Bytes{22, 0, 1, 0, 0, 0, 0, 0, 38, 11, 0, 0, 0, 0, 0, 8, 4, 1, 0, 1, 2, 3}));
+    expectCursor(bitmap, 0, 0, 1);
+}
+
+TEST(PriorityPacker, rawRowOffsetAtTheHeight_leavesNothingToSend)
+{
+    PackerWith packer(100);
+    ClientLcdBitmap bitmap(8, 4, 1);
+    bitmap.rowOffset = 4;
+    EXPECT_EQ(packer.addBitmapDataToPacket(bitmap), 0u);
+    expectCursor(bitmap, 0, 4, 0);
+}
+
+TEST(PriorityPacker, layerPastTheLcd_isSentAsGiven)
+{
+    PackerWith packer(100);
+    ClientLcdBitmap bitmap(16, 1, 1);
+    bitmap.x = 255;
+    bitmap.y = 255;
+    EXPECT_EQ(packer.addBitmapDataToPacket(bitmap), 12u);
+    EXPECT_EQ(packetOf(packer), (Bytes{20, 0, 1, 0, 0, 0, 0, 0, 38, 9, 0, 0, 0, 255, 255, 16, 1, 1, 0, 0}));
+}
+
+TEST(PriorityPacker, encodedSizeFarAboveTheBuffers_isNotSent)
+{
+    for (const unsigned int remaining : {11u, 40u, 60000u}) {
+        PackerWith packer(remaining);
+        ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+        for (const std::uint32_t size : {37u, 0x80000000u, 0xFFFFFFFFu}) {
+            bitmap.encodedSize = size;
+            EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
+        }
+        expectCursor(bitmap, 0, 0, 0);
+    }
+}
+
+TEST(PriorityPacker, encodedCursorBeyondTheSize_isNotSent)
+{
+    for (const unsigned int remaining : {11u, 40u, 60000u}) {
+        PackerWith packer(remaining);
+        ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+        for (const std::uint32_t offset : {36u, 37u, 0x80000000u, 0xFFFFFFFFu}) {
+            bitmap.byteOffset = offset;
+            EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
+            expectCursor(bitmap, offset, 0, 0);
+        }
+    }
+}
+
+// Words are looked at from offset 0 on, and bytes sent from offset 3 on.
+TEST(PriorityPacker, encodedCursorInsideAWord_scansFromTheWordsBeginning)
+{
+    PackerWith packer(34);
+    ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+    bitmap.byteOffset = 3;
+    EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 22u);
+    EXPECT_EQ(packetOf(packer), (Bytes{30,   0, 1, 0, 0, 0, 0, 0, 46, 19,   0,    3,   0, 0, 0, 8, 1, 24, //
+                                       0xFF, 4, 0, 0, 1, 4, 0, 0, 2,  0xFF, 0xFF, 0xFF}));
+    expectCursor(bitmap, 15, 1, 0);
+}
+
+TEST(PriorityPacker, encodedRowOffsetAboveTheHeight_countsModulo256)
+{
+    PackerWith packer(100);
+    ClientLcdBitmap bitmap = encodedLayer(3, row(1));
+    bitmap.rowOffset = 5;
+    EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 22u);
+    EXPECT_EQ(packetOf(packer).at(16), 254);
+    expectCursor(bitmap, 0, 0, 1);
+}
+
+// Every size of the buffer, packet and run-length data up to three rows and a bit.
+TEST(PriorityPacker, encodedCutOfEverySize_staysInsideTheBuffer)
+{
+    const Bytes words = joined({row(1), row(3), row(5), {0xFF, 0xFF, 0xFF}});
+    for (std::size_t size = 0; size <= words.size(); ++size) {
+        const auto end = words.begin() + static_cast<std::ptrdiff_t>(size);
+        for (unsigned int remaining = 11; remaining <= 60; ++remaining) {
+            for (std::uint32_t offset = 0; offset <= size; ++offset) {
+                PackerWith packer(remaining);
+                ClientLcdBitmap bitmap = encodedLayer(3, Bytes(words.begin(), end));
+                bitmap.byteOffset = offset;
+                const std::size_t written = packer.addBitmapDataToPacketEncoded(bitmap);
+                // Less than a word may pass the limit, see above.
+                EXPECT_LE(written, size - offset < 4 ? 13u : remaining);
+                EXPECT_EQ(packer.getPacketSize(), 8 + written);
+            }
+        }
+    }
+}
+
 } // namespace Vantor

@@ -5,10 +5,8 @@
 #include "libMorvaneHostUsb/Log.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 using namespace Vantor;
@@ -18,15 +16,6 @@ namespace {
 constexpr unsigned int width = TransLcdBitmap::width;
 constexpr unsigned int height = TransLcdBitmap::height;
 constexpr int mid = 128;
-
-class Listener : public UsbManager::Observer {
-public:
-    void onDeviceAdded(std::uint16_t /*uid*/) override {}
-    void onDeviceRemoved(std::uint16_t /*uid*/) override {}
-    void onParsedPacket(std::uint16_t /*uid*/, const PacketType& /*type*/, const DataPacketUnion& /*data*/,
-                        unsigned int /*length*/) override
-    {}
-};
 
 // From black at the top to white at the bottom.
 std::vector<unsigned char> makeGradient()
@@ -93,37 +82,24 @@ void draw(PriorityPacker& packer)
                 encoded.encodedSize);
 }
 
-// Rows that do not fit the 1100 bytes that hold until the panel has told its limit would
-// stay for ever.
-bool hasToldItsLimit(const UsbDevice& panel)
-{
-    for (int i = 0; i < 100 && panel.getDeviceInfo() == nullptr; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return panel.getDeviceInfo() != nullptr;
-}
-
 } // namespace
 
 int main()
 {
     setLogLevel(LogLevel::Error);
-    Listener listener; // without one nothing that the panel sends is read
     UsbManager* const manager = UsbManager::getUsbManager();
-    manager->registerObserver(&listener);
-    manager->initialise();
+    manager->initialise(); // opens the panels that are attached
     const auto panels = manager->getDeviceListSafe();
-    const bool isReady = !panels.empty() && hasToldItsLimit(*panels.front());
-    bool isDrawn = false;
-    if (isReady) {
-        draw(panels.front()->getPacker());
-        panels.front()->sync(5);
-        isDrawn = !panels.front()->getPacker().hasMoreData();
+    bool isTaken = false;
+    if (!panels.empty()) {
+        PriorityPacker& packer = panels.front()->getPacker();
+        draw(packer);
+        panels.front()->sync(5); // some seconds at most
+        isTaken = !packer.hasMoreData();
     }
-    UsbManager::destroyUsbManager();
+    UsbManager::destroyUsbManager(); // lets a transfer that is under way end
 
-    if (!isReady)
-        std::puts(panels.empty() ? "no panel is attached" : "the panel has not answered");
-    else
-        std::puts(isDrawn ? "drawn" : "the panel does not take the picture");
-    return isDrawn ? 0 : 1;
+    if (!isTaken)
+        std::puts(panels.empty() ? "no panel is attached" : "the panel does not take the picture");
+    return isTaken ? 0 : 1;
 }

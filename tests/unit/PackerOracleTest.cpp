@@ -6,12 +6,13 @@
 
 #include "PackedBytes.h"
 
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
+
 #include <algorithm>
-#include <cstdlib>
 #include <deque>
 #include <map>
 #include <optional>
-#include <random>
 #include <set>
 #include <tuple>
 
@@ -22,27 +23,6 @@ namespace {
 
 const std::set<int> highPriorityTypes = {6, 8, 10, 11, 12, 24, 29, 31, 34, 35, 37, 40, 41, 44};
 constexpr int sliceType = 38;
-
-class Random {
-public:
-    explicit Random(unsigned int seed) : m_engine(seed) {}
-
-    // Not std::uniform_int_distribution: a seed means the same schedule everywhere.
-    unsigned int below(unsigned int end) { return static_cast<unsigned int>(m_engine() % end); }
-    unsigned int between(unsigned int first, unsigned int last) { return first + below(last - first + 1); }
-    bool oneIn(unsigned int times) { return below(times) == 0; }
-
-    Bytes bytes(std::size_t size)
-    {
-        Bytes bytes(size);
-        for (std::uint8_t& byte : bytes)
-            byte = static_cast<std::uint8_t>(below(256));
-        return bytes;
-    }
-
-private:
-    std::mt19937 m_engine;
-};
 
 // What of the current packet the panel has not seen yet.
 class Decoded {
@@ -369,19 +349,6 @@ private:
     unsigned int m_records = 0;
     Decoded m_decoded;
 };
-
-// MORVANE_SEED=N runs the schedule of that seed alone.
-template <typename Schedule> void runSeeds(unsigned int count)
-{
-    const char* const wanted = std::getenv("MORVANE_SEED");
-    const auto only = static_cast<unsigned int>(wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : 0);
-    for (unsigned int seed = only != 0 ? only : 1; seed <= (only != 0 ? only : count); ++seed) {
-        SCOPED_TRACE(testing::Message() << "replay with MORVANE_SEED=" << seed);
-        Schedule(seed).run();
-        if (testing::Test::HasFailure())
-            return;
-    }
-}
 
 } // namespace
 

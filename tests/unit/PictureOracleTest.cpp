@@ -8,10 +8,11 @@
 #include "PackedBytes.h"
 
 #include "tests/support/LiteralPicture.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <algorithm>
 #include <map>
-#include <random>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -24,19 +25,6 @@ using Pixels = std::vector<std::uint32_t>;
 
 constexpr std::uint32_t white = 0xFFFFFF;
 constexpr std::uint32_t black = 0x000000;
-
-class Random {
-public:
-    explicit Random(unsigned int seed) : m_engine(seed) {}
-
-    // Not std::uniform_int_distribution: a seed means the same schedule everywhere.
-    unsigned int below(unsigned int end) { return static_cast<unsigned int>(m_engine() % end); }
-    unsigned int between(unsigned int first, unsigned int last) { return first + below(last - first + 1); }
-    bool oneIn(unsigned int times) { return below(times) == 0; }
-
-private:
-    std::mt19937 m_engine;
-};
 
 // A panel that takes packets as they come.
 class Panel {
@@ -289,18 +277,11 @@ ClientLcdBitmap bytesPerRow(std::uint16_t lcd, unsigned char rows)
     return bitmap;
 }
 
-const Bytes marker = {0xFF, 0xFF, 0xFF, 0xFF};
-
 } // namespace
 
 TEST(PictureOracle, pictureThatArrives_isThePictureComposed)
 {
-    for (unsigned int seed = 1; seed <= 100; ++seed) {
-        SCOPED_TRACE(testing::Message() << "seed " << seed);
-        PictureSchedule(seed).run();
-        if (HasFailure())
-            return;
-    }
+    runSeeds<PictureSchedule>(60);
 }
 
 // Four rows of two pixels, every limit from one row a packet to all in one.

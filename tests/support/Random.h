@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+namespace Vantor {
+
+// Numbers that a seed decides.
+class Random {
+public:
+    explicit Random(unsigned int seed) : m_engine(seed) {}
+
+    // Not std::uniform_int_distribution: a seed means the same schedule everywhere.
+    unsigned int below(unsigned int end) { return static_cast<unsigned int>(m_engine() % end); }
+    unsigned int between(unsigned int first, unsigned int last) { return first + below(last - first + 1); }
+    bool oneIn(unsigned int times) { return below(times) == 0; }
+
+    std::vector<std::uint8_t> bytes(std::size_t size)
+    {
+        std::vector<std::uint8_t> bytes(size);
+        for (std::uint8_t& byte : bytes)
+            byte = static_cast<std::uint8_t>(below(256));
+        return bytes;
+    }
+
+private:
+    std::mt19937 m_engine;
+};
+
+} // namespace Vantor

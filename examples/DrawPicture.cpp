@@ -64,6 +64,7 @@ ClientLcdBitmap makeEncodedLayer(const TransLcdBitmap& picture)
 void draw(PriorityPacker& packer)
 {
     const TransLcdBitmap picture = makePicture();
+    // lcd.md shows the lines from here
     ClientLcdBitmap raw = makeRawLayer(picture);
     raw.lcd = 0;
     ClientLcdBitmap encoded = makeEncodedLayer(picture);
@@ -78,6 +79,7 @@ void draw(PriorityPacker& packer)
     packer.drawBitmapData(label);
     packer.unlockLcd(0);
     packer.drawBitmapData(encoded);
+    // to here.
     std::printf("LCD 0: %zu bytes of pixels and a label, LCD 1: %u bytes of run-length words\n", raw.size(),
                 encoded.encodedSize);
 }

@@ -5,6 +5,7 @@
 #include "libMorvaneHostUsb/Log.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -13,15 +14,15 @@ using namespace Vantor;
 
 namespace {
 
-constexpr unsigned int width = TransLcdBitmap::width;
-constexpr unsigned int height = TransLcdBitmap::height;
+constexpr std::size_t width = TransLcdBitmap::width;
+constexpr std::size_t height = TransLcdBitmap::height;
 constexpr int mid = 128;
 
 // From black at the top to white at the bottom.
 std::vector<unsigned char> makeGradient()
 {
     std::vector<unsigned char> grey;
-    for (unsigned int row = 0; row < height; ++row)
+    for (std::size_t row = 0; row < height; ++row)
         grey.insert(grey.end(), width, static_cast<unsigned char>(255 * row / (height - 1)));
     return grey;
 }
@@ -33,7 +34,7 @@ TransLcdBitmap makePicture()
     LcdHelper::ditherImage(grey.data(), width, height, LcdHelper::FloydSteinberg, mid);
     TransLcdBitmap picture{};
     LcdHelper::compositeToLcd(&picture, grey.data(), width, height, 0, 0, mid);
-    const std::vector<unsigned char> bar(100 * 8, 0);
+    const std::vector<unsigned char> bar(800, 0); // 100 × 8
     for (const int row : {100, 116, 132})
         LcdHelper::compositeToLcd(&picture, bar.data(), 100, 8, 16, row, mid);
     return picture;
@@ -52,7 +53,7 @@ ClientLcdBitmap makeRawLayer(const TransLcdBitmap& picture)
 ClientLcdBitmap makeEncodedLayer(const TransLcdBitmap& picture)
 {
     std::vector<unsigned int> pixels;
-    for (unsigned int i = 0; i < width * height; ++i)
+    for (std::size_t i = 0; i < width * height; ++i)
         pixels.push_back(picture.data[i / 8] >> (7 - i % 8) & 1);
     ClientLcdBitmap layer(width, height, 1);
     layer.buffer.resize(4 * (width + 1) * height);

@@ -1,6 +1,7 @@
 #include "panelctl/CommandLine.h"
 
 #include "libMorvaneHostUsb/UsbManager.h"
+#include "panelctl/DrawCommand.h"
 #include "panelctl/Failure.h"
 #include "panelctl/InfoCommand.h"
 #include "panelctl/ListCommand.h"
@@ -12,6 +13,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <map>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -28,13 +30,26 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "\n"
                                    "Exit codes:\n"
                                    "  0    done\n"
-                                   "  1    failed: the panel can't be used, the record is refused, output can't be\n"
-                                   "       written\n"
+                                   "  1    failed: the panel can't be used, the record or picture is refused,\n"
+                                   "       output can't be written\n"
                                    "  2    bad arguments, an unreadable file, or no word on which of several panels\n"
                                    "  3    no panel attached, or not the one asked for\n"
                                    "  4    the panel went away meanwhile\n"
                                    "  5    timed out\n"
                                    "  130  interrupted by Ctrl-C (143 by SIGTERM), after an orderly shutdown";
+
+constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on white where it is transparent and made\n"
+                                   "grey: (299 R + 587 G + 114 B + 500) / 1000, in integers. It is then scaled to fit\n"
+                                   "--size: every pixel becomes the mean, rounded half up, of the area it covers;\n"
+                                   "aspect kept, centred on white. A picture of exactly that size is not touched.\n"
+                                   "Gamma and colour profiles are ignored. Dark pixels are sent as 1 (on).\n"
+                                   "\n"
+                                   "Without --encoded it goes as rows of packed bits. If W is not a multiple of 8,\n"
+                                   "a second layer repeats the last 8 columns, because a slice of packed bits is\n"
+                                   "cut to whole bytes; if that can't be (W below 8, or the 8 columns begin beyond\n"
+                                   "column 255) it goes as run-length words. Nothing outside W x H is drawn on.\n"
+                                   "\n"
+                                   "`panelctl --help` shows the common options and the exit codes.";
 
 constexpr const char* helpHint = "`panelctl --help` shows what there is.";
 
@@ -76,6 +91,31 @@ template <typename Number> CLI::Validator numberBetween(Number low, Number high,
         "");
 }
 
+constexpr std::uint64_t longestSide = std::numeric_limits<std::uint8_t>::max();
+
+// "144x168" with 'x', "10,20" with ','; both numbers plain decimal, `low` to 255.
+bool parsePair(const std::string& text, char separator, unsigned int low, unsigned int& first, unsigned int& second)
+{
+    const std::size_t middle = text.find(separator);
+    if (middle == std::string::npos)
+        return false;
+    const CLI::Validator isSide = numberBetween<std::uint64_t>(low, longestSide, "");
+    return isSide(text.substr(0, middle)).empty() && isSide(text.substr(middle + 1)).empty() &&
+           CLI::detail::lexical_cast(text.substr(0, middle), first) &&
+           CLI::detail::lexical_cast(text.substr(middle + 1), second);
+}
+
+CLI::Validator pair(char separator, unsigned int low, const std::string& what)
+{
+    return CLI::Validator(
+        [=](const std::string& text) {
+            unsigned int first = 0;
+            unsigned int second = 0;
+            return parsePair(text, separator, low, first, second) ? std::string() : "'" + text + "' is not " + what;
+        },
+        "");
+}
+
 // The parser with what it fills.
 class Parser {
 public:
@@ -87,9 +127,11 @@ private:
     void addInfo();
     void addWatch();
     void addSend();
+    void addDraw();
     void addDemo();
     CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
     CLI::Option* addPanel(CLI::App& command);
+    void addDithering(CLI::App& command);
 
     CLI::App m_app;
     std::vector<std::pair<CLI::App*, std::function<std::unique_ptr<Command>()>>> m_commands;
@@ -100,6 +142,9 @@ private:
     std::optional<double> m_duration;
     WatchCommand::Options m_watch;
     SendCommand::Options m_send;
+    DrawCommand::Options m_draw;
+    std::string m_size = "144x168";
+    std::string m_position = "0,0";
     bool m_anyPanel = false;
 };
 
@@ -117,7 +162,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
         ->check(numberBetween(0, 5, "a log level"));
     m_app
         .add_option("--timeout", m_timeout,
-                    "Longest wait for a panel's information, and for\na record to leave (default 5)")
+                    "Longest wait for a panel's information, and for\na record or picture to leave (default 5)")
         ->option_text("SECONDS")
         ->check(time());
     m_app.footer(helpFooter);
@@ -125,6 +170,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     addInfo();
     addWatch();
     addSend();
+    addDraw();
     addDemo();
 }
 
@@ -192,6 +238,59 @@ void Parser::addSend()
         ->check(numberBetween<std::uint64_t>(1, 1000000000, "a number of times"));
 }
 
+void Parser::addDraw()
+{
+    CLI::App* const command = add("draw", "Draw a PNG file on an LCD, and wait until it has left", [this] {
+        unsigned int x = 0;
+        unsigned int y = 0;
+        parsePair(m_size, 'x', 1, m_draw.width, m_draw.height);
+        parsePair(m_position, ',', 0, x, y);
+        m_draw.x = static_cast<std::uint8_t>(x);
+        m_draw.y = static_cast<std::uint8_t>(y);
+        m_draw.panel = m_panel;
+        return std::make_unique<DrawCommand>(toNanoseconds(m_timeout), m_draw);
+    });
+    command->add_option("IMAGE", m_draw.file, "The picture, a PNG file")->option_text(" ")->required();
+    command->add_option("--lcd", m_draw.lcd, "The LCD's number")
+        ->option_text("L")
+        ->check(numberBetween(0, 65535, "an LCD"))
+        ->required();
+    addPanel(*command);
+    command->add_option("--size", m_size, "Scaled to fit this size (default 144x168)")
+        ->option_text("WxH")
+        ->check(pair('x', 1, "a size, 1x1 to 255x255"));
+    command->add_option("--at", m_position, "Column and row of its top left corner\n(default 0,0)")
+        ->option_text("X,Y")
+        ->check(pair(',', 0, "a position, 0,0 to 255,255"));
+    addDithering(*command);
+    command->add_flag("--invert", m_draw.invert, "Black for white, before it is dithered");
+    command->add_flag("--encoded", m_draw.encoded, "Send it as run-length words");
+    command->footer(drawFooter);
+}
+
+void Parser::addDithering(CLI::App& command)
+{
+    static const std::map<std::string, LcdHelper::DitherType> types{{"threshold", LcdHelper::Threshold},
+                                                                    {"atkinson", LcdHelper::Atkinson},
+                                                                    {"floyd-steinberg", LcdHelper::FloydSteinberg},
+                                                                    {"stucki", LcdHelper::Stucki}};
+    command
+        .add_option_function<std::string>(
+            "--dither", [this](const std::string& name) { m_draw.dither = types.at(name); },
+            "threshold, atkinson, floyd-steinberg (default)\nor stucki")
+        ->option_text("HOW")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return types.count(text) != 0
+                           ? std::string()
+                           : "'" + text + "' is not threshold, atkinson, floyd-steinberg or stucki";
+            },
+            ""));
+    command.add_option("--threshold", m_draw.threshold, "Darker pixels become black (default 128)")
+        ->option_text("0..255")
+        ->check(numberBetween(0, 255, "a threshold"));
+}
+
 void Parser::addDemo()
 {
     CLI::App* const command = add("demo", "Drive simulated panels and report; ./run-demo runs it",
@@ -217,7 +316,7 @@ CommandLine Parser::parse(int argc, char** argv)
         if (app->parsed())
             line.command = make();
     if (!line.command)
-        throw Failure(ExitCode::Usage, "no command given: list, info, watch, send or demo.\n" + std::string(helpHint));
+        throw Failure(ExitCode::Usage, "no command given: list, info, watch, send, draw or demo.\n" + std::string(helpHint));
     return line;
 }
 

@@ -4,9 +4,7 @@
 
 namespace Vantor {
 
-Delivery::Delivery(const Panel& panel)
-    : m_panel(panel), m_counter(panel.getSentBytes()), m_takenBytes(0), m_recordBytes(0)
-{}
+Delivery::Delivery(const Panel& panel) : m_panel(panel), m_taken(panel), m_recordBytes(0) {}
 
 void Delivery::add(PacketType type, const std::optional<unsigned int>& key, const std::vector<std::uint8_t>& payload)
 {
@@ -33,14 +31,6 @@ bool Delivery::isCutShort()
 std::uint64_t Delivery::getLeastTotal() const
 {
     return m_recordBytes + sizeof(PacketHeader);
-}
-
-std::uint64_t Delivery::getTakenBytes()
-{
-    const std::uint32_t counter = m_panel.getSentBytes();
-    m_takenBytes += static_cast<std::uint32_t>(counter - m_counter); // the counter wraps
-    m_counter = counter;
-    return m_takenBytes;
 }
 
 } // namespace Vantor

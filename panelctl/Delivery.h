@@ -1,6 +1,7 @@
 #pragma once
 
 #include "panelctl/Panel.h"
+#include "panelctl/TakenBytes.h"
 #include "protocol/PacketType.h"
 
 #include <cstdint>
@@ -32,7 +33,7 @@ public:
     bool isCutShort();
 
     // Bytes the panel has accepted since the start, packet headers included.
-    std::uint64_t getTakenBytes();
+    std::uint64_t getTakenBytes() { return m_taken.get(); }
 
     // Bytes of the records added so far with their framing, without packet headers.
     std::uint64_t getRecordBytes() const { return m_recordBytes; }
@@ -42,8 +43,7 @@ public:
 
 private:
     Panel m_panel;
-    std::uint32_t m_counter; // as last read
-    std::uint64_t m_takenBytes;
+    TakenBytes m_taken;
     std::uint64_t m_recordBytes;
 };
 

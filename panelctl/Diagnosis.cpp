@@ -91,18 +91,20 @@ std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds li
     return text;
 }
 
-std::string explainNotTaken(const Panel& panel, std::uint64_t bytes, std::chrono::nanoseconds limit)
+std::string explainNotTaken(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes,
+                            std::chrono::nanoseconds limit)
 {
-    return panel.getName() + " has not taken the record within " + formatSeconds(limit) + ": 0 of " +
-           std::to_string(bytes) + " bytes on " + outEndpoint() +
+    return panel.getName() + " has not taken the " + thing + " within " + formatSeconds(limit) + ": " +
+           std::to_string(taken) + " of " + std::to_string(bytes) + " bytes on " + outEndpoint() +
            ".\nThe panel does not read the endpoint (firmware busy or hung), or the endpoint is stalled. "
-           "Re-plug it, or wait longer with --timeout.\n"
-           "The record was still queued and goes no further, though the panel may have got it in a last attempt.";
+           "Re-plug it, or wait longer with --timeout.\nThe " +
+           (taken == 0 ? thing : "rest of the " + thing) +
+           " was still queued and goes no further, though the panel may have got it in a last attempt.";
 }
 
-std::string explainCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes)
+std::string explainCutShort(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes)
 {
-    return panel.getName() + " has taken only a part of the record's packet: " + std::to_string(taken) + " of " +
+    return panel.getName() + " has taken only a part of the " + thing + ": " + std::to_string(taken) + " of " +
            std::to_string(bytes) + " bytes on " + outEndpoint() +
            ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
 }

@@ -22,11 +22,14 @@ std::string explainLeft(const Panel& panel);
 // A panel that has not described itself within `limit`.
 std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit);
 
-// A record of `bytes` with its packet that the panel has not taken within `limit`.
-std::string explainNotTaken(const Panel& panel, std::uint64_t bytes, std::chrono::nanoseconds limit);
+// A record or a picture (`thing`) of `bytes` with its packets, of which the panel has
+// taken no more than `taken` within `limit`.
+std::string explainNotTaken(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes,
+                            std::chrono::nanoseconds limit);
 
-// A record of which the panel has taken a part only.
-std::string explainCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes);
+// A packet of which the panel has taken a part only; `thing` is that packet or all of
+// what it belongs to.
+std::string explainCutShort(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes);
 
 // "2.5 s"
 std::string formatSeconds(std::chrono::nanoseconds time);

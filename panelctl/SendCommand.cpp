@@ -95,11 +95,11 @@ void SendCommand::sendOnce(Session& session, const Panel& panel, std::uint64_t s
     if (delivery.isTaken())
         return;
     if (delivery.isCutShort())
-        throw failure(ExitCode::Failed, explainCutShort(panel, delivery.getTakenBytes(), delivery.getLeastTotal()));
+        throw failure(ExitCode::Failed, explainCutShort(panel, "record's packet", delivery.getTakenBytes(), delivery.getLeastTotal()));
     if (!panel.isAlive())
         throw failure(ExitCode::PanelLeft,
                       explainLeft(panel) + "\nThe record was on its way: whether the panel has got it is not known.");
-    throw failure(ExitCode::TimedOut, explainNotTaken(panel, delivery.getLeastTotal(), m_timeout));
+    throw failure(ExitCode::TimedOut, explainNotTaken(panel, "record", 0, delivery.getLeastTotal(), m_timeout));
 }
 
 std::string SendCommand::describe() const

@@ -25,7 +25,7 @@ double sendOne(Session& session, const Panel& panel, const std::vector<std::uint
     if (!panel.isAlive())
         throw Failure(ExitCode::PanelLeft, explainLeft(panel) + "\nThe demo needs it up to step 5.");
     if (!taken)
-        throw Failure(ExitCode::TimedOut, explainNotTaken(panel, delivery.getLeastTotal(), limit));
+        throw Failure(ExitCode::TimedOut, explainNotTaken(panel, "record", 0, delivery.getLeastTotal(), limit));
     return std::chrono::duration<double, std::milli>(end - start).count();
 }
 

@@ -24,7 +24,7 @@ void expectRefusal(ToolRun::Arguments arguments, const std::string& message)
 
 TEST(PanelctlArguments, noCommand_isRefused)
 {
-    expectRefusal({}, "panelctl: no command given: list, info, watch, send or demo.\n"
+    expectRefusal({}, "panelctl: no command given: list, info, watch, send, draw or demo.\n"
                       "  `panelctl --help` shows what there is.\n");
 }
 

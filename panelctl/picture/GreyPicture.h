@@ -1,0 +1,48 @@
+#pragma once
+
+#include "libMorvaneHostUsb/LcdHelper.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Vantor {
+
+// A picture in shades of grey, 0 black to 255 white, one byte a pixel, rows top to
+// bottom without padding. Integers throughout, so that it looks the same everywhere.
+class GreyPicture {
+public:
+    static constexpr std::uint8_t black = 0;
+    static constexpr std::uint8_t white = 255;
+
+    // All of one shade. Both sides at least 1.
+    GreyPicture(unsigned int width, unsigned int height, std::uint8_t shade = white);
+
+    unsigned int getWidth() const { return m_width; }
+    unsigned int getHeight() const { return m_height; }
+    const std::vector<std::uint8_t>& getPixels() const { return m_pixels; }
+
+    std::uint8_t get(unsigned int x, unsigned int y) const { return m_pixels[index(x, y)]; }
+    void set(unsigned int x, unsigned int y, std::uint8_t shade) { m_pixels[index(x, y)] = shade; }
+
+    // (299 R + 587 G + 114 B + 500) / 1000: a grey stays what it is.
+    static std::uint8_t toGrey(unsigned int red, unsigned int green, unsigned int blue);
+
+    // As large as fits without another aspect, centred on white. Every pixel is the mean,
+    // rounded half up, of the area that it covers; at the same size that is the pixel itself.
+    GreyPicture fittedTo(unsigned int width, unsigned int height) const;
+
+    void invert();
+
+    // Leaves black and white only.
+    void dither(LcdHelper::DitherType type, int threshold);
+
+private:
+    std::size_t index(unsigned int x, unsigned int y) const { return std::size_t{y} * m_width + x; }
+
+    unsigned int m_width;
+    unsigned int m_height;
+    std::vector<std::uint8_t> m_pixels;
+};
+
+} // namespace Vantor

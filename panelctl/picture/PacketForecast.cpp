@@ -1,0 +1,34 @@
+#include "panelctl/picture/PacketForecast.h"
+
+#include "libMorvaneHostUsb/PriorityPacker.h"
+
+#include <algorithm>
+
+namespace Vantor {
+
+namespace {
+
+// In force until a panel announces more than 1024.
+constexpr unsigned int initialPacketLimit = 1100;
+
+} // namespace
+
+PacketForecast::PacketForecast(const DeviceInformation& panel, const std::vector<ClientLcdBitmap>& layers)
+{
+    PriorityPacker packer(initialPacketLimit);
+    packer.setDeviceInformation(panel);
+    for (const ClientLcdBitmap& layer : layers)
+        packer.drawBitmapData(layer);
+    while (packer.prepareNextPacket() != 0) {
+        m_ends.push_back(getBytes() + packer.getPacketSize());
+        packer.clearData();
+    }
+    m_isComplete = !packer.hasMoreData();
+}
+
+bool PacketForecast::isWhole(std::uint64_t bytes) const
+{
+    return bytes == 0 || std::binary_search(m_ends.begin(), m_ends.end(), bytes);
+}
+
+} // namespace Vantor

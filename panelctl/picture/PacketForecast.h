@@ -1,0 +1,32 @@
+#pragma once
+
+#include "libMorvaneHostUsb/ClientLcdBitmap.h"
+#include "protocol/DeviceInformation.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Vantor {
+
+// The packets that a packer with nothing else to send makes of layers for one LCD that
+// are released together. Found out from a packer of its own, so that the rules stay the
+// library's.
+class PacketForecast {
+public:
+    PacketForecast(const DeviceInformation& panel, const std::vector<ClientLcdBitmap>& layers);
+
+    // False: some of it would never leave, and would hold back everything behind it.
+    bool isComplete() const { return m_isComplete; }
+
+    std::size_t getPackets() const { return m_ends.size(); }
+    std::uint64_t getBytes() const { return m_ends.empty() ? 0 : m_ends.back(); }
+
+    // Whether this many bytes are whole packets.
+    bool isWhole(std::uint64_t bytes) const;
+
+private:
+    std::vector<std::uint64_t> m_ends; // bytes up to the end of each packet
+    bool m_isComplete;
+};
+
+} // namespace Vantor

@@ -6,6 +6,7 @@
 #include "panelctl/Output.h"
 #include "panelctl/demo/DemoFormat.h"
 #include "panelctl/demo/LatencyMeter.h"
+#include "panelctl/demo/PictureScene.h"
 #include "panelctl/demo/ThroughputMeter.h"
 #include "panelctl/demo/UnplugScene.h"
 
@@ -47,10 +48,11 @@ void DemoCommand::run(Session& session, Output& output)
     output.line("5. Each panel gets %u records every %.0f ms; one is unplugged and plugged back", LoadStream::batchSize,
                 Milliseconds(LoadStream::batchPeriod).count());
     UnplugScene(session, output, m_accounts, start).play();
+    PictureScene(session, output).play();
 
     const auto stop = Clock::now();
     session.stop();
-    output.line("6. The library has stopped, in %.0f ms", Milliseconds(Clock::now() - stop).count());
+    output.line("7. The library has stopped, in %.0f ms", Milliseconds(Clock::now() - stop).count());
     // Whatever came until then counts too.
     while (const auto event = session.nextEvent(Clock::now()))
         m_accounts[event->uid].count(*event);
@@ -137,7 +139,7 @@ void DemoCommand::receive(Session& session, Output& output)
 
 void DemoCommand::summarise(Output& output) const
 {
-    output.line("7. Summary         records                    packets");
+    output.line("8. Summary         records                    packets");
     output.line("   panel     given     taken      lost     received");
     std::uint64_t lost = 0;
     for (const auto& [uid, account] : m_accounts) {

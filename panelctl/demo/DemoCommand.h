@@ -6,9 +6,9 @@
 
 namespace Vantor {
 
-// `panelctl demo`: finds panels, measures latency and throughput, receives, and
-// goes on while a panel is unplugged and plugged back. Meant for simulated
-// panels, as its records mean nothing.
+// `panelctl demo`: finds panels, measures latency and throughput, receives, goes on
+// while a panel is unplugged and plugged back, and draws pictures. Meant for
+// simulated panels, as its records mean nothing.
 class DemoCommand : public Command {
 public:
     // `anyPanel`: also with panels that do not say that they are simulated.

@@ -22,7 +22,7 @@ TEST(PanelctlDemo, unplugUnderLoad_endsInOrder)
     EXPECT_THAT(result.output, HasSubstr(" s  0102 has left, with "));
     EXPECT_THAT(result.output, HasSubstr(" s  0102 is back; "));
     EXPECT_THAT(result.output, HasSubstr("its load starts again\n"));
-    EXPECT_THAT(result.output, HasSubstr("6. The library has stopped, in "));
+    EXPECT_THAT(result.output, HasSubstr("7. The library has stopped, in "));
     // The panel that stayed has lost nothing.
     EXPECT_THAT(result.output, ContainsRegex("\n   0101 +([0-9,]+) +[0-9,]+ +0 +1[0-9]\n"));
     EXPECT_THAT(result.output, Not(ContainsRegex("[^\n]{81}")));

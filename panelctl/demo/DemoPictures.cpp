@@ -78,36 +78,45 @@ GreyPicture makeWindow(unsigned int width, unsigned int height, const std::strin
     return window;
 }
 
-// Lit from the upper left; 0 to 1 on the sphere's outline and inside it.
+// A sphere lit from the upper left: 0 to 1 at (x, y) inside the unit circle.
 double light(double x, double y)
 {
     const double z = std::sqrt(std::max(0.0, 1 - x * x - y * y));
-    const double diffuse = std::max(0.0, -0.5 * x - 0.6 * y + 0.62 * z);
-    return diffuse + std::pow(diffuse, 24);
+    return std::max(0.0, -0.5 * x - 0.22 * y + 0.84 * z);
+}
+
+// Stars on black, always the same ones.
+GreyPicture makeSky(unsigned int width, unsigned int height)
+{
+    GreyPicture sky(width, height, black);
+    std::uint32_t state = 7;
+    for (unsigned int star = 0; star < width * height / 130; ++star) {
+        state = state * 1664525 + 1013904223;
+        sky.set((state >> 8) % width, (state >> 20) % height, white);
+    }
+    return sky;
 }
 
 } // namespace
 
-GreyPicture makeSphere(unsigned int width, unsigned int height)
+GreyPicture makePlanet(unsigned int width, unsigned int height)
 {
-    const double radius = 0.36 * height;
-    const double middle = width / 2.0;
-    const double horizon = 0.58 * height;
-    return paint(width, height, [=](double x, double y) {
-        const double dx = (x - middle) / radius;
-        const double dy = (y - 0.46 * height) / radius;
-        if (dx * dx + dy * dy <= 1)
-            return 12 + 185 * light(dx, dy);
-        if (y < horizon)
-            return 205 - 75 * y / horizon;
-        // A floor of tiles, and the sphere's shadow on it.
-        const double depth = 0.30 * height / (y - horizon + 1);
-        const double shadowX = (x - middle - 0.22 * radius) / radius;
-        const double shadowY = (y - 0.86 * height) / (0.24 * radius);
-        const bool isDark = (static_cast<int>(std::floor((x - middle) * depth / 8)) +
-                             static_cast<int>(std::floor(depth * 3))) % 2 != 0;
-        const double tile = isDark ? 60 : 185;
-        return shadowX * shadowX + shadowY * shadowY < 1 ? tile * 0.35 : tile;
+    const GreyPicture sky = makeSky(width, height);
+    const double radius = 0.27 * width;
+    return paint(width, height, [&sky, radius, width, height](double x, double y) {
+        // Seen in a frame that is tilted with the ring.
+        const double across = ((x - width / 2.0) * 0.94 + (y - height / 2.0) * -0.34) / radius;
+        const double down = ((x - width / 2.0) * 0.34 + (y - height / 2.0) * 0.94) / radius;
+        const double ring = std::hypot(across, down / 0.26);
+        const double ball = std::hypot(across, down);
+        const bool isRing = ring > 1.28 && ring < 1.82 && std::abs(ring - 1.58) > 0.04;
+        if (isRing && (down > 0 || ball > 1))
+            return ring < 1.58 ? 170.0 : 240.0;
+        if (ball <= 1 && !(down > 0 && ring > 1.14 && ring < 2.04)) {
+            const double bands = 1 - 0.2 * (std::sin(down * 11 + 0.4) > 0.2 ? 1 : 0);
+            return 10 + 200 * bands * light((x - width / 2.0) / radius, (y - height / 2.0) / radius);
+        }
+        return 1.0 * sky.get(static_cast<unsigned int>(x), static_cast<unsigned int>(y)) * (ball > 1.08 ? 1 : 0);
     });
 }
 
@@ -121,7 +130,7 @@ GreyPicture makeTestCard(unsigned int width, unsigned int height)
     line(card, 3, middle, height - 3, middle);
     line(card, middle, 3, middle, height - 3);
     // Gratings of 1, 2 and 3 pixels, and squares.
-    const unsigned int left = height;
+    const unsigned int left = height - 1;
     const unsigned int right = width - 4;
     PixelFont::write(card, left, 4, "TEST CARD", black);
     for (unsigned int x = left; x < right; ++x) {
@@ -135,30 +144,32 @@ GreyPicture makeTestCard(unsigned int width, unsigned int height)
     return card;
 }
 
-GreyPicture makePlasma(unsigned int width, unsigned int height)
+GreyPicture makeRipples(unsigned int width, unsigned int height)
 {
     return paint(width, height, [=](double x, double y) {
-        const double wave = std::sin(x / 6.5) + std::sin(y / 8.5) + std::sin((x + y) / 10.5) +
-                            std::sin(std::hypot(x - 0.7 * width, y - 0.3 * height) / 5);
-        return 100 + 26 * wave;
+        const double first = std::hypot(x - 0.27 * width, y - 0.3 * height);
+        const double second = std::hypot(x - 0.78 * width, y - 0.72 * height);
+        return 108 + 50 * (std::cos(first / 2.6) + std::cos(second / 2.6));
     });
 }
 
 GreyPicture makeMountains(unsigned int width, unsigned int height)
 {
-    const double sunX = 0.74 * width;
-    const double sunY = 0.3 * height;
+    const double sunRadius = 0.19 * height;
     return paint(width, height, [=](double x, double y) {
-        const double near = height * (0.80 + 0.10 * std::sin(x / 7) + 0.04 * std::sin(x / 2.3));
-        const double middle = height * (0.62 + 0.12 * std::sin(x / 11 + 2) + 0.05 * std::sin(x / 3.1));
-        const double far = height * (0.44 + 0.14 * std::sin(x / 13 + 4.4) + 0.05 * std::sin(x / 4));
+        const double near = height * (0.84 + 0.09 * std::sin(x / 7) + 0.03 * std::sin(x / 2.3));
+        const double middle = height * (0.66 + 0.13 * std::sin(x / 9 + 2) + 0.04 * std::sin(x / 3.1));
+        const double far = height * (0.50 + 0.17 * std::sin(x / 10 + 4.6) + 0.05 * std::sin(x / 4));
+        const double sun = std::hypot(x - 0.72 * width, y - 0.31 * height) - sunRadius;
         if (y > near)
-            return 8.0;
+            return 0.0;
         if (y > middle)
-            return 62.0;
+            return 48.0;
         if (y > far)
-            return 112.0;
-        return std::hypot(x - sunX, y - sunY) < 0.17 * height ? 255.0 : 150 + 40 * y / far;
+            return 104.0;
+        if (sun < 1)
+            return sun < 0 ? 236.0 : 0.0;
+        return 176 + 30 * y / height;
     });
 }
 

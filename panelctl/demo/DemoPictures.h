@@ -8,9 +8,9 @@ namespace Vantor {
 // diffused error does not push a pixel above 255, as it would wrap and leave specks.
 namespace DemoPictures {
 
-GreyPicture makeSphere(unsigned int width, unsigned int height);
+GreyPicture makePlanet(unsigned int width, unsigned int height);
 GreyPicture makeTestCard(unsigned int width, unsigned int height);
-GreyPicture makePlasma(unsigned int width, unsigned int height);
+GreyPicture makeRipples(unsigned int width, unsigned int height);
 GreyPicture makeMountains(unsigned int width, unsigned int height);
 
 // A background and two windows to lie on it.

@@ -7,7 +7,6 @@
 #include "panelctl/demo/DemoPictures.h"
 
 #include <chrono>
-#include <cinttypes>
 
 namespace Vantor {
 
@@ -41,8 +40,7 @@ void append(std::vector<ClientLcdBitmap>& layers, GreyPicture picture, LcdHelper
 
 void PictureScene::play()
 {
-    m_output.line("6. Pictures on the LCDs, dithered to 1 bit: as packed bits (raw) or run-length");
-    m_output.line("   words; what the panels show then comes at the very end");
+    m_output.line("6. Pictures for the LCDs, as packed bits (raw) or run-length words");
     bool isFirst = true;
     for (const Panel& panel : m_session.getPanels()) {
         if (!panel.isAlive() || !panel.getInformation())
@@ -57,8 +55,8 @@ void PictureScene::play()
 
 void PictureScene::drawFirst(const Panel& panel)
 {
-    draw(panel, {"sphere", "Floyd-Steinberg", LcdHelper::FloydSteinberg, Form::Raw, 0,
-                 DemoPictures::makeSphere(width, largeHeight)});
+    draw(panel, {"planet", "Stucki", LcdHelper::Stucki, Form::Raw, 0,
+                 DemoPictures::makePlanet(width, largeHeight)});
     draw(panel, {"test card", "threshold", LcdHelper::Threshold, Form::RunLength, 1,
                  DemoPictures::makeTestCard(width, smallHeight)});
     drawWindows(panel, 2);
@@ -66,9 +64,9 @@ void PictureScene::drawFirst(const Panel& panel)
 
 void PictureScene::drawSecond(const Panel& panel)
 {
-    draw(panel, {"plasma", "Atkinson", LcdHelper::Atkinson, Form::RunLength, 0,
-                 DemoPictures::makePlasma(width, largeHeight)});
-    draw(panel, {"mountains", "Stucki", LcdHelper::Stucki, Form::Raw, 1,
+    draw(panel, {"ripples", "Floyd-Steinberg", LcdHelper::FloydSteinberg, Form::RunLength, 0,
+                 DemoPictures::makeRipples(width, largeHeight)});
+    draw(panel, {"mountains", "Atkinson", LcdHelper::Atkinson, Form::Raw, 1,
                  DemoPictures::makeMountains(width, smallHeight)});
 }
 
@@ -79,7 +77,7 @@ void PictureScene::draw(const Panel& panel, const Picture& picture)
     Drawing drawing(panel, layers);
     drawing.hold();
     const double time = await(drawing);
-    m_output.line("   %s LCD %u: %-9s  %-15s  %-10s  %5s bytes in %.1f ms", panel.getUidText().c_str(),
+    m_output.line("   %s LCD %u: %-9s  %-15s  %-10s  %6s bytes in %.1f ms", panel.getUidText().c_str(),
                   static_cast<unsigned int>(picture.lcd), picture.name, picture.dithering,
                   picture.form == Form::Raw ? "raw" : "run-length",
                   formatCount(drawing.getForecast().getBytes()).c_str(), time);
@@ -89,7 +87,7 @@ void PictureScene::draw(const Panel& panel, const Picture& picture)
 void PictureScene::drawWindows(const Panel& panel, std::uint16_t lcd)
 {
     std::vector<ClientLcdBitmap> layers;
-    append(layers, DemoPictures::makePlasma(width, smallHeight), LcdHelper::Threshold, {lcd, 0, 0}, Form::Raw);
+    append(layers, DemoPictures::makeRipples(width, smallHeight), LcdHelper::Threshold, {lcd, 0, 0}, Form::Raw);
     append(layers, DemoPictures::makeDesktop(width, smallHeight), LcdHelper::FloydSteinberg, {lcd, 0, 0}, Form::Raw);
     append(layers, DemoPictures::makeLevels(36, 22), LcdHelper::Threshold, {lcd, 3, 3}, Form::RunLength);
     append(layers, DemoPictures::makeDial(37, 24), LcdHelper::Threshold, {lcd, 31, 10}, Form::Raw);
@@ -97,14 +95,14 @@ void PictureScene::drawWindows(const Panel& panel, std::uint16_t lcd)
     Drawing drawing(panel, layers);
     drawing.hold();
     m_session.waitUntil(Clock::now() + lockTime, lockTime, [] { return false; });
-    m_output.line("   %s LCD %u: locked, %zu layers drawn on it: %s bytes have left in %.0f ms",
+    m_output.line("   %s LCD %u: locked; %zu layers drawn, %s bytes have left after %.0f ms",
                   panel.getUidText().c_str(), static_cast<unsigned int>(lcd), layers.size(),
                   formatCount(drawing.getTakenBytes()).c_str(),
                   std::chrono::duration<double, std::milli>(lockTime).count());
     const double time = await(drawing);
-    m_output.line("   %s LCD %u: unlocked: windows, without the layer that is covered:", panel.getUidText().c_str(),
-                  static_cast<unsigned int>(lcd));
-    m_output.line("   %52s %5s bytes in %.1f ms", "", formatCount(drawing.getForecast().getBytes()).c_str(), time);
+    m_output.line("   %s LCD %u: unlocked; all but a covered layer have left, %s bytes in %.1f ms",
+                  panel.getUidText().c_str(), static_cast<unsigned int>(lcd),
+                  formatCount(drawing.getForecast().getBytes()).c_str(), time);
 }
 
 // Milliseconds from its release until it was taken.

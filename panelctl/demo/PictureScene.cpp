@@ -100,7 +100,7 @@ void PictureScene::drawWindows(const Panel& panel, std::uint16_t lcd)
                   formatCount(drawing.getTakenBytes()).c_str(),
                   std::chrono::duration<double, std::milli>(lockTime).count());
     const double time = await(drawing);
-    m_output.line("   %s LCD %u: unlocked; all but a covered layer have left, %s bytes in %.1f ms",
+    m_output.line("   %s LCD %u: unlocked; all but a covered layer left, %s bytes in %.1f ms",
                   panel.getUidText().c_str(), static_cast<unsigned int>(lcd),
                   formatCount(drawing.getForecast().getBytes()).c_str(), time);
 }

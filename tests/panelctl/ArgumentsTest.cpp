@@ -131,6 +131,83 @@ TEST(PanelctlArguments, countOfZero_isRefused)
     EXPECT_THAT(result.errors, HasSubstr("panelctl: --count: '0' is not a number of packets, 1 to "));
 }
 
+TEST(PanelctlArguments, drawWithoutLcd_isRefused)
+{
+    expectRefusal({"draw", "a.png"}, "panelctl: --lcd is required.\n"
+                                     "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, drawWithoutImage_isRefused)
+{
+    expectRefusal({"draw", "--lcd", "0"}, "panelctl: IMAGE is required.\n"
+                                          "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, lcdOutside16Bits_isRefused)
+{
+    for (const std::string lcd : {"65536", "-1", "x", "01"})
+        expectRefusal({"draw", "a.png", "--lcd=" + lcd}, "panelctl: --lcd: '" + lcd +
+                                                             "' is not an LCD, 0 to 65535.\n"
+                                                             "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, sizeThatIsNone_isRefused)
+{
+    for (const std::string size : {"0x1", "1x0", "256x1", "1x256", "12", "12x", "x12", "1x2x3", "1X2", "1,2", " 1x2"})
+        expectRefusal({"draw", "a.png", "--lcd=0", "--size=" + size},
+                      "panelctl: --size: '" + size +
+                          "' is not a size, 1x1 to 255x255.\n"
+                          "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, positionThatIsNone_isRefused)
+{
+    for (const std::string position : {"-1,0", "256,0", "0,256", "1", "1,", "1x2", "1,2,3"})
+        expectRefusal({"draw", "a.png", "--lcd=0", "--at=" + position},
+                      "panelctl: --at: '" + position +
+                          "' is not a position, 0,0 to 255,255.\n"
+                          "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, unknownDithering_isRefused)
+{
+    expectRefusal({"draw", "a.png", "--lcd=0", "--dither=Atkinson"},
+                  "panelctl: --dither: 'Atkinson' is not threshold, atkinson, floyd-steinberg or stucki.\n"
+                  "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, thresholdThatIsNoShade_isRefused)
+{
+    expectRefusal({"draw", "a.png", "--lcd=0", "--threshold=256"},
+                  "panelctl: --threshold: '256' is not a threshold, 0 to 255.\n"
+                  "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, rowsBeyond255_areRefused)
+{
+    expectRefusal({"draw", "a.png", "--lcd=0", "--size=8x100", "--at=0,157"},
+                  "panelctl: draw: 100 rows from row 157 on reach past row 255, the last one that an LCD can have.\n"
+                  "  Make it lower with --size, or place it higher with --at.\n");
+}
+
+TEST(PanelctlArguments, fileThatIsNoPng_isRefused)
+{
+    expectRefusal({"draw", "/nonexistent/a.png", "--lcd=0"},
+                  "panelctl: '/nonexistent/a.png' can't be read: No such file or directory.\n");
+    expectRefusal({"draw", "/dev/null", "--lcd=0"}, "panelctl: '/dev/null' is not a PNG file.\n");
+}
+
+TEST(PanelctlArguments, helpOfDraw_saysHowInEightyColumns)
+{
+    const ToolResult result = runTool(panelctl({"draw", "--help"}));
+    EXPECT_EQ(result.exitCode, 0);
+    for (const char* const text :
+         {"draw [OPTIONS] IMAGE", "--lcd L", "--panel", "--size WxH", "--at X,Y", "--dither HOW", "--threshold 0..255",
+          "--invert", "--encoded", "(299 R + 587 G + 114 B + 500) / 1000"})
+        EXPECT_THAT(result.output, HasSubstr(text));
+    EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));
+}
+
 TEST(PanelctlArguments, version_namesToolAndLibrary)
 {
     const ToolResult result = runTool(panelctl({"--version"}));
@@ -144,7 +221,7 @@ TEST(PanelctlArguments, help_hasEveryCommandAndExitCodeIn80Columns)
     const ToolResult result = runTool(panelctl({"--help"}));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
-    for (const char* const text : {"list ", "info ", "watch ", "send ", "demo ", "--version", "--log-level",
+    for (const char* const text : {"list ", "info ", "watch ", "send ", "draw ", "demo ", "--version", "--log-level",
                                    "--timeout", "\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  130 "})
         EXPECT_THAT(result.output, HasSubstr(text));
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));

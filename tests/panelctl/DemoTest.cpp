@@ -1,3 +1,4 @@
+#include "PngSample.h"
 #include "ToolRun.h"
 
 #include <gmock/gmock.h>
@@ -5,14 +6,17 @@
 
 namespace Vantor {
 
+using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 TEST(PanelctlDemo, unplugUnderLoad_endsInOrder)
 {
+    const TemporaryFolder folder;
     const ToolResult result =
-        runTool(panelctlOn({"--panels", "2", "--at", "500ms", "emit 0 type=20 size=32 count=12", "--at", "500ms",
+        runTool(panelctlOn({"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12", "--at", "500ms",
                             "emit 1 type=21 size=32 count=12", "--at", "4s", "unplug 1", "--at", "4500ms", "plug 1"},
                            {"demo"}));
     EXPECT_EQ(result.exitCode, 0) << result.errors;
@@ -22,6 +26,10 @@ TEST(PanelctlDemo, unplugUnderLoad_endsInOrder)
     EXPECT_THAT(result.output, HasSubstr(" s  0102 has left, with "));
     EXPECT_THAT(result.output, HasSubstr(" s  0102 is back; "));
     EXPECT_THAT(result.output, HasSubstr("its load starts again\n"));
+    EXPECT_THAT(result.output, HasSubstr(" layers drawn, 0 bytes have left after "));
+    for (const char* const name : {"panel0-lcd0", "panel0-lcd1", "panel0-lcd2", "panel1-lcd0", "panel1-lcd1"})
+        EXPECT_THAT(GreyFile::read(folder.getPath() + "/" + name + ".png").pixels, AllOf(Contains(0), Contains(255)))
+            << name;
     EXPECT_THAT(result.output, HasSubstr("7. The library has stopped, in "));
     // The panel that stayed has lost nothing.
     EXPECT_THAT(result.output, ContainsRegex("\n   0101 +([0-9,]+) +[0-9,]+ +0 +1[0-9]\n"));

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -189,6 +190,17 @@ std::string TemporaryFile::read() const
     std::ostringstream content;
     content << std::ifstream(m_path, std::ios::binary).rdbuf();
     return content.str();
+}
+
+TemporaryFolder::TemporaryFolder() : m_path("/tmp/panelctlTest.XXXXXX")
+{
+    if (mkdtemp(m_path.data()) == nullptr)
+        throw std::runtime_error("no temporary folder");
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    std::filesystem::remove_all(m_path);
 }
 
 } // namespace Vantor

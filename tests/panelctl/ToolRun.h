@@ -85,4 +85,18 @@ private:
     std::string m_path;
 };
 
+// The same for a folder and all that is in it.
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::string& getPath() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
 } // namespace Vantor

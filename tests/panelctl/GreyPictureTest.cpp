@@ -1,0 +1,129 @@
+#include "panelctl/picture/GreyPicture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+GreyPicture pictureOf(unsigned int width, unsigned int height, const std::vector<std::uint8_t>& pixels)
+{
+    GreyPicture picture(width, height);
+    for (unsigned int y = 0; y < height; ++y)
+        for (unsigned int x = 0; x < width; ++x)
+            picture.set(x, y, pixels.at(y * width + x));
+    return picture;
+}
+
+} // namespace
+
+TEST(GreyPicture, greys_stayWhatTheyAre)
+{
+    for (unsigned int shade = 0; shade < 256; ++shade)
+        EXPECT_EQ(GreyPicture::toGrey(shade, shade, shade), shade);
+}
+
+TEST(GreyPicture, colours_areWeighed)
+{
+    EXPECT_EQ(GreyPicture::toGrey(255, 0, 0), 76);  // 76.245
+    EXPECT_EQ(GreyPicture::toGrey(0, 255, 0), 150); // 149.685
+    EXPECT_EQ(GreyPicture::toGrey(0, 0, 255), 29);  // 29.07
+    EXPECT_EQ(GreyPicture::toGrey(10, 0, 110), 16); // 15.53
+    EXPECT_EQ(GreyPicture::toGrey(5, 0, 0), 1);     // 1.495
+    EXPECT_EQ(GreyPicture::toGrey(1, 2, 9), 2);     // 2.499
+    EXPECT_EQ(GreyPicture::toGrey(2, 2, 64), 9);    // 9.068
+}
+
+TEST(GreyPicture, exactSize_isNotTouched)
+{
+    const std::vector<std::uint8_t> pixels{0, 1, 254, 255, 127, 128};
+    EXPECT_THAT(pictureOf(3, 2, pixels).fittedTo(3, 2).getPixels(), ElementsAreArray(pixels));
+}
+
+TEST(GreyPicture, half_isTheRoundedMean)
+{
+    EXPECT_THAT(pictureOf(4, 2,
+                          {0, 1, 10, 20, //
+                           1, 0, 30, 43})
+                    .fittedTo(2, 1)
+                    .getPixels(),
+                ElementsAre(1, 26)); // 0.5 and 25.75
+}
+
+TEST(GreyPicture, twoThirds_shareTheMiddlePixel)
+{
+    // Each of the two covers a pixel and a half in both directions.
+    EXPECT_THAT(pictureOf(3, 3,
+                          {0, 90, 0, //
+                           0, 90, 0, //
+                           0, 90, 180})
+                    .fittedTo(2, 2)
+                    .getPixels(),
+                ElementsAre(30, 30, 30, 110)); // (4.5 × 30 + 2 × 180) / 4.5 for the last one: 30 + 80
+}
+
+TEST(GreyPicture, double_repeatsPixels)
+{
+    EXPECT_THAT(pictureOf(2, 1, {7, 200}).fittedTo(4, 2).getPixels(), ElementsAre(7, 7, 200, 200, 7, 7, 200, 200));
+}
+
+TEST(GreyPicture, enlargedByAHalf_blendsWherePixelsMeet)
+{
+    EXPECT_THAT(pictureOf(2, 2, {0, 100, 0, 100}).fittedTo(3, 3).getPixels(),
+                ElementsAre(0, 50, 100, 0, 50, 100, 0, 50, 100));
+}
+
+TEST(GreyPicture, widePicture_isCentredOnWhite)
+{
+    // 4 × 1 becomes 4 × 1; of the 4 rows left over one more is below.
+    EXPECT_THAT(pictureOf(4, 1, {1, 2, 3, 4}).fittedTo(4, 4).getPixels(),
+                ElementsAre(255, 255, 255, 255, 1, 2, 3, 4, 255, 255, 255, 255, 255, 255, 255, 255));
+}
+
+TEST(GreyPicture, highPicture_isCentredOnWhite)
+{
+    EXPECT_THAT(pictureOf(1, 2, {9, 8}).fittedTo(5, 2).getPixels(),
+                ElementsAre(255, 255, 9, 255, 255, 255, 255, 8, 255, 255));
+}
+
+TEST(GreyPicture, extremeAspect_keepsOneRow)
+{
+    GreyPicture line(1000, 1, 0);
+    EXPECT_THAT(line.fittedTo(3, 3).getPixels(), ElementsAre(255, 255, 255, 0, 0, 0, 255, 255, 255));
+}
+
+TEST(GreyPicture, innerSide_isRoundedHalfUp)
+{
+    // 3 × 2 in 5 × 5: 10 / 3 rows are 3; 2 × 1 in 5 × 5: 2.5 rows are 3.
+    EXPECT_EQ(GreyPicture(3, 2, 0).fittedTo(5, 5).get(0, 0), 255);
+    EXPECT_EQ(GreyPicture(3, 2, 0).fittedTo(5, 5).get(0, 1), 0);
+    EXPECT_EQ(GreyPicture(3, 2, 0).fittedTo(5, 5).get(0, 4), 255);
+    EXPECT_EQ(GreyPicture(2, 1, 0).fittedTo(5, 5).get(0, 3), 0);
+    EXPECT_EQ(GreyPicture(2, 1, 0).fittedTo(5, 5).get(0, 4), 255);
+}
+
+TEST(GreyPicture, largestPicture_keepsItsShade)
+{
+    EXPECT_THAT(GreyPicture(16384, 1024, 254).fittedTo(255, 16).getPixels(), Each(254));
+}
+
+TEST(GreyPicture, invert_mirrorsShades)
+{
+    GreyPicture picture = pictureOf(3, 1, {0, 100, 255});
+    picture.invert();
+    EXPECT_THAT(picture.getPixels(), ElementsAre(255, 155, 0));
+}
+
+TEST(GreyPicture, dither_leavesBlackBelowTheThreshold)
+{
+    GreyPicture picture = pictureOf(4, 1, {99, 100, 101, 0});
+    picture.dither(LcdHelper::Threshold, 100);
+    EXPECT_THAT(picture.getPixels(), ElementsAre(0, 255, 255, 0));
+}
+
+} // namespace Vantor

@@ -1,0 +1,81 @@
+#include "panelctl/picture/PacketForecast.h"
+#include "panelctl/picture/PictureLayers.h"
+
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+using Form = PictureLayers::Form;
+
+DeviceInformation withLimit(std::uint16_t limit)
+{
+    DeviceInformation information{};
+    information.maxPacketSize = limit;
+    return information;
+}
+
+std::vector<ClientLcdBitmap> layersOf(const GreyPicture& picture, Form form)
+{
+    return PictureLayers::make(picture, {0, 0, 0}, form);
+}
+
+// A row of it has `runs` runs, an odd number.
+GreyPicture stripes(unsigned int runs, unsigned int height)
+{
+    GreyPicture picture(255, height);
+    for (unsigned int y = 0; y < height; ++y)
+        for (unsigned int x = 1; x + 1 < runs; x += 2)
+            picture.set(x, y, 0);
+    return picture;
+}
+
+} // namespace
+
+TEST(PacketForecast, wholeScreen_takesThreeSmallPackets)
+{
+    // 60 rows of 18 bytes fit (1100 - 8 - 10) bytes; 10 bytes of slice and 8 of packet header each.
+    const PacketForecast forecast(withLimit(0), layersOf(GreyPicture(144, 168), Form::Raw));
+    EXPECT_TRUE(forecast.isComplete());
+    EXPECT_EQ(forecast.getPackets(), 3U);
+    EXPECT_EQ(forecast.getBytes(), 1098U + 1098U + 882U);
+    for (const std::uint64_t whole : {0, 1098, 2196, 3078})
+        EXPECT_TRUE(forecast.isWhole(whole)) << whole;
+    for (const std::uint64_t part : {1, 1097, 1099, 2000, 3077})
+        EXPECT_FALSE(forecast.isWhole(part)) << part;
+}
+
+TEST(PacketForecast, twoLayers_shareAPacket)
+{
+    const PacketForecast forecast(withLimit(8192), layersOf(GreyPicture(12, 2), Form::Raw));
+    EXPECT_TRUE(forecast.isComplete());
+    EXPECT_EQ(forecast.getPackets(), 1U);
+    EXPECT_EQ(forecast.getBytes(), 8U + 2 * (10 + 2));
+}
+
+TEST(PacketForecast, runLengthWords_areCountedInWords)
+{
+    const PacketForecast forecast(withLimit(8192), layersOf(GreyPicture(8, 3), Form::RunLength));
+    EXPECT_EQ(forecast.getPackets(), 1U);
+    EXPECT_EQ(forecast.getBytes(), 8U + 10 + 3 * 8);
+}
+
+// 1025 - 8 bytes are left; the next row's marker must be found up to offset 1004.
+TEST(PacketForecast, rowTooLongForASlice_neverLeaves)
+{
+    EXPECT_TRUE(PacketForecast(withLimit(1025), layersOf(stripes(249, 2), Form::RunLength)).isComplete());
+    EXPECT_FALSE(PacketForecast(withLimit(1025), layersOf(stripes(251, 2), Form::RunLength)).isComplete());
+    EXPECT_TRUE(PacketForecast(withLimit(1100), layersOf(stripes(255, 40), Form::RunLength)).isComplete());
+}
+
+TEST(PacketForecast, nothing_takesNothing)
+{
+    const PacketForecast forecast(withLimit(8192), {});
+    EXPECT_TRUE(forecast.isComplete());
+    EXPECT_EQ(forecast.getBytes(), 0U);
+    EXPECT_TRUE(forecast.isWhole(0));
+    EXPECT_FALSE(forecast.isWhole(8));
+}
+
+} // namespace Vantor

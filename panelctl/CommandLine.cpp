@@ -284,9 +284,8 @@ void Parser::addDithering(CLI::App& command)
         ->option_text("HOW")
         ->check(CLI::Validator(
             [](const std::string& text) {
-                return types.count(text) != 0
-                           ? std::string()
-                           : "'" + text + "' is not threshold, atkinson, floyd-steinberg or stucki";
+                return types.count(text) != 0 ? std::string()
+                                              : "'" + text + "' is not threshold, atkinson, floyd-steinberg or stucki";
             },
             ""));
     command.add_option("--threshold", m_draw.threshold, "Darker pixels become black (default 128)")
@@ -319,7 +318,8 @@ CommandLine Parser::parse(int argc, char** argv)
         if (app->parsed())
             line.command = make();
     if (!line.command)
-        throw Failure(ExitCode::Usage, "no command given: list, info, watch, send, draw or demo.\n" + std::string(helpHint));
+        throw Failure(ExitCode::Usage,
+                      "no command given: list, info, watch, send, draw or demo.\n" + std::string(helpHint));
     return line;
 }
 

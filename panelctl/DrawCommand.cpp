@@ -25,9 +25,10 @@ std::vector<ClientLcdBitmap> makeLayers(const DrawCommand::Options& options, Pic
 {
     if (options.y + options.height > lcdRows)
         throw Failure(ExitCode::Usage, "draw: " + std::to_string(options.height) + " rows from row " +
-                                           std::to_string(options.y) + " on reach past row 255, the last one that an "
-                                                                       "LCD can have.\nMake it lower with --size, or "
-                                                                       "place it higher with --at.");
+                                           std::to_string(options.y) +
+                                           " on reach past row 255, the last one that an "
+                                           "LCD can have.\nMake it lower with --size, or "
+                                           "place it higher with --at.");
     GreyPicture picture = PngReader::read(options.file).fittedTo(options.width, options.height);
     if (options.invert)
         picture.invert();

@@ -95,7 +95,8 @@ void SendCommand::sendOnce(Session& session, const Panel& panel, std::uint64_t s
     if (delivery.isTaken())
         return;
     if (delivery.isCutShort())
-        throw failure(ExitCode::Failed, explainCutShort(panel, "record's packet", delivery.getTakenBytes(), delivery.getLeastTotal()));
+        throw failure(ExitCode::Failed,
+                      explainCutShort(panel, "record's packet", delivery.getTakenBytes(), delivery.getLeastTotal()));
     if (!panel.isAlive())
         throw failure(ExitCode::PanelLeft,
                       explainLeft(panel) + "\nThe record was on its way: whether the panel has got it is not known.");

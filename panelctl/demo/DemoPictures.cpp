@@ -49,18 +49,20 @@ void frame(GreyPicture& picture)
 
 void line(GreyPicture& picture, double x, double y, double toX, double toY)
 {
-    const double steps = std::max(1.0, 2 * std::max(std::abs(toX - x), std::abs(toY - y)));
-    for (double step = 0; step <= steps; ++step)
+    const int steps = 1 + static_cast<int>(2 * std::max(std::abs(toX - x), std::abs(toY - y)));
+    for (int step = 0; step <= steps; ++step)
         picture.set(static_cast<unsigned int>(x + (toX - x) * step / steps),
                     static_cast<unsigned int>(y + (toY - y) * step / steps), black);
 }
 
 void arc(GreyPicture& picture, double x, double y, double radius, double from, double to)
 {
-    const double step = 0.4 / radius;
-    for (double angle = from; angle <= to; angle += step)
+    const int steps = 1 + static_cast<int>((to - from) * radius / 0.4);
+    for (int step = 0; step <= steps; ++step) {
+        const double angle = from + (to - from) * step / steps;
         picture.set(static_cast<unsigned int>(x + radius * std::cos(angle)),
                     static_cast<unsigned int>(y + radius * std::sin(angle)), black);
+    }
 }
 
 void circle(GreyPicture& picture, double x, double y, double radius)
@@ -197,9 +199,11 @@ GreyPicture makeDial(unsigned int width, unsigned int height)
     const double y = height - 2.5;
     const double radius = std::min(width / 2.0 - 2.5, height - 11.0);
     arc(window, x, y, radius, pi, 2 * pi);
-    for (double angle = pi; angle <= 2 * pi; angle += pi / 8)
+    for (int tick = 0; tick <= 8; ++tick) {
+        const double angle = pi + tick * pi / 8;
         line(window, x + (radius - 2) * std::cos(angle), y + (radius - 2) * std::sin(angle),
              x + radius * std::cos(angle), y + radius * std::sin(angle));
+    }
     const double pointer = 1.7 * pi;
     line(window, x, y, x + (radius - 3) * std::cos(pointer), y + (radius - 3) * std::sin(pointer));
     return window;

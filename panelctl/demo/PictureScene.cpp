@@ -55,8 +55,7 @@ void PictureScene::play()
 
 void PictureScene::drawFirst(const Panel& panel)
 {
-    draw(panel, {"planet", "Stucki", LcdHelper::Stucki, Form::Raw, 0,
-                 DemoPictures::makePlanet(width, largeHeight)});
+    draw(panel, {"planet", "Stucki", LcdHelper::Stucki, Form::Raw, 0, DemoPictures::makePlanet(width, largeHeight)});
     draw(panel, {"test card", "threshold", LcdHelper::Threshold, Form::RunLength, 1,
                  DemoPictures::makeTestCard(width, smallHeight)});
     drawWindows(panel, 2);
@@ -66,8 +65,8 @@ void PictureScene::drawSecond(const Panel& panel)
 {
     draw(panel, {"ripples", "Floyd-Steinberg", LcdHelper::FloydSteinberg, Form::RunLength, 0,
                  DemoPictures::makeRipples(width, largeHeight)});
-    draw(panel, {"mountains", "Atkinson", LcdHelper::Atkinson, Form::Raw, 1,
-                 DemoPictures::makeMountains(width, smallHeight)});
+    draw(panel,
+         {"mountains", "Atkinson", LcdHelper::Atkinson, Form::Raw, 1, DemoPictures::makeMountains(width, smallHeight)});
 }
 
 void PictureScene::draw(const Panel& panel, const Picture& picture)

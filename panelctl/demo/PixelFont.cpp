@@ -28,8 +28,7 @@ std::uint16_t glyphOf(char character)
 
 } // namespace
 
-void PixelFont::write(GreyPicture& picture, unsigned int x, unsigned int y, const std::string& text,
-                      std::uint8_t shade)
+void PixelFont::write(GreyPicture& picture, unsigned int x, unsigned int y, const std::string& text, std::uint8_t shade)
 {
     for (const char character : text) {
         const unsigned int glyph = glyphOf(character);

@@ -63,12 +63,14 @@ std::uint8_t GreyPicture::toGrey(unsigned int red, unsigned int green, unsigned 
 
 GreyPicture GreyPicture::fittedTo(unsigned int width, unsigned int height) const
 {
+    GreyPicture fitted(width, height);
+    if (m_width == 0 || m_height == 0)
+        return fitted;
     const bool isWide = std::uint64_t{m_width} * height >= std::uint64_t{m_height} * width;
     const unsigned int innerWidth = isWide ? width : scale(m_width, height, m_height);
     const unsigned int innerHeight = isWide ? scale(m_height, width, m_width) : height;
     const unsigned int left = (width - innerWidth) / 2;
     const unsigned int top = (height - innerHeight) / 2;
-    GreyPicture fitted(width, height);
     for (unsigned int y = 0; y < innerHeight; ++y)
         for (unsigned int x = 0; x < innerWidth; ++x)
             fitted.set(left + x, top + y,

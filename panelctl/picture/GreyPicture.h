@@ -15,7 +15,7 @@ public:
     static constexpr std::uint8_t black = 0;
     static constexpr std::uint8_t white = 255;
 
-    // All of one shade. Both sides at least 1.
+    // All of one shade.
     GreyPicture(unsigned int width, unsigned int height, std::uint8_t shade = white);
 
     unsigned int getWidth() const { return m_width; }
@@ -29,7 +29,8 @@ public:
     static std::uint8_t toGrey(unsigned int red, unsigned int green, unsigned int blue);
 
     // As large as fits without another aspect, centred on white. Every pixel is the mean,
-    // rounded half up, of the area that it covers; at the same size that is the pixel itself.
+    // rounded half up, of the area that it covers; at the same size that is the pixel itself. Nothing
+    // becomes white.
     GreyPicture fittedTo(unsigned int width, unsigned int height) const;
 
     void invert();

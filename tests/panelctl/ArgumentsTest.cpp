@@ -154,10 +154,9 @@ TEST(PanelctlArguments, lcdOutside16Bits_isRefused)
 TEST(PanelctlArguments, sizeThatIsNone_isRefused)
 {
     for (const std::string size : {"0x1", "1x0", "256x1", "1x256", "12", "12x", "x12", "1x2x3", "1X2", "1,2", " 1x2"})
-        expectRefusal({"draw", "a.png", "--lcd=0", "--size=" + size},
-                      "panelctl: --size: '" + size +
-                          "' is not a size, 1x1 to 255x255.\n"
-                          "  `panelctl --help` shows what there is.\n");
+        expectRefusal({"draw", "a.png", "--lcd=0", "--size=" + size}, "panelctl: --size: '" + size +
+                                                                          "' is not a size, 1x1 to 255x255.\n"
+                                                                          "  `panelctl --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, positionThatIsNone_isRefused)

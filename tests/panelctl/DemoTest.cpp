@@ -15,10 +15,10 @@ using ::testing::Not;
 TEST(PanelctlDemo, unplugUnderLoad_endsInOrder)
 {
     const TemporaryFolder folder;
-    const ToolResult result =
-        runTool(panelctlOn({"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12", "--at", "500ms",
-                            "emit 1 type=21 size=32 count=12", "--at", "4s", "unplug 1", "--at", "4500ms", "plug 1"},
-                           {"demo"}));
+    const ToolResult result = runTool(panelctlOn(
+        {"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12", "--at",
+         "500ms", "emit 1 type=21 size=32 count=12", "--at", "4s", "unplug 1", "--at", "4500ms", "plug 1"},
+        {"demo"}));
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr("   0102 says: \"Simulated panel\", packets of up to 8192 bytes"));
     EXPECT_THAT(result.output, HasSubstr("\n   4,000 records, "));

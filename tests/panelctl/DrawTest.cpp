@@ -28,8 +28,8 @@ struct Picture {
 class Dithering {
 public:
     Dithering(const Picture& picture, int threshold)
-        : m_width(static_cast<int>(picture.width)), m_height(static_cast<int>(picture.height)),
-          m_threshold(threshold), m_values(picture.pixels.begin(), picture.pixels.end())
+        : m_width(static_cast<int>(picture.width)), m_height(static_cast<int>(picture.height)), m_threshold(threshold),
+          m_values(picture.pixels.begin(), picture.pixels.end())
     {}
 
     Pixels run(const std::string& type)
@@ -181,8 +181,7 @@ TEST_P(PanelctlDrawDithering, exactSize_isShownPixelByPixel)
 }
 
 INSTANTIATE_TEST_SUITE_P(PanelctlDraw, PanelctlDrawDithering,
-                         ::testing::Values("threshold", "atkinson", "floyd-steinberg", "stucki"),
-                         [](const auto& test) {
+                         ::testing::Values("threshold", "atkinson", "floyd-steinberg", "stucki"), [](const auto& test) {
                              std::string name = test.param;
                              return name.substr(0, name.find('-'));
                          });
@@ -271,8 +270,8 @@ TEST(PanelctlDraw, form_isSaid)
 TEST(PanelctlDraw, pictureBeyondTheLcd_isClippedThere)
 {
     const Picture picture = makePicture(100, 56);
-    const Drawn drawn = draw(picture, {"--size", "100x56", "--at", "255,200", "--dither", "threshold"},
-                             {"--lcd", "0=300x220"});
+    const Drawn drawn =
+        draw(picture, {"--size", "100x56", "--at", "255,200", "--dither", "threshold"}, {"--lcd", "0=300x220"});
     EXPECT_EQ(drawn.lcd.pixels, shownOn(300, 220, dithered(picture, "threshold"), 255, 200));
 }
 
@@ -295,8 +294,9 @@ TEST(PanelctlDraw, rowThatNeverFits_isRefusedAndNotSent)
         picture.pixels.push_back(i % 2 == 0 ? 0 : 255);
     const TemporaryFile file(encodeGrey(255, 2, picture.pixels));
     const TemporaryFile log;
-    const ToolResult result = runTool(panelctlOn({"--max-packet", "1025", "--log", log.getPath()},
-                                                 {"draw", file.getPath(), "--lcd", "0", "--size", "255x2", "--encoded"}));
+    const ToolResult result =
+        runTool(panelctlOn({"--max-packet", "1025", "--log", log.getPath()},
+                           {"draw", file.getPath(), "--lcd", "0", "--size", "255x2", "--encoded"}));
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.errors,
@@ -309,25 +309,22 @@ TEST(PanelctlDraw, rowThatNeverFits_isRefusedAndNotSent)
 
 TEST(PanelctlDraw, noPanel_saysSo)
 {
-    const ToolResult result =
-        runTool(panelctlOn({"--panels", "0"}, {"draw", wholeScreen().getPath(), "--lcd", "0"}));
+    const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"draw", wholeScreen().getPath(), "--lcd", "0"}));
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_THAT(result.errors, StartsWith("panelctl: no panel found"));
 }
 
 TEST(PanelctlDraw, severalPanelsAndNoneChosen_areListed)
 {
-    const ToolResult result =
-        runTool(panelctlOn({"--panels", "2"}, {"draw", wholeScreen().getPath(), "--lcd", "0"}));
+    const ToolResult result = runTool(panelctlOn({"--panels", "2"}, {"draw", wholeScreen().getPath(), "--lcd", "0"}));
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_THAT(result.errors, HasSubstr("Say which one with --panel."));
 }
 
 TEST(PanelctlDraw, panelThatStopsTaking_timesOut)
 {
-    const ToolResult result =
-        runTool(panelctlOn(withFault("fault out silent sticky"),
-                           {"draw", wholeScreen().getPath(), "--lcd", "0", "--timeout", "1.5"}));
+    const ToolResult result = runTool(panelctlOn(withFault("fault out silent sticky"),
+                                                 {"draw", wholeScreen().getPath(), "--lcd", "0", "--timeout", "1.5"}));
     EXPECT_EQ(result.exitCode, 5);
     EXPECT_EQ(result.output, "");
     EXPECT_THAT(result.errors, StartsWith("panelctl: panel 0101 (1-1) has not taken the picture within 1.5 s: 0 of "
@@ -337,8 +334,8 @@ TEST(PanelctlDraw, panelThatStopsTaking_timesOut)
 
 TEST(PanelctlDraw, packetTakenInPart_fails)
 {
-    const ToolResult result = runTool(
-        panelctlOn(withFault("fault out short=100 once"), {"draw", wholeScreen().getPath(), "--lcd", "0"}));
+    const ToolResult result =
+        runTool(panelctlOn(withFault("fault out short=100 once"), {"draw", wholeScreen().getPath(), "--lcd", "0"}));
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.output, "");
     EXPECT_THAT(result.errors, StartsWith("panelctl: panel 0101 (1-1) has taken only a part of the picture: 100 of "

@@ -107,6 +107,12 @@ TEST(GreyPicture, innerSide_isRoundedHalfUp)
     EXPECT_EQ(GreyPicture(2, 1, 0).fittedTo(5, 5).get(0, 4), 255);
 }
 
+TEST(GreyPicture, emptyPicture_becomesWhite)
+{
+    EXPECT_THAT(GreyPicture(0, 5, 0).fittedTo(2, 1).getPixels(), ElementsAre(255, 255));
+    EXPECT_THAT(GreyPicture(5, 0, 0).fittedTo(2, 1).getPixels(), ElementsAre(255, 255));
+}
+
 TEST(GreyPicture, largestPicture_keepsItsShade)
 {
     EXPECT_THAT(GreyPicture(16384, 1024, 254).fittedTo(255, 16).getPixels(), Each(254));

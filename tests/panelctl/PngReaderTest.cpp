@@ -1,7 +1,7 @@
+#include "panelctl/picture/PngReader.h"
 #include "PngSample.h"
 #include "ToolRun.h"
 #include "panelctl/Failure.h"
-#include "panelctl/picture/PngReader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

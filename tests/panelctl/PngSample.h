@@ -21,7 +21,7 @@ struct PngSample {
     unsigned int width;
     unsigned int height;
     ColourType type;
-    int depth; // bits a sample
+    int depth;                      // bits a sample
     std::vector<std::uint8_t> rows; // as in the file: packed, high byte first, rows padded to bytes
     std::vector<std::array<std::uint8_t, 3>> palette = {};
     std::vector<std::uint8_t> paletteAlpha = {};

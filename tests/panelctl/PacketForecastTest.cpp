@@ -40,9 +40,9 @@ TEST(PacketForecast, wholeScreen_takesThreeSmallPackets)
     EXPECT_TRUE(forecast.isComplete());
     EXPECT_EQ(forecast.getPackets(), 3U);
     EXPECT_EQ(forecast.getBytes(), 1098U + 1098U + 882U);
-    for (const std::uint64_t whole : {0, 1098, 2196, 3078})
+    for (const unsigned int whole : {0U, 1098U, 2196U, 3078U})
         EXPECT_TRUE(forecast.isWhole(whole)) << whole;
-    for (const std::uint64_t part : {1, 1097, 1099, 2000, 3077})
+    for (const unsigned int part : {1U, 1097U, 1099U, 2000U, 3077U})
         EXPECT_FALSE(forecast.isWhole(part)) << part;
 }
 

@@ -13,6 +13,7 @@ set(morvaneProtocolHeaders
   protocol/PacketType.h
   protocol/PanelLink.h
   protocol/ReqDeviceInfo.h
+  protocol/SliceHeader.h
   protocol/TransLcdBitmap.h
   protocol/Visibility.h
 )

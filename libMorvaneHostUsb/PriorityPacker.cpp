@@ -1,6 +1,7 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
 #include "libMorvaneHostUsb/LcdHelper.h"
+#include "protocol/SliceHeader.h"
 
 // The one hard stop of the slice writers stays in every build.
 #undef NDEBUG
@@ -17,19 +18,7 @@ namespace {
 constexpr unsigned int packetSizeFloor = 1024;
 constexpr unsigned int smallestSlice = 7;
 
-// Behind the record header of every slice.
-struct __attribute__((packed)) SliceHeader {
-    std::uint16_t lcd;
-    std::uint8_t x;
-    std::uint8_t y;
-    std::uint8_t width;
-    std::uint8_t rows;
-    std::uint8_t bitsPerPixel;
-};
-static_assert(sizeof(SliceHeader) == 7);
-
 constexpr unsigned int sliceOverhead = sizeof(RecordHeader) + sizeof(SliceHeader);
-constexpr std::uint32_t rowMarker = 0xFFFFFFFF;
 constexpr std::uint32_t wordMask = ~std::uint32_t{3};
 
 bool isHighPriority(const PacketType& type)
@@ -110,7 +99,7 @@ BitmapImage viewOf(ClientLcdBitmap& bitmap, unsigned char depth)
 void appendEncodedRow(std::vector<std::uint32_t>& words, const unsigned int* row, std::size_t columns)
 {
     constexpr std::ptrdiff_t longestRun = 255;
-    words.push_back(rowMarker);
+    words.push_back(SliceHeader::rowMarker);
     const unsigned int* const end = row + columns;
     while (row != end) {
         const unsigned int* const reach = row + std::min(longestRun, end - row);
@@ -143,7 +132,7 @@ EncodedCut cutAtRowMarker(const ClientLcdBitmap& bitmap, std::uint32_t available
     for (std::uint32_t offset = 0; offset < scanned; offset += 4) {
         std::uint32_t word = 0;
         std::memcpy(&word, bitmap.data() + start + offset, sizeof word);
-        if (word == rowMarker) {
+        if (word == SliceHeader::rowMarker) {
             ++markers;
             cut = offset;
         }

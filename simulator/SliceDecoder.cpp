@@ -1,5 +1,6 @@
 #include "simulator/SliceDecoder.h"
 
+#include "protocol/SliceHeader.h"
 #include "simulator/PanelScreen.h"
 
 #include <cstddef>
@@ -11,16 +12,6 @@ namespace Vantor {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-struct __attribute__((packed)) SliceHeader {
-    std::uint16_t lcd;
-    std::uint8_t x;
-    std::uint8_t y;
-    std::uint8_t width;
-    std::uint8_t rows;
-    std::uint8_t bitsPerPixel;
-};
-static_assert(sizeof(SliceHeader) == 7);
 
 constexpr std::size_t wordSize = 4;
 

@@ -23,6 +23,7 @@ set(expected
   protocol/PacketType.h
   protocol/PanelLink.h
   protocol/ReqDeviceInfo.h
+  protocol/SliceHeader.h
   protocol/TransLcdBitmap.h
   protocol/Visibility.h
 )

@@ -314,7 +314,9 @@ void PanelModel::answerOut(const OutUrb& urb)
             return;
         }
         if (fault.kind == PanelFault::Kind::Short)
-            size = std::min<std::size_t>(size, fault.bytes - std::min<std::uint64_t>(fault.bytes, m_outTransfer.taken));
+            size = m_outTransfer.taken < fault.bytes
+                       ? std::min(size, static_cast<std::size_t>(fault.bytes - m_outTransfer.taken))
+                       : 0;
     }
     complete(urb.owner, urb.id, 0, {}, static_cast<std::uint32_t>(size));
     takeBytes(urb, size);

@@ -150,6 +150,23 @@ void reportScreens(VirtualBus& bus, const PanelsimOptions& options)
     }
 }
 
+// What happens at 0 has happened before the program sees the bus: no race with it.
+void prepareBus(VirtualBus& bus, const PanelsimOptions& options)
+{
+    for (unsigned int panel = 0; panel < options.panels; ++panel)
+        bus.plug(panel);
+    for (const PanelsimOptions::TimedCommand& timed : options.timedCommands)
+        if (timed.time.count() == 0)
+            bus.execute(timed.command);
+}
+
+void scheduleCommands(VirtualBus& bus, const PanelsimOptions& options)
+{
+    for (const PanelsimOptions::TimedCommand& timed : options.timedCommands)
+        if (timed.time.count() != 0)
+            bus.schedule(timed.time, timed.command);
+}
+
 int run(const PanelsimOptions& options)
 {
     preparePngFolder(options.pngFolder);
@@ -160,13 +177,11 @@ int run(const PanelsimOptions& options)
     pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
 
     VirtualBus bus(busOptions(options));
-    for (unsigned int panel = 0; panel < options.panels; ++panel)
-        bus.plug(panel);
+    prepareBus(bus, options);
     int exitCode = 0;
     try {
         ClientProcess program(options.program, VirtualBus::getClientEnvironment(), originalMask);
-        for (const PanelsimOptions::TimedCommand& timed : options.timedCommands)
-            bus.schedule(timed.time, timed.command);
+        scheduleCommands(bus, options);
         attend(program);
         exitCode = program.getExitCode();
     } catch (const std::system_error& error) {

@@ -15,7 +15,7 @@ using TimeAndCommand = std::pair<std::string, std::string>;
 
 constexpr char footer[] =
     R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
-TIME is 250ms, 2s or 1.5s. COMMAND is one of:
+TIME is 250ms, 2s or 1.5s; what happens at 0 has happened before PROGRAM starts. COMMAND is one of:
   plug [P]
   unplug [P]
   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]

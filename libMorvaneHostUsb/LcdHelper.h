@@ -45,7 +45,7 @@ public:
     static void compositeToLcd(TransLcdBitmap* lcd, const unsigned char* image, unsigned int imageWidth,
                                unsigned int imageHeight, int x, int y, int threshold);
 
-    // Copies an image into another at (x, y), converting to Rgb565, Rgb888 or Rgb444
+    // Copies an image into another at (x, y), without blending, converting to Rgb565, Rgb888 or Rgb444
     // and clipping; a target of another format is left unchanged. The byte index in an
     // Rgb888 target is cut to 16 bits: pixels from byte 65,536 on land at its start.
     static void compositeToLcd(BitmapImage* target, const BitmapImage& source, int x, int y);

@@ -1,5 +1,6 @@
 #include "panelctl/Diagnosis.h"
 
+#include "libMorvaneHostUsb/Log.h"
 #include "protocol/PacketHeader.h"
 #include "protocol/PanelLink.h"
 #include "protocol/ReqDeviceInfo.h"
@@ -45,6 +46,23 @@ std::string findNode(const Panel& panel)
     return node;
 }
 
+std::string whereTheReasonIs()
+{
+    return logLevel >= LogLevel::Error ? "The library's own reason is in its log, above."
+                                       : "The library's own reason is in its log, with --log-level 2 or higher.";
+}
+
+// True when `bytes` can be those of nothing but requests, each packet with one or more of them.
+bool areWholeRequests(std::uint32_t bytes)
+{
+    constexpr std::uint32_t recordBytes = sizeof(RecordHeader) + sizeof(ReqDeviceInfo);
+    constexpr std::uint32_t packetBytes = sizeof(PacketHeader) + recordBytes;
+    for (std::uint32_t rest = bytes; rest >= packetBytes; rest -= packetBytes)
+        if ((rest - packetBytes) % recordBytes == 0)
+            return true;
+    return false;
+}
+
 } // namespace
 
 std::string explainNoPanel()
@@ -67,7 +85,16 @@ std::string explainUnusable(const Panel& panel)
     return attached + "interface " + std::to_string(PanelLink::interfaceNumber) + " could not be opened and claimed" +
            (node.empty() ? "" : " on " + node) + ".\nMost likely another program is driving the panel: end it" +
            (node.empty() ? "" : " (`fuser -v " + node + "` names it)") +
-           ".\nThe library's own reason is in its log, with --log-level 2 or higher.";
+           ".\n" + whereTheReasonIs();
+}
+
+// Nobody else's fault: found again, it is even refused until the library has closed its own old handle.
+std::string explainGivenUp(const Panel& panel)
+{
+    return panel.getName() +
+           " could be used at first, but was given up after a USB error.\nThe library tries again within five seconds "
+           "while panelctl runs, and every new run does at its start. Re-plug the panel if that does not help.\n" +
+           whereTheReasonIs();
 }
 
 std::string explainLeft(const Panel& panel)
@@ -77,11 +104,13 @@ std::string explainLeft(const Panel& panel)
 
 std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit)
 {
-    constexpr unsigned int requestBytes = sizeof(PacketHeader) + sizeof(RecordHeader) + sizeof(ReqDeviceInfo);
     std::string text = panel.getName() + " has not sent its device information within " + formatSeconds(limit) + ".\n";
-    if (panel.getSentBytes() < requestBytes)
-        text += "It has not taken the request for it either (" + std::to_string(panel.getSentBytes()) + " bytes on " +
-                outEndpoint() + "): its firmware is not running, hangs, or has stalled the endpoint. Re-plug it.";
+    if (panel.getSentBytes() == 0)
+        text += "It has not taken the request for it either (0 bytes on " + outEndpoint() +
+                "): its firmware is not running, hangs, or has stalled the endpoint. Re-plug it.";
+    else if (!areWholeRequests(panel.getSentBytes()))
+        text += "It has taken the request for it only in part (" + std::to_string(panel.getSentBytes()) + " bytes on " +
+                outEndpoint() + "), and the rest is not sent again. Check the panel's firmware.";
     else if (panel.getReceivedBytes() == 0)
         text += "It took the request (" + outEndpoint() + ") but has sent nothing at all (endpoint 0x" +
                 formatHex(PanelLink::inEndpoint, 2) + "). Re-plug it, or wait longer with --timeout.";

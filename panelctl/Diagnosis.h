@@ -13,8 +13,11 @@ namespace Vantor {
 
 std::string explainNoPanel();
 
-// A panel that is attached and not alive: it could not be opened or claimed.
+// A panel that is attached and was never alive: it could not be opened or claimed.
 std::string explainUnusable(const Panel& panel);
+
+// A panel that is attached and was alive before.
+std::string explainGivenUp(const Panel& panel);
 
 // A panel that was alive and is so no longer.
 std::string explainLeft(const Panel& panel);

@@ -41,7 +41,7 @@ void ListCommand::run(Session& session, Output& output)
     std::string unusable;
     for (const Panel& panel : panels) {
         if (!panel.isAlive())
-            unusable += (unusable.empty() ? "" : "\n") + explainUnusable(panel);
+            unusable += (unusable.empty() ? "" : "\n") + session.explainNotAlive(panel);
         else if (!panel.getInformation())
             printError(explainNoInformation(panel, m_timeout));
     }

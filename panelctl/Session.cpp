@@ -20,6 +20,9 @@ namespace Vantor {
 
 namespace {
 
+// The library does not announce at once that it has given a panel up.
+constexpr std::chrono::milliseconds deathStep{100};
+
 // What a user may write for a panel: its uid, with or without 0x and leading
 // zeros, or its place.
 bool isNamedBy(const Panel& panel, std::string selector)
@@ -112,7 +115,7 @@ void Session::awaitInformation(std::chrono::nanoseconds limit)
 {
     for (const Panel& panel : getPanels())
         requestInformation(panel);
-    waitUntil(Clock::now() + limit, limit, [this] {
+    waitUntil(Clock::now() + limit, deathStep, [this] {
         const std::vector<Panel> panels = getPanels();
         return std::all_of(panels.begin(), panels.end(),
                            [](const Panel& panel) { return panel.getInformation() || !panel.isAlive(); });
@@ -122,9 +125,9 @@ void Session::awaitInformation(std::chrono::nanoseconds limit)
 Panel Session::awaitInformation(const Panel& panel, std::chrono::nanoseconds limit)
 {
     if (!panel.isAlive())
-        throw Failure(ExitCode::Failed, explainUnusable(panel));
+        throw Failure(ExitCode::Failed, explainNotAlive(panel));
     requestInformation(panel);
-    const bool inTime = waitUntil(Clock::now() + limit, limit, [this, &panel] {
+    const bool inTime = waitUntil(Clock::now() + limit, deathStep, [this, &panel] {
         return !panel.isAlive() || getInformation(panel.getUid()).has_value();
     });
     if (!panel.isAlive())
@@ -133,6 +136,13 @@ Panel Session::awaitInformation(const Panel& panel, std::chrono::nanoseconds lim
     if (!inTime || !information)
         throw Failure(ExitCode::TimedOut, explainNoInformation(panel, limit));
     return panel.with(*information);
+}
+
+// By its place, as the library takes a panel that it has given up in anew, under another uid.
+std::string Session::explainNotAlive(const Panel& panel) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_usablePlaces.count(panel.getPlace()) != 0 ? explainGivenUp(panel) : explainUnusable(panel);
 }
 
 std::optional<PanelEvent> Session::nextEvent(Clock::time_point deadline)
@@ -167,6 +177,7 @@ bool Session::waitUntil(Clock::time_point deadline, std::chrono::nanoseconds ste
 // started a moment ago need not wait for that.
 void Session::requestInformation(const Panel& panel)
 {
+    noteWhetherUsable(panel);
     if (panel.isAlive() && !panel.getInformation() && m_asked.insert(panel.getUid()).second)
         panel.getDevice().getPacker().addData(ReqDeviceInfo{1});
 }
@@ -180,10 +191,20 @@ std::optional<DeviceInformation> Session::getInformation(std::uint16_t uid) cons
     return found->second;
 }
 
+void Session::noteWhetherUsable(const Panel& panel)
+{
+    if (!panel.isAlive())
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_usablePlaces.insert(panel.getPlace());
+}
+
 void Session::onDeviceAdded(std::uint16_t uid)
 {
     // Now, as the panel may have left by the time the event is fetched.
     const std::optional<Panel> panel = findPanel(uid);
+    if (panel)
+        noteWhetherUsable(*panel);
     add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}, panel ? panel->getPlace() : "-"});
 }
 

@@ -68,6 +68,9 @@ public:
     // how far the panel got.
     Panel awaitInformation(const Panel& panel, std::chrono::nanoseconds limit);
 
+    // Why a panel that is attached is not alive, as far as it is known.
+    std::string explainNotAlive(const Panel& panel) const;
+
     // The next event in order, or nothing when the time is over.
     std::optional<PanelEvent> nextEvent(Clock::time_point deadline);
 
@@ -86,6 +89,7 @@ private:
     void sleep(std::chrono::nanoseconds time) const;
     void requestInformation(const Panel& panel);
     std::optional<DeviceInformation> getInformation(std::uint16_t uid) const;
+    void noteWhetherUsable(const Panel& panel);
 
     UsbManager* m_manager; // null once stopped
     const Interrupt& m_interrupt;
@@ -96,6 +100,7 @@ private:
     mutable std::mutex m_mutex;
     std::deque<PanelEvent> m_events;                          // under m_mutex
     std::map<std::uint16_t, DeviceInformation> m_information; // under m_mutex; own copies, as the library's change
+    std::set<std::string> m_usablePlaces;                     // under m_mutex; where a panel was alive
 };
 
 } // namespace Vantor

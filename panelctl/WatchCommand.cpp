@@ -50,8 +50,7 @@ void WatchCommand::print(const PanelEvent& event, const Session& session, Output
         output.line("%9.3f  %s  arrived  at %s", seconds, uid.c_str(), event.place.c_str());
         const std::optional<Panel> panel = session.findPanel(event.uid);
         if (panel && !panel->isAlive())
-            printError(explainUnusable(*panel) +
-                       "\nIf it has just failed, the library tries again within five seconds.");
+            printError(session.explainNotAlive(*panel));
         break;
     }
     case PanelEvent::Kind::Departed:

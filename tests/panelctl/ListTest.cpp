@@ -48,6 +48,38 @@ TEST(PanelctlList, silentPanel_isListedWithTheReason)
                              "Re-plug it, or wait longer with --timeout.\n");
 }
 
+TEST(PanelctlList, panelGivenUpAfterAUsbError_saysSo)
+{
+    const ToolResult result = runTool(
+        panelctlOn({"--panels", "2", "--at", "0s", "fault 1 out status=EIO sticky"}, {"list", "--timeout", "3"}));
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.output, "UID   BUS-PORT   LIMIT  DESCRIPTION\n"
+                             "0101  1-1         8192  Simulated panel\n"
+                             "0102  1-2            -  (can't be used)\n");
+    EXPECT_EQ(result.errors,
+              "[libusb] TX LIBUSB_ERROR uid=102 size=15 actual=0\n"
+              "panelctl: panel 0102 (1-2) could be used at first, but was given up after a USB error.\n"
+              "  The library tries again within five seconds while panelctl runs, and every new run does at its start. "
+              "Re-plug the panel if that does not help.\n"
+              "  The library's own reason is in its log, above.\n");
+}
+
+TEST(PanelctlList, panelClaimedByAnotherProgram_saysSo)
+{
+    const std::string tool = PANELCTL;
+    const std::string second = tool + " watch --count 1 --duration 20 > /dev/null & watch=$!; sleep 0.5; " + tool +
+                               " list --log-level 0; code=$?; kill $watch; wait; exit $code";
+    const ToolResult result = runTool({PANELSIM, "run", "--", "/bin/sh", "-c", second});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.output, HasSubstr("0101  1-1            -  (can't be used)\n"));
+    EXPECT_THAT(result.errors,
+                HasSubstr("panelctl: panel 0101 (1-1) is attached but can't be used: interface 0 could not be opened "
+                          "and claimed on /dev/bus/usb/001/002.\n"
+                          "  Most likely another program is driving the panel: end it "
+                          "(`fuser -v /dev/bus/usb/001/002` names it).\n"
+                          "  The library's own reason is in its log, with --log-level 2 or higher.\n"));
+}
+
 TEST(PanelctlLog, summaries_goToStandardError)
 {
     const ToolResult result = runTool(panelctlOn({}, {"list", "--log-level", "3"}));

@@ -29,9 +29,9 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "standard error.\n"
                                    "\n"
                                    "Exit codes:\n"
-                                   "  0    done\n"
-                                   "  1    failed: the panel can't be used, the record or picture is refused,\n"
-                                   "       output can't be written\n"
+                                   "  0    done; of list also when a panel has not described itself\n"
+                                   "  1    failed: the panel (of list: one of them) can't be used, the record or\n"
+                                   "       picture is refused, output can't be written\n"
                                    "  2    bad arguments, an unreadable file, or no word on which of several panels\n"
                                    "  3    no panel attached, or not the one asked for\n"
                                    "  4    the panel went away meanwhile\n"
@@ -160,7 +160,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     m_app.set_version_flag("--version", describeVersion, "Print the versions of the tool and the library");
     m_app
         .add_option("--log-level", m_logLevel,
-                    "The library's log: 0 none, 2 errors (default),\n3 summaries, 4 packets, 5 all")
+                    "The library's log: 0 none, 2 errors (default),\n3 summaries, 4 device life, threads and firmware,\n5 transfers; each with those before it")
         ->option_text("0..5")
         ->check(numberBetween(0, 5, "a log level"));
     m_app
@@ -192,14 +192,20 @@ CLI::Option* Parser::addPanel(CLI::App& command)
 
 void Parser::addList()
 {
-    add("list", "List the panels attached", [this] { return std::make_unique<ListCommand>(toNanoseconds(m_timeout)); });
+    CLI::App* const command = add("list", "List the panels attached",
+                                  [this] { return std::make_unique<ListCommand>(toNanoseconds(m_timeout)); });
+    command->footer("Exit code 0 also when a panel gave no information; 1 when one can't be used,\n"
+                    "3 when there is none.\n\n"
+                    "`panelctl --help` shows the common options and the exit codes.");
 }
 
 void Parser::addInfo()
 {
     CLI::App* const command = add("info", "Show what a panel says of itself",
                                   [this] { return std::make_unique<InfoCommand>(toNanoseconds(m_timeout), m_panel); });
-    addPanel(*command);
+    command->add_option("PANEL", m_panel, "Which panel; short for --panel")
+        ->option_text(" ")
+        ->excludes(addPanel(*command));
 }
 
 void Parser::addWatch()

@@ -6,6 +6,7 @@
 #include "panelctl/HexText.h"
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
+#include "protocol/PacketHeader.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -21,8 +22,9 @@ namespace {
 // The library does not announce what has left, so its counter is read this often.
 constexpr std::chrono::microseconds readStep{100};
 
-// No payload can be longer: a record's length has 16 bits.
-constexpr std::size_t longestPayload = std::numeric_limits<std::uint16_t>::max();
+// No payload can be longer: a packet's length has 16 bits, and counts both headers.
+constexpr std::size_t longestPayload =
+    std::numeric_limits<std::uint16_t>::max() - sizeof(PacketHeader) - sizeof(RecordHeader);
 
 std::vector<std::uint8_t> readFile(const std::string& path)
 {
@@ -38,8 +40,10 @@ std::vector<std::uint8_t> readFile(const std::string& path)
     if (std::ferror(file.get()) != 0)
         fail(errno);
     if (bytes.size() > longestPayload)
-        throw Failure(ExitCode::Usage, "--file: '" + path + "' is longer than any record can be, " +
-                                           std::to_string(longestPayload) + " bytes. Send it in several records.");
+        throw Failure(ExitCode::Failed, "the record is too large for any panel: '" + path + "' is longer than " +
+                                            std::to_string(longestPayload) +
+                                            " bytes, the largest payload that fits a packet.\n"
+                                            "It was not queued. Send it in smaller records.");
     return bytes;
 }
 

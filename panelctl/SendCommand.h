@@ -24,7 +24,7 @@ public:
         std::uint64_t repeat = 1;
     };
 
-    // Reads the payload; throws Failure (usage) when it can't be had.
+    // Reads the payload; throws Failure when it can't be had, or sent to no panel.
     SendCommand(std::chrono::nanoseconds timeout, const Options& options);
     void run(Session& session, Output& output) override;
 

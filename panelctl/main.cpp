@@ -24,7 +24,7 @@ void runTool(int argc, char** argv)
         return;
     }
     setLogLevel(static_cast<LogLevel::Level>(line.logLevel));
-    std::optional<LogRelay> relay; // per-packet detail and traces are wanted whole
+    std::optional<LogRelay> relay; // what is above is wanted whole
     if (line.logLevel < LogLevel::Detail)
         relay.emplace();
     Session session(interrupt, line.command->wantsPackets());

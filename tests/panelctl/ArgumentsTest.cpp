@@ -11,11 +11,11 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 // Refused before the library was used: it would print at this level.
-void expectRefusal(ToolRun::Arguments arguments, const std::string& message)
+void expectRefusal(ToolRun::Arguments arguments, const std::string& message, int exitCode = 2)
 {
     arguments.emplace_back("--log-level=5");
     const ToolResult result = runTool(panelctl(arguments));
-    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.exitCode, exitCode);
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.errors, message);
 }
@@ -101,11 +101,18 @@ TEST(PanelctlArguments, directoryAsFile_isRefusedWithTheReason)
                   "panelctl: --file: '/tmp' can't be read: Is a directory.\n");
 }
 
-TEST(PanelctlArguments, endlessFile_isRefused)
+// 65,535 bytes of a packet less 8 and 3 of its headers; refused as a record, like one that is too
+// large for the panel at hand.
+TEST(PanelctlArguments, fileBeyond65524Bytes_isRefused)
 {
-    expectRefusal({"send", "--type", "3", "--file", "/dev/zero"},
-                  "panelctl: --file: '/dev/zero' is longer than any record can be, 65535 bytes. "
-                  "Send it in several records.\n");
+    const auto refusal = [](const std::string& path) {
+        return "panelctl: the record is too large for any panel: '" + path +
+               "' is longer than 65524 bytes, the largest payload that fits a packet.\n"
+               "  It was not queued. Send it in smaller records.\n";
+    };
+    const TemporaryFile payload(std::string(65525, 'x'));
+    expectRefusal({"send", "--type", "3", "--file", payload.getPath()}, refusal(payload.getPath()), 1);
+    expectRefusal({"send", "--type", "3", "--file", "/dev/zero"}, refusal("/dev/zero"), 1);
 }
 
 TEST(PanelctlArguments, logLevelOutside0To5_isRefused)
@@ -223,7 +230,14 @@ TEST(PanelctlArguments, help_hasEveryCommandAndExitCodeIn80Columns)
     for (const char* const text : {"list ", "info ", "watch ", "send ", "draw ", "demo ", "--version", "--log-level",
                                    "--timeout", "\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  130 "})
         EXPECT_THAT(result.output, HasSubstr(text));
+    EXPECT_THAT(result.output, HasSubstr("3 summaries, 4 device life, threads and firmware,\n"));
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));
+}
+
+TEST(PanelctlArguments, helpOfList_hasItsExitCodes)
+{
+    const ToolResult result = runTool(panelctl({"list", "--help"}));
+    EXPECT_THAT(result.output, HasSubstr("0 also when a panel gave no information; 1 when one can't be used"));
 }
 
 TEST(PanelctlArguments, helpOfACommand_hasItsOptions)

@@ -52,6 +52,14 @@ TEST(PanelctlInfo, choice_isByUidOrPlace)
     }
 }
 
+TEST(PanelctlInfo, choice_needsNoOption)
+{
+    const ToolResult result = runTool(panelctlOn({"--panels", "2"}, {"info", "0102"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, ::testing::StartsWith("uid           0102\n"));
+    EXPECT_EQ(runTool(panelctl({"info", "0102", "--panel", "0101"})).exitCode, 2);
+}
+
 TEST(PanelctlInfo, unknownPanel_isAnsweredWithWhatIsThere)
 {
     for (const char* const name : {"0103", "1-3", "", "0x", "00102"}) {
@@ -73,6 +81,25 @@ TEST(PanelctlInfo, panelThatTakesNothing_timesOut)
               "panelctl: panel 0101 (1-1) has not sent its device information within 0.5 s.\n"
               "  It has not taken the request for it either (0 bytes on endpoint 0x02): its firmware is not running, "
               "hangs, or has stalled the endpoint. Re-plug it.\n");
+}
+
+// The library asks again after 2 s, and the bytes of all attempts add up: 9 + 9 are more than
+// the request's 15, but none was taken whole.
+TEST(PanelctlInfo, panelThatTakesTheRequestInPart_timesOut)
+{
+    for (const char* const timeout : {"0.5", "3.5"}) {
+        const ToolResult result =
+            runTool(panelctlOn({"--at", "0s", "fault out short=9 sticky"}, {"info", "--timeout", timeout}));
+        EXPECT_EQ(result.exitCode, 5);
+        const std::string bytes = timeout[0] == '0' ? "9" : "18";
+        EXPECT_EQ(result.errors, "panelctl: panel 0101 (1-1) has not sent its device information within " +
+                                     std::string(timeout) +
+                                     " s.\n"
+                                     "  It has taken the request for it only in part (" +
+                                     bytes +
+                                     " bytes on endpoint 0x02), and the rest is not sent again. "
+                                     "Check the panel's firmware.\n");
+    }
 }
 
 // Its answer is cut to 5 bytes, which the library does not even parse.

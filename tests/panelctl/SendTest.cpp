@@ -74,6 +74,14 @@ TEST(PanelctlSend, recordThatFitsExactly_isSent)
     EXPECT_EQ(result.exitCode, 0);
 }
 
+TEST(PanelctlSend, largestPayloadOfAll_isSent)
+{
+    const TemporaryFile payload(std::string(65524, 'x'));
+    const ToolResult result =
+        runTool(panelctlOn({"--max-packet", "65535"}, {"send", "--type", "5", "--file", payload.getPath()}));
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+}
+
 TEST(PanelctlSend, recordOneByteTooLarge_isRefusedAndNotSent)
 {
     const TemporaryFile log;

@@ -1,5 +1,7 @@
 #include "simulator/ControlEndpoint.h"
 
+#include "simulator/PanelDescriptors.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <utility>
@@ -11,6 +13,8 @@ namespace Vantor {
 namespace {
 
 constexpr std::ptrdiff_t deviceDescriptorSize = 18;
+
+constexpr std::uint8_t selfPowered = 1 << USB_DEVICE_SELF_POWERED; // as the configuration says
 
 const ControlEndpoint::Answer stalled{-EPIPE, {}};
 
@@ -30,7 +34,7 @@ ControlEndpoint::Answer ControlEndpoint::answer(const std::vector<std::uint8_t>&
     if (request == USB_REQ_GET_DESCRIPTOR && (requestType & USB_RECIP_MASK) == USB_RECIP_DEVICE)
         answer = describe(setup[3], setup[2]);
     else if (request == USB_REQ_GET_STATUS)
-        answer = {0, {0, 0}};
+        answer = {0, {(requestType & USB_RECIP_MASK) == USB_RECIP_DEVICE ? selfPowered : std::uint8_t{0}, 0}};
     else if (request == USB_REQ_GET_CONFIGURATION)
         answer = {0, {1}};
     answer.data.resize(std::min(answer.data.size(), limit));
@@ -44,6 +48,10 @@ ControlEndpoint::Answer ControlEndpoint::describe(std::uint8_t type, std::uint8_
         return {0, {m_descriptors.begin(), configuration}};
     if (type == USB_DT_CONFIG && index == 0)
         return {0, {configuration, m_descriptors.end()}};
+    if (type == USB_DT_STRING) {
+        std::vector<std::uint8_t> text = makePanelString(index);
+        return text.empty() ? stalled : Answer{0, std::move(text)};
+    }
     return stalled;
 }
 

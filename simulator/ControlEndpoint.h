@@ -14,8 +14,8 @@ public:
         std::vector<std::uint8_t> data;
     };
 
-    // `descriptors`: the device descriptor and the configuration behind it, without
-    // strings.
+    // `descriptors`: the device descriptor and the configuration behind it; strings are
+    // those of PanelDescriptors.
     explicit ControlEndpoint(std::vector<std::uint8_t> descriptors);
 
     // `setup`: the 8 bytes of the set-up packet.

@@ -2,6 +2,8 @@
 
 #include "protocol/PanelLink.h"
 
+#include <string_view>
+
 namespace Vantor {
 
 namespace {
@@ -18,6 +20,7 @@ constexpr std::uint8_t high(std::uint16_t value)
 
 constexpr std::uint8_t deviceDescriptor = 1;
 constexpr std::uint8_t configurationDescriptor = 2;
+constexpr std::uint8_t stringDescriptor = 3;
 constexpr std::uint8_t interfaceDescriptor = 4;
 constexpr std::uint8_t endpointDescriptor = 5;
 constexpr std::uint8_t vendorSpecific = 0xFF;
@@ -27,6 +30,20 @@ constexpr std::uint16_t deviceRelease = 0x0100;
 constexpr std::uint16_t bulkPacket = 512;
 constexpr std::uint8_t controlPacket = 64;
 constexpr std::uint16_t configurationSize = 9 + 9 + 7 + 7;
+constexpr std::uint8_t manufacturerIndex = 1;
+constexpr std::uint8_t productIndex = 2;
+constexpr std::uint16_t english = 0x0409;
+
+// UTF-16 of what is ASCII.
+std::vector<std::uint8_t> makeString(std::string_view text)
+{
+    std::vector<std::uint8_t> bytes{static_cast<std::uint8_t>(2 + 2 * text.size()), stringDescriptor};
+    for (const char character : text) {
+        bytes.push_back(static_cast<std::uint8_t>(character));
+        bytes.push_back(0);
+    }
+    return bytes;
+}
 
 } // namespace
 
@@ -34,10 +51,10 @@ std::vector<std::uint8_t> makePanelDescriptors(std::uint16_t vendorId, std::uint
 {
     // clang-format off
     return {
-        // class, subclass and protocol are the interface's; no strings; 1 configuration
+        // class, subclass and protocol are the interface's; no serial number; 1 configuration
         18, deviceDescriptor, low(usbRelease), high(usbRelease), 0, 0, 0, controlPacket,
         low(vendorId), high(vendorId), low(productId), high(productId), low(deviceRelease), high(deviceRelease),
-        0, 0, 0, 1,
+        manufacturerIndex, productIndex, 0, 1,
         // 1 interface; configuration 1; self-powered, no remote wake-up, 0 mA from the bus
         9, configurationDescriptor, low(configurationSize), high(configurationSize), 1, 1, 0, 0xC0, 0,
         9, interfaceDescriptor, PanelLink::interfaceNumber, 0, 2, vendorSpecific, 0, 0, 0,
@@ -45,6 +62,20 @@ std::vector<std::uint8_t> makePanelDescriptors(std::uint16_t vendorId, std::uint
         7, endpointDescriptor, PanelLink::inEndpoint, bulk, low(bulkPacket), high(bulkPacket), 0,
     };
     // clang-format on
+}
+
+std::vector<std::uint8_t> makePanelString(std::uint8_t index)
+{
+    switch (index) {
+    case 0:
+        return {4, stringDescriptor, low(english), high(english)};
+    case manufacturerIndex:
+        return makeString(PanelStrings::manufacturer);
+    case productIndex:
+        return makeString(PanelStrings::product);
+    default:
+        return {};
+    }
 }
 
 } // namespace Vantor

@@ -29,16 +29,24 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds patience{3}; // with a program that ignores a signal
 constexpr Clock::time_point never = Clock::time_point::max();
 
+std::shared_ptr<std::FILE> openFile(const std::string& path)
+{
+    if (path == "-")
+        return {stderr, [](std::FILE*) {}};
+    std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "w"),
+                                    [](std::FILE* open) { open != nullptr ? std::fclose(open) : 0; });
+    if (!file)
+        throw std::system_error(errno, std::generic_category(), path);
+    return file;
+}
+
 // One line for each thing that happens, with the seconds since the bus began; empty
 // without a file.
 VirtualBus::Log openLog(const std::string& path)
 {
     if (path.empty())
         return {};
-    const std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "w"),
-                                          [](std::FILE* open) { open != nullptr ? std::fclose(open) : 0; });
-    if (!file)
-        throw std::system_error(errno, std::generic_category(), path);
+    const std::shared_ptr<std::FILE> file = openFile(path);
     return [file, start = Clock::now()](const std::string& line) {
         const std::chrono::duration<double> now = Clock::now() - start;
         std::fprintf(file.get(), "%12.6f %s\n", now.count(), line.c_str());
@@ -55,6 +63,8 @@ VirtualBus::Options busOptions(const PanelsimOptions& options)
     bus.panel.keepRecords = false;
     bus.panel.lcdSizes = options.lcdSizes;
     bus.log = openLog(options.logFile);
+    if (options.logFile != "-") // which has the line already
+        bus.complain = [](const std::string& line) { std::fprintf(stderr, "panelsim: %s\n", line.c_str()); };
     return bus;
 }
 

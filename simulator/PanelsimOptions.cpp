@@ -3,6 +3,9 @@
 #include "simulator/LcdOption.h"
 #include "simulator/VirtualBus.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <set>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -15,12 +18,26 @@ using TimeAndCommand = std::pair<std::string, std::string>;
 
 constexpr char footer[] =
     R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
-TIME is 250ms, 2s or 1.5s; what happens at 0 has happened before PROGRAM starts. COMMAND is one of:
+TIME is 250ms, 2s or 1.5s; a plain number is seconds. What happens at 0 has happened before
+PROGRAM starts. COMMAND, in quotes, is one of:
   plug [P]
   unplug [P]
   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
   fault [P] clear
   emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
+
+A fault meets the next transfer of the panel's endpoint, records to the panel (out) or packets from
+it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
+  stall         the endpoint halts; out and in. Clearing the halt ends a sticky one
+  silent        the transfer is never answered; the host gives up on it in its own time. In: what the
+                panel has to say waits for the next read
+  short=BYTES   out: only the first BYTES are taken; in: only the first BYTES of what the panel has to
+                say are given. The rest is lost
+  status=ERRNO  the transfer fails: EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV,
+                EXDEV, EINVAL, EOVERFLOW or ESHUTDOWN; out loses its bytes, in loses nothing
+  delay=MS      out: taken MS later; in: given MS after there is something to give
+
+The lines of --log begin with the seconds since the bus was set up, shortly before PROGRAM's start.
 
 LCDs are white when a panel is plugged in, 144x168 unless --lcd says otherwise, and drawn on by
 LCD slices; a panel has at most 64. --png and --show tell what is on them when PROGRAM has ended:
@@ -38,7 +55,44 @@ Exit code: that of PROGRAM, or 128+N when signal N ended it;
 SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later.
 
 Example: a panel that is pulled after 2 s and comes back
-  panelsim run --at 2s 'unplug' --at 3.5s 'plug' -- lsusb)";
+  panelsim run --at 2s 'unplug 0' --at 3.5s 'plug 0' -- panelctl watch --duration 6)";
+
+bool isOption(const std::string& word)
+{
+    return word.size() > 1 && word[0] == '-';
+}
+
+// COMMAND as several arguments, for want of quotes: the parser would take the further
+// ones for PROGRAM, or complain of that program's arguments. `first` is where COMMAND
+// begins; empty when all is well.
+std::string findUnquotedCommand(const std::vector<std::string>& words, std::size_t first)
+{
+    static const std::set<std::string> verbs{"plug", "unplug", "fault", "emit"};
+    if (first >= words.size() || verbs.count(words[first]) == 0)
+        return {};
+    const bool hasSeparator = std::find(words.begin(), words.end(), "--") != words.end();
+    std::string command = words[first];
+    std::string unquoted;
+    for (std::size_t i = first + 1; i < words.size() && !isOption(words[i]); ++i) {
+        command += " " + words[i];
+        // Without a separator, PROGRAM may be among these words.
+        if (hasSeparator || parsePanelCommand(command).command)
+            unquoted = command;
+    }
+    return unquoted;
+}
+
+void refuseUnquotedCommands(int argc, char** argv)
+{
+    const std::vector<std::string> words(argv, argv + argc);
+    for (std::size_t i = 1; i < words.size() && words[i] != "--"; ++i) {
+        if (words[i] != "--at")
+            continue;
+        const std::string command = findUnquotedCommand(words, i + 2);
+        if (!command.empty())
+            throw CLI::ValidationError("--at " + words[i + 1], "quote COMMAND: '" + command + "'");
+    }
+}
 
 unsigned int panelOf(const PanelCommand& command)
 {
@@ -89,14 +143,18 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     run->add_option("--panels", options.panels, "Panels plugged in before PROGRAM starts")
         ->check(CLI::Range(0U, VirtualBus::maxPanels))
         ->capture_default_str();
-    run->add_option("--seed", options.seed, "What the panels' own numbers begin with")->capture_default_str();
-    run->add_option("--max-packet", options.maxPacketSize, "Packet limit in bytes that the panels announce")
+    run->add_option("--seed", options.seed,
+                    "Device id in the packets of panel 0, and one more for each further panel; hosts replace it")
+        ->capture_default_str();
+    run->add_option("--max-packet", options.maxPacketSize,
+                    "Packet limit in bytes that the panels announce; hosts ignore 1024 or less and use 1100")
         ->capture_default_str();
     run->add_option("--at", timed, "What happens TIME after PROGRAM's start; may be repeated")
-        ->type_name("TIME COMMAND")
+        ->type_name("TIME 'COMMAND'")
         ->allow_extra_args(false); // would take the -- before PROGRAM for its own end
     run->add_flag("--no-scatter-gather", withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
-    run->add_option("--log", options.logFile, "Write one line for each thing that happens")->type_name("FILE");
+    run->add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
+        ->type_name("FILE");
     run->add_option("--lcd", lcds, "Size of LCD L in pixels; may be repeated")
         ->type_name("L=WxH")
         ->allow_extra_args(false);
@@ -105,6 +163,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
     run->footer(footer);
     try {
+        refuseUnquotedCommands(argc, argv);
         app.parse(argc, argv);
         for (const TimeAndCommand& text : timed)
             options.timedCommands.push_back(parseTimedCommand(text));

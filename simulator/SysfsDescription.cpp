@@ -1,5 +1,7 @@
 #include "simulator/SysfsDescription.h"
 
+#include "simulator/PanelDescriptors.h"
+
 #include <cstdio>
 #include <utility>
 
@@ -18,6 +20,8 @@ const std::vector<std::uint8_t> rootHubDescriptors{
     7, 5, 0x81, 3, 4, 0, 12,
 };
 // clang-format on
+
+constexpr std::size_t configurationOffset = 18; // behind the device descriptor
 
 template <typename... Values> std::string format(const char* text, Values... values)
 {
@@ -64,6 +68,7 @@ std::string describe(const std::string& path, const VirtualPanel::Address& addre
     const unsigned int vendor = word(descriptors, 8);
     const unsigned int product = word(descriptors, 10);
     const unsigned int release = word(descriptors, 12);
+    const std::uint8_t* const configuration = &descriptors[configurationOffset];
     const NamesAndValues propertyList{
         {"SUBSYSTEM", "usb"},
         {"DEVTYPE", "usb_device"},
@@ -85,28 +90,57 @@ std::string describe(const std::string& path, const VirtualPanel::Address& addre
         {"idProduct", format("%04x", product)},
         {"bcdDevice", format("%04x", release)},
         {"bDeviceClass", format("%02x", descriptors[4])},
+        {"bDeviceSubClass", format("%02x", descriptors[5])},
+        {"bDeviceProtocol", format("%02x", descriptors[6])},
+        {"bMaxPacketSize0", std::to_string(descriptors[7])},
+        {"bNumInterfaces", format("%2u", configuration[4])},
+        {"bmAttributes", format("%02x", configuration[7])},
+        {"bMaxPower", format("%umA", configuration[8] * 2U)},
+        {"configuration", ""},
+        {"rx_lanes", "1"},
+        {"tx_lanes", "1"},
     };
     return "P: " + path + "\n" + properties(propertyList) + attributes(attributeList) + attributes(moreAttributes) +
            "H: descriptors=" + hexOf(descriptors) + "\n\n";
+}
+
+// The first interface of a device, which is its only one here.
+std::string describeInterface(const std::string& path, const std::vector<std::uint8_t>& descriptors)
+{
+    const std::uint8_t* const configuration = &descriptors[configurationOffset];
+    const std::uint8_t* const interface = configuration + configuration[0];
+    const NamesAndValues attributeList{
+        {"bInterfaceNumber", format("%02x", interface[2])},   {"bAlternateSetting", format("%2u", interface[3])},
+        {"bNumEndpoints", format("%02x", interface[4])},      {"bInterfaceClass", format("%02x", interface[5])},
+        {"bInterfaceSubClass", format("%02x", interface[6])}, {"bInterfaceProtocol", format("%02x", interface[7])},
+    };
+    return "P: " + path + "\n" + properties({{"SUBSYSTEM", "usb"}, {"DEVTYPE", "usb_interface"}}) +
+           attributes(attributeList) + "\n";
 }
 
 } // namespace
 
 std::string describeRootHub()
 {
-    return describe(rootHubPath, {0, 1, 0, 1}, VirtualPanel::maxPort, rootHubDescriptors, {});
+    return describe(rootHubPath, {0, 1, 0, 1}, VirtualPanel::maxPort, rootHubDescriptors, {}) +
+           describeInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
 }
 
 std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
 {
-    // Without string descriptors there would be none, but lsusb and its like show them.
-    const NamesAndValues names{{"manufacturer", "panelsim"}, {"product", "Simulated panel"}};
-    return describe(panelPath(address), address, 0, descriptors, names);
+    const NamesAndValues names{{"manufacturer", PanelStrings::manufacturer}, {"product", PanelStrings::product}};
+    return describe(panelPath(address), address, 0, descriptors, names) +
+           describeInterface(interfacePath(address), descriptors);
 }
 
 std::string panelPath(const VirtualPanel::Address& address)
 {
     return rootHubPath + format("/%u-%u", address.bus, address.port);
+}
+
+std::string interfacePath(const VirtualPanel::Address& address)
+{
+    return panelPath(address) + format("/%u-%u:1.0", address.bus, address.port);
 }
 
 std::string nodePath(const VirtualPanel::Address& address)

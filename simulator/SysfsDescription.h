@@ -18,8 +18,9 @@ std::string describeRootHub();
 // A panel behind a port of the root hub; `descriptors` as the kernel's attribute of that name.
 std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
 
-// Where sysfs has it, from /sys.
+// Where sysfs has it and its interface, from /sys.
 std::string panelPath(const VirtualPanel::Address& address);
+std::string interfacePath(const VirtualPanel::Address& address);
 
 // The device node, from /dev.
 std::string nodePath(const VirtualPanel::Address& address);

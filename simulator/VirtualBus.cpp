@@ -115,9 +115,9 @@ void VirtualBus::plug(unsigned int panel)
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
         if (panel >= maxPanels)
-            return log(panel, "has no port");
+            return complain(panel, "has no port");
         if (findPlugged(panel) != nullptr)
-            return log(panel, "is plugged already");
+            return complain(panel, "is plugged already");
         const VirtualPanel::Address address = assignAddress(panel);
         PanelModel::Options options = m_options.panel;
         options.seed += panel;
@@ -147,16 +147,20 @@ void VirtualBus::unplug(unsigned int panel)
 {
     const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
     std::string sysfsPath;
+    std::string interfacePath;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
         VirtualPanel* const plugged = findPlugged(panel);
         if (plugged == nullptr)
-            return log(panel, "is not plugged");
+            return complain(panel, "is not plugged");
         log(panel, "unplug");
         plugged->unplug();
         sysfsPath = "/sys" + SysfsDescription::panelPath(plugged->getAddress());
+        interfacePath = "/sys" + SysfsDescription::interfacePath(plugged->getAddress());
     }
     umockdev_testbed_uevent(m_testbed.get(), sysfsPath.c_str(), "remove");
+    // By itself, as the link to it in /sys/bus would stay.
+    umockdev_testbed_remove_device(m_testbed.get(), interfacePath.c_str());
     umockdev_testbed_remove_device(m_testbed.get(), sysfsPath.c_str());
 }
 
@@ -177,8 +181,10 @@ void VirtualBus::execute(const PanelCommand& command)
 
 void VirtualBus::apply(const FaultCommand& command)
 {
-    visitPlugged(command.panel, "fault " + describe(command.fault),
-                 [&command](PanelModel& model) { model.inject(command.fault); });
+    const std::string line = "fault " + describe(command.fault);
+    if (findPlugged(command.panel) == nullptr)
+        return complain(command.panel, "is not plugged: " + line);
+    visitPlugged(command.panel, line, [&command](PanelModel& model) { model.inject(command.fault); });
 }
 
 void VirtualBus::apply(const ClearFaultsCommand& command)
@@ -189,8 +195,8 @@ void VirtualBus::apply(const ClearFaultsCommand& command)
 // The rest of a repeated emission goes back to the timeline.
 void VirtualBus::apply(const EmitCommand& command)
 {
-    const std::string line = "emit type " + std::to_string(static_cast<int>(command.type)) + ", " +
-                             std::to_string(command.payload.size()) + " bytes";
+    const std::string line =
+        "emit type " + std::to_string(static_cast<int>(command.type)) + ", " + formatBytes(command.payload.size());
     visitPlugged(command.panel, line, [&command](PanelModel& model) { model.emit(command.type, command.payload); });
     if (command.count <= 1)
         return;
@@ -238,6 +244,13 @@ std::vector<std::string> VirtualBus::getViolations() const
         for (const std::string& violation : panel->getModel().getViolations())
             violations.push_back("panel " + std::to_string(panel->getAddress().panel) + ": " + violation);
     return violations;
+}
+
+void VirtualBus::complain(unsigned int panel, const std::string& line) const
+{
+    log(panel, line);
+    if (m_options.complain)
+        m_options.complain("panel " + std::to_string(panel) + ": " + line);
 }
 
 void VirtualBus::log(unsigned int panel, const std::string& line) const

@@ -36,6 +36,7 @@ public:
         bool scatterGather = true; // false: libusb splits transfers into URBs of 16 KiB
         PanelModel::Options panel; // of panel 0; panel P has the seed P higher
         Log log;                   // one line for each thing that happens, from any thread, one at a time
+        Log complain;              // also a plug, unplug or fault that could not be carried out
     };
 
     // Throws std::runtime_error when the bus cannot be set up.
@@ -72,6 +73,7 @@ private:
     using Timeline = std::multimap<std::chrono::nanoseconds, PanelCommand>;
 
     void log(unsigned int panel, const std::string& line) const;
+    void complain(unsigned int panel, const std::string& line) const;
     VirtualPanel* findPlugged(unsigned int panel) const;
     VirtualPanel::Address assignAddress(unsigned int panel);
     void show(VirtualPanel& panel);

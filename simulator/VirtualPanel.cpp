@@ -18,7 +18,7 @@ constexpr std::size_t longestLoggedPayload = 32;
 std::string describe(const PanelModel::Record& record)
 {
     std::string line = "record type " + std::to_string(static_cast<int>(record.type)) + ", " +
-                       std::to_string(record.payload.size()) + " bytes:";
+                       formatBytes(record.payload.size()) + ":";
     for (std::size_t i = 0; i < std::min(record.payload.size(), longestLoggedPayload); ++i) {
         char byte[4];
         std::snprintf(byte, sizeof byte, " %02x", record.payload[i]);
@@ -42,6 +42,11 @@ const char* nameOf(unsigned long request)
 }
 
 } // namespace
+
+std::string formatBytes(std::size_t number)
+{
+    return std::to_string(number) + (number == 1 ? " byte" : " bytes");
+}
 
 VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options,
                            const std::string& nodePath)

@@ -20,6 +20,9 @@
 
 namespace Vantor {
 
+// "1 byte", "2 bytes": as the log counts them.
+std::string formatBytes(std::size_t number);
+
 // What the panels of one bus share.
 struct BusShare {
     std::mutex mutex; // over every panel, its model and what follows

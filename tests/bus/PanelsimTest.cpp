@@ -118,7 +118,9 @@ TEST_F(Panelsim, helpAndVersion_areAnswered)
     const Result help = run({"run", "--help"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_NE(help.output.find("--no-scatter-gather"), std::string::npos);
-    EXPECT_NE(help.output.find("120"), std::string::npos);
+    for (const char* const text :
+         {"120", "--at TIME 'COMMAND'", "a plain number is seconds", "once is the default", "EREMOTEIO", "use 1100"})
+        EXPECT_NE(help.output.find(text), std::string::npos) << text;
 }
 
 TEST_F(Panelsim, lsusb_listsThePanels)
@@ -132,7 +134,52 @@ TEST_F(Panelsim, lsusb_listsThePanels)
     const Result verbose = run({"run", "--", "lsusb", "-v", "-d", "dead:beef"});
     EXPECT_EQ(verbose.exitCode, 0);
     EXPECT_NE(verbose.output.find("bEndpointAddress     0x81  EP 1 IN"), std::string::npos) << verbose.output;
-    EXPECT_NE(verbose.output.find("Device Status:     0x0000"), std::string::npos) << verbose.output;
+    EXPECT_NE(verbose.output.find("iManufacturer           1 panelsim"), std::string::npos) << verbose.output;
+    EXPECT_NE(verbose.output.find("Device Status:     0x0001\n  Self Powered"), std::string::npos) << verbose.output;
+}
+
+TEST_F(Panelsim, lsusbTree_missesNothing)
+{
+    if (std::system("command -v lsusb >/dev/null") != 0)
+        GTEST_SKIP() << "usbutils is not installed";
+    const Result result = run({"run", "--at", "100ms", "unplug", "--at", "200ms", "plug", "--", "sh", "-c",
+                               "sleep 0.15; lsusb -t; sleep 0.5; lsusb -t"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output.find("No such file"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("|__ Port 1: Dev 3, If 0, "), std::string::npos) << result.output;
+}
+
+TEST_F(Panelsim, unquotedCommand_isPointedAt)
+{
+    const std::string refusal = "--at 2s: quote COMMAND: 'unplug 1'\nRun with --help for more information.\n";
+    const Result separated = run({"run", "--at", "2s", "unplug", "1", "--", "sleep", "--duration", "6"});
+    EXPECT_EQ(separated.exitCode, 125);
+    EXPECT_EQ(separated.output, refusal);
+    EXPECT_EQ(run({"run", "--at", "2s", "unplug", "1", "--show", "true"}).output, refusal);
+    EXPECT_EQ(run({"run", "--at", "2s", "unplug", "1", "true"}).output, refusal);
+    EXPECT_EQ(run({"run", "--at", "1s", "emit", "0", "type=5", "--", "true"}).output,
+              "--at 1s: quote COMMAND: 'emit 0 type=5'\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"run", "--at", "2s", "unplug", "true"}).exitCode, 0);
+    EXPECT_EQ(run({"run", "--at", "2s", "unplug 1", "--", "true"}).exitCode, 0);
+    EXPECT_EQ(run({"run", "--", "echo", "--at", "2s", "unplug", "1"}).output, "--at 2s unplug 1\n");
+}
+
+TEST_F(Panelsim, commandThatFindsNoPanel_isAnnounced)
+{
+    const std::vector<std::string> arguments = {"run",   "--at",     "0s",   "plug 0", "--at",
+                                                "100ms", "unplug 3", "--at", "200ms",  "fault 2 out stall",
+                                                "--",    "sleep",    "0.5"};
+    EXPECT_EQ(run(arguments).output, "panelsim: panel 0: is plugged already\n"
+                                     "panelsim: panel 3: is not plugged\n"
+                                     "panelsim: panel 2: is not plugged: fault out stall once\n");
+}
+
+TEST_F(Panelsim, logToDash_isStandardError)
+{
+    const Result result = run({"run", "--log", "-", "--at", "0s", "unplug 3", "--", "sleep", "0.2"});
+    EXPECT_NE(result.output.find(" panel 0: plug, port 1, device 2\n"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find(" panel 3: is not plugged\n"), std::string::npos) << result.output;
+    EXPECT_EQ(result.output.find("panelsim:"), std::string::npos) << result.output;
 }
 
 TEST_F(Panelsim, noPanels_isAnEmptyBus)
@@ -177,6 +224,7 @@ TEST_F(Panelsim, timedCommands_happenInTheirTime)
                                "--at", "500ms", "unplug 4",
                                "--",   "sleep", "1.2"});
     EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output, "panelsim: panel 4: is not plugged\n");
     std::istringstream log(contentOf(fileName("log")));
     std::vector<std::string> lines;
     double last = 0;
@@ -190,8 +238,8 @@ TEST_F(Panelsim, timedCommands_happenInTheirTime)
                          " panel 0: unplug",
                          " panel 0: plug, port 1, device 3",
                          " panel 0: fault out stall sticky",
-                         " panel 0: emit type 12, 1 bytes",
-                         " panel 0: emit type 12, 1 bytes",
+                         " panel 0: emit type 12, 1 byte",
+                         " panel 0: emit type 12, 1 byte",
                          " panel 4: is not plugged",
                      }));
 }
@@ -258,9 +306,8 @@ TEST_F(Panelsim, end_leavesNoTemporaryFiles)
 TEST_F(Panelsim, png_oneFileForEachLcdDrawnOn)
 {
     const std::string folder = fileName("new/folder");
-    const Result result =
-        run({"run", "--panels", "0", "--at", "0s", "plug 3", "--lcd", "1=8x2", "--png", folder, "--", "sh", "-c",
-             "sleep 0.3; " MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 " " DRAW_ON_LCD_2});
+    const Result result = run({"run", "--panels", "0", "--at", "0s", "plug 3", "--lcd", "1=8x2", "--png", folder, "--",
+                               "sh", "-c", "sleep 0.3; " MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 " " DRAW_ON_LCD_2});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_EQ(result.output, "");
     std::set<std::string> names;

@@ -63,7 +63,7 @@ TEST(PanelctlSend, repeatedKeyedRecord_isSentEveryTime)
         panelctlOn({"--log", log.getPath()}, {"send", "--type", "5", "--key", "0", "--hex", "77", "--repeat", "25"}));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.output, StartsWith("panel 0101 (1-1) has taken 25 times type 5, key 0, 1 payload byte, in "));
-    EXPECT_EQ(count(log.read(), "record type 5, 1 bytes: 77\n"), 25);
+    EXPECT_EQ(count(log.read(), "record type 5, 1 byte: 77\n"), 25);
 }
 
 TEST(PanelctlSend, recordThatFitsExactly_isSent)

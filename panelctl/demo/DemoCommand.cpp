@@ -45,8 +45,10 @@ void DemoCommand::run(Session& session, Output& output)
     measureLatency(session, output);
     measureThroughput(session, output);
     receive(session, output);
-    output.line("5. Each panel gets %u records every %.0f ms; one is unplugged and plugged back", LoadStream::batchSize,
-                Milliseconds(LoadStream::batchPeriod).count());
+    output.line("5. Each panel gets %u records every %.0f ms, while one is unplugged and plugged",
+                LoadStream::batchSize, Milliseconds(LoadStream::batchPeriod).count());
+    output.line("   back: by you, or by ./run-demo. The demo waits up to %s for each.",
+                formatSeconds(UnplugScene::patience).c_str());
     UnplugScene(session, output, m_accounts, start).play();
     PictureScene(session, output).play();
 
@@ -148,8 +150,10 @@ void DemoCommand::summarise(Output& output) const
                     formatCount(account.getPackets()).c_str());
         lost += account.given - account.taken;
     }
-    if (lost != 0)
-        output.line("   Lost: waiting or on their way when the panel left; not known to be taken.");
+    if (lost != 0) {
+        output.line("   Lost: given, and not known to be taken when the panel left. They were on");
+        output.line("   their way or waited behind such: at most a batch of %u each time.", LoadStream::batchSize);
+    }
 }
 
 } // namespace Vantor

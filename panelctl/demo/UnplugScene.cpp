@@ -1,5 +1,6 @@
 #include "panelctl/demo/UnplugScene.h"
 
+#include "libMorvaneHostUsb/Log.h"
 #include "panelctl/Diagnosis.h"
 #include "panelctl/Failure.h"
 #include "panelctl/Output.h"
@@ -13,7 +14,6 @@ namespace {
 
 using Clock = Session::Clock;
 
-constexpr std::chrono::seconds patience{20}; // for each act
 constexpr std::chrono::seconds loadAfterReturn{2};
 constexpr std::chrono::seconds finishLimit{5};
 constexpr std::chrono::seconds reportPeriod{1};
@@ -75,6 +75,8 @@ void UnplugScene::handleDeparture(std::uint16_t uid)
         return;
     const std::uint64_t lost = stream->second.getGiven() - stream->second.getTaken();
     report(formatUid(uid) + " has left, with " + formatCount(lost) + " records on their way");
+    if (logLevel >= LogLevel::Error)
+        m_output.line("             (any LIBUSB_ERROR_NO_DEVICE in the library's log comes from that)");
     settle(uid);
     if (m_act == Act::BeforeDeparture) {
         m_act = Act::Away;

@@ -4,6 +4,7 @@
 #include "panelctl/demo/DemoAccounts.h"
 #include "panelctl/demo/LoadStream.h"
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -17,6 +18,8 @@ class Output;
 // that; then the load goes on for a while, and ends when everything is taken.
 class UnplugScene {
 public:
+    static constexpr std::chrono::seconds patience{20}; // for the departure, and for the return
+
     // Times are printed from `start` on.
     UnplugScene(Session& session, Output& output, DemoAccounts& accounts, Session::Clock::time_point start);
 

@@ -15,15 +15,19 @@ using ::testing::Not;
 TEST(PanelctlDemo, unplugUnderLoad_endsInOrder)
 {
     const TemporaryFolder folder;
-    const ToolResult result = runTool(panelctlOn(
-        {"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12", "--at",
-         "500ms", "emit 1 type=21 size=32 count=12", "--at", "4s", "unplug 1", "--at", "4500ms", "plug 1"},
-        {"demo"}));
+    const ToolResult result = runTool(
+        panelctlOn({"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12",
+                    "--at", "500ms", "emit 1 type=21 size=32 count=12", "--at", "3900ms", "fault 1 out silent", "--at",
+                    "4s", "unplug 1", "--at", "4500ms", "plug 1"},
+                   {"demo"}));
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr("   0102 says: \"Simulated panel\", packets of up to 8192 bytes"));
     EXPECT_THAT(result.output, HasSubstr("\n   4,000 records, "));
     EXPECT_THAT(result.output, HasSubstr("of type 21\n"));
-    EXPECT_THAT(result.output, HasSubstr(" s  0102 has left, with "));
+    EXPECT_THAT(result.output, HasSubstr("The demo waits up to 20 s for each.\n"));
+    // It does not read, so that a batch waits.
+    EXPECT_THAT(result.output, HasSubstr(" s  0102 has left, with 16 records on their way\n"));
+    EXPECT_THAT(result.output, HasSubstr("(any LIBUSB_ERROR_NO_DEVICE in the library's log comes from that)\n"));
     EXPECT_THAT(result.output, HasSubstr(" s  0102 is back; "));
     EXPECT_THAT(result.output, HasSubstr("its load starts again\n"));
     EXPECT_THAT(result.output, HasSubstr(" layers drawn, 0 bytes have left after "));
@@ -33,6 +37,7 @@ TEST(PanelctlDemo, unplugUnderLoad_endsInOrder)
     EXPECT_THAT(result.output, HasSubstr("7. The library has stopped, in "));
     // The panel that stayed has lost nothing.
     EXPECT_THAT(result.output, ContainsRegex("\n   0101 +([0-9,]+) +[0-9,]+ +0 +1[0-9]\n"));
+    EXPECT_THAT(result.output, ContainsRegex("\n   0102 +([0-9,]+) +[0-9,]+ +16 +1[0-9]\n"));
     EXPECT_THAT(result.output, Not(ContainsRegex("[^\n]{81}")));
     EXPECT_THAT(result.output, Not(HasSubstr("[libusb]")));
 }

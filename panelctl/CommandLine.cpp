@@ -42,10 +42,18 @@ constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on whi
                                    "grey: (299 R + 587 G + 114 B + 500) / 1000, in integers. Gamma and colour\n"
                                    "profiles are ignored. It is then scaled to fit --size, with its aspect and\n"
                                    "centred on white: every pixel becomes the mean, rounded half up, of the area\n"
-                                   "that it covers. A picture of exactly that size is not touched.\n"
+                                   "that it covers. A picture of exactly that size is not touched. 16 bits are\n"
+                                   "rounded to 8; at most 16384 pixels a side and 16777216 in all are read.\n"
+                                   "--invert turns all of it around, margins and transparent parts included.\n"
                                    "\n"
-                                   "Dithering passes errors on, and what exceeds white wraps: light areas beside\n"
-                                   "grey ones can get dark specks. Dark pixels are sent as 1 (on).\n"
+                                   "All of W x H is dithered, margins too. Dithering passes errors on, and what\n"
+                                   "exceeds white wraps: light areas beside grey ones get dark specks, and the\n"
+                                   "margin below a picture dark streaks. For drawings and text use\n"
+                                   "--dither threshold; for photos a --size of the picture's own proportions.\n"
+                                   "Dark pixels are sent as 1 (on).\n"
+                                   "\n"
+                                   "The panel does not tell the size of its LCDs: what lies outside is not shown,\n"
+                                   "and nobody notices.\n"
                                    "\n"
                                    "Without --encoded it goes as rows of packed bits. If W is not a multiple of 8,\n"
                                    "a second layer repeats the last 8 columns, because a slice of packed bits is\n"
@@ -160,7 +168,8 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     m_app.set_version_flag("--version", describeVersion, "Print the versions of the tool and the library");
     m_app
         .add_option("--log-level", m_logLevel,
-                    "The library's log: 0 none, 2 errors (default),\n3 summaries, 4 device life, threads and firmware,\n5 transfers; each with those before it")
+                    "The library's log: 0 none, 2 errors (default),\n3 summaries, 4 device life, threads and "
+                    "firmware,\n5 transfers; each with those before it")
         ->option_text("0..5")
         ->check(numberBetween(0, 5, "a log level"));
     m_app

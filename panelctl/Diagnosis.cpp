@@ -84,8 +84,7 @@ std::string explainUnusable(const Panel& panel)
     }
     return attached + "interface " + std::to_string(PanelLink::interfaceNumber) + " could not be opened and claimed" +
            (node.empty() ? "" : " on " + node) + ".\nMost likely another program is driving the panel: end it" +
-           (node.empty() ? "" : " (`fuser -v " + node + "` names it)") +
-           ".\n" + whereTheReasonIs();
+           (node.empty() ? "" : " (`fuser -v " + node + "` names it)") + ".\n" + whereTheReasonIs();
 }
 
 // Nobody else's fault: found again, it is even refused until the library has closed its own old handle.

@@ -56,9 +56,9 @@ void DrawCommand::run(Session& session, Output& output)
     drawing.release();
     drawing.await(session, m_timeout);
     const double milliseconds = std::chrono::duration<double, std::milli>(Session::Clock::now() - start).count();
-    output.line("%s has taken %u rows of %u pixels for LCD %u, %s: %" PRIu64 " bytes in %s, in %.1f ms",
-                panel.getName().c_str(), m_options.height, m_options.width, static_cast<unsigned int>(m_options.lcd),
-                describeForm(), drawing.getForecast().getBytes(),
+    output.line("%s has taken %s of %s for LCD %u, %s: %" PRIu64 " bytes in %s, in %.1f ms", panel.getName().c_str(),
+                formatNumber(m_options.height, "row").c_str(), formatNumber(m_options.width, "pixel").c_str(),
+                static_cast<unsigned int>(m_options.lcd), describeForm(), drawing.getForecast().getBytes(),
                 formatNumber(drawing.getForecast().getPackets(), "packet").c_str(), milliseconds);
 }
 

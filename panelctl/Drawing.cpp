@@ -40,7 +40,10 @@ void Drawing::await(Session& session, std::chrono::nanoseconds limit)
     if (isTaken())
         return;
     if (isCutShort())
-        throw Failure(ExitCode::Failed, explainCutShort(m_panel, "picture", getTakenBytes(), m_forecast.getBytes()));
+        throw Failure(ExitCode::Failed, m_panel.getName() +
+                                            " has taken a packet of the picture in part only, so that rows of it are "
+                                            "missing.\nA packet taken in part is not sent again, and nothing more of "
+                                            "the picture is waited for. Check the panel's firmware.");
     if (!m_panel.isAlive())
         throw Failure(ExitCode::PanelLeft, explainLeft(m_panel) + "\nThe picture was on its way: how much of it the "
                                                                   "panel shows is not known.");

@@ -40,7 +40,7 @@ it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
 The lines of --log begin with the seconds since the bus was set up, shortly before PROGRAM's start.
 
 LCDs are white when a panel is plugged in, 144x168 unless --lcd says otherwise, and drawn on by
-LCD slices; a panel has at most 64. --png and --show tell what is on them when PROGRAM has ended:
+LCD slices; a panel shows at most 64 of them, of any numbers. --png and --show tell what is on them when PROGRAM has ended:
 of a panel that is unplugged by then, what it showed last; of one that was plugged back, only what
 was drawn since. --png writes panelP-lcdL.png for each LCD drawn on (8-bit grey when all its pixels
 are grey, else RGB) and leaves other files in DIR alone. --show prints a column for each pixel and

@@ -338,8 +338,8 @@ TEST(PanelctlDraw, packetTakenInPart_fails)
         runTool(panelctlOn(withFault("fault out short=100 once"), {"draw", wholeScreen().getPath(), "--lcd", "0"}));
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.output, "");
-    EXPECT_THAT(result.errors, StartsWith("panelctl: panel 0101 (1-1) has taken only a part of the picture: 100 of "
-                                          "3042 bytes on endpoint 0x02.\n"));
+    EXPECT_THAT(result.errors, StartsWith("panelctl: panel 0101 (1-1) has taken a packet of the picture in part only, "
+                                          "so that rows of it are missing.\n"));
 }
 
 TEST(PanelctlDraw, unpluggedMeanwhile_saysSo)

@@ -188,7 +188,8 @@ private:
             } else if (const auto hex = valueOf("hex"); hex && !std::exchange(hasPayload, true)) {
                 emit.payload = takeHex(*hex);
             } else if (const auto size = valueOf("size"); size && !std::exchange(hasPayload, true)) {
-                emit.payload = countingBytes(takeNumber("size", *size, 0, PanelModel::maxPayload));
+                emit.payload =
+                    countingBytes(static_cast<std::size_t>(takeNumber("size", *size, 0, PanelModel::maxPayload)));
             } else if (const auto count = valueOf("count"); count && !std::exchange(hasCount, true)) {
                 emit.count = static_cast<unsigned int>(takeNumber("count", *count, 1, maxCount));
             } else if (const auto every = valueOf("every"); every && !std::exchange(hasEvery, true)) {

@@ -1,6 +1,7 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
 #include "libMorvaneHostUsb/LcdHelper.h"
+#include "protocol/PanelLink.h"
 #include "protocol/SliceHeader.h"
 
 // The one hard stop of the slice writers stays in every build.
@@ -15,7 +16,6 @@ namespace Vantor {
 
 namespace {
 
-constexpr unsigned int packetSizeFloor = 1024;
 constexpr unsigned int smallestSlice = 7;
 
 constexpr unsigned int sliceOverhead = sizeof(RecordHeader) + sizeof(SliceHeader);
@@ -202,7 +202,7 @@ std::size_t PriorityPacker::_addStructData(const PacketType& type, const std::ve
 void PriorityPacker::setDeviceInformation(const DeviceInformation& info)
 {
     const std::lock_guard<std::mutex> lock(m_dataMutex);
-    if (info.maxPacketSize > packetSizeFloor)
+    if (info.maxPacketSize > PanelLink::packetLimitFloor)
         setMaxPacketSize(info.maxPacketSize);
 }
 

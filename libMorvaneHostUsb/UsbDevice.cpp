@@ -15,7 +15,6 @@ namespace Vantor {
 
 namespace {
 
-constexpr unsigned int initialMaxPacketSize = 1100;
 constexpr std::int64_t sleepsPerSyncUnit = 10000;
 constexpr std::chrono::milliseconds sendGrace{250};
 constexpr std::chrono::seconds drainLimit{1};
@@ -40,7 +39,7 @@ std::set<unsigned int>& UsbDevice::s_usedIds = *new std::set<unsigned int>;
 std::mutex UsbDevice::s_idMutex;
 
 UsbDevice::UsbDevice(std::shared_ptr<UsbMessageQueue> queue, libusb_context* context, libusb_device* device)
-    : m_packer(initialMaxPacketSize), m_sentBytes(0), m_receivedBytes(0), m_rxBuffer{},
+    : m_packer(PanelLink::initialPacketLimit), m_sentBytes(0), m_receivedBytes(0), m_rxBuffer{},
       m_messageQueue(std::move(queue)), m_id(0), m_vendorId(0), m_productId(0), m_uid(0), m_device(device),
       m_devHandle(nullptr), m_context(context), m_alive(false), m_cancelPending(false), m_transferTxInProgress(false),
       m_transferRxInProgress(false), m_hasDeviceInfo(false), m_txTransfer(libusb_alloc_transfer(0)),

@@ -2,6 +2,7 @@
 
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
+#include "protocol/PanelLink.h"
 
 #include <utility>
 
@@ -15,7 +16,8 @@ std::string describeLimit(const Panel& panel)
                        std::to_string(panel.getPayloadLimit()) + " for a record's payload";
     const unsigned int announced = panel.getInformation()->maxPacketSize;
     if (announced != panel.getPacketLimit())
-        text += "\n              (it announces " + std::to_string(announced) + "; only more than 1024 is taken over)";
+        text += "\n              (it announces " + std::to_string(announced) + "; only more than " +
+                std::to_string(PanelLink::packetLimitFloor) + " is taken over)";
     return text;
 }
 

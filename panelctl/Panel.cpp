@@ -1,6 +1,7 @@
 #include "panelctl/Panel.h"
 
 #include "protocol/PacketHeader.h"
+#include "protocol/PanelLink.h"
 
 #include <cstdio>
 #include <utility>
@@ -8,9 +9,6 @@
 namespace Vantor {
 
 namespace {
-
-// In force until a panel announces more than 1024.
-constexpr unsigned int initialPacketLimit = 1100;
 
 constexpr unsigned int packetHeaderSize = sizeof(PacketHeader);
 constexpr unsigned int recordHeaderSize = sizeof(RecordHeader);
@@ -63,7 +61,7 @@ unsigned int Panel::getPacketLimit() const
 // Asks a packer, so that the rule for small announcements stays the library's.
 unsigned int Panel::getPayloadLimit() const
 {
-    PriorityPacker packer(initialPacketLimit);
+    PriorityPacker packer(PanelLink::initialPacketLimit);
     if (m_information)
         packer.setDeviceInformation(*m_information);
     return packer.getPacketSizeRemaining() - recordHeaderSize;

@@ -18,8 +18,6 @@ namespace {
 
 constexpr std::size_t busPacket = 512;
 constexpr std::size_t urbSplit = 16384; // how hosts split transfers without scatter-gather
-// What a host may send before it knows what the panel announces.
-constexpr std::uint16_t packetLimitFloor = 1100;
 
 template <typename Record> void append(std::vector<std::uint8_t>& bytes, const Record& record)
 {
@@ -37,7 +35,8 @@ template <typename Urb> auto findUrb(std::deque<Urb>& urbs, PanelModel::UrbId id
 
 PanelModel::PanelModel(Options options, Clock clock)
     : m_options(std::move(options)), m_clock(std::move(clock)),
-      m_decoder(std::max(m_options.maxPacketSize, packetLimitFloor))
+      // A host may send that much before it knows what the panel announces.
+      m_decoder(std::max(m_options.maxPacketSize, PanelLink::initialPacketLimit))
 {
     for (const auto& [lcd, size] : m_options.lcdSizes)
         if (!PanelScreen::isPossible(size))

@@ -1,21 +1,15 @@
 #include "panelctl/picture/PacketForecast.h"
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
+#include "protocol/PanelLink.h"
 
 #include <algorithm>
 
 namespace Vantor {
 
-namespace {
-
-// In force until a panel announces more than 1024.
-constexpr unsigned int initialPacketLimit = 1100;
-
-} // namespace
-
 PacketForecast::PacketForecast(const DeviceInformation& panel, const std::vector<ClientLcdBitmap>& layers)
 {
-    PriorityPacker packer(initialPacketLimit);
+    PriorityPacker packer(PanelLink::initialPacketLimit);
     packer.setDeviceInformation(panel);
     for (const ClientLcdBitmap& layer : layers)
         packer.drawBitmapData(layer);

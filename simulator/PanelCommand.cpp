@@ -1,5 +1,6 @@
 #include "simulator/PanelCommand.h"
 
+#include "protocol/FirmwareUpgradeCommand.h"
 #include "simulator/PanelModel.h"
 
 #include <cerrno>
@@ -130,17 +131,37 @@ private:
         const unsigned int panel = takePanel();
         if (takeWord("clear"))
             return ClearFaultsCommand{panel};
+        if (takeWord("boot"))
+            return BootFaultCommand{panel, parseBootFault()};
         PanelFault fault;
         if (takeWord("in"))
             fault.direction = PanelFault::Direction::In;
         else if (!takeWord("out"))
-            fail("out, in or clear");
+            fail("out, in, boot or clear");
         parseKind(fault);
-        if (takeWord("sticky"))
-            fault.sticky = true;
-        else if (!takeWord("once") && !m_word.empty())
-            fail("once or sticky");
+        fault.sticky = takeDuration("once or sticky");
         return FaultCommand{panel, fault};
+    }
+
+    BootFault parseBootFault()
+    {
+        BootFault fault;
+        parseKind(fault);
+        const auto skip = valueOf("skip");
+        if (skip)
+            fault.skip = static_cast<unsigned int>(takeNumber("skip", *skip, 0, maxCount));
+        fault.sticky = takeDuration(skip ? "once or sticky" : "skip=N, once or sticky");
+        return fault;
+    }
+
+    // Whether the fault is sticky.
+    bool takeDuration(const char* allowed)
+    {
+        if (takeWord("sticky"))
+            return true;
+        if (!takeWord("once") && !m_word.empty())
+            fail(allowed);
+        return false;
     }
 
     void parseKind(PanelFault& fault)
@@ -161,6 +182,43 @@ private:
         } else {
             fail("stall, silent, short=BYTES, status=ERRNO or delay=MS");
         }
+    }
+
+    void parseKind(BootFault& fault)
+    {
+        using Kind = BootFault::Kind;
+        constexpr unsigned int lastByte = sizeof(FirmwareUpgradeCommand) - 1;
+        if (const auto code = valueOf("reply")) {
+            fault.kind = Kind::Reply;
+            fault.code = takeCode(*code);
+        } else if (takeWord("lose")) {
+            fault.kind = Kind::Lose;
+        } else if (takeWord("ignore")) {
+            fault.kind = Kind::Ignore;
+        } else if (const auto delay = valueOf("delay")) {
+            fault.kind = Kind::Delay;
+            fault.delay = std::chrono::milliseconds(takeNumber("delay", *delay, 0, maxMilliseconds));
+        } else if (takeWord("duplicate")) {
+            fault.kind = Kind::Duplicate;
+        } else if (const auto offset = valueOf("corrupt")) {
+            fault.kind = Kind::Corrupt;
+            fault.offset = static_cast<unsigned int>(takeNumber("corrupt", *offset, 0, lastByte));
+        } else if (takeWord("unplug")) {
+            fault.kind = Kind::Unplug;
+        } else {
+            fail("reply=CODE, lose, ignore, delay=MS, duplicate, corrupt=OFFSET or unplug");
+        }
+    }
+
+    std::uint8_t takeCode(std::string_view text)
+    {
+        const auto bytes = parseHex(text.size() == 1 ? "0" + std::string(text) : std::string(text));
+        if (!bytes || bytes->size() != 1) {
+            fail("reply= and one or two hexadecimal digits");
+            return 0;
+        }
+        advance();
+        return bytes->front();
     }
 
     int takeStatus(std::string_view name)

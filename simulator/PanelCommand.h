@@ -1,6 +1,7 @@
 #pragma once
 
 #include "protocol/PacketType.h"
+#include "simulator/BootFault.h"
 #include "simulator/PanelFault.h"
 
 #include <chrono>
@@ -18,11 +19,13 @@ namespace Vantor {
 //   plug [P]
 //   unplug [P]
 //   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
+//   fault [P] boot reply=CODE|lose|ignore|delay=MS|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
 //   fault [P] clear
 //   emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
 //
 // P is a panel's number from 0, 0 when it is left out; a fault is for once unless it is
-// sticky. ERRNO is a name (EPROTO), T 0 to 255; size=N stands for N bytes 0, 1, 2 … 255,
+// sticky. ERRNO is a name (EPROTO), CODE one or two hexadecimal digits, T 0 to 255; skip
+// is 0 when left out; size=N stands for N bytes 0, 1, 2 … 255,
 // 0 …; count is 1 and every 0 when left out. The words of emit's tail may come in any
 // order.
 
@@ -39,6 +42,11 @@ struct FaultCommand {
     PanelFault fault;
 };
 
+struct BootFaultCommand {
+    unsigned int panel;
+    BootFault fault;
+};
+
 struct ClearFaultsCommand {
     unsigned int panel;
 };
@@ -52,7 +60,8 @@ struct EmitCommand {
     std::chrono::nanoseconds every;
 };
 
-using PanelCommand = std::variant<PlugCommand, UnplugCommand, FaultCommand, ClearFaultsCommand, EmitCommand>;
+using PanelCommand =
+    std::variant<PlugCommand, UnplugCommand, FaultCommand, BootFaultCommand, ClearFaultsCommand, EmitCommand>;
 
 // Without a command: `error` names the word that is wrong and what is allowed in its place.
 struct ParsedCommand {

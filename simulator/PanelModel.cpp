@@ -33,10 +33,11 @@ template <typename Urb> auto findUrb(std::deque<Urb>& urbs, PanelModel::UrbId id
 
 } // namespace
 
-PanelModel::PanelModel(Options options, Clock clock)
+PanelModel::PanelModel(Options options, Clock clock, BootLoader::Flash flash)
     : m_options(std::move(options)), m_clock(std::move(clock)),
       // A host may send that much before it knows what the panel announces.
-      m_decoder(std::max(m_options.maxPacketSize, PanelLink::initialPacketLimit))
+      m_decoder(std::max(m_options.maxPacketSize, PanelLink::initialPacketLimit)),
+      m_bootLoader(m_options.bootLoader, std::move(flash))
 {
     for (const auto& [lcd, size] : m_options.lcdSizes)
         if (!PanelScreen::isPossible(size))
@@ -191,6 +192,12 @@ void PanelModel::unplug()
         cancelAll(*m_claimedBy, -ESHUTDOWN);
     m_claimedBy.reset();
     m_outbox.clear();
+    m_bootLoader.powerOff(m_clock());
+}
+
+bool PanelModel::isUnplugged() const
+{
+    return m_unplugged;
 }
 
 std::vector<PanelModel::Completion> PanelModel::takeCompletions()
@@ -206,11 +213,11 @@ std::vector<PanelModel::Completion> PanelModel::takeCompletions()
 
 std::optional<std::chrono::nanoseconds> PanelModel::nextDeadline() const
 {
-    const auto out = outDue();
-    const auto in = inDue();
-    if (out && in)
-        return std::min(*out, *in);
-    return out ? out : in;
+    std::optional<std::chrono::nanoseconds> next;
+    for (const auto& due : {outDue(), inDue(), m_bootLoader.nextDeadline()})
+        if (due && (!next || *due < *next))
+            next = due;
+    return next;
 }
 
 std::optional<std::chrono::nanoseconds> PanelModel::outDue() const
@@ -250,11 +257,20 @@ void PanelModel::serve()
     while (progress) {
         const auto out = outDue();
         const auto in = inDue();
+        const bool replied = serveBootLoader();
         const bool readIsOlder = out && in && *in < *out && serveIn();
         const bool wrote = serveOut();
         const bool read = serveIn();
-        progress = readIsOlder || wrote || read;
+        progress = replied || readIsOlder || wrote || read;
     }
+}
+
+bool PanelModel::serveBootLoader()
+{
+    const auto replies = m_bootLoader.takeReplies(m_clock());
+    for (const std::vector<std::uint8_t>& reply : replies)
+        emit(PacketType::FirmwareUpgradeCommand, reply);
+    return !replies.empty();
 }
 
 bool PanelModel::serveOut()
@@ -328,6 +344,8 @@ void PanelModel::takeBytes(const OutUrb& urb, std::size_t size)
     if (m_outTransfer.lost)
         return;
     handle(m_decoder.feed(urb.data.data(), size));
+    if (m_unplugged)
+        return;
     if (size < urb.data.size()) {
         m_outTransfer.lost = true;
         return;
@@ -346,8 +364,11 @@ void PanelModel::handle(const WireDecoder::Result& result)
         reportViolation(violation);
     for (const WireDecoder::Packet& packet : result.packets) {
         ++m_statistics.packetsReceived;
-        for (const WireDecoder::Record& record : packet.records)
+        for (const WireDecoder::Record& record : packet.records) {
             handleRecord(record);
+            if (m_unplugged)
+                return;
+        }
     }
 }
 
@@ -368,6 +389,8 @@ void PanelModel::handleRecord(const WireDecoder::Record& record)
     }
     if (record.type == WireFormat::reqDeviceInfoType)
         answerDeviceInfoRequest(record.payload);
+    if (!m_bootLoader.take(record.type, record.payload, m_clock()))
+        unplug();
 }
 
 void PanelModel::drawSlice(const WireDecoder::Record& record)
@@ -509,16 +532,32 @@ void PanelModel::inject(const PanelFault& fault)
     serve();
 }
 
+void PanelModel::inject(const BootFault& fault)
+{
+    m_bootLoader.inject(fault);
+}
+
 void PanelModel::clearFaults()
 {
     m_outFaults.clear();
     m_inFaults.clear();
+    m_bootLoader.clearFaults();
     serve();
 }
 
 void PanelModel::setRecordObserver(std::function<void(const Record&)> observer)
 {
     m_observer = std::move(observer);
+}
+
+const BootLoader& PanelModel::getBootLoader() const
+{
+    return m_bootLoader;
+}
+
+BootLoader::Flash PanelModel::takeFlash()
+{
+    return m_bootLoader.takeFlash();
 }
 
 const std::vector<PanelModel::Record>& PanelModel::getRecords() const

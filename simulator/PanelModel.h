@@ -4,6 +4,8 @@
 #include "protocol/PacketType.h"
 #include "protocol/PanelLink.h"
 #include "protocol/TransLcdBitmap.h"
+#include "simulator/BootFault.h"
+#include "simulator/BootLoader.h"
 #include "simulator/FaultPlan.h"
 #include "simulator/PanelFault.h"
 #include "simulator/PanelOutbox.h"
@@ -25,9 +27,9 @@ namespace Vantor {
 
 // One panel, seen from its side of the wire: descriptors, claims and bulk transfers
 // as a kernel would serve them, bytes in, bytes out. It decodes what it receives with
-// a decoder of its own, keeps count, answers requests for device information, sends
-// packets on demand, shows on its LCDs what is drawn and reports every violation of the
-// wire. No I/O and no thread; time is what the clock says.
+// a decoder of its own, keeps count, answers requests for device information, takes
+// firmware upgrades, sends packets on demand, shows on its LCDs what is drawn and reports
+// every violation of the wire. No I/O and no thread; time is what the clock says.
 //
 // Threads: one at a time. Lifetime: owns everything it is given.
 class PanelModel {
@@ -50,6 +52,7 @@ public:
         bool keepRecords = true;                     // false: records are counted and observed, not stored
         // By LCD number.
         std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
+        BootLoader::Options bootLoader;
     };
 
     // A record as it came in.
@@ -75,8 +78,9 @@ public:
         std::map<PacketType, std::uint64_t> recordsByType;
     };
 
-    // Throws std::invalid_argument for an LCD size that is not possible.
-    PanelModel(Options options, Clock clock);
+    // Throws std::invalid_argument for an LCD size that is not possible, and for flash
+    // memory that does not fit the boot loader's capacity.
+    PanelModel(Options options, Clock clock, BootLoader::Flash flash = {});
     ~PanelModel();
     PanelModel(const PanelModel&) = delete;
     PanelModel& operator=(const PanelModel&) = delete;
@@ -126,10 +130,14 @@ public:
     // Completes every pending transfer with -ESHUTDOWN; submissions fail from now on.
     void unplug();
 
+    // Also when a fault of the boot loader did it: an adapter looks after everything that
+    // it does here, and takes the panel off its bus.
+    bool isUnplugged() const;
+
     // What has completed by now, in order.
     std::vector<Completion> takeCompletions();
 
-    // When time alone will next complete something.
+    // When time alone will next complete something, or have something to read.
     std::optional<std::chrono::nanoseconds> nextDeadline() const;
 
     // The panel side.
@@ -151,12 +159,21 @@ public:
     // to a fault or a cancel is no violation; records of a packet cut that way are lost.
     void inject(const PanelFault& fault);
 
-    // Transfers that a fault already holds stay held.
+    // BootFaultPlan says which fault meets a firmware record.
+    void inject(const BootFault& fault);
+
+    // Both kinds. Transfers that a fault already holds stay held.
     void clearFaults();
 
     // Called for every decoded record, before it is answered; a slice is drawn by then.
     // It may emit and inject.
     void setRecordObserver(std::function<void(const Record&)> observer);
+
+    // Firmware records are records like any others, and go to the boot loader after that.
+    // Its flash and counts outlive unplug. takeFlash, for the panel's next life, leaves
+    // nothing.
+    const BootLoader& getBootLoader() const;
+    BootLoader::Flash takeFlash();
 
     const std::vector<Record>& getRecords() const;
     const Statistics& getStatistics() const;
@@ -219,6 +236,7 @@ private:
     void takeBytes(const OutUrb& urb, std::size_t size);
     bool serveIn();
     bool meetInFault(InUrb& urb);
+    bool serveBootLoader();
 
     void handle(const WireDecoder::Result& result);
     void handleRecord(const WireDecoder::Record& record);
@@ -244,6 +262,7 @@ private:
 
     WireDecoder m_decoder;
     PanelOutbox m_outbox;
+    BootLoader m_bootLoader;
     std::function<void(const Record&)> m_observer;
     std::vector<Record> m_records;
     Statistics m_statistics;

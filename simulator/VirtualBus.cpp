@@ -3,6 +3,7 @@
 #include "simulator/SysfsDescription.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
@@ -43,11 +44,45 @@ std::string nameOf(const PanelFault& fault)
     return {};
 }
 
+std::string formatHex(std::uint8_t byte)
+{
+    char text[3];
+    std::snprintf(text, sizeof text, "%02x", byte);
+    return text;
+}
+
+std::string nameOf(const BootFault& fault)
+{
+    switch (fault.kind) {
+    case BootFault::Kind::Reply:
+        return "reply=" + formatHex(fault.code);
+    case BootFault::Kind::Lose:
+        return "lose";
+    case BootFault::Kind::Ignore:
+        return "ignore";
+    case BootFault::Kind::Delay:
+        return "delay=" + std::to_string(fault.delay / std::chrono::milliseconds(1));
+    case BootFault::Kind::Duplicate:
+        return "duplicate";
+    case BootFault::Kind::Corrupt:
+        return "corrupt=" + std::to_string(fault.offset);
+    case BootFault::Kind::Unplug:
+        return "unplug";
+    }
+    return {};
+}
+
 // In the words of the command.
 std::string describe(const PanelFault& fault)
 {
     const std::string direction = fault.direction == PanelFault::Direction::Out ? "out " : "in ";
     return direction + nameOf(fault) + (fault.sticky ? " sticky" : " once");
+}
+
+std::string describe(const BootFault& fault)
+{
+    const std::string skip = fault.skip != 0 ? " skip=" + std::to_string(fault.skip) : "";
+    return "boot " + nameOf(fault) + skip + (fault.sticky ? " sticky" : " once");
 }
 
 PanelModel::Clock startClock()
@@ -172,14 +207,16 @@ void VirtualBus::execute(const PanelCommand& command)
         return unplug(pullOut->panel);
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     if (const auto* const fault = std::get_if<FaultCommand>(&command))
-        apply(*fault);
+        applyFault(*fault);
+    else if (const auto* const bootFault = std::get_if<BootFaultCommand>(&command))
+        applyFault(*bootFault);
     else if (const auto* const clear = std::get_if<ClearFaultsCommand>(&command))
         apply(*clear);
     else if (const auto* const emission = std::get_if<EmitCommand>(&command))
         apply(*emission);
 }
 
-void VirtualBus::apply(const FaultCommand& command)
+template <typename Command> void VirtualBus::applyFault(const Command& command)
 {
     const std::string line = "fault " + describe(command.fault);
     if (findPlugged(command.panel) == nullptr)

@@ -78,7 +78,7 @@ private:
     VirtualPanel::Address assignAddress(unsigned int panel);
     void show(VirtualPanel& panel);
     void addToSysfs(const std::string& description);
-    void apply(const FaultCommand& command);
+    template <typename Command> void applyFault(const Command& command);
     void apply(const ClearFaultsCommand& command);
     void apply(const EmitCommand& command);
     void visitPlugged(unsigned int panel, const std::string& line, const std::function<void(PanelModel&)>& visitor);

@@ -81,6 +81,62 @@ TEST(PanelCommand, faultStatus_everyName)
     }
 }
 
+TEST(PanelCommand, bootFault_everyKind)
+{
+    auto fault = parsed<BootFaultCommand>("fault boot reply=f0").fault;
+    EXPECT_EQ(fault.kind, BootFault::Kind::Reply);
+    EXPECT_EQ(fault.code, 0xF0);
+    EXPECT_EQ(fault.skip, 0u);
+    EXPECT_FALSE(fault.sticky);
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot reply=2").fault.code, 2);
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot reply=00").fault.code, 0);
+
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot lose").fault.kind, BootFault::Kind::Lose);
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot ignore").fault.kind, BootFault::Kind::Ignore);
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot duplicate").fault.kind, BootFault::Kind::Duplicate);
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot unplug").fault.kind, BootFault::Kind::Unplug);
+
+    fault = parsed<BootFaultCommand>("fault boot delay=1500").fault;
+    EXPECT_EQ(fault.kind, BootFault::Kind::Delay);
+    EXPECT_EQ(fault.delay, 1500ms);
+
+    fault = parsed<BootFaultCommand>("fault boot corrupt=13").fault;
+    EXPECT_EQ(fault.kind, BootFault::Kind::Corrupt);
+    EXPECT_EQ(fault.offset, 13u);
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot corrupt=0").fault.offset, 0u);
+}
+
+TEST(PanelCommand, bootFault_panelSkipAndDuration)
+{
+    const auto command = parsed<BootFaultCommand>("fault 3 boot lose skip=7 sticky");
+    EXPECT_EQ(command.panel, 3u);
+    EXPECT_EQ(command.fault.skip, 7u);
+    EXPECT_TRUE(command.fault.sticky);
+    EXPECT_FALSE(parsed<BootFaultCommand>("fault boot lose once").fault.sticky);
+    EXPECT_FALSE(parsed<BootFaultCommand>("fault boot lose skip=1000000000 once").fault.sticky);
+    EXPECT_TRUE(parsed<BootFaultCommand>("fault boot lose sticky").fault.sticky);
+}
+
+TEST(PanelCommand, badBootFault_errorNamesTheWordAndWhatIsAllowed)
+{
+    const std::string kinds =
+        "expected reply=CODE, lose, ignore, delay=MS, duplicate, corrupt=OFFSET or unplug, found ";
+    EXPECT_EQ(errorOf("fault boot"), kinds + "the end");
+    EXPECT_EQ(errorOf("fault boot stall"), kinds + "\"stall\"");
+    EXPECT_EQ(errorOf("fault boot reply"), kinds + "\"reply\"");
+    const std::string code = "expected reply= and one or two hexadecimal digits, found ";
+    EXPECT_EQ(errorOf("fault boot reply="), code + "\"reply=\"");
+    EXPECT_EQ(errorOf("fault boot reply=100"), code + "\"reply=100\"");
+    EXPECT_EQ(errorOf("fault boot reply=0100"), code + "\"reply=0100\"");
+    EXPECT_EQ(errorOf("fault boot reply=g"), code + "\"reply=g\"");
+    EXPECT_EQ(errorOf("fault boot delay=-1"), "expected delay=0 to 1000000000, found \"delay=-1\"");
+    EXPECT_EQ(errorOf("fault boot corrupt=14"), "expected corrupt=0 to 13, found \"corrupt=14\"");
+    EXPECT_EQ(errorOf("fault boot lose skip=x"), "expected skip=0 to 1000000000, found \"skip=x\"");
+    EXPECT_EQ(errorOf("fault boot lose twice"), "expected skip=N, once or sticky, found \"twice\"");
+    EXPECT_EQ(errorOf("fault boot lose sticky skip=1"), "expected the end, found \"skip=1\"");
+    EXPECT_EQ(errorOf("fault boot lose skip=1 skip=1"), "expected once or sticky, found \"skip=1\"");
+}
+
 TEST(PanelCommand, fault_panelAndClear)
 {
     EXPECT_EQ(parsed<FaultCommand>("fault 2 in stall").panel, 2u);
@@ -132,8 +188,8 @@ TEST(PanelCommand, errors_nameTheWordAndWhatIsAllowed)
     EXPECT_EQ(errorOf("plug 1x"), "expected a panel's number, found \"1x\"");
     EXPECT_EQ(errorOf("unplug 4294967296"), "expected a panel's number, found \"4294967296\"");
     EXPECT_EQ(errorOf("unplug 1 2"), "expected a panel's number or the end, found \"2\"");
-    EXPECT_EQ(errorOf("fault"), "expected out, in or clear, found the end");
-    EXPECT_EQ(errorOf("fault 0 both stall"), "expected out, in or clear, found \"both\"");
+    EXPECT_EQ(errorOf("fault"), "expected out, in, boot or clear, found the end");
+    EXPECT_EQ(errorOf("fault 0 both stall"), "expected out, in, boot or clear, found \"both\"");
     EXPECT_EQ(errorOf("fault out"), "expected stall, silent, short=BYTES, status=ERRNO or delay=MS, found the end");
     EXPECT_EQ(errorOf("fault out short"),
               "expected stall, silent, short=BYTES, status=ERRNO or delay=MS, found \"short\"");

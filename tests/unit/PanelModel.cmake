@@ -1,6 +1,7 @@
 if(TARGET PanelModel)
   morvane_add_test(panelModelTests
     SOURCES
+      BootLoaderTest.cpp
       FaultPlanTest.cpp
       LcdOptionTest.cpp
       PanelCommandTest.cpp

@@ -1,5 +1,7 @@
 // panelsim: runs a program on a virtual USB bus with simulated panels.
 #include "simulator/ClientProcess.h"
+#include "simulator/FlashFolder.h"
+#include "simulator/FlashReport.h"
 #include "simulator/PanelsimOptions.h"
 #include "simulator/PngWriter.h"
 #include "simulator/ScreenText.h"
@@ -54,7 +56,13 @@ VirtualBus::Log openLog(const std::string& path)
     };
 }
 
-VirtualBus::Options busOptions(const PanelsimOptions& options)
+// Null when flash is not kept in files.
+std::unique_ptr<FlashFolder> openFlashFolder(const PanelsimOptions& options)
+{
+    return options.flashFolder.empty() ? nullptr : std::make_unique<FlashFolder>(options.flashFolder);
+}
+
+VirtualBus::Options busOptions(const PanelsimOptions& options, FlashFolder* flashFolder)
 {
     VirtualBus::Options bus;
     bus.scatterGather = options.scatterGather;
@@ -62,6 +70,11 @@ VirtualBus::Options busOptions(const PanelsimOptions& options)
     bus.panel.seed = options.seed;
     bus.panel.keepRecords = false;
     bus.panel.lcdSizes = options.lcdSizes;
+    bus.panel.bootLoader.chunkTime = options.chunkTime;
+    if (flashFolder != nullptr)
+        bus.keepFlash = [flashFolder](unsigned int panel, const BootLoader::Flash& flash) {
+            flashFolder->save(panel, flash);
+        };
     bus.log = openLog(options.logFile);
     if (options.logFile != "-") // which has the line already
         bus.complain = [](const std::string& line) { std::fprintf(stderr, "panelsim: %s\n", line.c_str()); };
@@ -160,6 +173,31 @@ void reportScreens(VirtualBus& bus, const PanelsimOptions& options)
     }
 }
 
+void loadFlash(VirtualBus& bus, const FlashFolder& folder)
+{
+    for (unsigned int panel = 0; panel < VirtualBus::maxPanels; ++panel)
+        bus.setFlash(panel, folder.load(panel, BootLoader::Options{}));
+}
+
+void reportUpgrades(unsigned int panel, const BootLoader& bootLoader)
+{
+    const auto lines = describeUpgrades(bootLoader.getFlash());
+    for (const std::string& line : lines)
+        std::fprintf(stderr, "panelsim: panel %u: %s\n", panel, line.c_str());
+    if (lines.empty() && bootLoader.getStatistics().records != 0)
+        std::fprintf(stderr, "panelsim: panel %u: firmware records, but none opened an upgrade\n", panel);
+}
+
+void finishFlash(VirtualBus& bus, FlashFolder* folder)
+{
+    for (unsigned int panel = 0; panel < VirtualBus::maxPanels; ++panel)
+        bus.visit(panel, [panel, folder](PanelModel& model) {
+            reportUpgrades(panel, model.getBootLoader());
+            if (folder != nullptr)
+                folder->save(panel, model.getBootLoader().getFlash());
+        });
+}
+
 // What happens at 0 has happened before the program sees the bus: no race with it.
 void prepareBus(VirtualBus& bus, const PanelsimOptions& options)
 {
@@ -180,13 +218,16 @@ void scheduleCommands(VirtualBus& bus, const PanelsimOptions& options)
 int run(const PanelsimOptions& options)
 {
     preparePngFolder(options.pngFolder);
+    const std::unique_ptr<FlashFolder> flashFolder = openFlashFolder(options);
     // Before there are threads, so that only waitForSignal takes these.
     std::signal(SIGCHLD, SIG_DFL);
     const sigset_t signals = handledSignals();
     sigset_t originalMask;
     pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
 
-    VirtualBus bus(busOptions(options));
+    VirtualBus bus(busOptions(options, flashFolder.get()));
+    if (flashFolder)
+        loadFlash(bus, *flashFolder);
     prepareBus(bus, options);
     int exitCode = 0;
     try {
@@ -202,6 +243,7 @@ int run(const PanelsimOptions& options)
     const auto violations = bus.getViolations();
     for (const std::string& violation : violations)
         std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
+    finishFlash(bus, flashFolder.get());
     reportScreens(bus, options);
     return violations.empty() ? exitCode : PanelsimExit::violation;
 }

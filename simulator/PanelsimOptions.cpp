@@ -23,6 +23,7 @@ PROGRAM starts. COMMAND, in quotes, is one of:
   plug [P]
   unplug [P]
   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
+  fault [P] boot reply=CODE|lose|ignore|delay=MS|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
   fault [P] clear
   emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
 
@@ -36,6 +37,25 @@ it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
   status=ERRNO  the transfer fails: EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV,
                 EXDEV, EINVAL, EOVERFLOW or ESHUTDOWN; out loses its bytes, in loses nothing
   delay=MS      out: taken MS later; in: given MS after there is something to give
+
+A boot fault meets the next firmware record, a request or a chunk of an upgrade, or the one after N
+others; sticky, all from then on:
+  reply=CODE    nothing is written, the answer is CODE, hexadecimal (0, 1, 2, f0, f1, f2)
+  lose          done, but not answered
+  ignore        as if the record had never come
+  delay=MS      done and answered MS later
+  duplicate     answered twice
+  corrupt=OFFSET  byte 0 to 13 of the answer is inverted
+  unplug        the panel is gone before it takes the record; 'plug' brings it back
+
+A panel takes firmware upgrades: it writes a chunk in 110 ms, or --chunk-time, and answers. Its flash,
+2 MiB for the main MCU and 1 MiB for the servo MCU, outlives unplugging. With --flash-dir it outlives
+the run, too: panelP-main.bin and panelP-servo.bin in DIR are loaded at the start, and written when the
+panel is unplugged and at the end, each if an upgrade has written to it. At the end, standard error
+says what became of upgrades:
+  panelsim: panel 0: main MCU: 12000 bytes, verified
+  panelsim: panel 0: servo MCU: incomplete, 8192 of 12000 bytes
+or "12000 bytes, does not match its CRC".
 
 The lines of --log begin with the seconds since the bus was set up, shortly before PROGRAM's start.
 
@@ -135,6 +155,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     std::vector<TimeAndCommand> timed;
     std::vector<std::string> lcds;
     bool withoutScatterGather = false;
+    auto chunkTime = static_cast<unsigned int>(options.chunkTime / std::chrono::milliseconds(1));
 
     CLI::App app("Runs a program that uses libusb on a USB bus with simulated panels.", "panelsim");
     app.set_version_flag("--version", "panelsim " MORVANE_VERSION);
@@ -160,6 +181,12 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
         ->allow_extra_args(false);
     run->add_option("--png", options.pngFolder, "Write what the LCDs show at the end, as PNG files")->type_name("DIR");
     run->add_flag("--show", options.show, "Print what the LCDs show at the end");
+    run->add_option("--flash-dir", options.flashFolder, "Keep what is in the panels' flash memory, as files")
+        ->type_name("DIR");
+    run->add_option("--chunk-time", chunkTime, "Milliseconds in which a panel writes a chunk of firmware")
+        ->type_name("MS")
+        ->check(CLI::Range(0U, 1'000'000U))
+        ->capture_default_str();
     run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
     run->footer(footer);
     try {
@@ -173,6 +200,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
         return arguments;
     }
     options.scatterGather = !withoutScatterGather;
+    options.chunkTime = std::chrono::milliseconds(chunkTime);
     arguments.run = true;
     return arguments;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/BootLoader.h"
 #include "simulator/PanelCommand.h"
 #include "simulator/PanelScreen.h"
 
@@ -35,6 +36,8 @@ struct PanelsimOptions {
     std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
     std::string pngFolder; // empty: no pictures
     bool show = false;
+    std::string flashFolder; // empty: flash lasts as long as the run
+    std::chrono::nanoseconds chunkTime = BootLoader::Options{}.chunkTime;
     std::vector<TimedCommand> timedCommands;
     std::vector<std::string> program;
 };

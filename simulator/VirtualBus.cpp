@@ -157,7 +157,7 @@ void VirtualBus::plug(unsigned int panel)
         PanelModel::Options options = m_options.panel;
         options.seed += panel;
         const std::unique_ptr<char, decltype(&g_free)> root(umockdev_testbed_get_root_dir(m_testbed.get()), g_free);
-        m_panels.push_back(std::make_unique<VirtualPanel>(m_share, address, std::move(options),
+        m_panels.push_back(std::make_unique<VirtualPanel>(m_share, address, std::move(options), takeFlash(panel),
                                                           root.get() + SysfsDescription::nodePath(address)));
         plugged = m_panels.back().get();
         log(panel, "plug, port " + std::to_string(address.port) + ", device " + std::to_string(address.device));
@@ -178,25 +178,66 @@ void VirtualBus::show(VirtualPanel& panel)
     addToSysfs(SysfsDescription::describePanel(panel.getAddress(), panel.getModel().getDescriptors()));
 }
 
+void VirtualBus::setFlash(unsigned int panel, BootLoader::Flash flash)
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    m_flash[panel] = std::move(flash);
+}
+
+BootLoader::Flash VirtualBus::takeFlash(unsigned int panel)
+{
+    if (auto set = m_flash.extract(panel))
+        return std::move(set.mapped());
+    VirtualPanel* const last = findLast(panel);
+    return last != nullptr ? last->getModel().takeFlash() : BootLoader::Flash{};
+}
+
 void VirtualBus::unplug(unsigned int panel)
 {
     const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
-    std::string sysfsPath;
-    std::string interfacePath;
+    VirtualPanel* plugged = nullptr;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
-        VirtualPanel* const plugged = findPlugged(panel);
+        plugged = findPlugged(panel);
         if (plugged == nullptr)
             return complain(panel, "is not plugged");
-        log(panel, "unplug");
-        plugged->unplug();
-        sysfsPath = "/sys" + SysfsDescription::panelPath(plugged->getAddress());
-        interfacePath = "/sys" + SysfsDescription::interfacePath(plugged->getAddress());
+    }
+    remove(*plugged);
+}
+
+// A panel that a fault has unplugged, off the bus.
+void VirtualBus::removePulled()
+{
+    const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
+    VirtualPanel* pulled = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        pulled = findPulled();
+    }
+    if (pulled != nullptr)
+        remove(*pulled);
+}
+
+// With m_hotplugMutex, without m_share.mutex.
+void VirtualBus::remove(VirtualPanel& panel)
+{
+    const unsigned int number = panel.getAddress().panel;
+    const std::string sysfsPath = "/sys" + SysfsDescription::panelPath(panel.getAddress());
+    const std::string interfacePath = "/sys" + SysfsDescription::interfacePath(panel.getAddress());
+    BootLoader::Flash flash;
+    {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        log(number, "unplug");
+        panel.unplug();
+        if (m_options.keepFlash)
+            flash = panel.getModel().getBootLoader().getFlash();
     }
     umockdev_testbed_uevent(m_testbed.get(), sysfsPath.c_str(), "remove");
     // By itself, as the link to it in /sys/bus would stay.
     umockdev_testbed_remove_device(m_testbed.get(), interfacePath.c_str());
     umockdev_testbed_remove_device(m_testbed.get(), sysfsPath.c_str());
+    if (m_options.keepFlash)
+        m_options.keepFlash(number, flash);
 }
 
 void VirtualBus::execute(const PanelCommand& command)
@@ -264,12 +305,11 @@ void VirtualBus::schedule(std::chrono::nanoseconds delay, const PanelCommand& co
 bool VirtualBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    const auto found = std::find_if(m_panels.rbegin(), m_panels.rend(),
-                                    [panel](const auto& known) { return known->getAddress().panel == panel; });
-    if (found == m_panels.rend())
+    VirtualPanel* const last = findLast(panel);
+    if (last == nullptr)
         return false;
-    visitor((*found)->getModel());
-    (*found)->settle();
+    visitor(last->getModel());
+    last->settle();
     return true;
 }
 
@@ -304,6 +344,21 @@ VirtualPanel* VirtualBus::findPlugged(unsigned int panel) const
     return found != m_panels.end() ? found->get() : nullptr;
 }
 
+// Plugged in last under this number.
+VirtualPanel* VirtualBus::findLast(unsigned int panel) const
+{
+    const auto found = std::find_if(m_panels.rbegin(), m_panels.rend(),
+                                    [panel](const auto& known) { return known->getAddress().panel == panel; });
+    return found != m_panels.rend() ? found->get() : nullptr;
+}
+
+VirtualPanel* VirtualBus::findPulled() const
+{
+    const auto found =
+        std::find_if(m_panels.begin(), m_panels.end(), [](const auto& known) { return known->isPulled(); });
+    return found != m_panels.end() ? found->get() : nullptr;
+}
+
 // Device numbers go up, as the kernel's, and start again when they run out.
 VirtualPanel::Address VirtualBus::assignAddress(unsigned int panel)
 {
@@ -332,11 +387,17 @@ void VirtualBus::runTime()
         const auto now = m_share.clock();
         for (const auto& panel : m_panels)
             panel->settle();
+        if (const VirtualPanel* const pulled = findPulled()) {
+            lock.unlock();
+            attempt(pulled->getAddress().panel, [this] { removePulled(); });
+            lock.lock();
+            continue;
+        }
         if (!m_timeline.empty() && m_timeline.begin()->first <= now) {
             const PanelCommand command = m_timeline.begin()->second;
             m_timeline.erase(m_timeline.begin());
             lock.unlock();
-            executeLater(command);
+            attempt(panelOf(command), [this, &command] { execute(command); });
             lock.lock();
             continue;
         }
@@ -349,13 +410,13 @@ void VirtualBus::runTime()
 }
 
 // There is nobody to throw to.
-void VirtualBus::executeLater(const PanelCommand& command)
+void VirtualBus::attempt(unsigned int panel, const std::function<void()>& action) const
 {
     try {
-        execute(command);
+        action();
     } catch (const std::exception& error) {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
-        log(panelOf(command), error.what());
+        complain(panel, error.what());
     }
 }
 

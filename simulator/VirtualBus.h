@@ -37,6 +37,10 @@ public:
         PanelModel::Options panel; // of panel 0; panel P has the seed P higher
         Log log;                   // one line for each thing that happens, from any thread, one at a time
         Log complain;              // also a plug, unplug or fault that could not be carried out
+        // What is in the flash memory of a panel that has been unplugged, on the thread that
+        // unplugs it; it is not plugged back meanwhile. What it throws is complained of, or
+        // comes back from unplug.
+        std::function<void(unsigned int panel, const BootLoader::Flash& flash)> keepFlash;
     };
 
     // Throws std::runtime_error when the bus cannot be set up.
@@ -47,6 +51,10 @@ public:
 
     // Environment for the client, this process's own included: NAME=VALUE.
     static std::vector<std::string> getClientEnvironment();
+
+    // What the flash memory of a panel holds when it is plugged in next. Without it that is
+    // what it held when it was unplugged.
+    void setFlash(unsigned int panel, BootLoader::Flash flash);
 
     // Do nothing but log when the panel is plugged already, or not plugged, or has no
     // port. They return when the bus shows it; the client notices in its own time.
@@ -75,8 +83,13 @@ private:
     void log(unsigned int panel, const std::string& line) const;
     void complain(unsigned int panel, const std::string& line) const;
     VirtualPanel* findPlugged(unsigned int panel) const;
+    VirtualPanel* findLast(unsigned int panel) const;
+    VirtualPanel* findPulled() const;
+    BootLoader::Flash takeFlash(unsigned int panel);
     VirtualPanel::Address assignAddress(unsigned int panel);
     void show(VirtualPanel& panel);
+    void remove(VirtualPanel& panel);
+    void removePulled();
     void addToSysfs(const std::string& description);
     template <typename Command> void applyFault(const Command& command);
     void apply(const ClearFaultsCommand& command);
@@ -84,7 +97,7 @@ private:
     void visitPlugged(unsigned int panel, const std::string& line, const std::function<void(PanelModel&)>& visitor);
 
     void runTime();
-    void executeLater(const PanelCommand& command);
+    void attempt(unsigned int panel, const std::function<void()>& action) const;
     std::chrono::nanoseconds nextWakeTime() const;
 
     const Options m_options;
@@ -94,6 +107,7 @@ private:
     // at one that was unplugged.
     mutable BusShare m_share;
     std::vector<std::unique_ptr<VirtualPanel>> m_panels;
+    std::map<unsigned int, BootLoader::Flash> m_flash; // for panels not plugged in yet
     Timeline m_timeline;
     bool m_ending = false;
 

@@ -49,9 +49,9 @@ std::string formatBytes(std::size_t number)
 }
 
 VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options,
-                           const std::string& nodePath)
-    : m_share(share), m_address(address), m_model(std::move(options), share.clock), m_control(m_model.getDescriptors()),
-      m_node(nodePath), m_handler(umockdev_ioctl_base_new(), g_object_unref)
+                           BootLoader::Flash flash, const std::string& nodePath)
+    : m_share(share), m_address(address), m_model(std::move(options), share.clock, std::move(flash)),
+      m_control(m_model.getDescriptors()), m_node(nodePath), m_handler(umockdev_ioctl_base_new(), g_object_unref)
 {
     m_model.setRecordObserver([this](const PanelModel::Record& record) {
         if (m_share.log)
@@ -86,6 +86,11 @@ bool VirtualPanel::isPlugged() const
     return m_plugged;
 }
 
+bool VirtualPanel::isPulled() const
+{
+    return m_plugged && m_model.isUnplugged();
+}
+
 void VirtualPanel::unplug()
 {
     m_plugged = false;
@@ -110,7 +115,7 @@ void VirtualPanel::settle()
         std::any_of(m_files.begin(), m_files.end(), [](const auto& entry) { return entry.second->hasReapable(); }));
     logViolations();
     const auto deadline = m_model.nextDeadline();
-    if (deadline && *deadline < m_share.wakeTime)
+    if (isPulled() || (deadline && *deadline < m_share.wakeTime))
         m_share.deadlineMoved.notify_one();
 }
 

@@ -53,7 +53,8 @@ public:
     };
 
     // `nodePath`: where clients find the node.
-    VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options, const std::string& nodePath);
+    VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options, BootLoader::Flash flash,
+                 const std::string& nodePath);
     ~VirtualPanel();
     VirtualPanel(const VirtualPanel&) = delete;
     VirtualPanel& operator=(const VirtualPanel&) = delete;
@@ -64,6 +65,9 @@ public:
     const Address& getAddress() const;
     PanelModel& getModel();
     bool isPlugged() const;
+
+    // It has cut the link by itself and is still on the bus.
+    bool isPulled() const;
 
     // Ends everything that is under way, as when the cable is pulled.
     void unplug();

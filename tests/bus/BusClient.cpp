@@ -12,6 +12,8 @@
 //   hold                      keeps the device list: "held NUMBER"
 //   touch                     calls every device that is held: "touched NUMBER"
 //   drop                      lets go of them: "dropped"
+//   upgrade UID MAIN SERVO    upgrades the firmware from two files, "-" is none, once the
+//                             panel has told its limit: "upgraded UID", or "gone UID"
 //   closeAll                  "closed"
 //   destroy                   "destroyed"
 //   exit, or the end of the input
@@ -24,6 +26,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -86,19 +89,13 @@ public:
         if (command == "exit")
             return false;
         const std::map<std::string, void (Application::*)(std::istringstream&)> commands{
-            {"start", &Application::start},
-            {"add", &Application::add},
-            {"set", &Application::set},
-            {"load", &Application::load},
-            {"drain", &Application::drain},
-            {"counters", &Application::counters},
-            {"list", &Application::list},
-            {"hold", &Application::hold},
-            {"touch", &Application::touch},
-            {"drop", &Application::drop},
-            {"stop", &Application::stopLoad},
-            {"closeAll", &Application::closeAll},
-            {"destroy", &Application::destroyNow},
+            {"start", &Application::start},       {"add", &Application::add},
+            {"set", &Application::set},           {"load", &Application::load},
+            {"drain", &Application::drain},       {"counters", &Application::counters},
+            {"list", &Application::list},         {"hold", &Application::hold},
+            {"touch", &Application::touch},       {"drop", &Application::drop},
+            {"stop", &Application::stopLoad},     {"upgrade", &Application::upgrade},
+            {"closeAll", &Application::closeAll}, {"destroy", &Application::destroyNow},
         };
         const auto found = commands.find(command);
         if (found == commands.end())
@@ -245,6 +242,28 @@ private:
     {
         m_held.clear();
         report("dropped");
+    }
+
+    void upgrade(Words& words)
+    {
+        const auto device = deviceOf(words);
+        std::string main;
+        std::string servo;
+        words >> main >> servo;
+        if (!device)
+            return;
+        const auto waitFor = [this, &device](const std::function<bool()>& condition) {
+            while (!condition() && m_manager->getDevice(device->getUid()) == device)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            return condition();
+        };
+        device->getPacker().addData(ReqDeviceInfo{1});
+        bool isDone = waitFor([&device] { return device->getDeviceInfo() != nullptr; });
+        if (isDone) {
+            device->startFirmwareUpgrade(main, servo, {});
+            isDone = waitFor([&device] { return !device->isUpdating(); });
+        }
+        report((isDone ? "upgraded " : "gone ") + hex(device->getUid()));
     }
 
     void closeAll(Words& /*words*/)

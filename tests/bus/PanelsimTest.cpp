@@ -359,4 +359,96 @@ TEST_F(Panelsim, unpluggedPanel_keepsItsPictureUntilItIsPluggedBack)
     EXPECT_EQ(run(arguments).output, "panelsim: no LCD was drawn on\n");
 }
 
+// "123456789" for the main MCU: the request, and a chunk (all its other bytes are 0).
+std::string announceDigits()
+{
+    return "2d00010000000000"
+           "292200"
+           "00000000000000000000"
+           "090000002639f4cb"
+           "00300000"
+           "0000000000000000"
+           "57020000";
+}
+
+std::string sendDigits()
+{
+    return "1810010000000000"
+           "2c0d10"
+           "010000000009000000"
+           "313233343536373839" +
+           std::string(2 * (4096 - 9), '0') + "e7010000";
+}
+
+TEST_F(Panelsim, flashDir_keepsFlashOverReplugsAndRuns)
+{
+    const std::string folder = fileName("new/flash");
+    const std::string flash = MORVANE_RAW_CLIENT " " + announceDigits() + " " + sendDigits() + "; sleep 0.3";
+    const Result first = run({"run", "--chunk-time", "0", "--flash-dir", folder, "--", "sh", "-c", flash});
+    EXPECT_EQ(first.exitCode, 0);
+    EXPECT_EQ(first.output, "panelsim: panel 0: main MCU: 9 bytes, verified\n");
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.insert(entry.path().filename());
+    EXPECT_EQ(names, (std::set<std::string>{"panel0-main.bin"}));
+    EXPECT_EQ(contentOf(folder + "/panel0-main.bin"), "123456789");
+
+    // Announced and pulled: what was there is still there.
+    const Result second = run({"run", "--flash-dir", folder, "--at", "300ms", "unplug", "--at", "400ms", "plug", "--",
+                               "sh", "-c", MORVANE_RAW_CLIENT " " + announceDigits() + "; sleep 0.8"});
+    EXPECT_EQ(second.output, "panelsim: panel 0: main MCU: incomplete, 0 of 9 bytes\n");
+    EXPECT_EQ(contentOf(folder + "/panel0-main.bin"), "123456789");
+    EXPECT_EQ(run({"run", "--flash-dir", folder, "--", "true"}).output, "");
+}
+
+TEST_F(Panelsim, chunkTime_isWhatAChunkTakes)
+{
+    const std::string flash = MORVANE_RAW_CLIENT " " + announceDigits() + " " + sendDigits() + "; sleep 0.4";
+    EXPECT_EQ(run({"run", "--chunk-time", "60000", "--", "sh", "-c", flash}).output,
+              "panelsim: panel 0: main MCU: incomplete, 0 of 9 bytes\n");
+    EXPECT_EQ(run({"run", "--", "sh", "-c", flash}).output, "panelsim: panel 0: main MCU: 9 bytes, verified\n");
+    EXPECT_EQ(run({"run", "--chunk-time", "1000001", "--", "true"}).exitCode, 125);
+}
+
+TEST_F(Panelsim, firmwareWithoutAnnouncement_isReported)
+{
+    const Result result = run({"run", "--", "sh", "-c", MORVANE_RAW_CLIENT " " + sendDigits() + "; sleep 0.2"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "panelsim: panel 0: firmware records, but none opened an upgrade\n");
+}
+
+TEST_F(Panelsim, bootFault_isLoggedAndMet)
+{
+    const Result result = run({"run", "--log", fileName("log"), "--at", "0s", "fault boot unplug skip=1", "--at",
+                               "300ms", "fault boot reply=F boot", "--", "true"});
+    EXPECT_EQ(result.exitCode, 125);
+    EXPECT_NE(result.output.find("expected skip=N, once or sticky, found \"boot\""), std::string::npos)
+        << result.output;
+
+    const std::string flash = MORVANE_RAW_CLIENT " " + announceDigits() + "; sleep 0.2; " MORVANE_RAW_CLIENT " " +
+                              sendDigits() + "; sleep 0.3";
+    const Result pulled =
+        run({"run", "--log", fileName("log"), "--at", "0s", "fault boot unplug skip=1", "--at", "0s",
+             "fault 0 boot corrupt=13 sticky", "--at", "0s", "fault 1 boot reply=F", "--", "sh", "-c", flash});
+    EXPECT_EQ(pulled.output, "panelsim: panel 1: is not plugged: fault boot reply=0f once\n"
+                             "panelsim: panel 0: main MCU: incomplete, 0 of 9 bytes\n");
+    const std::string log = contentOf(fileName("log"));
+    EXPECT_NE(log.find(" panel 0: fault boot unplug skip=1 once\n"), std::string::npos) << log;
+    EXPECT_NE(log.find(" panel 0: fault boot corrupt=13 sticky\n"), std::string::npos) << log;
+    EXPECT_NE(log.find(" panel 0: unplug\n"), std::string::npos) << log;
+}
+
+TEST_F(Panelsim, flashThatCannotBe_is125BeforeTheProgramRuns)
+{
+    const Result folder = run({"run", "--flash-dir", "/dev/null/folder", "--", "echo", "ran"});
+    EXPECT_EQ(folder.exitCode, 125);
+    EXPECT_EQ(folder.output, "panelsim: cannot keep flash in '/dev/null/folder': Not a directory\n");
+
+    std::ofstream(fileName("panel2-servo.bin")) << std::string((1U << 20) + 1, 'x');
+    const Result large = run({"run", "--flash-dir", fileName(""), "--", "echo", "ran"});
+    EXPECT_EQ(large.exitCode, 125);
+    EXPECT_EQ(large.output, "panelsim: cannot load flash from '" + fileName("/panel2-servo.bin") +
+                                "': 1048577 bytes, the flash has 1048576\n");
+}
+
 } // namespace Vantor

@@ -389,7 +389,8 @@ void PanelModel::handleRecord(const WireDecoder::Record& record)
     }
     if (record.type == WireFormat::reqDeviceInfoType)
         answerDeviceInfoRequest(record.payload);
-    if (!m_bootLoader.take(record.type, record.payload, m_clock()))
+    // The observer may have pulled the panel.
+    if (!m_unplugged && !m_bootLoader.take(record.type, record.payload, m_clock()))
         unplug();
 }
 

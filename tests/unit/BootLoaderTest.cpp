@@ -1,12 +1,9 @@
 #include "simulator/BootLoader.h"
 
 #include "simulator/ImageCrc.h"
-#include "tests/unit/BootRecords.h"
+#include "tests/unit/BootLoaderFixture.h"
 
 #include <stdexcept>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace Vantor {
 namespace {
@@ -14,49 +11,9 @@ namespace {
 using namespace BootRecords;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using State = BootLoader::State;
 
-constexpr auto requestType = static_cast<PacketType>(41);
-constexpr auto chunkType = static_cast<PacketType>(44);
-
-class BootLoaderTest : public testing::Test {
+class BootLoaderTest : public BootLoaderFixture {
 protected:
-    static BootFault fault(BootFault::Kind kind, unsigned int skip = 0, bool sticky = false)
-    {
-        BootFault result;
-        result.kind = kind;
-        result.skip = skip;
-        result.sticky = sticky;
-        return result;
-    }
-
-    static Bytes part(const Bytes& bytes, std::size_t begin)
-    {
-        const std::size_t end = std::min<std::size_t>(begin + 4096, bytes.size());
-        return {bytes.begin() + static_cast<std::ptrdiff_t>(begin), bytes.begin() + static_cast<std::ptrdiff_t>(end)};
-    }
-
-    void take(PacketType type, const Bytes& payload) { EXPECT_TRUE(m_loader.take(type, payload, m_now)); }
-
-    // The answers to a record, when everything is done.
-    std::vector<Bytes> answers(PacketType type, const Bytes& payload)
-    {
-        take(type, payload);
-        m_now += 10s;
-        return m_loader.takeReplies(m_now);
-    }
-
-    void announce(const Bytes& payload) { ASSERT_THAT(answers(requestType, payload), ElementsAre(reply(2))); }
-
-    void expectWritten(std::uint8_t board, const Bytes& image, std::uint32_t address)
-    {
-        const Bytes data = part(image, address);
-        const Bytes record = chunk(board, address, data);
-        EXPECT_THAT(answers(chunkType, record),
-                    ElementsAre(reply(1, board, address, static_cast<std::uint32_t>(data.size()), checksumOf(record))));
-    }
-
     void expectRefused(const Bytes& record, std::uint8_t board, std::uint32_t address)
     {
         const Bytes before = m_loader.getFlash().main.bytes;
@@ -65,9 +22,6 @@ protected:
         EXPECT_EQ(m_loader.getFlash().main.bytes, before);
         EXPECT_EQ(m_loader.getFlash().main.written, written);
     }
-
-    std::chrono::nanoseconds m_now{0};
-    BootLoader m_loader{BootLoader::Options{}, BootLoader::Flash{}};
 };
 
 TEST(ImageCrc, knownValues)

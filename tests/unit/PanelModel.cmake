@@ -1,13 +1,18 @@
 if(TARGET PanelModel)
   morvane_add_test(panelModelTests
     SOURCES
+      BootFaultPlanTest.cpp
+      BootLoaderFaultTest.cpp
       BootLoaderTest.cpp
+      BootLoaderTimeTest.cpp
       FaultPlanTest.cpp
+      FlashReportTest.cpp
       LcdOptionTest.cpp
       PanelCommandTest.cpp
       PanelDescriptorsTest.cpp
       PanelModelBusTest.cpp
       PanelModelFaultTest.cpp
+      PanelModelFirmwareTest.cpp
       PanelModelScreenTest.cpp
       PanelModelTest.cpp
       PanelOutboxTest.cpp
@@ -15,6 +20,11 @@ if(TARGET PanelModel)
       SliceDecoderTest.cpp
       WireDecoderTest.cpp
     LIBRARIES PanelModel GTest::gmock_main
+    LABELS unit)
+
+  morvane_add_test(flashFolderTests
+    SOURCES FlashFolderTest.cpp
+    LIBRARIES FlashFolder GTest::gmock_main
     LABELS unit)
 
   morvane_add_test(panelPicturesTests

@@ -64,7 +64,6 @@ TEST_F(PanelModelTest, firmwareRecords_areRecordsLikeAnyOther)
     m_panel.submitOut(m_owner, 1, {8 + 2 * 3, 0, 2, 0, 0, 0, 0, 0, 41, 0, 0, 44, 0, 0}, false);
     EXPECT_EQ(m_panel.getRecords().size(), 2u);
     EXPECT_THAT(m_panel.getViolations(), IsEmpty());
-    m_panel.submitIn(m_owner, 2, 512);
     EXPECT_THAT(m_panel.takeCompletions(), ElementsAre(Completion{1, 0, 14, {}}));
 }
 

@@ -11,6 +11,7 @@ namespace {
 using namespace BootRecords;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 class BootLoaderTest : public BootLoaderFixture {
 protected:
@@ -186,6 +187,22 @@ TEST_F(BootLoaderTest, wrongChunk_isFailedSendAgainAndWritesNothing)
     expectRefused(chunk(mainBoard, 10000, {}), mainBoard, 10000);
     expectRefused(chunk(mainBoard, 12288, {}), mainBoard, 12288);
     EXPECT_EQ(m_loader.getFlash().main.state, State::Verified);
+}
+
+TEST_F(BootLoaderTest, chunkForNoBoard_isRefusedWhateverIsAnnounced)
+{
+    announce(request(4096, crcOf4096, 4096, crcOf4096));
+    for (const std::uint8_t board : Bytes{0, 2, 14, 16, 0x81, 0xFF})
+        expectRefused(chunk(board, 0, image(4096)), board, 0);
+    EXPECT_THAT(m_loader.getFlash().servo.bytes, IsEmpty());
+}
+
+TEST_F(BootLoaderTest, emptyChunkAtTheEnd_isRefused)
+{
+    announce(request(8192, crcOf8192));
+    expectWritten(mainBoard, image(8192), 0);
+    expectWritten(mainBoard, image(8192), 4096);
+    expectRefused(chunk(mainBoard, 8192, {}), mainBoard, 8192);
 }
 
 TEST_F(BootLoaderTest, chunkOfAnotherSize_isRefusedWithoutItsFields)

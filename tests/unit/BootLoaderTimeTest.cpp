@@ -111,6 +111,16 @@ TEST_F(BootLoaderTime, flood_isLostBeyondSixteenThatWait)
     EXPECT_EQ(repliesAt(2s).size(), 1u);
 }
 
+TEST_F(BootLoaderTime, flood_isOverWhenItIsWorkedOffAlsoIfNobodyAsked)
+{
+    for (int i = 0; i < 17; ++i)
+        take(requestType, request(10000, crcOf10000));
+    m_now = 170ms;
+    take(requestType, request(10000, crcOf10000));
+    EXPECT_EQ(m_loader.getStatistics().recordsLost, 0u);
+    EXPECT_EQ(m_loader.nextDeadline(), 180ms);
+}
+
 TEST_F(BootLoaderTime, powerOff_losesWhatIsUnderWayAndTheSession)
 {
     open();

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <sstream>
 
+#include <unistd.h>
+
 using namespace std::chrono_literals;
 
 namespace Vantor::Test {
@@ -153,9 +155,12 @@ std::string campaignRun(unsigned int seed, std::string& faults)
         const bool mayLoseRequest = options.silentWithoutRequest && upgrade == 0;
         outcome = run.run(SurvivableFaults(random, options.main.size(), mayLoseRequest), 30min);
         std::ostringstream text;
+        text << "upgrade " << upgrade << ", main " << options.main.size() << ", servo " << options.servo.size()
+             << " bytes, chunk time " << options.chunkTime.count() / 1000000 << "ms, packet limit "
+             << options.maxPacketSize << ": ";
         for (const FirmwareFault& fault : run.met())
             text << fault << " ";
-        faults = text.str();
+        faults += text.str() + "\n";
         options.main = random.bytes(randomSize(random));
         options.servo = random.bytes(randomSize(random));
         run.setImages(options.main, options.servo);
@@ -168,10 +173,12 @@ std::string campaignRun(unsigned int seed, std::string& faults)
 TEST(FirmwareCampaign, everyUpgradeWhoseFaultsEnd_endsWithTheImagesInFlash)
 {
     constexpr const char* seedVariable = "MORVANE_FIRMWARE_SEED";
+    constexpr unsigned int secondsOfARun = 100;
     const unsigned int only = numberFrom(seedVariable, 0);
     const unsigned int runs = numberFrom("MORVANE_FIRMWARE_RUNS", defaultRuns);
     int failures = 0;
     for (unsigned int seed = only != 0 ? only : 1; seed <= (only != 0 ? only : runs); ++seed) {
+        alarm(secondsOfARun); // the program's own limit is one for the whole test
         std::string faults;
         const std::string outcome = campaignRun(seed, faults);
         EXPECT_EQ(outcome, "") << "faults: " << faults << "\nreplay: " << seedVariable << "=" << seed

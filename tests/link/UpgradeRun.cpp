@@ -10,6 +10,7 @@ namespace Vantor::Test {
 namespace {
 
 constexpr std::chrono::milliseconds passTime{1050};
+constexpr std::chrono::seconds settleTime{5};
 constexpr std::uint8_t requestType = 41;
 constexpr std::uint8_t chunkType = 44;
 
@@ -93,6 +94,12 @@ UpgradeRun::Outcome UpgradeRun::run(const FaultSource& faults, std::chrono::nano
     while (device->isUpdating() && PanelBridge::time() - m_lastFault < limit)
         pass();
     m_duration = PanelBridge::time() - start;
+    // What is still under way comes now, and not in the next upgrade.
+    m_model.clearFaults();
+    m_faults = nullptr;
+    const auto end = PanelBridge::time() + settleTime;
+    while (PanelBridge::time() < end)
+        pass();
     return outcome();
 }
 
@@ -156,7 +163,7 @@ void UpgradeRun::see(Bytes& packet)
 
 void UpgradeRun::meet(const FirmwarePacket& packet, Bytes& bytes)
 {
-    auto fault = m_faults(packet);
+    auto fault = m_faults ? m_faults(packet) : std::nullopt;
     if (!fault)
         return;
     fault->packet = packet.number;

@@ -58,6 +58,7 @@ public:
 
     const FirmwareFaults& met() const { return m_met; }
     const BootLoader& bootLoader() const { return m_model.getBootLoader(); }
+    std::uint32_t progress() const { return m_progress; } // bytesWritten, as last reported
     std::chrono::nanoseconds duration() const { return m_duration; }
 
 private:

@@ -276,6 +276,33 @@ TEST_P(UsbDeviceFirmware, repeatedAcknowledgementOfAddressZero_isNoDuplicate)
     }
 }
 
+// Chunk 0 sent twice and acknowledged twice, the first time within 0.1 s of the resend:
+// chunk 1 is never sent.
+TEST_P(UsbDeviceFirmware, chunkZeroAcknowledgedTwiceBehindItsResend_skipsChunkOne)
+{
+    FirmwareRig rig(GetParam(), threeChunks(), {});
+    rig.startAndExpect();
+    const Bytes frame = Frame::chunk(mainMcu, 0, 4096, Bytes(4096, 1));
+    rig.sendFirstMainChunk(frame);
+    rig.pollAfter(700ms);
+    rig.want.resends = 2;
+    rig.want.retries = 2;
+    rig.wantChunk(mainMcu, 0, 4096);
+    rig.expectStep({frame}, {writingMain, rig.resendLine()});
+    for (const std::uint32_t offset : {4096u, 8192u}) {
+        rig.acknowledgeAfter(40ms, mainMcu, 0, 4096);
+        rig.want.mainOffset = offset;
+        rig.want.retries = 0;
+        rig.want.timeout = 0.1;
+        rig.wantProgress();
+        rig.expectStep({}, {rig.successLine(mainMcu, 0, 4096)});
+    }
+    rig.pollAfter(20ms);
+    rig.want.lastSentOffset = 0x2000;
+    rig.wantChunk(mainMcu, 0x2000, 1808);
+    rig.expectStep({Frame::chunk(mainMcu, 0x2000, 1808, Frame::over(Bytes(1808, 3), Bytes(4096, 1)))}, {writingMain});
+}
+
 // Failures that a panel reports are repeated without limit: each ends the row.
 TEST_P(UsbDeviceFirmware, reportedFailures_neverRestart)
 {

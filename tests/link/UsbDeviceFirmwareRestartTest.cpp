@@ -115,6 +115,25 @@ TEST_P(UsbDeviceFirmware, resendCount_wrapsAt256)
     EXPECT_EQ(rig.want.resends, 1u);
 }
 
+// To the second request "written" is no answer: the chunk that nobody acknowledged counts.
+TEST_P(UsbDeviceFirmware, requestAnsweredAsWrittenAfterARestart_skipsTheChunk)
+{
+    FirmwareRig rig(GetParam(), threeChunks(), {});
+    const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
+    goToSecondChunk(rig, frame);
+    for (int i = 0; i < 5; ++i)
+        resend(rig, 0x1000, frame);
+    rig.pollAfter(700ms);
+    rig.want.retries = 0;
+    rig.wantRequest();
+    rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x1000 uid 260\n"}});
+    rig.acknowledgeAfter(10ms, 0, 0, 0);
+    rig.want.mainOffset = 8192;
+    rig.want.timeout = 0.1;
+    rig.wantProgress();
+    rig.expectStep({}, {rig.successLine(0, 0, 0)});
+}
+
 // A panel that takes everything and says nothing is never given up: a request and five
 // chunks take 0.7 x 5 + 1 seconds, for ever.
 TEST_P(UsbDeviceFirmware, silentPanel_isNeverGivenUp)

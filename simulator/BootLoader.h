@@ -68,7 +68,7 @@ public:
     struct Statistics {
         std::uint64_t records = 0; // all that came, lost ones included
         std::uint64_t requestsAccepted = 0;
-        std::uint64_t requestsRefused = 0; // answered so by a fault included
+        std::uint64_t requestsRefused = 0; // or answered by a fault
         std::uint64_t chunksWritten = 0;
         std::uint64_t chunksRefused = 0; // likewise
         std::uint64_t recordsLost = 0;   // to a fault, or because maxWaiting others waited
@@ -85,7 +85,8 @@ public:
     // Throws std::invalid_argument when the flash holds more than its capacity.
     BootLoader(const Options& options, Flash flash);
 
-    // A record comes in. False when a fault cuts the link at this moment.
+    // A record comes in; one that is not for it has no effect. False when a fault cuts the
+    // link at this moment.
     [[nodiscard]] bool take(PacketType type, const std::vector<std::uint8_t>& payload, std::chrono::nanoseconds now);
 
     // The answers that are due, in order: payloads of type FirmwareUpgradeCommand, of its size.

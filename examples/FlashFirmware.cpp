@@ -29,8 +29,7 @@ public:
     void onDeviceRemoved(std::uint16_t /*uid*/) override {}
     void onParsedPacket(std::uint16_t /*uid*/, const PacketType& /*type*/, const DataPacketUnion& /*data*/,
                         unsigned int /*length*/) override
-    {
-    }
+    {}
 };
 
 // A chunk that does not fit the panel's packets would wait for ever, and the upgrade with it.

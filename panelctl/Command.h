@@ -1,5 +1,8 @@
 #pragma once
 
+#include <set>
+#include <string>
+
 namespace Vantor {
 
 class Output;
@@ -15,6 +18,9 @@ public:
 
     // Whether run fetches packets from the session.
     virtual bool wantsPackets() const { return false; }
+
+    // Lines of the library's log that are no news with this command.
+    virtual std::set<std::string> getExpectedLogLines() const { return {}; }
 };
 
 } // namespace Vantor

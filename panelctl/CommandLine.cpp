@@ -8,6 +8,7 @@
 #include "panelctl/SendCommand.h"
 #include "panelctl/WatchCommand.h"
 #include "panelctl/demo/DemoCommand.h"
+#include "panelctl/flash/FlashCommand.h"
 #include "protocol/PacketType.h"
 
 #include <cmath>
@@ -36,6 +37,8 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "  3    no panel attached, or not the one asked for\n"
                                    "  4    the panel went away meanwhile\n"
                                    "  5    timed out\n"
+                                   "  6    flash: the panel is left half written\n"
+                                   "  7    flash: all is written, but the panel does not answer since\n"
                                    "  130  interrupted by Ctrl-C (143 by SIGTERM), after an orderly shutdown";
 
 constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on white where it is transparent, and made\n"
@@ -61,6 +64,36 @@ constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on whi
                                    "column 255) it goes as run-length words. Nothing outside W x H is drawn on.\n"
                                    "\n"
                                    "`panelctl --help` shows the common options and the exit codes.";
+
+constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's, or both; an MCU without one is left\n"
+                                    "as it is. Before anything is sent the files are checked (at most 16 MiB each),\n"
+                                    "the panel is asked for its packet limit, and you are shown what is going to\n"
+                                    "happen, and asked. The panel checks the images' CRC-32 itself.\n"
+                                    "\n"
+                                    "--timeout is the longest wait for the panel's information (default 5) and, from\n"
+                                    "3 up, the longest time without progress and for an answer afterwards (default\n"
+                                    "30): a healthy upgrade stands still for up to 2.3 s between two images.\n"
+                                    "\n"
+                                    "Progress is a bar on a terminal, and a line for each 5 % elsewhere and with\n"
+                                    "--log-level 4 or 5.\n"
+                                    "\n"
+                                    "A first Ctrl-C only warns, as the panel would be left half written; a second\n"
+                                    "one leaves. After that, or when the upgrade fails, run the same command again.\n"
+                                    "\n"
+                                    "Exit codes:\n"
+                                    "  0    written, every chunk confirmed, and the panel answers again\n"
+                                    "  1    the panel can't be used or takes too small packets, or you said no\n"
+                                    "  2    bad arguments or files, no word on which panel, or nobody to ask\n"
+                                    "  3    no panel attached, or not the one asked for\n"
+                                    "  4    the panel went away; half written if that was meanwhile\n"
+                                    "  5    no information from the panel: nothing was written\n"
+                                    "  6    left half written: no progress any more, or a chunk not confirmed\n"
+                                    "  7    all is written, but the panel does not answer since\n"
+                                    "  130  second Ctrl-C (143: SIGTERM): left half written";
+
+// Seconds.
+constexpr double defaultTimeout = 5;
+constexpr double defaultPatience = 30; // of flash, for progress
 
 constexpr const char* helpHint = "`panelctl --help` shows what there is.";
 
@@ -139,7 +172,9 @@ private:
     void addWatch();
     void addSend();
     void addDraw();
+    void addFlash();
     void addDemo();
+    std::chrono::nanoseconds getTimeout() const;
     CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
     CLI::Option* addPanel(CLI::App& command);
     void addDithering(CLI::App& command);
@@ -148,12 +183,13 @@ private:
     std::vector<std::pair<CLI::App*, std::function<std::unique_ptr<Command>()>>> m_commands;
 
     int m_logLevel = 2;
-    double m_timeout = 5;
+    std::optional<double> m_timeout;
     std::optional<std::string> m_panel;
     std::optional<double> m_duration;
     WatchCommand::Options m_watch;
     SendCommand::Options m_send;
     DrawCommand::Options m_draw;
+    FlashCommand::Options m_flash;
     std::string m_size = "144x168";
     std::string m_position = "0,0";
     bool m_anyPanel = false;
@@ -183,6 +219,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     addWatch();
     addSend();
     addDraw();
+    addFlash();
     addDemo();
 }
 
@@ -194,6 +231,11 @@ CLI::App* Parser::add(const char* name, const char* description, std::function<s
     return command;
 }
 
+std::chrono::nanoseconds Parser::getTimeout() const
+{
+    return toNanoseconds(m_timeout.value_or(defaultTimeout));
+}
+
 CLI::Option* Parser::addPanel(CLI::App& command)
 {
     return command.add_option("--panel", m_panel, "Which panel, if several are attached")->option_text("PANEL");
@@ -201,8 +243,8 @@ CLI::Option* Parser::addPanel(CLI::App& command)
 
 void Parser::addList()
 {
-    CLI::App* const command = add("list", "List the panels attached",
-                                  [this] { return std::make_unique<ListCommand>(toNanoseconds(m_timeout)); });
+    CLI::App* const command =
+        add("list", "List the panels attached", [this] { return std::make_unique<ListCommand>(getTimeout()); });
     command->footer("Exit code 0 also when a panel gave no information; 1 when one can't be used,\n"
                     "3 when there is none.\n\n"
                     "`panelctl --help` shows the common options and the exit codes.");
@@ -211,7 +253,7 @@ void Parser::addList()
 void Parser::addInfo()
 {
     CLI::App* const command = add("info", "Show what a panel says of itself",
-                                  [this] { return std::make_unique<InfoCommand>(toNanoseconds(m_timeout), m_panel); });
+                                  [this] { return std::make_unique<InfoCommand>(getTimeout(), m_panel); });
     command->add_option("PANEL", m_panel, "Which panel; short for --panel")
         ->option_text(" ")
         ->excludes(addPanel(*command));
@@ -239,7 +281,7 @@ void Parser::addSend()
         if (m_send.hex.has_value() == m_send.file.has_value())
             throw Failure(ExitCode::Usage, "send: give the record's payload with either --hex or --file.");
         m_send.panel = m_panel;
-        return std::make_unique<SendCommand>(toNanoseconds(m_timeout), m_send);
+        return std::make_unique<SendCommand>(getTimeout(), m_send);
     });
     command->add_option("--type", m_send.type, "The record's type")
         ->option_text("0..46")
@@ -266,7 +308,7 @@ void Parser::addDraw()
         m_draw.x = static_cast<std::uint8_t>(x);
         m_draw.y = static_cast<std::uint8_t>(y);
         m_draw.panel = m_panel;
-        return std::make_unique<DrawCommand>(toNanoseconds(m_timeout), m_draw);
+        return std::make_unique<DrawCommand>(getTimeout(), m_draw);
     });
     command->add_option("IMAGE", m_draw.file, "The picture, a PNG file")->option_text(" ")->required();
     command->add_option("--lcd", m_draw.lcd, "The LCD's number")
@@ -284,6 +326,25 @@ void Parser::addDraw()
     command->add_flag("--invert", m_draw.invert, "Black for white, before it is dithered");
     command->add_flag("--encoded", m_draw.encoded, "Send it as run-length words");
     command->footer(drawFooter);
+}
+
+void Parser::addFlash()
+{
+    CLI::App* const command = add("flash", "Write firmware to a panel", [this] {
+        constexpr double shortest = std::chrono::duration<double>(FlashCommand::shortestPatience).count();
+        if (m_timeout && *m_timeout < shortest)
+            throw Failure(ExitCode::Usage, "flash: --timeout: less than 3 s would end a healthy upgrade, which stands "
+                                           "still for up to 2.3 s between two images.");
+        m_flash.panel = m_panel;
+        m_flash.informationLimit = getTimeout();
+        m_flash.patience = toNanoseconds(m_timeout.value_or(defaultPatience));
+        return std::make_unique<FlashCommand>(m_flash);
+    });
+    command->add_option("--main", m_flash.mainFile, "The main MCU's image")->option_text("FILE");
+    command->add_option("--servo", m_flash.servoFile, "The servo MCU's image")->option_text("FILE");
+    addPanel(*command);
+    command->add_flag("--yes", m_flash.isConfirmed, "Do not ask");
+    command->footer(flashFooter);
 }
 
 void Parser::addDithering(CLI::App& command)
@@ -334,7 +395,7 @@ CommandLine Parser::parse(int argc, char** argv)
             line.command = make();
     if (!line.command)
         throw Failure(ExitCode::Usage,
-                      "no command given: list, info, watch, send, draw or demo.\n" + std::string(helpHint));
+                      "no command given: list, info, watch, send, draw, flash or demo.\n" + std::string(helpHint));
     return line;
 }
 

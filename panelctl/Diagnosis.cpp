@@ -1,6 +1,7 @@
 #include "panelctl/Diagnosis.h"
 
 #include "libMorvaneHostUsb/Log.h"
+#include "panelctl/Wording.h"
 #include "protocol/PacketHeader.h"
 #include "protocol/PanelLink.h"
 #include "protocol/ReqDeviceInfo.h"
@@ -135,18 +136,6 @@ std::string explainCutShort(const Panel& panel, const std::string& thing, std::u
     return panel.getName() + " has taken only a part of the " + thing + ": " + std::to_string(taken) + " of " +
            std::to_string(bytes) + " bytes on " + outEndpoint() +
            ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
-}
-
-std::string formatSeconds(std::chrono::nanoseconds time)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%g s", std::chrono::duration<double>(time).count());
-    return text;
-}
-
-std::string formatNumber(std::uint64_t number, const std::string& noun)
-{
-    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
 
 } // namespace Vantor

@@ -34,10 +34,4 @@ std::string explainNotTaken(const Panel& panel, const std::string& thing, std::u
 // what it belongs to.
 std::string explainCutShort(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes);
 
-// "2.5 s"
-std::string formatSeconds(std::chrono::nanoseconds time);
-
-// "1 packet", "2 packets"
-std::string formatNumber(std::uint64_t number, const std::string& noun);
-
 } // namespace Vantor

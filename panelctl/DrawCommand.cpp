@@ -1,10 +1,10 @@
 #include "panelctl/DrawCommand.h"
 
-#include "panelctl/Diagnosis.h"
 #include "panelctl/Drawing.h"
 #include "panelctl/Failure.h"
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
+#include "panelctl/Wording.h"
 #include "panelctl/picture/PngReader.h"
 
 #include <cinttypes>

@@ -13,6 +13,8 @@ enum class ExitCode : int {
     NoPanel = 3,   // none attached, or not the one asked for
     PanelLeft = 4, // unplugged or given up while in use
     TimedOut = 5,
+    HalfWritten = 6,   // the firmware upgrade came to no end, or not with every chunk confirmed
+    NotAnswering = 7,  // the firmware is written, and the panel says nothing since
     Interrupted = 128, // plus the signal's number
 };
 
@@ -34,7 +36,14 @@ private:
 // SIGINT or SIGTERM has come: commands unwind, and the library is shut down in order.
 class Interrupted : public Failure {
 public:
-    explicit Interrupted(int signal) : Failure(static_cast<int>(ExitCode::Interrupted) + signal, "interrupted") {}
+    explicit Interrupted(int signal, const std::string& text = "interrupted")
+        : Failure(static_cast<int>(ExitCode::Interrupted) + signal, text), m_signal(signal)
+    {}
+
+    int getSignal() const { return m_signal; }
+
+private:
+    int m_signal;
 };
 
 } // namespace Vantor

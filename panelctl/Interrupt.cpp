@@ -2,9 +2,12 @@
 
 #include "panelctl/Failure.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <system_error>
 
 #include <fcntl.h>
@@ -16,13 +19,30 @@ namespace {
 
 std::atomic<int> s_signal{0};
 std::atomic<int> s_writeEnd{-1};
+std::atomic<int> s_presses{0};             // signals, those of one Ctrl-C counted once
+std::atomic<std::uint32_t> s_lastPress{0}; // milliseconds; wraps
+std::atomic<int> s_tolerated{0};           // so many presses do not interrupt
+constexpr std::uint32_t samePress = 500;   // milliseconds
 static_assert(std::atomic<int>::is_always_lock_free, "used in a signal handler");
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "used in a signal handler");
+
+void countPress()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const auto time = static_cast<std::uint32_t>(std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
+    if (s_presses != 0 && time - s_lastPress < samePress)
+        return;
+    s_lastPress = time;
+    ++s_presses;
+}
 
 extern "C" void noteSignal(int signal)
 {
     const int savedError = errno;
     int none = 0;
     s_signal.compare_exchange_strong(none, signal);
+    countPress();
     const char wake = 0;
     [[maybe_unused]] const ssize_t written = write(s_writeEnd, &wake, sizeof wake);
     errno = savedError;
@@ -60,8 +80,30 @@ int Interrupt::getSignal()
 
 void Interrupt::check()
 {
-    if (const int signal = s_signal)
-        throw Interrupted(signal);
+    if (s_presses > s_tolerated)
+        throw Interrupted(s_signal);
+}
+
+void Interrupt::drain() const
+{
+    std::array<char, 64> ignored{};
+    while (read(m_readEnd, ignored.data(), ignored.size()) > 0)
+        continue;
+}
+
+Interrupt::Reprieve::Reprieve()
+{
+    s_tolerated = 1;
+}
+
+Interrupt::Reprieve::~Reprieve()
+{
+    s_tolerated = 0;
+}
+
+bool Interrupt::Reprieve::isUsed()
+{
+    return s_presses != 0;
 }
 
 } // namespace Vantor

@@ -14,14 +14,28 @@ public:
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
+    // While one lives, the first signal is only noted; one that comes later interrupts.
+    // What follows within half a second is the same Ctrl-C, delivered by several.
+    class Reprieve {
+    public:
+        Reprieve();
+        ~Reprieve();
+        Reprieve(const Reprieve&) = delete;
+        Reprieve& operator=(const Reprieve&) = delete;
+
+        // Whether the first signal has come.
+        static bool isUsed();
+    };
+
     // The signal that has come, or 0.
     static int getSignal();
 
-    // Throws Interrupted when a signal has come.
+    // Throws Interrupted when a signal has come, or with a Reprieve the second one.
     static void check();
 
-    // Readable from the first signal on.
+    // Readable when a signal has come, until `drain`.
     int getDescriptor() const { return m_readEnd; }
+    void drain() const;
 
 private:
     int m_readEnd;

@@ -1,11 +1,13 @@
 #include "panelctl/LogRelay.h"
 
 #include "panelctl/Failure.h"
+#include "panelctl/StatusLine.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -17,14 +19,10 @@ namespace {
 
 constexpr std::chrono::seconds period{1};
 
-void print(const std::string& text)
-{
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-}
-
 } // namespace
 
-LogRelay::LogRelay() : m_readEnd(-1), m_savedOutput(-1), m_periodEnd(Clock::now() + period)
+LogRelay::LogRelay(std::set<std::string> expected)
+    : m_readEnd(-1), m_savedOutput(-1), m_expected(std::move(expected)), m_periodEnd(Clock::now() + period)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -81,9 +79,11 @@ void LogRelay::takeIn(const std::string& text)
 
 void LogRelay::pass(const std::string& line)
 {
+    if (m_expected.count(line) != 0)
+        return;
     const auto [entry, isNew] = m_repeats.try_emplace(line, 0);
     if (isNew)
-        print(line + "\n");
+        StatusLine::printAbove(line + "\n");
     else
         ++entry->second;
 }
@@ -97,7 +97,7 @@ void LogRelay::endPeriod()
             entry = m_repeats.erase(entry);
             continue;
         }
-        print(entry->first + " (" + std::to_string(entry->second) + " more)\n");
+        StatusLine::printAbove(entry->first + " (" + std::to_string(entry->second) + " more)\n");
         entry->second = 0;
         ++entry;
     }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -16,7 +17,8 @@ namespace Vantor {
 // while the library is silent.
 class LogRelay {
 public:
-    LogRelay();
+    // Lines like the `expected` ones are left out.
+    explicit LogRelay(std::set<std::string> expected);
     ~LogRelay(); // what has been printed until then has been passed on afterwards
     LogRelay(const LogRelay&) = delete;
     LogRelay& operator=(const LogRelay&) = delete;
@@ -31,6 +33,8 @@ private:
 
     int m_readEnd;
     int m_savedOutput; // what descriptor 1 was before
+
+    const std::set<std::string> m_expected;
 
     // The thread's own.
     std::string m_rest; // of a line that has not ended yet

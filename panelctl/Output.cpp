@@ -1,6 +1,7 @@
 #include "panelctl/Output.h"
 
 #include "panelctl/Failure.h"
+#include "panelctl/StatusLine.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -65,6 +66,11 @@ void Output::line(const char* format, ...)
         failWriting(errno);
 }
 
+int Output::getDescriptor() const
+{
+    return m_stream == nullptr ? -1 : fileno(m_stream);
+}
+
 void Output::text(const std::string& text)
 {
     if (m_stream == nullptr)
@@ -82,7 +88,7 @@ void printError(const std::string& text)
             message += "  ";
     }
     message += '\n';
-    std::fputs(message.c_str(), stderr);
+    StatusLine::printAbove(message);
 }
 
 } // namespace Vantor

@@ -23,6 +23,9 @@ public:
     // Text of any number of lines, as it is.
     void text(const std::string& text);
 
+    // For what lines are not enough for; -1 when there is no standard output.
+    int getDescriptor() const;
+
 private:
     std::FILE* m_stream;
 };

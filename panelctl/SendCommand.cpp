@@ -6,6 +6,7 @@
 #include "panelctl/HexText.h"
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
+#include "panelctl/Wording.h"
 #include "protocol/PacketHeader.h"
 
 #include <cerrno>

@@ -23,6 +23,9 @@ namespace {
 // The library does not announce at once that it has given a panel up.
 constexpr std::chrono::milliseconds deathStep{100};
 
+// A panel that restarts may lose a request.
+constexpr std::chrono::seconds repeatStep{2};
+
 // What a user may write for a panel: its uid, with or without 0x and leading
 // zeros, or its place.
 bool isNamedBy(const Panel& panel, std::string selector)
@@ -138,6 +141,36 @@ Panel Session::awaitInformation(const Panel& panel, std::chrono::nanoseconds lim
     return panel.with(*information);
 }
 
+bool Session::answersAnew(const std::string& place, std::chrono::nanoseconds limit)
+{
+    forgetInformation(place);
+    auto nextTime = Clock::now() + repeatStep;
+    return waitUntil(Clock::now() + limit, deathStep, [this, &place, &nextTime] {
+        if (Clock::now() >= nextTime) {
+            m_asked.clear();
+            nextTime += repeatStep;
+        }
+        for (const Panel& panel : getPanels()) {
+            if (panel.getPlace() != place)
+                continue;
+            if (panel.isAlive() && panel.getInformation())
+                return true;
+            requestInformation(panel);
+        }
+        return false;
+    });
+}
+
+void Session::awaitInput(int descriptor) const
+{
+    for (;;) {
+        Interrupt::check();
+        std::array<pollfd, 2> sources{{{m_interrupt.getDescriptor(), POLLIN, 0}, {descriptor, POLLIN, 0}}};
+        if (poll(sources.data(), sources.size(), -1) > 0 && sources[1].revents != 0)
+            return;
+    }
+}
+
 // By its place, as the library takes a panel that it has given up in anew, under another uid.
 std::string Session::explainNotAlive(const Panel& panel) const
 {
@@ -180,6 +213,17 @@ void Session::requestInformation(const Panel& panel)
     noteWhetherUsable(panel);
     if (panel.isAlive() && !panel.getInformation() && m_asked.insert(panel.getUid()).second)
         panel.getDevice().getPacker().addData(ReqDeviceInfo{1});
+}
+
+void Session::forgetInformation(const std::string& place)
+{
+    for (const Panel& panel : getPanels()) {
+        if (panel.getPlace() != place)
+            continue;
+        m_asked.erase(panel.getUid());
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_information.erase(panel.getUid());
+    }
 }
 
 std::optional<DeviceInformation> Session::getInformation(std::uint16_t uid) const
@@ -251,7 +295,11 @@ void Session::sleep(std::chrono::nanoseconds time) const
     std::array<pollfd, 2> sources{{{m_interrupt.getDescriptor(), POLLIN, 0}, {m_wakeDescriptor, POLLIN, 0}}};
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
     const timespec limit{static_cast<std::time_t>(seconds.count()), static_cast<long>((time - seconds).count())};
-    if (ppoll(sources.data(), sources.size(), &limit, nullptr) > 0 && sources[1].revents != 0) {
+    if (ppoll(sources.data(), sources.size(), &limit, nullptr) <= 0)
+        return;
+    if (sources[0].revents != 0)
+        m_interrupt.drain(); // noted by now; one that is tolerated must not wake every wait
+    if (sources[1].revents != 0) {
         std::uint64_t count = 0;
         [[maybe_unused]] const ssize_t taken = read(m_wakeDescriptor, &count, sizeof count);
     }

@@ -68,6 +68,13 @@ public:
     // how far the panel got.
     Panel awaitInformation(const Panel& panel, std::chrono::nanoseconds limit);
 
+    // Asks the panel at `place` once more, and waits for its answer or, when it has left, for
+    // it to come back there and describe itself. False when the time is over.
+    bool answersAnew(const std::string& place, std::chrono::nanoseconds limit);
+
+    // Waits until there is something to read. Throws Interrupted.
+    void awaitInput(int descriptor) const;
+
     // Why a panel that is attached is not alive, as far as it is known.
     std::string explainNotAlive(const Panel& panel) const;
 
@@ -88,6 +95,7 @@ private:
     void wake() const;
     void sleep(std::chrono::nanoseconds time) const;
     void requestInformation(const Panel& panel);
+    void forgetInformation(const std::string& place);
     std::optional<DeviceInformation> getInformation(std::uint16_t uid) const;
     void noteWhetherUsable(const Panel& panel);
 

@@ -4,6 +4,7 @@
 #include "panelctl/Failure.h"
 #include "panelctl/HexText.h"
 #include "panelctl/Output.h"
+#include "panelctl/Wording.h"
 
 namespace Vantor {
 

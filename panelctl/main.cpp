@@ -26,7 +26,7 @@ void runTool(int argc, char** argv)
     setLogLevel(static_cast<LogLevel::Level>(line.logLevel));
     std::optional<LogRelay> relay; // what is above is wanted whole
     if (line.logLevel < LogLevel::Detail)
-        relay.emplace();
+        relay.emplace(line.command->getExpectedLogLines());
     Session session(interrupt, line.command->wantsPackets());
     line.command->run(session, output);
 }

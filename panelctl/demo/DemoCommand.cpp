@@ -4,6 +4,7 @@
 #include "panelctl/Diagnosis.h"
 #include "panelctl/Failure.h"
 #include "panelctl/Output.h"
+#include "panelctl/Wording.h"
 #include "panelctl/demo/DemoFormat.h"
 #include "panelctl/demo/LatencyMeter.h"
 #include "panelctl/demo/PictureScene.h"

@@ -1,8 +1,8 @@
 #include "panelctl/demo/ThroughputMeter.h"
 
 #include "panelctl/Delivery.h"
-#include "panelctl/Diagnosis.h"
 #include "panelctl/Failure.h"
+#include "panelctl/Wording.h"
 #include "panelctl/demo/DemoRecords.h"
 #include "protocol/PacketHeader.h"
 

@@ -1,9 +1,9 @@
 #include "panelctl/demo/UnplugScene.h"
 
 #include "libMorvaneHostUsb/Log.h"
-#include "panelctl/Diagnosis.h"
 #include "panelctl/Failure.h"
 #include "panelctl/Output.h"
+#include "panelctl/Wording.h"
 #include "panelctl/demo/DemoFormat.h"
 
 #include <algorithm>

@@ -24,7 +24,7 @@ void expectRefusal(ToolRun::Arguments arguments, const std::string& message, int
 
 TEST(PanelctlArguments, noCommand_isRefused)
 {
-    expectRefusal({}, "panelctl: no command given: list, info, watch, send, draw or demo.\n"
+    expectRefusal({}, "panelctl: no command given: list, info, watch, send, draw, flash or demo.\n"
                       "  `panelctl --help` shows what there is.\n");
 }
 
@@ -214,6 +214,41 @@ TEST(PanelctlArguments, helpOfDraw_saysHowInEightyColumns)
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));
 }
 
+TEST(PanelctlArguments, flashWithoutAFile_isRefused)
+{
+    expectRefusal({"flash"}, "panelctl: flash: name the firmware with --main, --servo or both.\n");
+}
+
+TEST(PanelctlArguments, firmwareThatIsNone_isRefused)
+{
+    const TemporaryFile empty;
+    const TemporaryFile good("x");
+    expectRefusal({"flash", "--main", "/nonexistent/main.bin"},
+                  "panelctl: --main: '/nonexistent/main.bin' can't be read: No such file or directory.\n");
+    expectRefusal({"flash", "--main", good.getPath(), "--servo", "/tmp"},
+                  "panelctl: --servo: '/tmp' is a directory. Name the firmware image itself.\n");
+    expectRefusal({"flash", "--servo", empty.getPath()},
+                  "panelctl: --servo: '" + empty.getPath() + "' is empty: there is nothing to write.\n");
+}
+
+TEST(PanelctlArguments, timeoutThatNoUpgradeKeeps_isRefused)
+{
+    const TemporaryFile good("x");
+    expectRefusal({"flash", "--main", good.getPath(), "--timeout", "2.9"},
+                  "panelctl: flash: --timeout: less than 3 s would end a healthy upgrade, which stands still for up to "
+                  "2.3 s between two images.\n");
+}
+
+TEST(PanelctlArguments, helpOfFlash_hasItsExitCodesInEightyColumns)
+{
+    const ToolResult result = runTool(panelctl({"flash", "--help"}));
+    EXPECT_EQ(result.exitCode, 0);
+    for (const char* const text : {"--main FILE", "--servo FILE", "--panel", "--yes", "\n  0 ", "\n  1 ", "\n  2 ",
+                                   "\n  3 ", "\n  4 ", "\n  5 ", "\n  6 ", "\n  7 ", "\n  130 "})
+        EXPECT_THAT(result.output, HasSubstr(text));
+    EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));
+}
+
 TEST(PanelctlArguments, version_namesToolAndLibrary)
 {
     const ToolResult result = runTool(panelctl({"--version"}));
@@ -227,8 +262,9 @@ TEST(PanelctlArguments, help_hasEveryCommandAndExitCodeIn80Columns)
     const ToolResult result = runTool(panelctl({"--help"}));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
-    for (const char* const text : {"list ", "info ", "watch ", "send ", "draw ", "demo ", "--version", "--log-level",
-                                   "--timeout", "\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  130 "})
+    for (const char* const text :
+         {"list ", "info ", "watch ", "send ", "draw ", "flash ", "demo ", "--version", "--log-level", "--timeout",
+          "\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  6 ", "\n  7 ", "\n  130 "})
         EXPECT_THAT(result.output, HasSubstr(text));
     EXPECT_THAT(result.output, HasSubstr("3 summaries, 4 device life, threads and firmware,\n"));
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));

@@ -1,5 +1,6 @@
 #include "ToolRun.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,11 +36,8 @@ std::array<int, 2> makePipe()
     return ends;
 }
 
-[[noreturn]] void become(const ToolRun::Arguments& command, int output, int errors)
+[[noreturn]] void become(const ToolRun::Arguments& command)
 {
-    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    dup2(output, STDOUT_FILENO);
-    dup2(errors, STDERR_FILENO);
     std::vector<char*> arguments;
     for (const std::string& argument : command)
         arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -71,12 +70,27 @@ ToolRun::ToolRun(const Arguments& command) : m_mark(Clock::now())
     const auto output = makePipe();
     const auto errors = makePipe();
     m_process = fork();
-    if (m_process == 0)
-        become(command, output[1], errors[1]);
+    if (m_process == 0) {
+        dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+        dup2(output[1], STDOUT_FILENO);
+        dup2(errors[1], STDERR_FILENO);
+        become(command);
+    }
     close(output[1]);
     close(errors[1]);
     m_outputEnd = output[0];
     m_errorEnd = errors[0];
+}
+
+ToolRun::ToolRun(const Arguments& command, Terminal terminal) : m_mark(Clock::now())
+{
+    const winsize size{24, terminal.columns, 0, 0};
+    m_process = forkpty(&m_outputEnd, nullptr, nullptr, &size);
+    if (m_process == 0) {
+        setenv("TERM", "xterm", 1);
+        become(command);
+    }
+    fcntl(m_outputEnd, F_SETFD, FD_CLOEXEC);
 }
 
 ToolRun::~ToolRun()
@@ -108,10 +122,20 @@ bool ToolRun::readSome(Clock::time_point deadline)
 
 void ToolRun::awaitOutput(const std::string& text)
 {
+    await(m_output, text);
+}
+
+void ToolRun::awaitErrors(const std::string& text)
+{
+    await(m_errors, text);
+}
+
+void ToolRun::await(const std::string& output, const std::string& text)
+{
     const auto deadline = Clock::now() + patience;
-    while (m_output.find(text) == std::string::npos)
+    while (output.find(text) == std::string::npos)
         if (!readSome(deadline)) {
-            ADD_FAILURE() << "no '" << text << "' on standard output:\n" << m_output << m_errors;
+            ADD_FAILURE() << "no '" << text << "' in:\n" << m_output << m_errors;
             return;
         }
 }
@@ -125,6 +149,21 @@ void ToolRun::sendSignal(int signal)
 {
     m_mark = Clock::now();
     kill(m_process, signal);
+}
+
+void ToolRun::sendSignalToTool(int signal)
+{
+    const std::string process = std::to_string(m_process);
+    pid_t tool = 0;
+    std::ifstream("/proc/" + process + "/task/" + process + "/children") >> tool;
+    ASSERT_GT(tool, 0) << "no program under panelsim";
+    m_mark = Clock::now();
+    kill(tool, signal);
+}
+
+void ToolRun::type(const std::string& text)
+{
+    ASSERT_EQ(write(m_outputEnd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
 
 void ToolRun::closeOutput()
@@ -145,6 +184,34 @@ int ToolRun::finish()
     m_seconds = std::chrono::duration<double>(Clock::now() - m_mark).count();
     EXPECT_EQ(m_errors.find("Sanitizer"), std::string::npos) << m_errors;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+std::string screenOf(const std::string& output, std::size_t columns)
+{
+    static const std::string clearToEnd = "\x1b[K";
+    std::vector<std::string> lines{""};
+    std::size_t column = 0;
+    for (std::size_t i = 0; i < output.size(); ++i) {
+        if (output.compare(i, clearToEnd.size(), clearToEnd) == 0) {
+            lines.back().resize(std::min(lines.back().size(), column));
+            i += clearToEnd.size() - 1;
+        } else if (output[i] == '\r') {
+            column = 0;
+        } else if (output[i] == '\n') {
+            lines.emplace_back();
+        } else {
+            if (column == columns) {
+                lines.emplace_back();
+                column = 0;
+            }
+            lines.back().resize(std::max(lines.back().size(), column + 1), ' ');
+            lines.back()[column++] = output[i];
+        }
+    }
+    std::string screen;
+    for (const std::string& line : lines)
+        screen += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+    return screen;
 }
 
 ToolResult runTool(const ToolRun::Arguments& command)

@@ -14,7 +14,13 @@ class ToolRun {
 public:
     using Arguments = std::vector<std::string>;
 
+    // A terminal of this width in place of standard input and both outputs.
+    struct Terminal {
+        unsigned short columns;
+    };
+
     explicit ToolRun(const Arguments& command);
+    ToolRun(const Arguments& command, Terminal terminal);
     ~ToolRun();
     ToolRun(const ToolRun&) = delete;
     ToolRun& operator=(const ToolRun&) = delete;
@@ -27,8 +33,17 @@ public:
 
     void sendSignal(int signal);
 
+    // To the program that panelsim runs, alone.
+    void sendSignalToTool(int signal);
+
+    // Types on the terminal.
+    void type(const std::string& text);
+
     // Nobody reads standard output any more.
     void closeOutput();
+
+    // The same for standard error.
+    void awaitErrors(const std::string& text);
 
     // Waits for the end. Exit code, or minus the signal that ended the run. What
     // a sanitizer reports fails the test.
@@ -43,6 +58,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    void await(const std::string& output, const std::string& text);
+
     // False at the end of both outputs.
     bool readSome(Clock::time_point deadline);
 
@@ -54,6 +71,11 @@ private:
     Clock::time_point m_mark;
     double m_seconds = 0;
 };
+
+// The screen of a terminal of this width after everything in `output` was printed to it:
+// its lines, without blanks at their ends. Knows carriage return and clearing to the end
+// of the line.
+std::string screenOf(const std::string& output, std::size_t columns);
 
 // Runs to the end.
 struct ToolResult {

@@ -1,0 +1,63 @@
+#include "panelctl/flash/FirmwareImages.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Vantor {
+
+namespace {
+
+constexpr std::chrono::milliseconds chunkTime{110};
+constexpr std::chrono::milliseconds passTime{1050};
+
+std::uint32_t sizeOf(const std::optional<FirmwareImage>& image)
+{
+    return image ? image->getSize() : 0;
+}
+
+std::uint32_t chunksOf(const std::optional<FirmwareImage>& image)
+{
+    return image ? image->getChunks() : 0;
+}
+
+} // namespace
+
+std::uint32_t FirmwareImages::getTotal() const
+{
+    return sizeOf(main) + sizeOf(servo);
+}
+
+std::uint32_t FirmwareImages::getChunks() const
+{
+    return chunksOf(main) + chunksOf(servo);
+}
+
+FirmwareImages::Position FirmwareImages::locate(std::uint32_t bytes) const
+{
+    const std::uint32_t mainSize = sizeOf(main);
+    if (bytes < mainSize || !servo)
+        return {FirmwareData::MainMcu, std::min(bytes, mainSize), mainSize};
+    return {FirmwareData::ServoMcu, std::min(bytes - mainSize, servo->getSize()), servo->getSize()};
+}
+
+std::string FirmwareImages::describePosition(std::uint32_t bytes) const
+{
+    const Position position = locate(bytes);
+    char text[64];
+    std::snprintf(text, sizeof text, "0x%x of 0x%x bytes of the %s image", position.offset, position.size,
+                  nameOf(position.board));
+    return text;
+}
+
+std::chrono::seconds FirmwareImages::estimateTime() const
+{
+    const auto images = (main ? 1 : 0) + (servo ? 1 : 0);
+    return std::chrono::ceil<std::chrono::seconds>(getChunks() * chunkTime + (1 + 2 * images) * passTime);
+}
+
+const char* nameOf(FirmwareData::Board board)
+{
+    return board == FirmwareData::MainMcu ? "main" : "servo";
+}
+
+} // namespace Vantor

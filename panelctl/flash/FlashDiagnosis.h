@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace Vantor {
+
+struct FirmwareImages;
+class FlashRun;
+class Panel;
+
+// What `panelctl flash` says when it can't begin or does not succeed; in the form of
+// Diagnosis.h.
+
+// A panel whose packets are too small for a chunk.
+std::string explainTooSmallPackets(const Panel& panel);
+
+// At the first Ctrl-C. `panel` is its name, here and below.
+std::string warnOfInterrupt(const std::string& panel);
+
+// At the second one, with the upgrade under way.
+std::string explainInterrupted(const std::string& panel, const FlashRun& run, const FirmwareImages& images);
+
+// At the second one, with all written and the panel asked whether it answers.
+std::string explainUnasked(const std::string& panel);
+
+// Nothing confirmed for `patience`.
+std::string explainStuck(const std::string& panel, const FlashRun& run, const FirmwareImages& images,
+                         std::chrono::nanoseconds patience);
+
+// It left before the end.
+std::string explainPulled(const std::string& panel, const FlashRun& run, const FirmwareImages& images);
+
+// The library is done, but a chunk was never confirmed.
+std::string explainUnconfirmed(const std::string& panel, const FlashRun& run, const FirmwareImages& images);
+
+// All is written, and the panel has not described itself within `patience`.
+std::string explainNoAnswer(const std::string& panel, std::chrono::nanoseconds patience);
+
+} // namespace Vantor

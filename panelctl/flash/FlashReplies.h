@@ -1,0 +1,46 @@
+#pragma once
+
+#include "panelctl/flash/FirmwareImages.h"
+#include "protocol/FirmwareUpgradeCommand.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Vantor {
+
+// What the panel has replied during an upgrade. The library counts a confirmation of
+// offset 0 each time it comes, so that its own count can run ahead of the panel; here
+// every chunk counts once.
+class FlashReplies {
+public:
+    // The payload of a record of type 40; one of another length is not counted.
+    void take(const std::vector<std::uint8_t>& payload);
+
+    std::size_t getCount() const { return m_count; }
+    const std::optional<FirmwareUpgradeCommand>& getLast() const { return m_last; }
+
+    // The first chunk that was never confirmed.
+    std::optional<FirmwareImages::Position> findUnconfirmed(const FirmwareImages& images) const;
+
+    // Those that stand for a chunk sent again, and confirmations repeated: "send again: 2,
+    // write failed: 1"; empty when there was none.
+    std::string describeTroubles() const;
+
+private:
+    std::size_t m_count = 0;
+    std::size_t m_repeated = 0; // confirmations
+    std::map<std::uint8_t, std::size_t> m_refusals;
+    std::optional<FirmwareUpgradeCommand> m_last;
+    std::set<std::pair<std::uint8_t, std::uint32_t>> m_confirmed; // board and offset
+};
+
+// "write failed" for 0xf0
+std::string describeReply(std::uint8_t command);
+
+} // namespace Vantor

@@ -1,0 +1,84 @@
+#include "panelctl/flash/FlashRun.h"
+
+#include "panelctl/Interrupt.h"
+#include "panelctl/Output.h"
+#include "panelctl/flash/FlashDiagnosis.h"
+#include "panelctl/flash/ProgressDisplay.h"
+
+namespace Vantor {
+
+namespace {
+
+// The library does not announce the end, and the display wants to be redrawn.
+constexpr std::chrono::milliseconds readStep{100};
+
+std::string pathOf(const std::optional<FirmwareImage>& image)
+{
+    return image ? image->getPath() : ""; // which opens nothing: that MCU is left alone
+}
+
+} // namespace
+
+FlashRun::FlashRun(const Panel& panel, const FirmwareImages& images)
+    : m_panel(panel), m_images(images), m_written(std::make_shared<std::atomic<std::uint32_t>>(0))
+{}
+
+FlashRun::End FlashRun::run(Session& session, Output& output, std::chrono::nanoseconds patience)
+{
+    ProgressDisplay display(output, m_images);
+    start();
+    display.update(m_progressTime, 0);
+    for (;;) {
+        const bool isRunning = m_panel.getDevice().isUpdating();
+        takeReplies(session);
+        noteProgress();
+        const auto now = Session::Clock::now();
+        display.update(now, getWritten());
+        if (!isRunning)
+            return End::Finished;
+        if (!m_panel.isAlive())
+            return getWritten() >= m_images.getTotal() ? End::Finished : End::Left;
+        if (now - m_progressTime > patience)
+            return End::Stuck;
+        if (Interrupt::Reprieve::isUsed() && !m_isWarned) {
+            m_isWarned = true;
+            printError(warnOfInterrupt(m_panel.getName()));
+        }
+    }
+}
+
+std::uint32_t FlashRun::getWritten() const
+{
+    return *m_written;
+}
+
+void FlashRun::start()
+{
+    m_progressTime = Session::Clock::now();
+    m_progressSentBytes = m_panel.getSentBytes();
+    m_panel.getDevice().startFirmwareUpgrade(
+        pathOf(m_images.main), pathOf(m_images.servo),
+        [written = m_written](const UsbDevice::FirmwareProgress& progress) { *written = progress.bytesWritten; });
+}
+
+// Until nothing more comes for a moment.
+void FlashRun::takeReplies(Session& session)
+{
+    const auto end = Session::Clock::now() + readStep;
+    while (const std::optional<PanelEvent> event = session.nextEvent(end))
+        if (event->kind == PanelEvent::Kind::Packet && event->uid == m_panel.getUid() &&
+            event->type == PacketType::FirmwareUpgradeCommand)
+            m_replies.take(event->payload);
+}
+
+void FlashRun::noteProgress()
+{
+    if (getWritten() == m_progressBytes)
+        return;
+    m_progressTime = Session::Clock::now();
+    m_progressBytes = getWritten();
+    m_progressReplies = m_replies.getCount();
+    m_progressSentBytes = m_panel.getSentBytes();
+}
+
+} // namespace Vantor

@@ -1,0 +1,43 @@
+#include "panelctl/flash/ProgressDisplay.h"
+
+#include "libMorvaneHostUsb/Log.h"
+#include "panelctl/Output.h"
+#include "panelctl/flash/ProgressBar.h"
+
+namespace Vantor {
+
+namespace {
+
+constexpr unsigned int step = 5; // per cent
+
+} // namespace
+
+ProgressDisplay::ProgressDisplay(Output& output, const FirmwareImages& images)
+    : m_output(output), m_images(images), m_meter(images.getTotal()), m_nextStep(step)
+{
+    // From level 4 on the library prints to the terminal itself, and too much for a bar.
+    if (StatusLine::isPossibleOn(output.getDescriptor()) && logLevel < LogLevel::Detail)
+        m_line.emplace(output.getDescriptor());
+}
+
+void ProgressDisplay::update(ProgressMeter::Time now, std::uint32_t bytes)
+{
+    m_meter.note(now, bytes);
+    if (m_line)
+        m_line->show(ProgressBar::format(nameOf(m_images.locate(bytes).board), m_meter, m_line->getColumns()));
+    else
+        printSteps();
+}
+
+// A chunk may be worth several steps: one line then.
+void ProgressDisplay::printSteps()
+{
+    const unsigned int percentage = m_meter.getPercentage();
+    if (percentage < m_nextStep)
+        return;
+    m_nextStep = percentage - percentage % step + step;
+    m_output.line("%3u %%  %u of %u bytes, %s image, %s", percentage, m_meter.getDone(), m_meter.getTotal(),
+                  nameOf(m_images.locate(m_meter.getDone()).board), ProgressBar::formatRate(m_meter.getRate()).c_str());
+}
+
+} // namespace Vantor

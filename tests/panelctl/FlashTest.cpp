@@ -1,0 +1,386 @@
+#include "ToolRun.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+using ::testing::ContainsRegex;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+const std::string recovery =
+    "  The panel is left half written, and may not work until that is mended: run the same command again, which "
+    "writes everything from the start. If the panel does not answer then, re-plug it and try once more.\n";
+
+// No two chunks alike.
+std::string firmware(std::size_t size)
+{
+    std::string bytes;
+    std::uint32_t state = static_cast<std::uint32_t>(size);
+    while (bytes.size() < size) {
+        state = state * 1664525 + 1013904223;
+        bytes += static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+// A panel that talks all the time: the library's passes, on which an upgrade waits, come every 20 ms
+// rather than every 1.05 s. Chunks are written at once.
+ToolRun::Arguments lively(const ToolRun::Arguments& bus = {})
+{
+    ToolRun::Arguments arguments{"--chunk-time", "0", "--at", "0s", "emit type=20 size=8 count=2000 every=20"};
+    arguments.insert(arguments.end(), bus.begin(), bus.end());
+    return arguments;
+}
+
+ToolRun::Arguments flash(const ToolRun::Arguments& bus, const ToolRun::Arguments& arguments)
+{
+    ToolRun::Arguments command{"flash"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return panelctlOn(lively(bus), command);
+}
+
+std::string read(const std::string& path)
+{
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
+}
+
+bool isFirmwareRecorded(const TemporaryFile& log)
+{
+    return log.read().find("record type 41") != std::string::npos ||
+           log.read().find("record type 44") != std::string::npos;
+}
+
+} // namespace
+
+TEST(PanelctlFlash, bothImages_areWrittenAsTheyAre)
+{
+    const TemporaryFile main(firmware(10000));
+    const TemporaryFile servo(firmware(4097));
+    const TemporaryFolder folder;
+    const ToolResult result = runTool(
+        flash({"--flash-dir", folder.getPath()}, {"--main", main.getPath(), "--servo", servo.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(result.output, ContainsRegex("^panel     0101 \\(1-1\\), Simulated panel\n"
+                                             "main      10000 bytes in 3 chunks, CRC-32 0x[0-9a-f]{8}, from '.*'\n"
+                                             "servo     4097 bytes in 2 chunks, CRC-32 0x[0-9a-f]{8}, from '.*'\n"
+                                             "time      about 6 s\n"
+                                             "( .*\n)+"
+                                             "100 %  14097 of 14097 bytes, servo image, .* KiB/s\n"
+                                             "written   14097 bytes, each chunk confirmed, in [0-9]+\\.[0-9] s\n"
+                                             "answers   yes\n$"));
+    EXPECT_THAT(result.output, ContainsRegex("\n 29 %  4096 of 14097 bytes, main image, "));
+    EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
+    EXPECT_EQ(read(folder.getPath() + "/panel0-servo.bin"), servo.read());
+}
+
+// The library calls a servo image that is not there an error.
+TEST(PanelctlFlash, mainAlone_leavesTheServoMcu)
+{
+    const TemporaryFile main(firmware(5000));
+    const TemporaryFolder folder;
+    const ToolResult result = runTool(flash({"--flash-dir", folder.getPath()}, {"--main", main.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr("\nservo     left as it is\n"));
+    EXPECT_THAT(result.errors, Not(HasSubstr("[libusb]")));
+    EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
+    EXPECT_FALSE(std::filesystem::exists(folder.getPath() + "/panel0-servo.bin"));
+}
+
+TEST(PanelctlFlash, servoAlone_leavesTheMainMcu)
+{
+    const TemporaryFile servo(firmware(4096));
+    const TemporaryFolder folder;
+    const ToolResult result = runTool(flash({"--flash-dir", folder.getPath()}, {"--servo", servo.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr("\nmain      left as it is\n"));
+    EXPECT_THAT(result.output, HasSubstr("\n100 %  4096 of 4096 bytes, servo image, "));
+    EXPECT_EQ(read(folder.getPath() + "/panel0-servo.bin"), servo.read());
+    EXPECT_FALSE(std::filesystem::exists(folder.getPath() + "/panel0-main.bin"));
+}
+
+TEST(PanelctlFlash, chosenPanel_isTheOnlyOneWritten)
+{
+    const TemporaryFile main(firmware(100));
+    const TemporaryFolder folder;
+    const ToolResult result = runTool(flash({"--panels", "2", "--flash-dir", folder.getPath()},
+                                            {"--main", main.getPath(), "--yes", "--panel", "1-2"}));
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(result.output, StartsWith("panel     0102 (1-2), Simulated panel\n"));
+    EXPECT_EQ(read(folder.getPath() + "/panel1-main.bin"), main.read());
+    EXPECT_FALSE(std::filesystem::exists(folder.getPath() + "/panel0-main.bin"));
+}
+
+TEST(PanelctlFlash, severalPanels_mustBeChosenFrom)
+{
+    const TemporaryFile main("x");
+    const ToolResult result = runTool(flash({"--panels", "2"}, {"--main", main.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.errors, "panelctl: 2 panels are attached: 0101 (1-1), 0102 (1-2).\n"
+                             "  Say which one with --panel.\n");
+}
+
+TEST(PanelctlFlash, noPanel_isSaid)
+{
+    const TemporaryFile main("x");
+    const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"flash", "--main", main.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 3);
+}
+
+// A chunk is a record of 4109 bytes, behind two headers of 3 and 8.
+TEST(PanelctlFlash, packetLimitOneByteTooSmall_isRefusedAndNothingSent)
+{
+    const TemporaryFile main("x");
+    const TemporaryFile log;
+    const ToolResult result =
+        runTool(flash({"--max-packet", "4119", "--log", log.getPath()}, {"--main", main.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "panelctl: panel 0101 (1-1) can't be flashed: its packet limit is 4119 bytes, and a "
+                             "packet with a chunk of firmware has 4120.\n"
+                             "  The first chunk would never leave and would hold back everything behind it, so "
+                             "nothing was sent. The limit is the panel's own: `panelctl info` shows it.\n");
+    EXPECT_FALSE(isFirmwareRecorded(log));
+}
+
+TEST(PanelctlFlash, packetLimitThatJustFits_isFlashed)
+{
+    const TemporaryFile main(firmware(4096));
+    const ToolResult result = runTool(flash({"--max-packet", "4120"}, {"--main", main.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+}
+
+TEST(PanelctlFlash, nobodyToAsk_isRefusedAndNothingSent)
+{
+    const TemporaryFile main(firmware(10));
+    const TemporaryFile log;
+    const ToolResult result = runTool(flash({"--log", log.getPath()}, {"--main", main.getPath()}));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.output, HasSubstr("main      10 bytes in 1 chunk, CRC-32 0x"));
+    EXPECT_EQ(result.errors, "panelctl: flash: nobody can be asked, as standard input and output are not both a "
+                             "terminal. Nothing was sent.\n"
+                             "  Add --yes to flash without a question.\n");
+    EXPECT_FALSE(isFirmwareRecorded(log));
+}
+
+// Records 0 and 1 are the request and the first chunk.
+TEST(PanelctlFlash, panelThatStopsReplying_isStuckAndSaysWhere)
+{
+    const TemporaryFile main(firmware(10000));
+    const ToolResult result = runTool(flash({"--at", "0s", "fault boot ignore skip=2 sticky"},
+                                            {"--main", main.getPath(), "--yes", "--timeout", "3", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_THAT(result.errors, StartsWith("panelctl: panel 0101 (1-1) has made no progress for 3 s: it had confirmed "
+                                          "0x1000 of 0x2710 bytes of the main image.\n"
+                                          "  It takes what is sent (endpoint 0x02, "));
+    EXPECT_THAT(result.errors, HasSubstr(" bytes since) but does not reply (endpoint 0x81).\n" + recovery));
+}
+
+TEST(PanelctlFlash, panelThatStopsTaking_isStuckAndSaysSo)
+{
+    const TemporaryFile main(firmware(5000));
+    const TemporaryFile servo(firmware(5000));
+    // Of what is sent, the information's request, the upgrade's and one chunk are taken.
+    const ToolResult result = runTool(
+        flash({"--at", "0s", "fault out delay=0", "--at", "0s", "fault out delay=0", "--at", "0s", "fault out delay=0",
+               "--at", "0s", "fault out silent sticky"},
+              {"--main", main.getPath(), "--servo", servo.getPath(), "--yes", "--timeout", "3", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_THAT(result.errors,
+                StartsWith("panelctl: panel 0101 (1-1) has made no progress for 3 s: it had confirmed 0x1000 of 0x1388 "
+                           "bytes of the main image (4096 of 10000 bytes in all).\n"
+                           "  It takes nothing any more (endpoint 0x02): its firmware hangs, or has stalled the "
+                           "endpoint.\n" +
+                           recovery));
+}
+
+TEST(PanelctlFlash, panelThatRefusesEveryChunk_isStuckWithItsLastReply)
+{
+    const TemporaryFile servo(firmware(5000));
+    const ToolResult result = runTool(flash({"--at", "0s", "fault boot reply=F1 skip=1 sticky"},
+                                            {"--servo", servo.getPath(), "--yes", "--timeout", "3"}));
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_THAT(result.errors, HasSubstr("[libusb] Failed to erase sector on board f address=0x0 status=0xf1 uid=257"));
+    EXPECT_THAT(result.errors, HasSubstr("it had confirmed 0x0 of 0x1388 bytes of the servo image.\n"));
+    EXPECT_THAT(result.errors, ContainsRegex("Since then it has replied [0-9]+ times, last with 'erase failed'\\.\n"));
+}
+
+TEST(PanelctlFlash, failuresThatPass_areToldAfterSuccess)
+{
+    const TemporaryFile main(firmware(5000));
+    const TemporaryFolder folder;
+    const ToolResult result =
+        runTool(flash({"--at", "0s", "fault boot reply=F2 skip=2", "--flash-dir", folder.getPath()},
+                      {"--main", main.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr(" s\nreplies   failed, send again: 1\nanswers   yes\n"));
+    EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
+}
+
+// The library counts a second confirmation of offset 0 as that of the next chunk, and calls it finished.
+TEST(PanelctlFlash, chunkThatWasSkipped_isNoSuccess)
+{
+    const TemporaryFile main(firmware(5000));
+    const ToolResult result =
+        runTool(flash({"--at", "0s", "fault boot duplicate skip=1"}, {"--main", main.getPath(), "--yes"}));
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_THAT(result.errors, HasSubstr("panelctl: the upgrade of panel 0101 (1-1) came to its end, but the chunk at "
+                                         "offset 0x1000 of the main image was never confirmed: most likely a reply "
+                                         "that came twice or late had it skipped.\n" +
+                                         recovery));
+}
+
+TEST(PanelctlFlash, pulledMeanwhile_saysHowFarItGot)
+{
+    const TemporaryFile main(firmware(10000));
+    const ToolResult result = runTool(
+        flash({"--at", "0s", "fault boot unplug skip=3"}, {"--main", main.getPath(), "--yes", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.errors,
+                StartsWith("panelctl: panel 0101 (1-1) went away while it was written: it was unplugged, or given up "
+                           "after a USB error. It had confirmed 0x2000 of 0x2710 bytes of the main image.\n"
+                           "  Plug it in again. " +
+                           recovery.substr(2)));
+}
+
+TEST(PanelctlFlash, panelSilentAfterwards_isNotAnswering)
+{
+    const TemporaryFile main(firmware(10));
+    const ToolResult result =
+        runTool(flash({"--at", "0s", "fault out delay=0", "--at", "0s", "fault out delay=0", "--at", "0s",
+                       "fault out delay=0", "--at", "0s", "fault out silent sticky"},
+                      {"--main", main.getPath(), "--yes", "--timeout", "3", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_THAT(result.output, EndsWith(" s\n"));
+    EXPECT_THAT(result.errors, StartsWith("panelctl: the firmware is written, every chunk of it confirmed, but panel "
+                                          "0101 (1-1) has not sent its device information since, for 3 s.\n"
+                                          "  Re-plug it, then see with `panelctl info` whether it answers. If it does "
+                                          "not, is this the right firmware for it?\n"));
+}
+
+// With the library's passes a second apart from 0.8 s on, all is confirmed long before, and the end noticed after, it
+// leaves.
+TEST(PanelctlFlash, panelThatRestarts_isWaitedFor)
+{
+    const TemporaryFile main(firmware(10));
+    const ToolResult result =
+        runTool(panelctlOn({"--chunk-time", "0", "--at", "0s", "emit type=20 size=8 count=40 every=20", "--at", "1.6s",
+                            "unplug", "--at", "2.4s", "plug"},
+                           {"flash", "--main", main.getPath(), "--yes", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(result.output, EndsWith("\nanswers   yes\n"));
+}
+
+// Twice at once, as a terminal and a parent deliver it.
+TEST(PanelctlFlash, firstInterrupt_warnsAndGoesOn)
+{
+    const TemporaryFile main(firmware(20000));
+    ToolRun run(flash({}, {"--main", main.getPath(), "--yes"}));
+    run.awaitOutput(" %  4096 of 20000 bytes");
+    run.sendSignalToTool(SIGINT);
+    run.let(std::chrono::milliseconds(20));
+    run.sendSignalToTool(SIGINT);
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.getOutput(), EndsWith("\nanswers   yes\n"));
+    EXPECT_THAT(run.getErrors(), StartsWith("panelctl: interrupted, but panel 0101 (1-1) would be left half written: "
+                                            "the upgrade goes on.\n"
+                                            "  Press Ctrl-C once more to leave all the same.\n"));
+    EXPECT_THAT(run.getErrors(), Not(HasSubstr("interrupted, when")));
+}
+
+TEST(PanelctlFlash, secondInterrupt_leavesAndTellsHowToRecover)
+{
+    const TemporaryFile main(firmware(100000));
+    ToolRun run(flash({}, {"--main", main.getPath(), "--yes"}));
+    run.awaitOutput(" %  8192 of 100000 bytes");
+    run.sendSignalToTool(SIGTERM);
+    run.awaitErrors("to leave all the same.\n");
+    run.let(std::chrono::milliseconds(600));
+    run.sendSignalToTool(SIGTERM);
+    EXPECT_EQ(run.finish(), 143);
+    EXPECT_LT(run.getSeconds(), 2);
+    EXPECT_THAT(run.getErrors(), ContainsRegex("\npanelctl: interrupted, when panel 0101 \\(1-1\\) had confirmed "
+                                               "0x[0-9a-f]+ of 0x186a0 bytes of the main image\\.\n  The panel is"));
+    EXPECT_THAT(run.getErrors(), HasSubstr(recovery));
+}
+
+TEST(PanelctlFlash, onATerminal_asksAndDrawsABarThatGoesAway)
+{
+    const TemporaryFile main(firmware(20000));
+    ToolRun run(flash({}, {"--main", main.getPath()}), ToolRun::Terminal{70});
+    run.awaitOutput("Write this, and leave the panel plugged in meanwhile? [y/N] ");
+    run.type("y\n");
+    run.awaitOutput("\r\x1b[Kmain    0 % [--------------------]     0 of 20000 bytes,  0.0 KiB/s");
+    run.sendSignalToTool(SIGINT);
+    EXPECT_EQ(run.finish(), 0);
+    const std::string screen = screenOf(run.getOutput(), 70);
+    EXPECT_THAT(screen, ContainsRegex("meanwhile\\? \\[y/N\\] y\n"
+                                      "panelctl: interrupted, but panel 0101 \\(1-1\\) would be left half written\n"
+                                      ": the upgrade goes on\\.\n"
+                                      "  Press Ctrl-C once more to leave all the same\\.\n"
+                                      "written   20000 bytes, each chunk confirmed, in [0-9]+\\.[0-9] s\n"
+                                      "answers   yes\n"));
+    EXPECT_THAT(screen, Not(HasSubstr(" %")));
+}
+
+TEST(PanelctlFlash, anythingButYes_sendsNothing)
+{
+    const TemporaryFile main(firmware(10));
+    const TemporaryFile log;
+    for (const std::string answer : {"\n", "n\n", "yep\n", "\x04"}) {
+        ToolRun run(flash({"--log", log.getPath()}, {"--main", main.getPath()}), ToolRun::Terminal{80});
+        run.awaitOutput("[y/N] ");
+        run.type(answer);
+        EXPECT_EQ(run.finish(), 1);
+        EXPECT_THAT(run.getOutput(), HasSubstr("\r\npanelctl: not confirmed: nothing was sent.\r\n"));
+        EXPECT_FALSE(isFirmwareRecorded(log));
+    }
+}
+
+TEST(PanelctlFlash, interruptAtTheQuestion_leavesAtOnce)
+{
+    const TemporaryFile main(firmware(10));
+    ToolRun run(flash({}, {"--main", main.getPath()}), ToolRun::Terminal{80});
+    run.awaitOutput("[y/N] ");
+    run.sendSignalToTool(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_THAT(run.getOutput(), EndsWith("panelctl: interrupted\r\n"));
+}
+
+TEST(PanelctlFlash, fileChangedAtTheQuestion_isRefused)
+{
+    const TemporaryFile main(firmware(10));
+    const TemporaryFile log;
+    ToolRun run(flash({"--log", log.getPath()}, {"--main", main.getPath()}), ToolRun::Terminal{200});
+    run.awaitOutput("[y/N] ");
+    std::ofstream(main.getPath()) << "new";
+    run.type("yes\n");
+    EXPECT_EQ(run.finish(), 2);
+    EXPECT_THAT(run.getOutput(), HasSubstr("' has changed since it was checked. Nothing was sent.\r\n"));
+    EXPECT_FALSE(isFirmwareRecorded(log));
+}
+
+TEST(PanelctlFlash, panelGoneAtTheQuestion_isSaid)
+{
+    const TemporaryFile main(firmware(10));
+    ToolRun run(flash({"--at", "1s", "unplug"}, {"--main", main.getPath(), "--log-level", "0"}), ToolRun::Terminal{80});
+    run.awaitOutput("[y/N] ");
+    run.let(std::chrono::milliseconds(1300));
+    run.type("y\n");
+    EXPECT_EQ(run.finish(), 4);
+    EXPECT_THAT(run.getOutput(), HasSubstr("after a USB error. Nothing was sent.\r\n"));
+}
+
+} // namespace Vantor

@@ -51,7 +51,7 @@ std::size_t StatusLine::getColumns() const
 
 bool StatusLine::isPossibleOn(int descriptor)
 {
-    const char* const kind = std::getenv("TERM");
+    const char* const kind = std::getenv("TERM"); // NOLINT(concurrency-mt-unsafe): nothing changes it
     return isatty(descriptor) != 0 && kind != nullptr && std::string(kind) != "dumb";
 }
 

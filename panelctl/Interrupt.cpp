@@ -93,12 +93,14 @@ void Interrupt::drain() const
 
 Interrupt::Reprieve::Reprieve()
 {
+    install(SIGHUP, SIG_IGN);
     s_tolerated = 1;
 }
 
 Interrupt::Reprieve::~Reprieve()
 {
     s_tolerated = 0;
+    install(SIGHUP, SIG_DFL);
 }
 
 bool Interrupt::Reprieve::isUsed()

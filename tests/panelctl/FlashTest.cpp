@@ -316,6 +316,28 @@ TEST(PanelctlFlash, secondInterrupt_leavesAndTellsHowToRecover)
     EXPECT_THAT(run.getErrors(), HasSubstr(recovery));
 }
 
+TEST(PanelctlFlash, terminalThatHangsUp_doesNotEndIt)
+{
+    const TemporaryFile main(firmware(10000));
+    const TemporaryFolder folder;
+    ToolRun run(flash({"--flash-dir", folder.getPath()}, {"--main", main.getPath(), "--yes"}));
+    run.awaitOutput(" %  4096 of 10000 bytes");
+    run.sendSignalToTool(SIGHUP);
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
+}
+
+TEST(PanelctlFlash, readerThatHasGone_doesNotEndIt)
+{
+    const TemporaryFile main(firmware(10000));
+    const TemporaryFolder folder;
+    ToolRun run(flash({"--flash-dir", folder.getPath()}, {"--main", main.getPath(), "--yes"}));
+    run.awaitOutput(" %  4096 of 10000 bytes");
+    run.closeOutput();
+    EXPECT_EQ(run.finish(), 1);
+    EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
+}
+
 TEST(PanelctlFlash, onATerminal_asksAndDrawsABarThatGoesAway)
 {
     const TemporaryFile main(firmware(20000));

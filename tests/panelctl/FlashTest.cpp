@@ -270,17 +270,26 @@ TEST(PanelctlFlash, panelSilentAfterwards_isNotAnswering)
                                           "not, is this the right firmware for it?\n"));
 }
 
-// With the library's passes a second apart from 0.8 s on, all is confirmed long before, and the end noticed after, it
-// leaves.
+// It leaves between its last confirmation, some 0.3 s after the start, and the library's own end, at least 0.7 s
+// after the chunk was sent; or, if that was quicker, once it is asked whether it answers.
 TEST(PanelctlFlash, panelThatRestarts_isWaitedFor)
 {
     const TemporaryFile main(firmware(10));
-    const ToolResult result =
-        runTool(panelctlOn({"--chunk-time", "0", "--at", "0s", "emit type=20 size=8 count=40 every=20", "--at", "1.6s",
-                            "unplug", "--at", "2.4s", "plug"},
-                           {"flash", "--main", main.getPath(), "--yes", "--log-level", "0"}));
+    const ToolResult result = runTool(flash({"--at", "850ms", "unplug", "--at", "1.5s", "plug"},
+                                            {"--main", main.getPath(), "--yes", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_THAT(result.output, EndsWith("\nanswers   yes\n"));
+}
+
+// As if each chunk had been confirmed; another panel's word does not count.
+TEST(PanelctlFlash, repliesOfAnotherPanel_doNotCount)
+{
+    const TemporaryFile main(firmware(5000));
+    const ToolResult result = runTool(flash({"--panels", "2", "--at", "0s", "fault boot duplicate skip=1", "--at", "0s",
+                                             "emit 1 type=40 hex=0101001000000000000000000000 count=100 every=20"},
+                                            {"--main", main.getPath(), "--yes", "--panel", "1-1"}));
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_THAT(result.errors, HasSubstr("offset 0x1000 of the main image was never confirmed"));
 }
 
 // Twice at once, as a terminal and a parent deliver it.

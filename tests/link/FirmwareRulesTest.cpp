@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+#include <gtest/gtest.h>
+
 using namespace std::chrono_literals;
 
 namespace Vantor::Test {
@@ -15,6 +17,7 @@ namespace Vantor::Test {
 namespace {
 
 using Kind = FirmwareFault::Kind;
+using Bytes = FaultyPanel::Bytes;
 
 struct Result {
     bool ended;

@@ -78,11 +78,18 @@ public:
     // Writes new firmware to the panel's main and servo MCU from the two files. Reads
     // both whole, then returns; the upgrade goes on from the library's threads, and
     // isUpdating tells when it has ended; it never does for a panel that stops
-    // answering or leaves. A file that can't be opened counts as
+    // answering or leaves, nor for one whose packet limit is below 4,120 bytes. That it
+    // has ended means that every chunk counts as acknowledged, not what the panel holds;
+    // see docs/limits.md. A path that is no regular file or can't be read whole counts as
     // empty: that MCU is left alone. Refused, with a log line, while an upgrade runs.
-    // `callback` runs on the caller's thread once, then on the receive thread, with
-    // the device's firmware mutex held: it must not call startFirmwareUpgrade on this
-    // device, and must not own the device's shared_ptr.
+    //
+    // `callback` runs on the caller's thread once, then on the receive thread for every
+    // chunk that is acknowledged, with the device's firmware mutex held. It may use the
+    // device's getters and packer, and look panels up. It must not call
+    // startFirmwareUpgrade on this device, which would wait for itself. The device keeps it until the next
+    // upgrade or its own end: it must not own the device's shared_ptr, or neither ever
+    // goes. It is not called at the end; a reply that comes later still calls it, with
+    // nothing of nothing.
     void startFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
                               std::function<void(const FirmwareProgress&)> callback);
 

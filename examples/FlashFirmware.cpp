@@ -50,6 +50,8 @@ bool flash(UsbDevice& panel, const std::string& mainPath, const std::string& ser
     // The callback owns what it writes to, and not the device: it outlives this function.
     const auto written = std::make_shared<std::atomic<std::uint32_t>>(0);
     panel.startFirmwareUpgrade(mainPath, servoPath, [written](const UsbDevice::FirmwareProgress& progress) {
+        if (progress.totalBytes == 0)
+            return; // a reply that came after the end
         *written = progress.bytesWritten;
         std::printf("%u of %u bytes\n", progress.bytesWritten, progress.totalBytes);
     });

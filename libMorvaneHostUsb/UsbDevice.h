@@ -86,10 +86,10 @@ public:
     // `callback` runs on the caller's thread once, then on the receive thread for every
     // chunk that is acknowledged, with the device's firmware mutex held. It may use the
     // device's getters and packer, and look panels up. It must not call
-    // startFirmwareUpgrade on this device, which would wait for itself. The device keeps it until the next
-    // upgrade or its own end: it must not own the device's shared_ptr, or neither ever
-    // goes. It is not called at the end; a reply that comes later still calls it, with
-    // nothing of nothing.
+    // startFirmwareUpgrade on this device, which would wait for itself. The device keeps
+    // it until the next upgrade or its own end: it must not own the device's shared_ptr,
+    // or neither ever goes. It is not called at the end; a reply that comes later still
+    // calls it, with nothing of nothing.
     void startFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
                               std::function<void(const FirmwareProgress&)> callback);
 

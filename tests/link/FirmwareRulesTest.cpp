@@ -216,6 +216,18 @@ TEST(FirmwareRules, lostRequestOfASecondUpgrade_isTakenUnderTheFirstOnes)
     EXPECT_EQ(resultOf(run, second), (Result{false, 8192, 0, 8192}));
 }
 
+TEST(FirmwareRules, lostRequestOfASecondUpgradeOfTheSameSize_failsThePanelsCheck)
+{
+    UpgradeRun::Options options = images(9000, 0);
+    UpgradeRun run(options);
+    run.run(FirmwareFaults{});
+    std::reverse(options.main.begin(), options.main.end());
+    run.setImages(options.main, options.servo);
+    run.run({{0, Kind::SendLost}});
+    EXPECT_EQ(resultOf(run, options), (Result{true, 9000, 0, 9000}));
+    EXPECT_EQ(run.bootLoader().getFlash().main.state, BootLoader::State::Mismatched);
+}
+
 // What the rules do survive although it looks alike.
 
 TEST(FirmwareRules, everyOtherSingleFault_isSurvived)

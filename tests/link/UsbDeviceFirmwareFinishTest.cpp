@@ -204,6 +204,30 @@ TEST_P(UsbDeviceFirmware, acknowledgementOfTheRequest_movesNothing)
     rig.expectStep({}, {rig.successLine(mainMcu, 0, 9)});
 }
 
+// A late reply of the first upgrade is as good as one to the second one's chunk 0.
+TEST_P(UsbDeviceFirmware, lateReplyOfTheUpgradeBefore_countsForChunkZero)
+{
+    FirmwareRig rig(GetParam(), Bytes(9, 1), {});
+    writeMain(rig, {});
+    rig.pollAfter(600ms);
+    rig.want.state = FirmwareState::finishing;
+    rig.expectNothing();
+    rig.pollAfter(0s);
+    wantFinished(rig);
+    rig.expectStep({}, finishedLines("1", "0"));
+    VirtualClock::advance(1s);
+    rig.startAndExpect();
+    rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, Frame::over(rig.mainBytes, {})));
+    for (const std::uint32_t counted : {9u, 18u}) {
+        rig.acknowledgeAfter(10ms, mainMcu, 0, 9);
+        rig.want.mainOffset = counted;
+        rig.want.retries = 0;
+        rig.want.timeout = 0.1;
+        rig.wantProgress();
+        rig.expectStep({}, {rig.successLine(mainMcu, 0, 9)});
+    }
+}
+
 TEST_P(UsbDeviceFirmware, secondStart_replacesTheCallback)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});

@@ -137,6 +137,11 @@ TEST_P(UsbDeviceFirmware, mainImageAroundTheChunkSize_endsWhereItEnds)
     }
 }
 
+TEST_P(UsbDeviceFirmware, mainImageOfMegabytes_goesOutWhole)
+{
+    walkMain(GetParam(), (3U << 20) + 1);
+}
+
 // Two acknowledgements of chunk 0 beyond the last chunk: the offset passes the end, which
 // counts as a finished image. Nothing behind the image is read.
 TEST_P(UsbDeviceFirmware, offsetPastTheEnd_isAFinishedImage)

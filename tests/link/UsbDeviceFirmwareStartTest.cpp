@@ -2,6 +2,7 @@
 #include "tests/link/FirmwareRig.h"
 
 #include <cstdio>
+#include <fstream>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -125,6 +126,18 @@ TEST_P(UsbDeviceFirmware, fileWithoutPermission_isAnEmptyImage)
     rig.want.state = FirmwareState::finishing;
     rig.want.timeout = 0.7;
     rig.expectStep({}, {openingError(path), openingError(path)});
+}
+
+// One byte more than a size can say; it takes no room on the disk.
+TEST_P(UsbDeviceFirmware, imageOfFourGigabytes_isAnEmptyImage)
+{
+    FirmwareRig rig(GetParam(), {}, {});
+    ASSERT_TRUE(std::ofstream(rig.main.path(), std::ios::binary).seekp(std::streamoff{0xFFFFFFFF}).put(0));
+    rig.device->startFirmwareUpgrade(rig.main.path(), rig.servo.path(), nullptr);
+    rig.want.state = FirmwareState::finishing;
+    rig.want.timeout = 0.7;
+    rig.expectStep(
+        {}, {openingError(rig.main.path()), {4, "[libusb] > Read file=" + rig.servo.path() + " size=0 bytes\n"}});
 }
 
 // The images stand in memory: what happens to the files later does not matter.

@@ -99,6 +99,10 @@ Interrupt::Reprieve::Reprieve()
 
 Interrupt::Reprieve::~Reprieve()
 {
+    if (s_presses <= s_tolerated) {
+        s_signal = 0;
+        s_presses = 0;
+    }
     s_tolerated = 0;
     install(SIGHUP, SIG_DFL);
 }

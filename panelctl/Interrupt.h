@@ -14,7 +14,8 @@ public:
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
 
-    // While one lives, the first signal is only noted; one that comes later interrupts.
+    // While one lives, the first signal is only noted, and forgotten afterwards; one that
+    // comes later interrupts.
     // What follows within half a second is the same Ctrl-C, delivered by several. A
     // terminal that hangs up is ignored.
     class Reprieve {

@@ -58,7 +58,6 @@ void FlashCommand::run(Session& session, Output& output)
     describe(*panel, output);
     confirm(session, output);
     requireUnchanged(*panel);
-    const Interrupt::Reprieve reprieve;
     write(session, output, *panel);
     panel.reset(); // or a panel that restarts would come back under another uid
     requireAnswer(session, output, name, place);
@@ -106,6 +105,7 @@ void FlashCommand::write(Session& session, Output& output, const Panel& panel) c
     const auto start = Session::Clock::now();
     FlashRun run(panel, m_images);
     try {
+        const Interrupt::Reprieve reprieve;
         switch (run.run(session, output, m_options.patience)) {
         case FlashRun::End::Finished:
             break;

@@ -325,6 +325,25 @@ TEST(PanelctlFlash, secondInterrupt_leavesAndTellsHowToRecover)
     EXPECT_THAT(run.getErrors(), HasSubstr(recovery));
 }
 
+// Nothing is at risk any more: the first one leaves, although there was one before.
+TEST(PanelctlFlash, interruptAfterTheLastChunk_leaves)
+{
+    const TemporaryFile main(firmware(10));
+    ToolRun run(flash({"--at", "0s", "fault out delay=0", "--at", "0s", "fault out delay=0", "--at", "0s",
+                       "fault out delay=0", "--at", "0s", "fault out silent sticky"},
+                      {"--main", main.getPath(), "--yes", "--log-level", "0"}));
+    run.awaitOutput("100 %");
+    run.sendSignalToTool(SIGINT);
+    run.awaitOutput("written ");
+    run.sendSignalToTool(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_LT(run.getSeconds(), 3);
+    EXPECT_THAT(run.getErrors(),
+                HasSubstr("panelctl: interrupted, when panel 0101 (1-1) had confirmed all of the firmware, but before "
+                          "it was seen to answer again.\n"
+                          "  `panelctl info` shows whether it does.\n"));
+}
+
 TEST(PanelctlFlash, terminalThatHangsUp_doesNotEndIt)
 {
     const TemporaryFile main(firmware(10000));
@@ -364,6 +383,17 @@ TEST(PanelctlFlash, onATerminal_asksAndDrawsABarThatGoesAway)
                                       "written   20000 bytes, each chunk confirmed, in [0-9]+\\.[0-9] s\n"
                                       "answers   yes\n"));
     EXPECT_THAT(screen, Not(HasSubstr(" %")));
+}
+
+// What the library prints itself would break the bar.
+TEST(PanelctlFlash, detailedLog_hasLinesInPlaceOfTheBar)
+{
+    const TemporaryFile main(firmware(10));
+    ToolRun run(flash({}, {"--main", main.getPath(), "--yes", "--log-level", "4"}), ToolRun::Terminal{80});
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.getOutput(), HasSubstr("\n100 %  10 of 10 bytes, main image, "));
+    EXPECT_THAT(run.getOutput(), HasSubstr("[libusb] Finished!\r\n"));
+    EXPECT_THAT(run.getOutput(), Not(HasSubstr("\x1b")));
 }
 
 TEST(PanelctlFlash, anythingButYes_sendsNothing)

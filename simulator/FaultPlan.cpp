@@ -18,8 +18,13 @@ void FaultPlan::clear()
 
 void FaultPlan::clearHalt()
 {
-    if (m_sticky && m_sticky->kind == PanelFault::Kind::Stall)
+    if (isHalted())
         m_sticky.reset();
+}
+
+bool FaultPlan::isHalted() const
+{
+    return m_sticky && m_sticky->kind == PanelFault::Kind::Stall;
 }
 
 const PanelFault* FaultPlan::next() const

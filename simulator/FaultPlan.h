@@ -19,6 +19,9 @@ public:
     // Lifts a sticky stall and nothing else.
     void clearHalt();
 
+    // Whether the endpoint stays stalled until clearHalt.
+    bool isHalted() const;
+
     // What the next transfer meets; null when nothing.
     const PanelFault* next() const;
 

@@ -95,6 +95,13 @@ int PanelModel::clearHalt(std::uint8_t endpoint)
     return 0;
 }
 
+bool PanelModel::isHalted(std::uint8_t endpoint) const
+{
+    if (endpoint == PanelLink::outEndpoint)
+        return m_outFaults.isHalted();
+    return endpoint == PanelLink::inEndpoint && m_inFaults.isHalted();
+}
+
 int PanelModel::claimForSubmit(Owner owner)
 {
     return claimInterface(owner, PanelLink::interfaceNumber);

@@ -105,6 +105,7 @@ public:
     // -ENOENT for endpoint 0 and others that the interface does not have, like the
     // kernel; 0 lifts a sticky stall.
     int clearHalt(std::uint8_t endpoint);
+    bool isHalted(std::uint8_t endpoint) const;
 
     // -ENODEV once unplugged, -EBUSY when another owner holds the interface; an owner
     // that has not claimed it claims it hereby, as a kernel does it. Transfers of one

@@ -13,7 +13,6 @@ namespace Vantor {
 
 namespace {
 
-constexpr std::size_t setupSize = 8;
 constexpr std::uint32_t longestTransfer = 16 * 1024 * 1024; // the kernel's own limit for all of usbfs
 
 } // namespace
@@ -28,7 +27,7 @@ bool UsbfsFile::Urb::isContinuation() const
     return (flags & USBDEVFS_URB_BULK_CONTINUATION) != 0;
 }
 
-UsbfsFile::UsbfsFile(PanelModel& model, const ControlEndpoint& control, std::uint32_t capabilities,
+UsbfsFile::UsbfsFile(PanelModel& model, ControlEndpoint& control, std::uint32_t capabilities,
                      PanelModel::UrbId& lastUrb)
     : m_model(model), m_control(control), m_capabilities(capabilities), m_lastUrb(lastUrb)
 {}
@@ -88,9 +87,9 @@ int UsbfsFile::submit(const ClientMemory& argument)
         return -EINVAL;
     Urb urb{memory, request.endpoint, request.flags, length, {}};
 
-    if (request.type == USBDEVFS_URB_TYPE_CONTROL && length >= setupSize) {
-        urb.data = memory.follow(offsetof(usbdevfs_urb, buffer), length).readBytes(0, setupSize);
-        return submitControl(std::move(urb));
+    if (request.type == USBDEVFS_URB_TYPE_CONTROL && length >= ControlEndpoint::setupSize) {
+        const auto setup = memory.follow(offsetof(usbdevfs_urb, buffer), length).read<ControlEndpoint::Setup>();
+        return submitControl(std::move(urb), setup);
     }
     if (request.type != USBDEVFS_URB_TYPE_BULK)
         return -EINVAL;
@@ -99,12 +98,12 @@ int UsbfsFile::submit(const ClientMemory& argument)
     return submitBulk(std::move(urb));
 }
 
-int UsbfsFile::submitControl(Urb urb)
+int UsbfsFile::submitControl(Urb urb, const ControlEndpoint::Setup& setup)
 {
-    ControlEndpoint::Answer answer = m_control.answer(urb.data);
+    ControlEndpoint::Answer answer = m_control.answer(setup);
     urb.actualLength = static_cast<std::uint32_t>(answer.data.size());
     urb.data = std::move(answer.data);
-    urb.dataOffset = setupSize;
+    urb.dataOffset = ControlEndpoint::setupSize;
     finish(std::move(urb), answer.status);
     return 0;
 }

@@ -25,8 +25,7 @@ namespace Vantor {
 class UsbfsFile {
 public:
     // `lastUrb` numbers the URBs of all files on one model.
-    UsbfsFile(PanelModel& model, const ControlEndpoint& control, std::uint32_t capabilities,
-              PanelModel::UrbId& lastUrb);
+    UsbfsFile(PanelModel& model, ControlEndpoint& control, std::uint32_t capabilities, PanelModel::UrbId& lastUrb);
     ~UsbfsFile();
     UsbfsFile(const UsbfsFile&) = delete;
     UsbfsFile& operator=(const UsbfsFile&) = delete;
@@ -58,7 +57,7 @@ private:
     };
 
     int submit(const ClientMemory& argument);
-    int submitControl(Urb urb);
+    int submitControl(Urb urb, const ControlEndpoint::Setup& setup);
     int submitBulk(Urb urb);
     int start(Urb& urb);
     int discard(std::uintptr_t address);
@@ -70,7 +69,7 @@ private:
     void finish(Urb urb, int status);
 
     PanelModel& m_model;
-    const ControlEndpoint& m_control;
+    ControlEndpoint& m_control;
     const std::uint32_t m_capabilities;
     PanelModel::UrbId& m_lastUrb;
 

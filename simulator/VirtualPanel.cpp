@@ -51,7 +51,8 @@ std::string formatBytes(std::size_t number)
 VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options,
                            BootLoader::Flash flash, const std::string& nodePath)
     : m_share(share), m_address(address), m_model(std::move(options), share.clock, std::move(flash)),
-      m_control(m_model.getDescriptors()), m_node(nodePath), m_handler(umockdev_ioctl_base_new(), g_object_unref)
+      m_control(m_model, ControlEndpoint::onlyConfiguration), m_node(nodePath),
+      m_handler(umockdev_ioctl_base_new(), g_object_unref)
 {
     m_model.setRecordObserver([this](const PanelModel::Record& record) {
         if (m_share.log)

@@ -87,7 +87,7 @@ private:
     BusShare& m_share;
     const Address m_address;
     PanelModel m_model;
-    const ControlEndpoint m_control;
+    ControlEndpoint m_control;
     UsbfsNode m_node;
     const std::shared_ptr<UMockdevIoctlBase> m_handler;
 

@@ -5,6 +5,7 @@ if(TARGET PanelModel)
       BootLoaderFaultTest.cpp
       BootLoaderTest.cpp
       BootLoaderTimeTest.cpp
+      ControlEndpointTest.cpp
       FaultPlanTest.cpp
       FlashReportTest.cpp
       LcdOptionTest.cpp

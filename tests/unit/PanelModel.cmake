@@ -28,6 +28,14 @@ if(TARGET PanelModel)
     LIBRARIES FlashFolder GTest::gmock_main
     LABELS unit)
 
+  morvane_add_test(kernelBusTests
+    SOURCES
+      UsbIpMessageTest.cpp
+      UsbIpPanelTest.cpp
+      VhciPortsTest.cpp
+    LIBRARIES KernelBus GTest::gmock_main
+    LABELS unit)
+
   morvane_add_test(panelPicturesTests
     SOURCES
       PngWriterTest.cpp

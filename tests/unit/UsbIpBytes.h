@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Vantor {
+
+// A header of USB/IP, written as its twelve big-endian words.
+inline std::vector<std::uint8_t> usbIpHeader(std::vector<std::uint32_t> words)
+{
+    words.resize(12);
+    std::vector<std::uint8_t> bytes;
+    for (const std::uint32_t word : words)
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+    return bytes;
+}
+
+} // namespace Vantor

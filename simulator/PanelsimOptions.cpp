@@ -1,7 +1,9 @@
 #include "simulator/PanelsimOptions.h"
 
+#include "simulator/CommandExecution.h"
 #include "simulator/LcdOption.h"
-#include "simulator/VirtualBus.h"
+#include "simulator/PanelBus.h"
+#include "simulator/PanelsimHelp.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -15,67 +17,6 @@ namespace Vantor {
 namespace {
 
 using TimeAndCommand = std::pair<std::string, std::string>;
-
-constexpr char footer[] =
-    R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
-TIME is 250ms, 2s or 1.5s; a plain number is seconds. What happens at 0 has happened before
-PROGRAM starts. COMMAND, in quotes, is one of:
-  plug [P]
-  unplug [P]
-  fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
-  fault [P] boot reply=CODE|lose|ignore|delay=MS|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
-  fault [P] clear
-  emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
-
-A fault meets the next transfer of the panel's endpoint, records to the panel (out) or packets from
-it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
-  stall         the endpoint halts; out and in. Clearing the halt ends a sticky one
-  silent        the transfer is never answered; the host gives up on it in its own time. In: what the
-                panel has to say waits for the next read
-  short=BYTES   out: only the first BYTES are taken; in: only the first BYTES of what the panel has to
-                say are given. The rest is lost
-  status=ERRNO  the transfer fails: EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV,
-                EXDEV, EINVAL, EOVERFLOW or ESHUTDOWN; out loses its bytes, in loses nothing
-  delay=MS      out: taken MS later; in: given MS after there is something to give
-
-A boot fault meets the next firmware record, a request or a chunk of an upgrade, or the one after N
-others; sticky, all from then on:
-  reply=CODE    nothing is written, the answer is CODE, hexadecimal (0, 1, 2, f0, f1, f2)
-  lose          done, but not answered
-  ignore        as if the record had never come
-  delay=MS      done and answered MS later
-  duplicate     answered twice
-  corrupt=OFFSET  byte 0 to 13 of the answer is inverted
-  unplug        the panel is gone before it takes the record; 'plug' brings it back
-
-A panel takes firmware upgrades: it writes a chunk in 110 ms, or --chunk-time, and answers. Its flash,
-2 MiB for the main MCU and 1 MiB for the servo MCU, outlives unplugging. With --flash-dir it outlives
-the run, too: panelP-main.bin and panelP-servo.bin in DIR are loaded at the start, and written when the
-panel is unplugged and at the end, each if an upgrade has written to it. At the end, standard error
-says what became of upgrades:
-  panelsim: panel 0: main MCU: 12000 bytes, verified
-  panelsim: panel 0: servo MCU: incomplete, 8192 of 12000 bytes
-or "12000 bytes, does not match its CRC".
-
-The lines of --log begin with the seconds since the bus was set up, shortly before PROGRAM's start.
-
-LCDs are white when a panel is plugged in, 144x168 unless --lcd says otherwise, and drawn on by
-LCD slices; a panel shows at most 64 of them, of any numbers. --png and --show tell what is on them when PROGRAM has ended:
-of a panel that is unplugged by then, what it showed last; of one that was plugged back, only what
-was drawn since. --png writes panelP-lcdL.png for each LCD drawn on (8-bit grey when all its pixels
-are grey, else RGB) and leaves other files in DIR alone. --show prints a column for each pixel and
-two rows of pixels in a line.
-
-Exit code: that of PROGRAM, or 128+N when signal N ended it;
-  120  a panel saw a violation of the wire (each is printed)
-  125  wrong usage, or panelsim itself failed
-  126  PROGRAM cannot be executed
-  127  PROGRAM was not found
-
-SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later.
-
-Example: a panel that is pulled after 2 s and comes back
-  panelsim run --at 2s 'unplug 0' --at 3.5s 'plug 0' -- panelctl watch --duration 6)";
 
 bool isOption(const std::string& word)
 {
@@ -114,11 +55,6 @@ void refuseUnquotedCommands(int argc, char** argv)
     }
 }
 
-unsigned int panelOf(const PanelCommand& command)
-{
-    return std::visit([](const auto& alternative) { return alternative.panel; }, command);
-}
-
 PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
 {
     const ParsedTime time = parseTime(text.first);
@@ -127,9 +63,9 @@ PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
     const ParsedCommand command = parsePanelCommand(text.second);
     if (!command.command)
         throw CLI::ValidationError("--at '" + text.second + "'", command.error);
-    if (panelOf(*command.command) >= VirtualBus::maxPanels)
+    if (CommandExecution::panelOf(*command.command) >= PanelBus::maxPanels)
         throw CLI::ValidationError("--at '" + text.second + "'",
-                                   "panels are numbered 0 to " + std::to_string(VirtualBus::maxPanels - 1));
+                                   "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
     return {*time.time, *command.command};
 }
 
@@ -146,61 +82,105 @@ std::map<std::uint16_t, PanelScreen::Size> parseLcdSizes(const std::vector<std::
     return sizes;
 }
 
+// What the command line says in words that need a second look.
+struct RawOptions {
+    std::vector<TimeAndCommand> timed;
+    std::vector<std::string> lcds;
+    unsigned int chunkTime = 0; // milliseconds
+    bool withoutScatterGather = false;
+};
+
+void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& raw)
+{
+    command
+        .add_option("--seed", options.seed,
+                    "Device id in the packets of panel 0, and one more for each further panel; hosts replace it")
+        ->capture_default_str();
+    command
+        .add_option("--max-packet", options.maxPacketSize,
+                    "Packet limit in bytes that the panels announce; hosts ignore 1024 or less and use 1100")
+        ->capture_default_str();
+    command.add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
+        ->type_name("FILE");
+    command.add_option("--lcd", raw.lcds, "Size of LCD L in pixels; may be repeated")
+        ->type_name("L=WxH")
+        ->allow_extra_args(false);
+    command.add_option("--png", options.pngFolder, "Write what the LCDs show at the end, as PNG files")
+        ->type_name("DIR");
+    command.add_flag("--show", options.show, "Print what the LCDs show at the end");
+    command.add_option("--flash-dir", options.flashFolder, "Keep what is in the panels' flash memory, as files")
+        ->type_name("DIR");
+    command.add_option("--chunk-time", raw.chunkTime, "Milliseconds in which a panel writes a chunk of firmware")
+        ->type_name("MS")
+        ->check(CLI::Range(0U, 1'000'000U))
+        ->capture_default_str();
+}
+
+void addPanels(CLI::App& command, PanelsimOptions& options, const char* description)
+{
+    command.add_option("--panels", options.panels, description)
+        ->check(CLI::Range(0U, PanelBus::maxPanels))
+        ->capture_default_str();
+}
+
+void addTimedCommands(CLI::App& command, RawOptions& raw, const char* description)
+{
+    command.add_option("--at", raw.timed, description)
+        ->type_name("TIME 'COMMAND'")
+        ->allow_extra_args(false); // would take the -- before PROGRAM for its own end
+}
+
+void addRun(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
+{
+    CLI::App* const run = app.add_subcommand("run", "Run PROGRAM on a bus of its own");
+    addPanels(*run, options, "Panels plugged in before PROGRAM starts");
+    addTimedCommands(*run, raw, "What happens TIME after PROGRAM's start; may be repeated");
+    addCommonOptions(*run, options, raw);
+    run->add_flag("--no-scatter-gather", raw.withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
+    run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
+    run->footer(PanelsimHelp::getRunFooter());
+    run->final_callback([&options] { options.command = PanelsimOptions::Command::Run; });
+}
+
+void addAttach(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
+{
+    CLI::App* const attach = app.add_subcommand("attach", "Plug panels into this machine's kernel, for any program");
+    addPanels(*attach, options, "Panels plugged in at the start");
+    addTimedCommands(*attach, raw, "What happens TIME after that; may be repeated");
+    addCommonOptions(*attach, options, raw);
+    attach->add_option("--vhci", options.vhciFolder, "Where sysfs has the kernel's first virtual host controller")
+        ->type_name("DIR")
+        ->capture_default_str();
+    attach->footer(PanelsimHelp::getAttachFooter());
+    attach->final_callback([&options] { options.command = PanelsimOptions::Command::Attach; });
+}
+
 } // namespace
 
 PanelsimArguments parsePanelsimArguments(int argc, char** argv)
 {
     PanelsimArguments arguments;
     PanelsimOptions& options = arguments.options;
-    std::vector<TimeAndCommand> timed;
-    std::vector<std::string> lcds;
-    bool withoutScatterGather = false;
-    auto chunkTime = static_cast<unsigned int>(options.chunkTime / std::chrono::milliseconds(1));
+    RawOptions raw;
+    raw.chunkTime = static_cast<unsigned int>(options.chunkTime / std::chrono::milliseconds(1));
 
-    CLI::App app("Runs a program that uses libusb on a USB bus with simulated panels.", "panelsim");
+    CLI::App app("Simulated panels, for a program that uses libusb or for the whole machine.", "panelsim");
     app.set_version_flag("--version", "panelsim " MORVANE_VERSION);
     app.require_subcommand(1);
-    CLI::App* const run = app.add_subcommand("run", "Run PROGRAM on a bus of its own");
-    run->add_option("--panels", options.panels, "Panels plugged in before PROGRAM starts")
-        ->check(CLI::Range(0U, VirtualBus::maxPanels))
-        ->capture_default_str();
-    run->add_option("--seed", options.seed,
-                    "Device id in the packets of panel 0, and one more for each further panel; hosts replace it")
-        ->capture_default_str();
-    run->add_option("--max-packet", options.maxPacketSize,
-                    "Packet limit in bytes that the panels announce; hosts ignore 1024 or less and use 1100")
-        ->capture_default_str();
-    run->add_option("--at", timed, "What happens TIME after PROGRAM's start; may be repeated")
-        ->type_name("TIME 'COMMAND'")
-        ->allow_extra_args(false); // would take the -- before PROGRAM for its own end
-    run->add_flag("--no-scatter-gather", withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
-    run->add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
-        ->type_name("FILE");
-    run->add_option("--lcd", lcds, "Size of LCD L in pixels; may be repeated")
-        ->type_name("L=WxH")
-        ->allow_extra_args(false);
-    run->add_option("--png", options.pngFolder, "Write what the LCDs show at the end, as PNG files")->type_name("DIR");
-    run->add_flag("--show", options.show, "Print what the LCDs show at the end");
-    run->add_option("--flash-dir", options.flashFolder, "Keep what is in the panels' flash memory, as files")
-        ->type_name("DIR");
-    run->add_option("--chunk-time", chunkTime, "Milliseconds in which a panel writes a chunk of firmware")
-        ->type_name("MS")
-        ->check(CLI::Range(0U, 1'000'000U))
-        ->capture_default_str();
-    run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
-    run->footer(footer);
+    addRun(app, options, raw);
+    addAttach(app, options, raw);
     try {
         refuseUnquotedCommands(argc, argv);
         app.parse(argc, argv);
-        for (const TimeAndCommand& text : timed)
+        for (const TimeAndCommand& text : raw.timed)
             options.timedCommands.push_back(parseTimedCommand(text));
-        options.lcdSizes = parseLcdSizes(lcds);
+        options.lcdSizes = parseLcdSizes(raw.lcds);
     } catch (const CLI::ParseError& error) {
         arguments.exitCode = app.exit(error) == 0 ? 0 : PanelsimExit::failure;
         return arguments;
     }
-    options.scatterGather = !withoutScatterGather;
-    options.chunkTime = std::chrono::milliseconds(chunkTime);
+    options.scatterGather = !raw.withoutScatterGather;
+    options.chunkTime = std::chrono::milliseconds(raw.chunkTime);
     arguments.run = true;
     return arguments;
 }

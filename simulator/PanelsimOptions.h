@@ -3,6 +3,7 @@
 #include "simulator/BootLoader.h"
 #include "simulator/PanelCommand.h"
 #include "simulator/PanelScreen.h"
+#include "simulator/VhciPorts.h"
 
 #include <chrono>
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace Vantor {
 
 // Exit codes of panelsim, beside those of the program that it runs.
 namespace PanelsimExit {
-constexpr int violation = 120; // the program ran, and a panel saw a violation of the wire
+constexpr int violation = 120; // all went well but that a panel saw a violation of the wire
 constexpr int failure = 125;   // wrong usage, or panelsim itself failed
 constexpr int notExecutable = 126;
 constexpr int notFound = 127;
@@ -23,15 +24,20 @@ constexpr int signalBase = 128; // plus the number of the signal that ended the 
 
 // The command line of panelsim.
 struct PanelsimOptions {
+    enum class Command {
+        Run,    // a program on a virtual bus
+        Attach, // panels to the kernel's own bus
+    };
+
     struct TimedCommand {
-        std::chrono::nanoseconds time; // after the program's start
+        std::chrono::nanoseconds time; // after the start of the program, or of it all
         PanelCommand command;
     };
 
-    unsigned int panels = 1; // plugged before the program starts
+    Command command = Command::Run;
+    unsigned int panels = 1; // plugged at the start
     std::uint64_t seed = 1;
     std::uint16_t maxPacketSize = 8192;
-    bool scatterGather = true;
     std::string logFile; // empty: none
     std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
     std::string pngFolder; // empty: no pictures
@@ -39,7 +45,13 @@ struct PanelsimOptions {
     std::string flashFolder; // empty: flash lasts as long as the run
     std::chrono::nanoseconds chunkTime = BootLoader::Options{}.chunkTime;
     std::vector<TimedCommand> timedCommands;
+
+    // Of Run.
+    bool scatterGather = true;
     std::vector<std::string> program;
+
+    // Of Attach.
+    std::string vhciFolder = VhciPorts::defaultFolder;
 };
 
 struct PanelsimArguments {

@@ -1,5 +1,6 @@
 #include "simulator/SysfsDescription.h"
 
+#include "simulator/PanelBus.h"
 #include "simulator/PanelDescriptors.h"
 
 #include <cstdio>
@@ -122,7 +123,7 @@ std::string describeInterface(const std::string& path, const std::vector<std::ui
 
 std::string describeRootHub()
 {
-    return describe(rootHubPath, {0, 1, 0, 1}, VirtualPanel::maxPort, rootHubDescriptors, {}) +
+    return describe(rootHubPath, {0, 1, 0, 1}, PanelBus::maxPanels, rootHubDescriptors, {}) +
            describeInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
 }
 

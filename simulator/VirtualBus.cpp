@@ -1,10 +1,9 @@
 #include "simulator/VirtualBus.h"
 
+#include "simulator/CommandExecution.h"
 #include "simulator/SysfsDescription.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -21,69 +20,6 @@ constexpr char preloadedLibrary[] = "libumockdev-preload.so.0";
 
 constexpr std::uint32_t capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
                                        USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
-
-unsigned int panelOf(const PanelCommand& command)
-{
-    return std::visit([](const auto& alternative) { return alternative.panel; }, command);
-}
-
-std::string nameOf(const PanelFault& fault)
-{
-    switch (fault.kind) {
-    case PanelFault::Kind::Stall:
-        return "stall";
-    case PanelFault::Kind::Short:
-        return "short=" + std::to_string(fault.bytes);
-    case PanelFault::Kind::NoAnswer:
-        return "silent";
-    case PanelFault::Kind::Status:
-        return std::string("status=") + strerrorname_np(-fault.status);
-    case PanelFault::Kind::Delay:
-        return "delay=" + std::to_string(fault.delay / std::chrono::milliseconds(1));
-    }
-    return {};
-}
-
-std::string formatHex(std::uint8_t byte)
-{
-    char text[3];
-    std::snprintf(text, sizeof text, "%02x", byte);
-    return text;
-}
-
-std::string nameOf(const BootFault& fault)
-{
-    switch (fault.kind) {
-    case BootFault::Kind::Reply:
-        return "reply=" + formatHex(fault.code);
-    case BootFault::Kind::Lose:
-        return "lose";
-    case BootFault::Kind::Ignore:
-        return "ignore";
-    case BootFault::Kind::Delay:
-        return "delay=" + std::to_string(fault.delay / std::chrono::milliseconds(1));
-    case BootFault::Kind::Duplicate:
-        return "duplicate";
-    case BootFault::Kind::Corrupt:
-        return "corrupt=" + std::to_string(fault.offset);
-    case BootFault::Kind::Unplug:
-        return "unplug";
-    }
-    return {};
-}
-
-// In the words of the command.
-std::string describe(const PanelFault& fault)
-{
-    const std::string direction = fault.direction == PanelFault::Direction::Out ? "out " : "in ";
-    return direction + nameOf(fault) + (fault.sticky ? " sticky" : " once");
-}
-
-std::string describe(const BootFault& fault)
-{
-    const std::string skip = fault.skip != 0 ? " skip=" + std::to_string(fault.skip) : "";
-    return "boot " + nameOf(fault) + skip + (fault.sticky ? " sticky" : " once");
-}
 
 PanelModel::Clock startClock()
 {
@@ -247,58 +183,34 @@ void VirtualBus::execute(const PanelCommand& command)
     if (const auto* const pullOut = std::get_if<UnplugCommand>(&command))
         return unplug(pullOut->panel);
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    if (const auto* const fault = std::get_if<FaultCommand>(&command))
-        applyFault(*fault);
-    else if (const auto* const bootFault = std::get_if<BootFaultCommand>(&command))
-        applyFault(*bootFault);
-    else if (const auto* const clear = std::get_if<ClearFaultsCommand>(&command))
-        apply(*clear);
-    else if (const auto* const emission = std::get_if<EmitCommand>(&command))
-        apply(*emission);
-}
-
-template <typename Command> void VirtualBus::applyFault(const Command& command)
-{
-    const std::string line = "fault " + describe(command.fault);
-    if (findPlugged(command.panel) == nullptr)
-        return complain(command.panel, "is not plugged: " + line);
-    visitPlugged(command.panel, line, [&command](PanelModel& model) { model.inject(command.fault); });
-}
-
-void VirtualBus::apply(const ClearFaultsCommand& command)
-{
-    visitPlugged(command.panel, "fault clear", [](PanelModel& model) { model.clearFaults(); });
+    apply(command);
 }
 
 // The rest of a repeated emission goes back to the timeline.
-void VirtualBus::apply(const EmitCommand& command)
+void VirtualBus::apply(const PanelCommand& command)
 {
-    const std::string line =
-        "emit type " + std::to_string(static_cast<int>(command.type)) + ", " + formatBytes(command.payload.size());
-    visitPlugged(command.panel, line, [&command](PanelModel& model) { model.emit(command.type, command.payload); });
-    if (command.count <= 1)
-        return;
-    EmitCommand rest = command;
-    --rest.count;
-    m_timeline.emplace(m_share.clock() + rest.every, rest);
-    m_share.deadlineMoved.notify_one();
-}
-
-void VirtualBus::visitPlugged(unsigned int panel, const std::string& line,
-                              const std::function<void(PanelModel&)>& visitor)
-{
+    const unsigned int panel = CommandExecution::panelOf(command);
+    const std::string line = CommandExecution::describe(command);
     VirtualPanel* const plugged = findPlugged(panel);
-    if (plugged == nullptr)
-        return log(panel, "is not plugged: " + line);
-    log(panel, line);
-    visitor(plugged->getModel());
-    plugged->settle();
+    if (plugged != nullptr) {
+        log(panel, line);
+        CommandExecution::carryOut(command, plugged->getModel());
+        plugged->settle();
+    } else if (CommandExecution::needsPanel(command)) {
+        complain(panel, "is not plugged: " + line);
+    } else {
+        log(panel, "is not plugged: " + line);
+    }
+    if (const auto rest = CommandExecution::restOf(command)) {
+        m_timeline.add(m_share.clock() + rest->every, *rest);
+        m_share.deadlineMoved.notify_one();
+    }
 }
 
 void VirtualBus::schedule(std::chrono::nanoseconds delay, const PanelCommand& command)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    m_timeline.emplace(m_share.clock() + delay, command);
+    m_timeline.add(m_share.clock() + delay, command);
     m_share.deadlineMoved.notify_one();
 }
 
@@ -393,11 +305,9 @@ void VirtualBus::runTime()
             lock.lock();
             continue;
         }
-        if (!m_timeline.empty() && m_timeline.begin()->first <= now) {
-            const PanelCommand command = m_timeline.begin()->second;
-            m_timeline.erase(m_timeline.begin());
+        if (const auto command = m_timeline.takeDue(now)) {
             lock.unlock();
-            attempt(panelOf(command), [this, &command] { execute(command); });
+            attempt(CommandExecution::panelOf(*command), [this, &command] { execute(*command); });
             lock.lock();
             continue;
         }
@@ -422,7 +332,7 @@ void VirtualBus::attempt(unsigned int panel, const std::function<void()>& action
 
 std::chrono::nanoseconds VirtualBus::nextWakeTime() const
 {
-    auto time = m_timeline.empty() ? std::chrono::nanoseconds::max() : m_timeline.begin()->first;
+    auto time = m_timeline.getNextTime().value_or(std::chrono::nanoseconds::max());
     for (const auto& panel : m_panels)
         if (const auto deadline = panel->getModel().nextDeadline())
             time = std::min(time, *deadline);

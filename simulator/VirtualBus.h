@@ -1,7 +1,7 @@
 #pragma once
 
-#include "simulator/PanelCommand.h"
-#include "simulator/PanelModel.h"
+#include "simulator/CommandTimeline.h"
+#include "simulator/PanelBus.h"
 #include "simulator/VirtualPanel.h"
 
 #include <chrono>
@@ -26,59 +26,31 @@ namespace Vantor {
 // happens in time, and umockdev has one for the client's ioctls; neither wakes while
 // nothing happens. One bus per process at a time.
 // Lifetime: the client must have ended before the bus is destroyed.
-class VirtualBus {
+class VirtualBus : public PanelBus {
 public:
-    using Log = std::function<void(const std::string& line)>;
-
-    static constexpr unsigned int maxPanels = VirtualPanel::maxPort;
-
-    struct Options {
+    struct Options : PanelBus::Options {
         bool scatterGather = true; // false: libusb splits transfers into URBs of 16 KiB
-        PanelModel::Options panel; // of panel 0; panel P has the seed P higher
-        Log log;                   // one line for each thing that happens, from any thread, one at a time
-        Log complain;              // also a plug, unplug or fault that could not be carried out
-        // What is in the flash memory of a panel that has been unplugged, on the thread that
-        // unplugs it; it is not plugged back meanwhile. What it throws is complained of, or
-        // comes back from unplug.
-        std::function<void(unsigned int panel, const BootLoader::Flash& flash)> keepFlash;
     };
 
     // Throws std::runtime_error when the bus cannot be set up.
     explicit VirtualBus(Options options);
-    ~VirtualBus();
-    VirtualBus(const VirtualBus&) = delete;
-    VirtualBus& operator=(const VirtualBus&) = delete;
+    ~VirtualBus() override;
 
     // Environment for the client, this process's own included: NAME=VALUE.
     static std::vector<std::string> getClientEnvironment();
 
-    // What the flash memory of a panel holds when it is plugged in next. Without it that is
-    // what it held when it was unplugged.
-    void setFlash(unsigned int panel, BootLoader::Flash flash);
-
-    // Do nothing but log when the panel is plugged already, or not plugged, or has no
-    // port. They return when the bus shows it; the client notices in its own time.
-    void plug(unsigned int panel);
-    void unplug(unsigned int panel);
-
-    // Carries out a command now; a repeated emission goes on in its own time.
-    void execute(const PanelCommand& command);
-
-    // As execute, `delay` from now.
-    void schedule(std::chrono::nanoseconds delay, const PanelCommand& command);
-
-    // Hands over the panel plugged in last under this number, while nothing else
-    // happens on the bus; false when there has been none.
-    bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor);
-
-    // Of all panels that were ever plugged, each line with the panel's number.
-    std::vector<std::string> getViolations() const;
+    void setFlash(unsigned int panel, BootLoader::Flash flash) override;
+    void plug(unsigned int panel) override;
+    void unplug(unsigned int panel) override;
+    void execute(const PanelCommand& command) override;
+    void schedule(std::chrono::nanoseconds delay, const PanelCommand& command) override;
+    bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
+    std::vector<std::string> getViolations() const override;
 
 private:
     struct GObjectRelease {
         void operator()(void* object) const;
     };
-    using Timeline = std::multimap<std::chrono::nanoseconds, PanelCommand>;
 
     void log(unsigned int panel, const std::string& line) const;
     void complain(unsigned int panel, const std::string& line) const;
@@ -91,10 +63,7 @@ private:
     void remove(VirtualPanel& panel);
     void removePulled();
     void addToSysfs(const std::string& description);
-    template <typename Command> void applyFault(const Command& command);
-    void apply(const ClearFaultsCommand& command);
-    void apply(const EmitCommand& command);
-    void visitPlugged(unsigned int panel, const std::string& line, const std::function<void(PanelModel&)>& visitor);
+    void apply(const PanelCommand& command);
 
     void runTime();
     void attempt(unsigned int panel, const std::function<void()>& action) const;
@@ -108,7 +77,7 @@ private:
     mutable BusShare m_share;
     std::vector<std::unique_ptr<VirtualPanel>> m_panels;
     std::map<unsigned int, BootLoader::Flash> m_flash; // for panels not plugged in yet
-    Timeline m_timeline;
+    CommandTimeline m_timeline;
     bool m_ending = false;
 
     // Under m_hotplugMutex.

@@ -1,8 +1,9 @@
 #include "simulator/VirtualPanel.h"
 
+#include "simulator/CommandExecution.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <exception>
 #include <utility>
 
@@ -12,20 +13,6 @@
 namespace Vantor {
 
 namespace {
-
-constexpr std::size_t longestLoggedPayload = 32;
-
-std::string describe(const PanelModel::Record& record)
-{
-    std::string line = "record type " + std::to_string(static_cast<int>(record.type)) + ", " +
-                       formatBytes(record.payload.size()) + ":";
-    for (std::size_t i = 0; i < std::min(record.payload.size(), longestLoggedPayload); ++i) {
-        char byte[4];
-        std::snprintf(byte, sizeof byte, " %02x", record.payload[i]);
-        line += byte;
-    }
-    return record.payload.size() > longestLoggedPayload ? line + " ..." : line;
-}
 
 // Null for what is not worth a line.
 const char* nameOf(unsigned long request)
@@ -42,11 +29,6 @@ const char* nameOf(unsigned long request)
 }
 
 } // namespace
-
-std::string formatBytes(std::size_t number)
-{
-    return std::to_string(number) + (number == 1 ? " byte" : " bytes");
-}
 
 VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options,
                            BootLoader::Flash flash, const std::string& nodePath)

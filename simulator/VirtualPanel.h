@@ -20,9 +20,6 @@
 
 namespace Vantor {
 
-// "1 byte", "2 bytes": as the log counts them.
-std::string formatBytes(std::size_t number);
-
 // What the panels of one bus share.
 struct BusShare {
     std::mutex mutex; // over every panel, its model and what follows
@@ -43,8 +40,6 @@ struct BusShare {
 // may hold on to it.
 class VirtualPanel {
 public:
-    static constexpr unsigned int maxPort = 31; // of a hub
-
     struct Address {
         unsigned int panel; // number on the command line
         unsigned int bus;

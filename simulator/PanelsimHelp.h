@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace Vantor {
+
+// What panelsim's help says below the options.
+namespace PanelsimHelp {
+std::string getRunFooter();
+std::string getAttachFooter();
+} // namespace PanelsimHelp
+
+} // namespace Vantor

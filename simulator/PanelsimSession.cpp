@@ -1,0 +1,172 @@
+#include "simulator/PanelsimSession.h"
+
+#include "simulator/FlashReport.h"
+#include "simulator/PngWriter.h"
+#include "simulator/ScreenText.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::shared_ptr<std::FILE> openFile(const std::string& path)
+{
+    if (path == "-")
+        return {stderr, [](std::FILE*) {}};
+    std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "w"),
+                                    [](std::FILE* open) { open != nullptr ? std::fclose(open) : 0; });
+    if (!file)
+        throw std::system_error(errno, std::generic_category(), path);
+    return file;
+}
+
+// One line for each thing that happens, with the seconds since the bus began; empty
+// without a file.
+PanelBus::Log openLog(const std::string& path)
+{
+    if (path.empty())
+        return {};
+    const std::shared_ptr<std::FILE> file = openFile(path);
+    return [file, start = Clock::now()](const std::string& line) {
+        const std::chrono::duration<double> now = Clock::now() - start;
+        std::fprintf(file.get(), "%12.6f %s\n", now.count(), line.c_str());
+        std::fflush(file.get());
+    };
+}
+
+// Before anything runs, so that a wrong DIR costs nobody a long run.
+void preparePngFolder(const std::string& folder)
+{
+    if (folder.empty())
+        return;
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error && access(folder.c_str(), W_OK | X_OK) != 0)
+        error.assign(errno, std::generic_category());
+    if (error)
+        throw std::runtime_error("cannot write pictures to '" + folder + "': " + error.message());
+}
+
+// By panel and LCD.
+std::map<std::pair<unsigned int, unsigned int>, PanelScreen> takeScreens(PanelBus& bus)
+{
+    std::map<std::pair<unsigned int, unsigned int>, PanelScreen> screens;
+    for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
+        bus.visit(panel, [&screens, panel](PanelModel& model) {
+            for (const auto& [lcd, screen] : model.getScreens())
+                screens.emplace(std::pair(panel, lcd), screen);
+        });
+    return screens;
+}
+
+void showScreen(unsigned int panel, unsigned int lcd, const PanelScreen& screen)
+{
+    const auto background =
+        isatty(STDOUT_FILENO) != 0 ? ScreenText::Background::Terminal : ScreenText::Background::Paper;
+    std::printf("panel %u, LCD %u (%ux%u):\n%s", panel, lcd, screen.getWidth(), screen.getHeight(),
+                ScreenText::render(screen, background).c_str());
+}
+
+void reportScreens(PanelBus& bus, const PanelsimOptions& options)
+{
+    if (!options.show && options.pngFolder.empty())
+        return;
+    const auto screens = takeScreens(bus);
+    if (screens.empty())
+        std::fprintf(stderr, "panelsim: no LCD was drawn on\n");
+    for (const auto& [number, screen] : screens) {
+        const auto& [panel, lcd] = number;
+        if (options.show)
+            showScreen(panel, lcd, screen);
+        if (!options.pngFolder.empty())
+            PngWriter::write(
+                options.pngFolder + "/panel" + std::to_string(panel) + "-lcd" + std::to_string(lcd) + ".png", screen);
+    }
+}
+
+void reportUpgrades(unsigned int panel, const BootLoader& bootLoader)
+{
+    const auto lines = describeUpgrades(bootLoader.getFlash());
+    for (const std::string& line : lines)
+        std::fprintf(stderr, "panelsim: panel %u: %s\n", panel, line.c_str());
+    if (lines.empty() && bootLoader.getStatistics().records != 0)
+        std::fprintf(stderr, "panelsim: panel %u: firmware records, but none opened an upgrade\n", panel);
+}
+
+void finishFlash(PanelBus& bus, FlashFolder* folder)
+{
+    for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
+        bus.visit(panel, [panel, folder](PanelModel& model) {
+            reportUpgrades(panel, model.getBootLoader());
+            if (folder != nullptr)
+                folder->save(panel, model.getBootLoader().getFlash());
+        });
+}
+
+} // namespace
+
+PanelsimSession::PanelsimSession(const PanelsimOptions& options) : m_options(options)
+{
+    preparePngFolder(options.pngFolder);
+    if (!options.flashFolder.empty())
+        m_flashFolder = std::make_unique<FlashFolder>(options.flashFolder);
+}
+
+void PanelsimSession::setUp(PanelBus::Options& bus)
+{
+    bus.panel.maxPacketSize = m_options.maxPacketSize;
+    bus.panel.seed = m_options.seed;
+    bus.panel.keepRecords = false;
+    bus.panel.lcdSizes = m_options.lcdSizes;
+    bus.panel.bootLoader.chunkTime = m_options.chunkTime;
+    if (m_flashFolder)
+        bus.keepFlash = [this](unsigned int panel, const BootLoader::Flash& flash) {
+            m_flashFolder->save(panel, flash);
+        };
+    bus.log = openLog(m_options.logFile);
+    if (m_options.logFile != "-") // which has the line already
+        bus.complain = [](const std::string& line) { std::fprintf(stderr, "panelsim: %s\n", line.c_str()); };
+}
+
+void PanelsimSession::begin(PanelBus& bus)
+{
+    if (m_flashFolder)
+        for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
+            bus.setFlash(panel, m_flashFolder->load(panel, BootLoader::Options{}));
+    for (unsigned int panel = 0; panel < m_options.panels; ++panel)
+        bus.plug(panel);
+    for (const PanelsimOptions::TimedCommand& timed : m_options.timedCommands)
+        if (timed.time.count() == 0)
+            bus.execute(timed.command);
+}
+
+void PanelsimSession::schedule(PanelBus& bus) const
+{
+    for (const PanelsimOptions::TimedCommand& timed : m_options.timedCommands)
+        if (timed.time.count() != 0)
+            bus.schedule(timed.time, timed.command);
+}
+
+bool PanelsimSession::finish(PanelBus& bus)
+{
+    const auto violations = bus.getViolations();
+    for (const std::string& violation : violations)
+        std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
+    finishFlash(bus, m_flashFolder.get());
+    reportScreens(bus, m_options);
+    return violations.empty();
+}
+
+} // namespace Vantor

@@ -80,7 +80,7 @@ constexpr char attachBeginning[] =
 USB panels may use these. Standard output says what the kernel gives:
   panel 0: attached at vhci port 0
   panel 0: found by the kernel, which calls it 1-1
-A panel that is plugged back gets the port that it had, unless another program has taken it meanwhile.
+A panel that is plugged back gets the port that it had, if that is still free.
 
 Panels are numbered from 0, and P can be left out when it is 0. TIME, counted from the attaching, is
 250ms, 2s or 1.5s; a plain number is seconds. COMMAND, in quotes, is one of the following; they are

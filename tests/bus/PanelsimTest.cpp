@@ -43,8 +43,10 @@ protected:
         return content.str();
     }
 
-    void start(std::vector<std::string> arguments)
+    // With the text as its standard input.
+    void start(std::vector<std::string> arguments, const std::string& input = "")
     {
+        std::ofstream(fileName("input")) << input;
         arguments.insert(arguments.begin(), MORVANE_PANELSIM);
         std::vector<std::string> environment;
         for (char** variable = environ; *variable != nullptr; ++variable)
@@ -53,9 +55,12 @@ protected:
         sigemptyset(&mask);
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(fileName("output").c_str(), "w"),
                                                                    std::fclose);
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> inputFile(std::fopen(fileName("input").c_str(), "r"),
+                                                                        std::fclose);
         m_process = std::make_unique<ClientProcess>(
             arguments, environment, mask,
-            std::vector<ClientProcess::Redirection>{{1, fileno(file.get())}, {2, fileno(file.get())}});
+            std::vector<ClientProcess::Redirection>{
+                {0, fileno(inputFile.get())}, {1, fileno(file.get())}, {2, fileno(file.get())}});
     }
 
     Result finish()
@@ -68,10 +73,27 @@ protected:
         return {m_process->getExitCode(), contentOf(fileName("output"))};
     }
 
-    Result run(const std::vector<std::string>& arguments)
+    Result run(const std::vector<std::string>& arguments, const std::string& input = "")
     {
-        start(arguments);
+        start(arguments, input);
         return finish();
+    }
+
+    // A folder with one free port, as the kernel has it: the panel's end of the connection
+    // is the only one.
+    std::string makeController()
+    {
+        std::filesystem::create_directory(fileName("vhci"));
+        std::ofstream(fileName("vhci/status")) << "hub port sta spd dev      sockfd local_busid\n"
+                                                  "hs  0000 004 000 00000000 000000 0-0\n";
+        std::ofstream(fileName("vhci/attach")).close();
+        return fileName("vhci");
+    }
+
+    void awaitOutput(const std::string& text)
+    {
+        EXPECT_TRUE(waitUntil([this, &text] { return contentOf(fileName("output")).find(text) != std::string::npos; }))
+            << contentOf(fileName("output"));
     }
 
     void awaitFile(const std::string& name)
@@ -449,6 +471,65 @@ TEST_F(Panelsim, flashThatCannotBe_is125BeforeTheProgramRuns)
     EXPECT_EQ(large.exitCode, 125);
     EXPECT_EQ(large.output, "panelsim: cannot load flash from '" + fileName("/panel2-servo.bin") +
                                 "': 1048577 bytes, the flash has 1048576\n");
+}
+
+TEST_F(Panelsim, attachWithoutController_isAFailure)
+{
+    const Result result = run({"attach", "--vhci", fileName("none")});
+    EXPECT_EQ(result.exitCode, 125);
+    EXPECT_EQ(result.output, "panelsim: this kernel has no virtual host controller: modprobe vhci-hcd (found none at " +
+                                 fileName("none") + ")\n");
+}
+
+TEST_F(Panelsim, attachWrongUsage_is125)
+{
+    EXPECT_EQ(run({"attach", "--panels", "32"}).exitCode, 125);
+    EXPECT_EQ(run({"attach", "--at", "1s", "explode"}).exitCode, 125);
+    EXPECT_EQ(run({"attach", "--", "true"}).exitCode, 125); // it runs no program
+    const Result help = run({"attach", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_NE(help.output.find("modprobe vhci-hcd"), std::string::npos);
+}
+
+TEST_F(Panelsim, attach_takesCommandsFromStandardInput)
+{
+    const Result result = run({"attach", "--panels", "0", "--vhci", makeController()},
+                              "# a remark\n\n  explode\nunplug 31\nunplug 7\r\n quit \nunplug 8\n");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "panelsim: 'explode': expected plug, unplug, fault or emit, found \"explode\"\n"
+                             "panelsim: 'unplug 31': panels are numbered 0 to 30\n"
+                             "panelsim: panel 7: is not plugged\n");
+}
+
+TEST_F(Panelsim, attach_plugsInAndSaysWhere)
+{
+    start({"attach", "--vhci", makeController(), "--log", fileName("log"), "--show"});
+    awaitOutput("panel 0: attached at vhci port 0\n");
+    awaitOutput("panelsim: panel 0: the kernel has let go of it\n"); // which closed its end
+    send(SIGTERM);                                                   // the end of the input was not the end
+    const Result result = finish();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.output.find("no LCD was drawn on"), std::string::npos) << result.output;
+    EXPECT_NE(contentOf(fileName("log")).find("panel 0: attached at vhci port 0\n"), std::string::npos);
+    const std::string attached = contentOf(fileName("vhci/attach"));
+    EXPECT_EQ(attached.substr(0, 2), "0 ");
+    EXPECT_EQ(attached.substr(attached.size() - 8), " 65538 3");
+}
+
+TEST_F(Panelsim, attachAtATime_isCarriedOut)
+{
+    start({"attach", "--panels", "0", "--at", "0", "unplug 3", "--at", "10ms", "unplug 4", "--vhci", makeController()});
+    awaitOutput("panelsim: panel 3: is not plugged\npanelsim: panel 4: is not plugged\n");
+    send(SIGINT);
+    EXPECT_EQ(finish().exitCode, 0);
+}
+
+TEST_F(Panelsim, attachLaterFailure_isComplainedOf)
+{
+    const Result result = run({"attach", "--panels", "0", "--vhci", fileName("none")}, "plug\nquit\n");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.output.find("panelsim: 'plug': this kernel has no virtual host controller"), std::string::npos)
+        << result.output;
 }
 
 } // namespace Vantor

@@ -5,6 +5,8 @@ if(TARGET PanelModel)
       BootLoaderFaultTest.cpp
       BootLoaderTest.cpp
       BootLoaderTimeTest.cpp
+      CommandExecutionTest.cpp
+      CommandTimelineTest.cpp
       ControlEndpointTest.cpp
       FaultPlanTest.cpp
       FlashReportTest.cpp
@@ -30,6 +32,8 @@ if(TARGET PanelModel)
 
   morvane_add_test(kernelBusTests
     SOURCES
+      CommandInputTest.cpp
+      KernelBusTest.cpp
       UsbIpMessageTest.cpp
       UsbIpPanelTest.cpp
       VhciPortsTest.cpp

@@ -317,11 +317,11 @@ TEST(PacketPacker, crc32OfNothing_isTheInitialValue)
 TEST(PacketPacker, state_standsWhereDerivedCodeExpectsIt)
 {
     const StateOfPacker packer;
-    constexpr std::ptrdiff_t pointer = sizeof(void*); // behind the virtual table's
-    EXPECT_EQ(packer.offsetOfPacket(), pointer);
-    EXPECT_EQ(packer.offsetOfWritePosition(), 2 * pointer);
-    EXPECT_EQ(packer.offsetOfMaxPacketSize(), 2 * pointer + 4);
-    EXPECT_EQ(packer.offsetOfHeader(), 2 * pointer + 6);
+    constexpr bool is32Bit = sizeof(void*) == 4;
+    EXPECT_EQ(packer.offsetOfPacket(), is32Bit ? 4 : 8); // behind the virtual table's pointer
+    EXPECT_EQ(packer.offsetOfWritePosition(), is32Bit ? 8 : 16);
+    EXPECT_EQ(packer.offsetOfMaxPacketSize(), is32Bit ? 12 : 20);
+    EXPECT_EQ(packer.offsetOfHeader(), is32Bit ? 14 : 22);
 }
 
 TEST(PacketPacker, state_followsEachRecord)

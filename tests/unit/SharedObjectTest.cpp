@@ -70,6 +70,18 @@ Lines undefined()
     return symbols("--undefined-only");
 }
 
+// The value of one line of the file's header.
+std::string headerEntry(const std::string& name)
+{
+    const std::regex pattern(" *" + name + ": *(.*)");
+    for (const std::string& line : outputOf(MORVANE_READELF " -hW " MORVANE_SHARED_OBJECT)) {
+        std::smatch match;
+        if (std::regex_match(line, match, pattern))
+            return match[1];
+    }
+    return "";
+}
+
 // The class or function directly inside the namespace that a symbol belongs to.
 std::string ownerOf(const std::string& symbol)
 {
@@ -98,6 +110,20 @@ TEST(SharedObject, file_carriesTheWholeVersion)
 {
     const std::string file = MORVANE_SHARED_OBJECT;
     EXPECT_EQ(file.substr(file.rfind('/') + 1), "libMorvaneHostUsb.so.1.2.1");
+}
+
+// What the build was asked for stands beside what came out of it.
+TEST(SharedObject, file_isForTheProcessorAskedFor)
+{
+    const std::string processor = MORVANE_PROCESSOR;
+    if (processor == "armv7l") {
+        EXPECT_EQ(headerEntry("Class"), "ELF32");
+        EXPECT_EQ(headerEntry("Machine"), "ARM");
+        EXPECT_THAT(headerEntry("Flags"), testing::HasSubstr("hard-float ABI"));
+        EXPECT_EQ(sizeof(void*), 4u);
+    } else {
+        EXPECT_EQ(headerEntry("Class"), sizeof(void*) == 8 ? "ELF64" : "ELF32") << processor;
+    }
 }
 
 TEST(SharedObject, needs_libusbAndTheRuntimeAlone)

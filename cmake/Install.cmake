@@ -2,6 +2,7 @@
 # brings them to other CMake projects as Morvane::MorvaneHostUsb and
 # Morvane::MorvaneProtocol. The archive of inner objects stays here.
 include(CMakePackageConfigHelpers)
+include(${CMAKE_CURRENT_LIST_DIR}/PanelRules.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
 
 set(morvaneIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/morvane)
@@ -43,20 +44,7 @@ install(FILES
   DESTINATION ${morvaneConfigDir}
   COMPONENT development)
 
-# Access to panels for ordinary users: a line for each vendor id that is known.
-set(morvanePanelRules "")
-foreach(vendor 0xDEAD ${MORVANE_PRODUCTION_VENDOR_ID})
-  # udev compares text: four lower-case digits.
-  math(EXPR vendor "0x10000 + ${vendor}" OUTPUT_FORMAT HEXADECIMAL)
-  string(SUBSTRING ${vendor} 3 4 vendor)
-  if(NOT vendor STREQUAL "0000")
-    string(APPEND morvanePanelRules
-      "ATTR{idVendor}==\"${vendor}\", ATTR{idProduct}==\"beef\", MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"\n")
-  endif()
-endforeach()
-configure_file(
-  ${PROJECT_SOURCE_DIR}/packaging/70-morvane-panel.rules.in
-  ${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
-  @ONLY)
+morvane_write_panel_rules(${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
+  0xDEAD ${MORVANE_PRODUCTION_VENDOR_ID})
 install(FILES ${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
   DESTINATION lib/udev/rules.d COMPONENT runtime)

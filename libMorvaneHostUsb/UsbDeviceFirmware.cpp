@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -45,7 +46,12 @@ std::vector<unsigned char> readWhole(const std::string& path, bool& good)
     const std::streamoff size = file.tellg();
     if (size < 0 || size > std::numeric_limits<std::uint32_t>::max())
         return {};
-    std::vector<unsigned char> image(static_cast<std::size_t>(size));
+    std::vector<unsigned char> image;
+    try {
+        image.resize(static_cast<std::size_t>(size));
+    } catch (const std::exception&) {
+        return {}; // more than a process of 32 bits can hold
+    }
     file.seekg(0, std::ios::beg);
     file.read(reinterpret_cast<char*>(image.data()), static_cast<std::streamsize>(size));
     if (!file || file.gcount() != size)

@@ -4,6 +4,13 @@
 checksMade=0
 checksFailed=0
 
+# part NAME: says what comes, and how far the guest is within its time.
+part() {
+  local seconds
+  read -r seconds _ < /proc/uptime
+  echo "-- $1 (after $seconds s)"
+}
+
 # passed TEXT, failed TEXT [FILE]: counts and prints. The file tells what was seen.
 passed() {
   checksMade=$((checksMade + 1))
@@ -50,4 +57,26 @@ await() {
     [ $left -gt 0 ] || return 1
     usleep 200000
   done
+}
+
+# says PATTERN FILE [TIMES]: so many lines of the file have it, or will.
+says() {
+  await 30 atLeast "${3-1}" "$1" "$2" && return
+  echo "within 30 s there were not ${3-1} lines with '$1'; the file ends with:"
+  tail -n 20 "$2"
+  return 1
+}
+
+atLeast() {
+  [ "$(grep -c -e "$2" "$3")" -ge "$1" ]
+}
+
+# counts NUMBER PATTERN FILE: so many lines have it, now.
+counts() {
+  local found
+  found=$(grep -c -e "$2" "$3")
+  [ "$found" -eq "$1" ] && return
+  echo "$found lines with '$2' instead of $1; the file ends with:"
+  tail -n 20 "$3"
+  return 1
 }

@@ -1,0 +1,32 @@
+# Arrival and departure by netlink and udev; who may open a panel. Sourced.
+
+inBackground /tmp/watch.log 'panelctl watch --duration 600'
+watch=$background
+says 'waiting for one' /tmp/watch.log
+attach --panels 1
+check 'a panel plugged in while the tool watches arrives' says '0101  arrived  at 1-1' /tmp/watch.log
+tell unplug
+check '... and leaves when it is unplugged' says '0101  left' /tmp/watch.log
+tell plug
+check '... and arrives again' says '0101  arrived  at 1-1' /tmp/watch.log 2
+kill "$watch"
+check 'the watching tool ends in order' endsWith 143 "$watch"
+
+udevadm settle --timeout=30
+ls -l "$(nodes)" > /tmp/node.log
+check 'its node belongs to root and plugdev, and to no one else' grep -q '^crw-rw---- .* root  *plugdev ' /tmp/node.log
+check 'a user in plugdev opens it' exits 0 member 'panelctl list'
+check 'a user who is not in plugdev is told so' exits 1 stranger 'panelctl list > /tmp/stranger.log 2>&1'
+check '... with the reason' grep -qi 'permission\|not allowed\|access' /tmp/stranger.log
+
+as member 'panelctl list' > /tmp/list.log 2>&1
+cat > /tmp/expected.log << EOF
+UID   BUS-PORT   LIMIT  DESCRIPTION
+0101  1-1         8192  Simulated panel
+EOF
+check 'list: as on the virtual bus' diff /tmp/expected.log /tmp/list.log
+as member 'panelctl info' > /tmp/info.log 2>&1
+check 'info: what the panel says of itself' grep -q '^uid  *0101$' /tmp/info.log
+check '... and its packet limit' grep -q '^packet limit  *8192 bytes' /tmp/info.log
+check 'the simulated panel saw no violation' detach
+check 'no node is left' await 30 noNode

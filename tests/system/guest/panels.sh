@@ -1,0 +1,81 @@
+# Simulated panels on the guest's own USB bus, and the tool run by ordinary users. Sourced.
+
+# A simulation that has ended must not end the script, which writes to it.
+trap '' PIPE
+
+simulator=
+simulatorLog=/tmp/panelsim.log # what panelsim prints
+eventLog=/tmp/events.log       # what happens to the panels, a line each
+
+# attach OPTION...: plugs panels in and waits until the kernel has made their nodes.
+attach() {
+  rm -f /tmp/orders
+  mkfifo /tmp/orders
+  : > "$simulatorLog"
+  : > "$eventLog"
+  panelsim attach --log "$eventLog" "$@" < /tmp/orders > "$simulatorLog" 2>&1 &
+  simulator=$!
+  exec 3> /tmp/orders
+  await 30 grep -q attached "$simulatorLog" || failed 'the simulated panels can be attached' "$simulatorLog"
+  await 30 anyNode || failed 'the kernel makes a node for a panel' "$simulatorLog"
+  udevadm settle --timeout=30 2> /dev/null
+}
+
+# tell COMMAND: to the running simulation.
+tell() {
+  echo "$1" >&3
+}
+
+# detach: unplugs; succeeds when no panel has seen a violation of the wire.
+detach() {
+  tell quit
+  exec 3>&-
+  await 30 isGone "$simulator" || kill -KILL "$simulator"
+  wait "$simulator" && return
+  tail -n 20 "$simulatorLog"
+  return 1
+}
+
+# The device files of the panels, as the kernel numbers them.
+nodes() {
+  local folder
+  for folder in /sys/bus/usb/devices/*; do
+    [ "$(cat "$folder/idVendor" 2> /dev/null)" = dead ] || continue
+    printf '/dev/bus/usb/%03d/%03d\n' "$(cat "$folder/busnum")" "$(cat "$folder/devnum")"
+  done
+}
+
+anyNode() { [ -n "$(nodes)" ]; }
+noNode() { [ -z "$(nodes)" ]; }
+
+# A process that has ended, waited for or not.
+isGone() {
+  case $(cut -d ' ' -f 3 "/proc/$1/stat" 2> /dev/null) in
+    '' | Z) return 0 ;;
+  esac
+  return 1
+}
+
+# inBackground FILE COMMAND: as member; `background` is its process.
+background=
+inBackground() {
+  su member -c "exec $2" > "$1" 2>&1 &
+  background=$!
+}
+
+# endsWith CODE PROCESS: it ends, and so.
+endsWith() {
+  local code=0
+  await 60 isGone "$2" || return 1
+  wait "$2" || code=$?
+  echo "exit code $code, expected $1"
+  [ $code -eq "$1" ]
+}
+
+# exits CODE USER COMMAND
+exits() {
+  local code=0
+  as "$2" "$3" || code=$?
+  echo "exit code $code, expected $1"
+  [ $code -eq "$1" ]
+}

@@ -155,7 +155,7 @@ void BootLoader::finish()
             open(*request);
     }
     count(work);
-    if (!work.record.meets(BootFault::Kind::Lose))
+    if (isAnswered(work))
         reply(work);
 }
 
@@ -218,6 +218,14 @@ void BootLoader::count(const Work& work)
         ++(work.good ? m_statistics.chunksWritten : m_statistics.chunksRefused);
     else
         ++(work.good ? m_statistics.requestsAccepted : m_statistics.requestsRefused);
+}
+
+bool BootLoader::isAnswered(const Work& work) const
+{
+    if (work.record.meets(BootFault::Kind::Lose))
+        return false;
+    return work.record.meets(BootFault::Kind::Reply) || work.record.type != WireFormat::firmwareDataType || m_session ||
+           m_options.refusesWithoutSession;
 }
 
 void BootLoader::reply(const Work& work)

@@ -26,9 +26,9 @@ namespace Vantor {
 //
 // A chunk may begin where the written part of its image ends, or before that; the chunk
 // at address 0 erases the flash first. When the image is complete its CRC is checked and
-// the result kept. A chunk that is wrong, leaves a gap or belongs to no session is
-// answered "failed, send again" and changes nothing. An image of size 0 leaves its MCU
-// alone.
+// the result kept. A chunk that is wrong or leaves a gap is answered "failed, send again"
+// and changes nothing. Without a session no chunk is answered: silence is what makes a
+// host announce the upgrade again. An image of size 0 leaves its MCU alone.
 //
 // Records are worked on one after the other and answered in order. What is under way or
 // waits when the power goes is lost.
@@ -41,6 +41,7 @@ public:
         std::uint32_t servoCapacity = 1U << 20;
         std::chrono::nanoseconds chunkTime = std::chrono::milliseconds(110); // for a chunk that is written
         std::chrono::nanoseconds checkTime = std::chrono::milliseconds(10);  // for all that is not written
+        bool refusesWithoutSession = false; // answers such chunks as wrong ones
     };
 
     enum class State {
@@ -139,6 +140,7 @@ private:
     void open(const FirmwareUpgradeRequest& request);
     void write(const FirmwareData& chunk);
     void count(const Work& work);
+    bool isAnswered(const Work& work) const;
     void reply(const Work& work);
 
     const Options m_options;

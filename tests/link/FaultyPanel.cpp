@@ -18,6 +18,7 @@ PanelModel::Options panelOptions(const FaultyPanel::Options& options)
     panel.maxPacketSize = options.maxPacketSize;
     panel.keepRecords = false;
     panel.bootLoader.chunkTime = options.chunkTime;
+    panel.bootLoader.refusesWithoutSession = !options.silentWithoutRequest;
     return panel;
 }
 
@@ -41,11 +42,10 @@ std::string compare(const char* name, const BootLoader::Image& flash, const Faul
 } // namespace
 
 FaultyPanel::FaultyPanel(FakeLibusb& usb, libusb_device* device, const Options& options)
-    : m_silentWithoutRequest(options.silentWithoutRequest), m_model(panelOptions(options), PanelBridge::time),
-      m_bridge(usb, device, m_model)
+    : m_model(panelOptions(options), PanelBridge::time), m_bridge(usb, device, m_model)
 {
     m_bridge.onSend = [this](Bytes& packet) { see(packet); };
-    m_bridge.onReceive = [this](Bytes& bytes) { filter(bytes); };
+    m_bridge.onReceive = [this](const Bytes& bytes) { m_received += bytes.size() > sizeof(PacketHeader) ? 1 : 0; };
 }
 
 void FaultyPanel::beginFaults(FaultSource faults)
@@ -105,15 +105,6 @@ void FaultyPanel::meet(const FirmwarePacket& packet, Bytes& bytes)
         m_model.inject(*link);
     if (fault->kind == FirmwareFault::Kind::SendCorrupt)
         bytes[fault->value % bytes.size()] ^= static_cast<std::uint8_t>(1U << (fault->value / bytes.size() % 8));
-}
-
-// What a panel that never answers without a request would not have said.
-void FaultyPanel::filter(Bytes& bytes)
-{
-    const bool refuses = bytes.size() == 25 && bytes[8] == 40 && bytes[11] == 0xF2;
-    if (m_silentWithoutRequest && refuses && bootLoader().getStatistics().requestsAccepted == 0)
-        bytes.clear();
-    m_received += bytes.size() > sizeof(PacketHeader) ? 1 : 0;
 }
 
 } // namespace Vantor::Test

@@ -36,7 +36,7 @@ public:
         std::chrono::nanoseconds chunkTime = std::chrono::milliseconds(110);
         std::uint16_t maxPacketSize = 8192;
         // A chunk without an announcement is not answered, instead of "failed, send again".
-        bool silentWithoutRequest = false;
+        bool silentWithoutRequest = true;
     };
 
     FaultyPanel(FakeLibusb& usb, libusb_device* device, const Options& options);
@@ -58,9 +58,7 @@ public:
 private:
     void see(Bytes& packet);
     void meet(const FirmwarePacket& packet, Bytes& bytes);
-    void filter(Bytes& bytes);
 
-    const bool m_silentWithoutRequest;
     PanelModel m_model;
     PanelBridge m_bridge;
     FaultSource m_faults;

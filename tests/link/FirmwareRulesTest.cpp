@@ -180,16 +180,19 @@ TEST(FirmwareRules, failureThatArrivesAsWrittenInTheMiddle_neverEnds)
 
 TEST(FirmwareRules, lostRequest_neverEndsOnAPanelThatAnswersChunksWithoutOne)
 {
-    EXPECT_EQ(upgrade(images(9000, 100), {{0, Kind::SendLost}}), (Result{false, 0, 0, 0}));
-    EXPECT_EQ(upgrade(images(9000, 100), {{0, Kind::SendCorrupt, 30}}), (Result{false, 0, 0, 0}));
-    EXPECT_EQ(upgrade(images(9000, 100), {{0, Kind::ReplyCode, 0}}), (Result{false, 0, 0, 0}));
+    UpgradeRun::Options options = images(9000, 100);
+    options.silentWithoutRequest = false;
+    EXPECT_EQ(upgrade(options, {{0, Kind::SendLost}}), (Result{false, 0, 0, 0}));
+    EXPECT_EQ(upgrade(options, {{0, Kind::SendCorrupt, 30}}), (Result{false, 0, 0, 0}));
+    EXPECT_EQ(upgrade(options, {{0, Kind::ReplyCode, 0}}), (Result{false, 0, 0, 0}));
 }
 
 TEST(FirmwareRules, lostRequestOnAPanelThatIsSilentWithoutOne_isSentAgain)
 {
-    UpgradeRun::Options options = images(9000, 100);
-    options.silentWithoutRequest = true;
+    const UpgradeRun::Options options = images(9000, 100);
     EXPECT_EQ(upgrade(options, {{0, Kind::SendLost}}), (Result{true, 9000, 100, 9100}));
+    EXPECT_EQ(upgrade(options, {{0, Kind::SendCorrupt, 30}}), (Result{true, 9000, 100, 9100}));
+    EXPECT_EQ(upgrade(options, {{0, Kind::ReplyCode, 0}}), (Result{true, 9000, 100, 9100}));
 }
 
 TEST(FirmwareRules, lostRequestOfAServoImageAlone_neverEnds)

@@ -25,7 +25,7 @@ public:
     // Sees, and may change, every send before the panel does, and every received buffer
     // before the host does; an empty buffer is not received at all.
     std::function<void(Bytes&)> onSend;
-    std::function<void(Bytes&)> onReceive;
+    std::function<void(const Bytes&)> onReceive;
 
     // Hands over what is there, both ways. True when a completion waits for the host.
     bool pump();

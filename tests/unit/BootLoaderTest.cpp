@@ -98,7 +98,7 @@ TEST_F(BootLoaderTest, wrongRequest_isInvalidAndOpensNothing)
          {with(0, 1), with(9, 1), with(18, 1), with(19, 0x31), with(20, 1), with(21, 1), unsigned_, late, Bytes{},
           Bytes(33), Bytes(3), sign(longer), request((2U << 20) + 1, 0), request(0, 0, (1U << 20) + 1, 0)}) {
         EXPECT_THAT(answers(requestType, wrong), ElementsAre(reply(0)));
-        expectRefused(chunk(mainBoard, 0, part(image(5000), 0)), mainBoard, 0);
+        EXPECT_THAT(answers(chunkType, chunk(mainBoard, 0, image(4096))), IsEmpty());
     }
     EXPECT_EQ(m_loader.getFlash().main.state, State::Untouched);
     EXPECT_EQ(m_loader.getStatistics().requestsRefused, 14u);
@@ -216,9 +216,22 @@ TEST_F(BootLoaderTest, chunkOfAnotherSize_isRefusedWithoutItsFields)
         EXPECT_THAT(answers(chunkType, wrong), ElementsAre(reply(0xF2)));
 }
 
-TEST_F(BootLoaderTest, chunkWithoutSession_isRefused)
+TEST_F(BootLoaderTest, chunkWithoutSession_isNotAnswered)
 {
-    expectRefused(chunk(mainBoard, 0, image(4096)), mainBoard, 0);
+    EXPECT_THAT(answers(chunkType, chunk(mainBoard, 0, image(4096))), IsEmpty());
+    EXPECT_EQ(m_loader.getStatistics().chunksRefused, 1u);
+    EXPECT_THAT(m_loader.getFlash().main.bytes, IsEmpty());
+}
+
+TEST_F(BootLoaderTest, chunkWithoutSession_isRefusedIfWanted)
+{
+    BootLoader::Options options;
+    options.refusesWithoutSession = true;
+    BootLoader loader(options, {});
+    EXPECT_TRUE(loader.take(chunkType, chunk(mainBoard, 0, image(4096)), 0ns));
+    const auto replies = loader.takeReplies(1s);
+    ASSERT_EQ(replies.size(), 1u);
+    EXPECT_EQ(replies[0][0], 0xF2);
 }
 
 TEST_F(BootLoaderTest, chunkAgain_rewritesIt)

@@ -32,7 +32,7 @@ public:
         sigaddset(&signals, SIGINT);
         sigaddset(&signals, SIGTERM);
         sigaddset(&signals, SIGHUP);
-        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
         m_descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
         if (m_descriptor < 0)
             throw std::system_error(errno, std::generic_category(), "signalfd");

@@ -13,7 +13,7 @@ namespace Vantor {
 class CommandInput {
 public:
     // A line of which nobody needs the end.
-    static constexpr std::size_t longestLine = 1024 * 1024;
+    static constexpr std::size_t longestLine = std::size_t{1} << 20;
 
     explicit CommandInput(int descriptor);
 

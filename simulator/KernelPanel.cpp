@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t readSize = 65536;
 
 // As long as the kernel leaves that much unread, nothing more is taken from it.
-constexpr std::size_t enoughOutput = 1024 * 1024;
+constexpr std::size_t enoughOutput = std::size_t{1} << 20;
 
 bool isLater(int error)
 {

@@ -236,6 +236,18 @@ TEST_F(Panelsim, violationOfTheWire_is120AndPrinted)
     EXPECT_NE(contentOf(fileName("log")).find(" panel 0: violation: "), std::string::npos);
 }
 
+// As on the kernel's own bus, where a program's request to endpoint 0 reaches the panel.
+TEST_F(Panelsim, haltClearedThroughEndpoint0_isCleared)
+{
+    const std::string packet = "0d00010000000000050200a1b2";
+    const Result halted = run({"run", "--at", "0", "fault out stall sticky", "--", MORVANE_RAW_CLIENT, packet});
+    EXPECT_EQ(halted.exitCode, 1);
+    EXPECT_EQ(halted.output, "LIBUSB_ERROR_PIPE\n");
+    const Result cleared =
+        run({"run", "--at", "0", "fault out stall sticky", "--", MORVANE_RAW_CLIENT, "clear", packet});
+    EXPECT_EQ(cleared.exitCode, 0) << cleared.output;
+}
+
 TEST_F(Panelsim, timedCommands_happenInTheirTime)
 {
     const Result result = run({"run",  "--log", fileName("log"),

@@ -368,13 +368,23 @@ TEST_F(KernelBusTest, kernelThatDoesNotRead_isWaitedFor)
     EXPECT_EQ(answerTo(messages), Bytes());
     for (std::uint32_t i = 0; i < reads; ++i)
         m_bus->visit(0, [](PanelModel& model) { model.emitRaw(Bytes(32767, 7)); });
+    // Nothing more is taken from it meanwhile.
+    const Bytes record{13, 0, 1, 0, 0, 0, 0, 0, 9, 2, 0, 0xAA, 0xBB};
+    Bytes write = usbIpHeader({1, 99, 0x10002, 0, 2, 0, 13});
+    write.insert(write.end(), record.begin(), record.end());
+    m_kernel.send(0, write);
+    serve();
+    serve();
+    m_bus->visit(0, [](PanelModel& model) { EXPECT_EQ(model.getStatistics().recordsReceived, 0U); });
+
+    constexpr std::size_t expected = reads * (48 + 32767) + 48;
     Bytes all;
-    for (int round = 0; round < 1000 && all.size() < reads * (48 + 32767); ++round) {
+    for (int round = 0; round < 1000 && all.size() < expected; ++round) {
         serve();
         const Bytes part = m_kernel.receive(0);
         all.insert(all.end(), part.begin(), part.end());
     }
-    EXPECT_EQ(all.size(), reads * (48 + 32767));
+    EXPECT_EQ(all.size(), expected);
     EXPECT_EQ(std::count(all.begin(), all.end(), 7), reads * 32767 + 1); // and the number of one message
 }
 

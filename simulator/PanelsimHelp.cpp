@@ -70,7 +70,8 @@ Exit code: that of PROGRAM, or 128+N when signal N ended it;
   126  PROGRAM cannot be executed
   127  PROGRAM was not found
 
-SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later.
+SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later. Ctrl-C in a terminal
+reaches PROGRAM by itself: how it takes that is up to it.
 
 Example: a panel that is pulled after 2 s and comes back
   panelsim run --at 2s 'unplug 0' --at 3.5s 'plug 0' -- panelctl watch --duration 6)";

@@ -51,8 +51,9 @@ void attend(ClientProcess& program)
         siginfo_t info{};
         const int number = waitForSignal(end, info);
         if (number == SIGINT || number == SIGTERM) {
-            if (info.si_code != SI_KERNEL)
-                program.sendSignal(number);
+            if (info.si_code == SI_KERNEL)
+                continue; // the program has it, too, and may want to be asked twice
+            program.sendSignal(number);
             if (end == never)
                 end = Clock::now() + patience;
         } else if (Clock::now() >= end) {

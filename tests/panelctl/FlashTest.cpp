@@ -309,6 +309,18 @@ TEST(PanelctlFlash, firstInterrupt_warnsAndGoesOn)
     EXPECT_THAT(run.getErrors(), Not(HasSubstr("interrupted, when")));
 }
 
+// The simulator gets it as well, and lets the program have its way.
+TEST(PanelctlFlash, firstInterruptOfATerminal_goesOnForMoreThan3Seconds)
+{
+    const TemporaryFile main(firmware(160000));
+    ToolRun run(flash({}, {"--main", main.getPath(), "--yes"}), ToolRun::Terminal{100});
+    run.awaitOutput("4096 of 160000 bytes");
+    run.type("\x03");
+    run.awaitOutput("the upgrade goes on.");
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.getOutput(), HasSubstr("answers   yes"));
+}
+
 TEST(PanelctlFlash, secondInterrupt_leavesAndTellsHowToRecover)
 {
     const TemporaryFile main(firmware(100000));

@@ -22,6 +22,7 @@ std::atomic<int> s_writeEnd{-1};
 std::atomic<int> s_presses{0};             // signals, those of one Ctrl-C counted once
 std::atomic<std::uint32_t> s_lastPress{0}; // milliseconds; wraps
 std::atomic<int> s_tolerated{0};           // so many presses do not interrupt
+struct sigaction s_hangUp;                 // what a hang-up does without a Reprieve
 constexpr std::uint32_t samePress = 500;   // milliseconds
 static_assert(std::atomic<int>::is_always_lock_free, "used in a signal handler");
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "used in a signal handler");
@@ -50,13 +51,13 @@ extern "C" void noteSignal(int signal)
 
 // Also where the signal was ignored at start, as in a script's background job: a
 // signal sent on purpose must end the tool.
-void install(int signal, void (*handler)(int))
+void install(int signal, void (*handler)(int), struct sigaction* previous = nullptr)
 {
     struct sigaction action {};
     action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    sigaction(signal, &action, nullptr);
+    sigaction(signal, &action, previous);
 }
 
 } // namespace
@@ -93,7 +94,7 @@ void Interrupt::drain() const
 
 Interrupt::Reprieve::Reprieve()
 {
-    install(SIGHUP, SIG_IGN);
+    install(SIGHUP, SIG_IGN, &s_hangUp);
     s_tolerated = 1;
 }
 
@@ -104,7 +105,7 @@ Interrupt::Reprieve::~Reprieve()
         s_presses = 0;
     }
     s_tolerated = 0;
-    install(SIGHUP, SIG_DFL);
+    sigaction(SIGHUP, &s_hangUp, nullptr); // under nohup it stays ignored
 }
 
 bool Interrupt::Reprieve::isUsed()

@@ -371,6 +371,17 @@ TEST(PanelctlFlash, terminalThatHangsUp_doesNotEndIt)
     EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
 }
 
+// With a hang-up ignored from the start, also once all is written and nothing would be lost.
+TEST(PanelctlFlash, terminalThatHangsUpUnderNohup_doesNotEndTheWaitForAnAnswer)
+{
+    const TemporaryFile main(firmware(10));
+    ToolRun run(join({"/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh"},
+                     flash(silentAfterOneChunk, {"--main", main.getPath(), "--yes", "--timeout", "3"})));
+    run.awaitOutput("written ");
+    run.sendSignalToTool(SIGHUP);
+    EXPECT_EQ(run.finish(), 7);
+}
+
 TEST(PanelctlFlash, readerThatHasGone_doesNotEndIt)
 {
     const TemporaryFile main(firmware(10000));

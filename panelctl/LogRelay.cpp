@@ -50,10 +50,11 @@ void LogRelay::run()
 {
     std::array<char, 4096> buffer{};
     for (;;) {
-        if (Clock::now() >= m_periodEnd)
+        const auto now = Clock::now();
+        if (now >= m_periodEnd)
             endPeriod();
-        // Nothing to sum up means nothing to wake up for.
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_periodEnd - Clock::now());
+        // Never below 0, which would be for ever. Nothing to sum up means nothing to wake up for.
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_periodEnd - now);
         pollfd source{m_readEnd, POLLIN, 0};
         if (poll(&source, 1, m_repeats.empty() ? -1 : static_cast<int>(left.count())) <= 0)
             continue;

@@ -90,7 +90,8 @@ constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's,
                                     "  5    no information from the panel: nothing was written\n"
                                     "  6    left half written: no progress any more, or a chunk not confirmed\n"
                                     "  7    all is written, but the panel does not answer since\n"
-                                    "  130  second Ctrl-C (143: SIGTERM): left half written";
+                                    "  130  Ctrl-C (143: SIGTERM): left half written, unless the message says that\n"
+                                    "       nothing was sent yet or that all is written";
 
 // Seconds.
 constexpr double defaultTimeout = 5;

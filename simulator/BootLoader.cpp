@@ -8,6 +8,7 @@
 #include <cstring>
 #include <numeric>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace Vantor {

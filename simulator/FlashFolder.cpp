@@ -56,7 +56,10 @@ int writeFile(const std::string& name, const std::vector<std::uint8_t>& bytes)
     std::FILE* const file = std::fopen(name.c_str(), "wb");
     if (file == nullptr)
         return errno;
-    int error = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() ? 0 : errno;
+    errno = 0;
+    int error = 0;
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size())
+        error = errno != 0 ? errno : EIO;
     if (std::fclose(file) != 0 && error == 0)
         error = errno;
     return error;

@@ -10,8 +10,10 @@
 #include <filesystem>
 #include <map>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -105,14 +107,24 @@ void reportUpgrades(unsigned int panel, const BootLoader& bootLoader)
         std::fprintf(stderr, "panelsim: panel %u: firmware records, but none opened an upgrade\n", panel);
 }
 
-void finishFlash(PanelBus& bus, FlashFolder* folder)
+// The failures; one does not keep the other panels' flash from being saved.
+std::vector<std::string> finishFlash(PanelBus& bus, FlashFolder* folder)
 {
+    std::vector<std::string> failures;
+    const auto save = [&failures, folder](unsigned int panel, const BootLoader::Flash& flash) {
+        try {
+            folder->save(panel, flash);
+        } catch (const std::runtime_error& error) {
+            failures.emplace_back(error.what());
+        }
+    };
     for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
-        bus.visit(panel, [panel, folder](PanelModel& model) {
+        bus.visit(panel, [panel, folder, &save](PanelModel& model) {
             reportUpgrades(panel, model.getBootLoader());
             if (folder != nullptr)
-                folder->save(panel, model.getBootLoader().getFlash());
+                save(panel, model.getBootLoader().getFlash());
         });
+    return failures;
 }
 
 } // namespace
@@ -164,8 +176,12 @@ bool PanelsimSession::finish(PanelBus& bus)
     const auto violations = bus.getViolations();
     for (const std::string& violation : violations)
         std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
-    finishFlash(bus, m_flashFolder.get());
+    const auto failures = finishFlash(bus, m_flashFolder.get());
     reportScreens(bus, m_options);
+    for (std::size_t i = 1; i < failures.size(); ++i)
+        std::fprintf(stderr, "panelsim: %s\n", failures[i].c_str());
+    if (!failures.empty())
+        throw std::runtime_error(failures.front());
     return violations.empty();
 }
 

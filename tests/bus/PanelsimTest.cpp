@@ -472,6 +472,19 @@ TEST_F(Panelsim, bootFault_isLoggedAndMet)
     EXPECT_NE(log.find(" panel 0: unplug\n"), std::string::npos) << log;
 }
 
+TEST_F(Panelsim, flashThatCannotBeSaved_is125AfterEverythingElse)
+{
+    const std::string folder = fileName("flash");
+    const std::string flash = MORVANE_RAW_CLIENT " " + announceDigits() + " " + sendDigits() + "; sleep 0.3; mkdir " +
+                              folder + "/panel0-main.bin";
+    const Result result = run({"run", "--chunk-time", "0", "--show", "--flash-dir", folder, "--", "sh", "-c", flash});
+    EXPECT_EQ(result.exitCode, 125);
+    EXPECT_EQ(result.output, "panelsim: panel 0: main MCU: 9 bytes, verified\n"
+                             "panelsim: no LCD was drawn on\n"
+                             "panelsim: cannot write flash to '" +
+                                 folder + "/panel0-main.bin': Is a directory\n");
+}
+
 TEST_F(Panelsim, flashThatCannotBe_is125BeforeTheProgramRuns)
 {
     const Result folder = run({"run", "--flash-dir", "/dev/null/folder", "--", "echo", "ran"});

@@ -14,15 +14,6 @@ namespace Vantor {
 
 namespace {
 
-[[noreturn]] void failWriting(int error)
-{
-    // Whoever read the output has had enough: nothing to say.
-    if (error == EPIPE)
-        throw Failure(ExitCode::Failed, "");
-    throw Failure(ExitCode::Failed,
-                  "standard output can't be written: " + std::generic_category().message(error) + ".");
-}
-
 void sendLibraryLogToStandardError()
 {
     if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
@@ -54,16 +45,29 @@ Output::~Output()
         std::fclose(m_stream);
 }
 
+void Output::fail(int error)
+{
+    const std::string reason = std::generic_category().message(error);
+    if (m_isTolerant) {
+        m_trouble = reason;
+        return;
+    }
+    // Whoever read the output has had enough: nothing to say.
+    throw Failure(ExitCode::Failed, error == EPIPE ? "" : "standard output can't be written: " + reason + ".");
+}
+
 void Output::line(const char* format, ...)
 {
+    if (!m_trouble.empty())
+        return;
     if (m_stream == nullptr)
-        failWriting(EBADF);
+        return fail(EBADF);
     va_list arguments;
     va_start(arguments, format);
     const int written = std::vfprintf(m_stream, format, arguments);
     va_end(arguments);
     if (written < 0 || std::fputc('\n', m_stream) == EOF || std::fflush(m_stream) != 0)
-        failWriting(errno);
+        fail(errno);
 }
 
 int Output::getDescriptor() const
@@ -73,10 +77,12 @@ int Output::getDescriptor() const
 
 void Output::text(const std::string& text)
 {
+    if (!m_trouble.empty())
+        return;
     if (m_stream == nullptr)
-        failWriting(EBADF);
+        return fail(EBADF);
     if (std::fputs(text.c_str(), m_stream) == EOF || std::fflush(m_stream) != 0)
-        failWriting(errno);
+        fail(errno);
 }
 
 void printError(const std::string& text)

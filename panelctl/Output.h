@@ -17,6 +17,12 @@ public:
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
+    // From now on what can't be written is remembered, not thrown; nor is more tried.
+    void tolerateFailures() { m_isTolerant = true; }
+
+    // Why something could not be written since then: "Broken pipe"; empty while all could.
+    const std::string& getTrouble() const { return m_trouble; }
+
     // One whole line; the newline is added. Throws Failure when it can't be written.
     __attribute__((format(printf, 2, 3))) void line(const char* format, ...);
 
@@ -27,7 +33,11 @@ public:
     int getDescriptor() const;
 
 private:
+    void fail(int error);
+
     std::FILE* m_stream;
+    bool m_isTolerant = false;
+    std::string m_trouble;
 };
 
 // A message on standard error: "panelctl: " and the text, its further lines indented.

@@ -50,6 +50,7 @@ std::set<std::string> FlashCommand::getExpectedLogLines() const
 
 void FlashCommand::run(Session& session, Output& output)
 {
+    output.tolerateFailures(); // a reader that has gone is no reason to leave a panel half written
     std::optional<Panel> panel =
         session.awaitInformation(session.choosePanel(m_options.panel), m_options.informationLimit);
     const std::string name = panel->getName();
@@ -61,6 +62,8 @@ void FlashCommand::run(Session& session, Output& output)
     write(session, output, *panel);
     panel.reset(); // or a panel that restarts would come back under another uid
     requireAnswer(session, output, name, place);
+    if (!output.getTrouble().empty())
+        printError(explainUnreadOutput(name, output.getTrouble()));
 }
 
 void FlashCommand::refuseUnflashable(const Panel& panel) const

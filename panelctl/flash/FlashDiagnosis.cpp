@@ -107,4 +107,9 @@ std::string explainNoAnswer(const std::string& panel, std::chrono::nanoseconds p
            "for it?";
 }
 
+std::string explainUnreadOutput(const std::string& panel, const std::string& trouble)
+{
+    return "all is written, and " + panel + " answers; only standard output could not be written: " + trouble + ".";
+}
+
 } // namespace Vantor

@@ -37,4 +37,7 @@ std::string explainUnconfirmed(const std::string& panel, const FlashRun& run, co
 // All is written, and the panel has not described itself within `patience`.
 std::string explainNoAnswer(const std::string& panel, std::chrono::nanoseconds patience);
 
+// All is well but for standard output; `trouble` is why.
+std::string explainUnreadOutput(const std::string& panel, const std::string& trouble);
+
 } // namespace Vantor

@@ -1,7 +1,6 @@
 #include "panelctl/flash/ProgressDisplay.h"
 
 #include "libMorvaneHostUsb/Log.h"
-#include "panelctl/Failure.h"
 #include "panelctl/Output.h"
 #include "panelctl/flash/ProgressBar.h"
 
@@ -9,8 +8,7 @@ namespace Vantor {
 
 namespace {
 
-constexpr unsigned int step = 5;    // per cent
-constexpr unsigned int never = 101; // per cent
+constexpr unsigned int step = 5; // per cent
 
 } // namespace
 
@@ -38,15 +36,6 @@ void ProgressDisplay::printSteps()
     if (percentage < m_nextStep)
         return;
     m_nextStep = percentage - percentage % step + step;
-    try {
-        printStep(percentage);
-    } catch (const Failure&) {
-        m_nextStep = never; // the line about the end will fail as well, and count
-    }
-}
-
-void ProgressDisplay::printStep(unsigned int percentage)
-{
     m_output.line("%3u %%  %u of %u bytes, %s image, %s", percentage, m_meter.getDone(), m_meter.getTotal(),
                   nameOf(m_images.locate(m_meter.getDone()).board), ProgressBar::formatRate(m_meter.getRate()).c_str());
 }

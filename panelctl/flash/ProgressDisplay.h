@@ -12,8 +12,7 @@ namespace Vantor {
 class Output;
 
 // The progress of an upgrade on standard output: a bar on a terminal, which is gone
-// afterwards, and a line for each 5 % elsewhere. Output that can't be written is no
-// reason to leave a panel half written, and no failure here.
+// afterwards, and a line for each 5 % elsewhere.
 class ProgressDisplay {
 public:
     ProgressDisplay(Output& output, const FirmwareImages& images);
@@ -23,7 +22,6 @@ public:
 
 private:
     void printSteps();
-    void printStep(unsigned int percentage);
 
     Output& m_output;
     const FirmwareImages& m_images;

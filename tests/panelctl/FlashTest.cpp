@@ -22,6 +22,10 @@ const std::string recovery =
     "  The panel is left half written, and may not work until that is mended: run the same command again, which "
     "writes everything from the start. If the panel does not answer then, re-plug it and try once more.\n";
 
+const std::string unreadOutput =
+    "panelctl: all is written, and panel 0101 (1-1) answers; only standard output could not "
+    "be written: Broken pipe.\n";
+
 // No two chunks alike.
 std::string firmware(std::size_t size)
 {
@@ -382,15 +386,37 @@ TEST(PanelctlFlash, terminalThatHangsUpUnderNohup_doesNotEndTheWaitForAnAnswer)
     EXPECT_EQ(run.finish(), 7);
 }
 
-TEST(PanelctlFlash, readerThatHasGone_doesNotEndIt)
+TEST(PanelctlFlash, readerThatHasGone_doesNotEndItNorChangesTheExitCode)
 {
     const TemporaryFile main(firmware(10000));
     const TemporaryFolder folder;
     ToolRun run(flash(join(slowSecondChunk, {"--flash-dir", folder.getPath()}), {"--main", main.getPath(), "--yes"}));
     run.awaitOutput(" bytes, main image, ");
     run.closeOutput();
-    EXPECT_EQ(run.finish(), 1);
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.getErrors(), HasSubstr(unreadOutput));
     EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
+}
+
+// Before the first line.
+TEST(PanelctlFlash, readerThatWasNeverThere_doesNotEndItEither)
+{
+    const TemporaryFile main(firmware(10));
+    const TemporaryFolder folder;
+    ToolRun run(flash({"--flash-dir", folder.getPath()}, {"--main", main.getPath(), "--yes"}));
+    run.closeOutput();
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.getErrors(), HasSubstr(unreadOutput));
+    EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
+}
+
+TEST(PanelctlFlash, nobodyToAskNorToRead_isSaidAndNothingSent)
+{
+    const TemporaryFile main(firmware(10));
+    ToolRun run(flash({}, {"--main", main.getPath()}));
+    run.closeOutput();
+    EXPECT_EQ(run.finish(), 2);
+    EXPECT_THAT(run.getErrors(), HasSubstr(" Nothing was sent.\n"));
 }
 
 TEST(PanelctlFlash, onATerminal_asksAndDrawsABarThatGoesAway)

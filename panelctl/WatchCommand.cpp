@@ -60,8 +60,9 @@ void WatchCommand::print(const PanelEvent& event, const Session& session, Output
         break;
     case PanelEvent::Kind::Packet:
         ++m_packets;
-        output.line("%9.3f  %s  packet   type %-2d  %5zu bytes  %s", seconds, uid.c_str(), static_cast<int>(event.type),
-                    event.payload.size(), HexText::format(event.payload, m_options.shownBytes).c_str());
+        output.line("%9.3f  %s  packet   type %-2d  %5zu %-5s  %s", seconds, uid.c_str(), static_cast<int>(event.type),
+                    event.payload.size(), event.payload.size() == 1 ? "byte" : "bytes",
+                    HexText::format(event.payload, m_options.shownBytes).c_str());
         break;
     }
 }

@@ -35,13 +35,13 @@ TEST(PanelctlWatch, comingsAndGoings_arePrinted)
 TEST(PanelctlWatch, packets_arePrintedUpToTheCount)
 {
     const ToolResult result = runTool(panelctlOn(
-        {"--at", "1200ms", "emit type=20 hex=00ff10", "--at", "1300ms", "emit type=7 hex=0102 count=5 every=10"},
+        {"--at", "1200ms", "emit type=20 hex=00ff10", "--at", "1300ms", "emit type=7 hex=01 count=5 every=10"},
         {"watch", "--count", "3"}));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(withoutTimes(result.output), "0101  arrived  at 1-1\n"
                                            "0101  packet   type 20      3 bytes  00 ff 10\n"
-                                           "0101  packet   type 7       2 bytes  01 02\n"
-                                           "0101  packet   type 7       2 bytes  01 02\n"
+                                           "0101  packet   type 7       1 byte   01\n"
+                                           "0101  packet   type 7       1 byte   01\n"
                                            "3 packets, 1 arrival, 0 departures\n");
     EXPECT_EQ(result.errors, "");
 }

@@ -11,6 +11,7 @@
 #include "panelctl/flash/FlashCommand.h"
 #include "protocol/PacketType.h"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -181,6 +182,7 @@ private:
     CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
     CLI::Option* addPanel(CLI::App& command);
     void addDithering(CLI::App& command);
+    std::string explain(const CLI::ParseError& error) const;
 
     CLI::App m_app;
     std::vector<std::pair<CLI::App*, std::function<std::unique_ptr<Command>()>>> m_commands;
@@ -379,6 +381,23 @@ void Parser::addDemo()
     command->add_flag("--any-panel", m_anyPanel, "Also send the demo's made-up records to real panels");
 }
 
+// The parser's own words for an option that came again name a count, and no mistake.
+std::string Parser::explain(const CLI::ParseError& error) const
+{
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) == nullptr)
+        return error.what();
+    std::vector<const CLI::Option*> options = m_app.get_options();
+    for (const auto& command : m_commands)
+        for (const CLI::Option* const option : command.first->get_options())
+            options.push_back(option);
+    const auto again =
+        std::find_if(options.begin(), options.end(), [](const CLI::Option* option) { return option->count() > 1; });
+    if (again == options.end())
+        return error.what();
+    return (*again)->get_name() + " was given " +
+           ((*again)->count() == 2 ? "twice" : std::to_string((*again)->count()) + " times");
+}
+
 CommandLine Parser::parse(int argc, char** argv)
 {
     CommandLine line;
@@ -388,7 +407,7 @@ CommandLine Parser::parse(int argc, char** argv)
         std::ostringstream out;
         std::ostringstream ignored;
         if (m_app.exit(error, out, ignored) != 0)
-            throw Failure(ExitCode::Usage, std::string(error.what()) + ".\n" + helpHint);
+            throw Failure(ExitCode::Usage, explain(error) + ".\n" + helpHint);
         line.text = out.str();
         return line;
     }

@@ -74,6 +74,8 @@ std::uint32_t crcOf(const std::vector<std::uint8_t>& bytes)
 FirmwareImage::FirmwareImage(std::string option, std::string path)
     : m_option(std::move(option)), m_path(std::move(path))
 {
+    if (m_path.empty())
+        refuse(m_option + ":", "the name is empty.");
     const std::vector<std::uint8_t> bytes = readWhole(m_option + ": '" + m_path + "'", m_path);
     m_size = static_cast<std::uint32_t>(bytes.size());
     m_crc = crcOf(bytes);

@@ -229,6 +229,15 @@ TEST(PanelctlArguments, firmwareThatIsNone_isRefused)
                   "panelctl: --servo: '/tmp' is a directory. Name the firmware image itself.\n");
     expectRefusal({"flash", "--servo", empty.getPath()},
                   "panelctl: --servo: '" + empty.getPath() + "' is empty: there is nothing to write.\n");
+    expectRefusal({"flash", "--servo", ""}, "panelctl: --servo: the name is empty.\n");
+}
+
+TEST(PanelctlArguments, optionGivenAgain_isNamed)
+{
+    const std::string hint = ".\n  `panelctl --help` shows what there is.\n";
+    expectRefusal({"flash", "--main", "a", "--main", "b"}, "panelctl: --main was given twice" + hint);
+    expectRefusal({"list", "--timeout=1", "--timeout=2", "--timeout=3"},
+                  "panelctl: --timeout was given 3 times" + hint);
 }
 
 TEST(PanelctlArguments, timeoutThatNoUpgradeKeeps_isRefused)

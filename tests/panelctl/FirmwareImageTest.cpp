@@ -84,7 +84,7 @@ TEST(FirmwareImage, missingFile_isRefused)
 
 TEST(FirmwareImage, emptyPath_isRefused)
 {
-    EXPECT_EQ(refusalOf(""), "--main: '' can't be read: No such file or directory.");
+    EXPECT_EQ(refusalOf(""), "--main: the name is empty.");
 }
 
 TEST(FirmwareImage, unreadableFile_isRefused)

@@ -38,7 +38,7 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "  3    no panel attached, or not the one asked for\n"
                                    "  4    the panel went away meanwhile\n"
                                    "  5    timed out\n"
-                                   "  6    flash: the panel is left half written\n"
+                                   "  6    flash: the panel is left half written, or has confirmed nothing\n"
                                    "  7    flash: all is written, but the panel does not answer since\n"
                                    "  130  interrupted by Ctrl-C (143 by SIGTERM), after an orderly shutdown";
 
@@ -75,11 +75,14 @@ constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's,
                                     "3 up, the longest time without progress and for an answer afterwards (default\n"
                                     "30): a healthy upgrade stands still for up to 2.3 s between two images.\n"
                                     "\n"
-                                    "Progress is a bar on a terminal, and a line for each 5 % elsewhere and with\n"
-                                    "--log-level 4 or 5.\n"
+                                    "The time shown beforehand is a usual panel's. One that answers within 0.1 s\n"
+                                    "takes longer, up to a second a chunk. Progress is a bar on a terminal, and a\n"
+                                    "line for each 5 % elsewhere and with --log-level 4 or 5.\n"
                                     "\n"
-                                    "A first Ctrl-C only warns, as the panel would be left half written; a second\n"
-                                    "one leaves. After that, or when the upgrade fails, run the same command again.\n"
+                                    "While it is written a first Ctrl-C or SIGTERM only warns, as the panel would be\n"
+                                    "left half written; a second one leaves. Two within half a second count as one.\n"
+                                    "Before the start, and while it waits for the panel's answer at the end, the\n"
+                                    "first one leaves. After an upgrade that failed, do as the message says.\n"
                                     "A terminal that is closed, or output that nobody reads, does not end it, nor\n"
                                     "change the exit code; a line on standard error then says how it went.\n"
                                     "\n"
@@ -88,12 +91,13 @@ constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's,
                                     "  1    the panel can't be used or takes too small packets, or you said no\n"
                                     "  2    bad arguments or files, no word on which panel, or nobody to ask\n"
                                     "  3    no panel attached, or not the one asked for\n"
-                                    "  4    the panel went away; half written if that was meanwhile\n"
+                                    "  4    the panel went away: half written if that was meanwhile\n"
                                     "  5    no information from the panel: nothing was written\n"
-                                    "  6    left half written: no progress any more, or a chunk not confirmed\n"
+                                    "  6    left half written, or nothing confirmed: no progress any more, or a chunk\n"
+                                    "       not confirmed\n"
                                     "  7    all is written, but the panel does not answer since\n"
-                                    "  130  Ctrl-C (143: SIGTERM): left half written, unless the message says that\n"
-                                    "       nothing was sent yet or that all is written";
+                                    "  130  interrupted, by Ctrl-C first (143: by SIGTERM): nothing sent, left half\n"
+                                    "       written or all written, as the message says";
 
 // Seconds.
 constexpr double defaultTimeout = 5;

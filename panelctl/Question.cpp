@@ -1,5 +1,6 @@
 #include "panelctl/Question.h"
 
+#include "panelctl/Failure.h"
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
 
@@ -31,7 +32,12 @@ bool isPossible(const Output& output)
 bool isAnsweredYes(Session& session, Output& output, const std::string& text)
 {
     output.text(text + " [y/N] ");
-    session.awaitInput(STDIN_FILENO);
+    try {
+        session.awaitInput(STDIN_FILENO);
+    } catch (const Interrupted&) {
+        output.text("\n");
+        throw;
+    }
     std::string answer = readLine();
     if (answer.empty() || answer.back() != '\n')
         output.text("\n");

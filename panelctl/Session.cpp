@@ -161,6 +161,13 @@ bool Session::answersAnew(const std::string& place, std::chrono::nanoseconds lim
     });
 }
 
+bool Session::isAttached(const std::string& place) const
+{
+    const std::vector<Panel> panels = getPanels();
+    return std::any_of(panels.begin(), panels.end(),
+                       [&place](const Panel& panel) { return panel.getPlace() == place; });
+}
+
 void Session::awaitInput(int descriptor) const
 {
     for (;;) {

@@ -72,6 +72,8 @@ public:
     // it to come back there and describe itself. False when the time is over.
     bool answersAnew(const std::string& place, std::chrono::nanoseconds limit);
 
+    bool isAttached(const std::string& place) const;
+
     // Waits until there is something to read. Throws Interrupted.
     void awaitInput(int descriptor) const;
 

@@ -49,10 +49,16 @@ std::string FirmwareImages::describePosition(std::uint32_t bytes) const
     return text;
 }
 
+// The main image's, too, until the first of the servo image's bytes tells that they are over.
+std::chrono::milliseconds FirmwareImages::estimatePauses(std::uint32_t bytes) const
+{
+    const int images = (main && bytes <= main->getSize() ? 1 : 0) + (servo ? 1 : 0);
+    return 2 * images * passTime;
+}
+
 std::chrono::seconds FirmwareImages::estimateTime() const
 {
-    const auto images = (main ? 1 : 0) + (servo ? 1 : 0);
-    return std::chrono::ceil<std::chrono::seconds>(getChunks() * chunkTime + (1 + 2 * images) * passTime);
+    return std::chrono::ceil<std::chrono::seconds>(getChunks() * chunkTime + passTime + estimatePauses(0));
 }
 
 const char* nameOf(FirmwareData::Board board)

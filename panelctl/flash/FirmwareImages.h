@@ -31,9 +31,12 @@ struct FirmwareImages {
     // "0x2000 of 0x2ee0 bytes of the main image"
     std::string describePosition(std::uint32_t bytes) const;
 
-    // The usual time from start to end. A panel confirms a chunk in some 110 ms; the
-    // library spends one of its passes, a second each on a quiet bus, on the request and
-    // two at the end of each image.
+    // The library's pauses that are still to come once `bytes` are written: two of its
+    // passes, a second each on a quiet bus, at the end of each image.
+    std::chrono::milliseconds estimatePauses(std::uint32_t bytes) const;
+
+    // The usual time from start to end: a panel confirms a chunk in some 110 ms, and the
+    // library spends one more pass on the request.
     std::chrono::seconds estimateTime() const;
 };
 

@@ -51,19 +51,26 @@ std::set<std::string> FlashCommand::getExpectedLogLines() const
 void FlashCommand::run(Session& session, Output& output)
 {
     output.tolerateFailures(); // a reader that has gone is no reason to leave a panel half written
-    std::optional<Panel> panel =
-        session.awaitInformation(session.choosePanel(m_options.panel), m_options.informationLimit);
+    std::optional<Panel> panel = prepare(session, output);
     const std::string name = panel->getName();
     const std::string place = panel->getPlace();
-    refuseUnflashable(*panel);
-    describe(*panel, output);
-    confirm(session, output);
-    requireUnchanged(*panel);
     write(session, output, *panel);
     panel.reset(); // or a panel that restarts would come back under another uid
     requireAnswer(session, output, name, place);
     if (!output.getTrouble().empty())
         printError(explainUnreadOutput(name, output.getTrouble()));
+}
+
+Panel FlashCommand::prepare(Session& session, Output& output) const
+try {
+    Panel panel = session.awaitInformation(session.choosePanel(m_options.panel), m_options.informationLimit);
+    refuseUnflashable(panel);
+    describe(panel, output);
+    confirm(session, output);
+    requireUnchanged(panel);
+    return panel;
+} catch (const Interrupted& interrupted) {
+    throw Interrupted(interrupted.getSignal(), "interrupted: nothing was sent.");
 }
 
 void FlashCommand::refuseUnflashable(const Panel& panel) const
@@ -133,9 +140,11 @@ void FlashCommand::write(Session& session, Output& output, const Panel& panel) c
 void FlashCommand::requireAnswer(Session& session, Output& output, const std::string& panel,
                                  const std::string& place) const
 {
+    output.line("waiting   for the panel to answer (%s at most)", formatSeconds(m_options.patience).c_str());
     try {
         if (!session.answersAnew(place, m_options.patience))
-            throw Failure(ExitCode::NotAnswering, explainNoAnswer(panel, m_options.patience));
+            throw Failure(ExitCode::NotAnswering,
+                          explainNoAnswer(panel, !session.isAttached(place), m_options.patience));
     } catch (const Interrupted& interrupted) {
         throw Interrupted(interrupted.getSignal(), explainUnasked(panel));
     }

@@ -34,6 +34,8 @@ public:
     std::set<std::string> getExpectedLogLines() const override;
 
 private:
+    // All that comes before anything is sent.
+    Panel prepare(Session& session, Output& output) const;
     void refuseUnflashable(const Panel& panel) const;
     void describe(const Panel& panel, Output& output) const;
     void confirm(Session& session, Output& output) const;

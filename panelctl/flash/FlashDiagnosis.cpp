@@ -6,6 +6,8 @@
 #include "protocol/PacketHeader.h"
 #include "protocol/PanelLink.h"
 
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 
 namespace Vantor {
@@ -15,6 +17,16 @@ namespace {
 constexpr const char* recovery = "The panel is left half written, and may not work until that is mended: run the same "
                                  "command again, which writes everything from the start. If the panel does not "
                                  "answer then, re-plug it and try once more.";
+
+constexpr const char* unwritable =
+    "The panel is left half written, and may not work. Its flash fails at this place each time, which running the same "
+    "command again may not mend: is the image too large for it, or meant for another panel?";
+
+constexpr const char* nothingConfirmed =
+    "The panel has confirmed nothing: it may still hold its old firmware, or have erased it. ";
+constexpr const char* doubt = "Is the image too large for it, or meant for another panel? If neither, re-plug it and "
+                              "try once more.";
+constexpr const char* repetition = "Run the same command again.";
 
 std::string hex(unsigned int value)
 {
@@ -36,13 +48,49 @@ std::string describeSilence(const FlashRun& run)
 {
     const std::string out = "endpoint " + hex(PanelLink::outEndpoint);
     const std::string in = "endpoint " + hex(PanelLink::inEndpoint);
-    if (run.getLateReplies() != 0)
-        return "Since then it has replied " + formatNumber(run.getLateReplies(), "time") + ", last with '" +
-               describeReply(run.getReplies().getLast()->command) + "'.";
+    std::size_t replies = 0;
+    for (const auto& [command, number] : run.getReplies().getLate())
+        replies += number;
+    if (replies != 0)
+        return "Since then it has replied " + formatNumber(replies, "time") + " (" +
+               describeCounts(run.getReplies().getLate()) + ").";
     if (run.getLateSentBytes() == 0)
         return "It takes nothing any more (" + out + "): its firmware hangs, or has stalled the endpoint.";
     return "It takes what is sent (" + out + ", " + std::to_string(run.getLateSentBytes()) +
            " bytes since) but does not reply (" + in + ").";
+}
+
+// A line, or nothing.
+std::string describeTroubles(const FlashRun& run)
+{
+    const std::string troubles = run.getReplies().describeTroubles();
+    return troubles.empty() ? "" : "Replies: " + troubles + ".\n";
+}
+
+// Whether its flash has failed at every attempt since the last progress.
+bool isUnwritable(const FlashRun& run)
+{
+    const FlashReplies::Counts& late = run.getReplies().getLate();
+    return !late.empty() && std::all_of(late.begin(), late.end(), [](const auto& reply) {
+        return reply.first == FirmwareUpgradeCommand::WriteFailed || reply.first == FirmwareUpgradeCommand::EraseFailed;
+    });
+}
+
+std::string advise(const FlashRun& run, bool isStuck)
+{
+    const bool isRefused = isStuck || !run.getReplies().describeTroubles().empty();
+    if (run.getWritten() != 0 || run.getReplies().hasConfirmed())
+        return isUnwritable(run) ? unwritable : recovery;
+    return std::string(nothingConfirmed) + (isRefused ? doubt : repetition);
+}
+
+// "the chunk at offset 0x1000 of the main image was never confirmed: ..."
+std::string describeUnconfirmed(const FlashRun& run, const FirmwareImages& images)
+{
+    const FirmwareImages::Position chunk = *run.getReplies().findUnconfirmed(images);
+    return "the chunk at offset 0x" + hex(chunk.offset).substr(2) + " of the " + nameOf(chunk.board) +
+           " image was never confirmed: most likely a reply that came twice or late had it skipped.\n" +
+           describeTroubles(run) + recovery;
 }
 
 } // namespace
@@ -56,17 +104,24 @@ std::string explainTooSmallPackets(const Panel& panel)
            "The limit is the panel's own: `panelctl info` shows it.";
 }
 
-std::string warnOfInterrupt(const std::string& panel)
+std::string warnOfInterrupt(const std::string& panel, bool isAllConfirmed, int signal)
 {
-    return "interrupted, but " + panel +
-           " would be left half written: the upgrade goes on.\nPress Ctrl-C once more to leave all the same.";
+    const std::string more =
+        std::string(signal == SIGINT ? "Press Ctrl-C" : "Interrupt it") + " once more to leave all the same.";
+    if (isAllConfirmed)
+        return "interrupted, when " + panel +
+               " had confirmed all of the firmware: the upgrade ends within some 2 s.\n" + more;
+    return "interrupted, but " + panel + " would be left half written: the upgrade goes on.\n" + more;
 }
 
 std::string explainInterrupted(const std::string& panel, const FlashRun& run, const FirmwareImages& images)
 {
-    if (run.getWritten() >= images.getTotal())
+    if (run.isAllConfirmed())
         return explainUnasked(panel);
-    return "interrupted, when " + panel + " had confirmed " + howFar(run, images) + ".\n" + recovery;
+    if (run.getWritten() >= images.getTotal())
+        return "interrupted, when " + panel + " was almost done; " + describeUnconfirmed(run, images);
+    return "interrupted, when " + panel + " had confirmed " + howFar(run, images) + ".\n" + describeTroubles(run) +
+           advise(run, false);
 }
 
 std::string explainUnasked(const std::string& panel)
@@ -80,31 +135,28 @@ std::string explainStuck(const std::string& panel, const FlashRun& run, const Fi
                          std::chrono::nanoseconds patience)
 {
     return panel + " has made no progress for " + formatSeconds(patience) + ": it had confirmed " +
-           howFar(run, images) + ".\n" + describeSilence(run) + "\n" + recovery;
+           howFar(run, images) + ".\n" + describeSilence(run) + "\n" + advise(run, true);
 }
 
 std::string explainPulled(const std::string& panel, const FlashRun& run, const FirmwareImages& images)
 {
     return panel +
            " went away while it was written: it was unplugged, or given up after a USB error. It had confirmed " +
-           howFar(run, images) + ".\nPlug it in again. " + recovery;
+           howFar(run, images) + ".\n" + describeTroubles(run) + "Plug it in again. " + advise(run, false);
 }
 
 std::string explainUnconfirmed(const std::string& panel, const FlashRun& run, const FirmwareImages& images)
 {
-    const FirmwareImages::Position chunk = *run.getReplies().findUnconfirmed(images);
-    return "the upgrade of " + panel + " came to its end, but the chunk at offset 0x" + hex(chunk.offset).substr(2) +
-           " of the " + nameOf(chunk.board) +
-           " image was never confirmed: most likely a reply that came twice or late had it skipped.\n" + recovery;
+    return "the upgrade of " + panel + " came to its end, but " + describeUnconfirmed(run, images);
 }
 
-std::string explainNoAnswer(const std::string& panel, std::chrono::nanoseconds patience)
+std::string explainNoAnswer(const std::string& panel, bool hasLeft, std::chrono::nanoseconds patience)
 {
-    return "the firmware is written, every chunk of it confirmed, but " + panel +
-           " has not sent its device information since, for " + formatSeconds(patience) +
+    const std::string what =
+        hasLeft ? " left the bus and has not come back within " : " has not sent its device information since, for ";
+    return "the firmware is written, every chunk of it confirmed, but " + panel + what + formatSeconds(patience) +
            ".\nRe-plug it, then see with `panelctl info` whether it answers. If it does not, is this the right "
-           "firmware "
-           "for it?";
+           "firmware for it?";
 }
 
 std::string explainUnreadOutput(const std::string& panel, const std::string& trouble)

@@ -15,13 +15,13 @@ class Panel;
 // A panel whose packets are too small for a chunk.
 std::string explainTooSmallPackets(const Panel& panel);
 
-// At the first Ctrl-C. `panel` is its name, here and below.
-std::string warnOfInterrupt(const std::string& panel);
+// At the first Ctrl-C, or another signal. `panel` is its name, here and below.
+std::string warnOfInterrupt(const std::string& panel, bool isAllConfirmed, int signal);
 
 // At the second one, with the upgrade under way.
 std::string explainInterrupted(const std::string& panel, const FlashRun& run, const FirmwareImages& images);
 
-// At the second one, with all written and the panel asked whether it answers.
+// With all written: at the second one, or at any while the panel is asked whether it answers.
 std::string explainUnasked(const std::string& panel);
 
 // Nothing confirmed for `patience`.
@@ -35,7 +35,7 @@ std::string explainPulled(const std::string& panel, const FlashRun& run, const F
 std::string explainUnconfirmed(const std::string& panel, const FlashRun& run, const FirmwareImages& images);
 
 // All is written, and the panel has not described itself within `patience`.
-std::string explainNoAnswer(const std::string& panel, std::chrono::nanoseconds patience);
+std::string explainNoAnswer(const std::string& panel, bool hasLeft, std::chrono::nanoseconds patience);
 
 // All is well but for standard output; `trouble` is why.
 std::string explainUnreadOutput(const std::string& panel, const std::string& trouble);

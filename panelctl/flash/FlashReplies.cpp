@@ -12,16 +12,16 @@ void FlashReplies::take(const std::vector<std::uint8_t>& payload)
     if (payload.size() != sizeof reply)
         return;
     std::memcpy(&reply, payload.data(), sizeof reply);
-    ++m_count;
-    m_last = reply;
-    // Before the first chunk it means "go on": an answer to the request.
-    if (reply.command == FirmwareUpgradeCommand::SendAgain && m_confirmed.empty())
-        return;
     const std::uint32_t address = reply.address; // a packed field takes no reference
-    if (reply.command != FirmwareUpgradeCommand::ChunkWritten)
-        ++m_refusals[reply.command];
-    else if (!m_confirmed.emplace(reply.board, address).second)
+    const bool isConfirmation = reply.command == FirmwareUpgradeCommand::ChunkWritten;
+    if (isConfirmation && m_confirmed.emplace(reply.board, address).second)
+        return;
+    ++m_late[reply.command];
+    if (isConfirmation)
         ++m_repeated;
+    // Before the first chunk "send again" means "go on": an answer to the request.
+    else if (reply.command != FirmwareUpgradeCommand::SendAgain || hasConfirmed())
+        ++m_refusals[reply.command];
 }
 
 std::optional<FirmwareImages::Position> FlashReplies::findUnconfirmed(const FirmwareImages& images) const
@@ -37,14 +37,17 @@ std::optional<FirmwareImages::Position> FlashReplies::findUnconfirmed(const Firm
 
 std::string FlashReplies::describeTroubles() const
 {
+    const std::string refusals = describeCounts(m_refusals);
+    if (m_repeated == 0)
+        return refusals;
+    return refusals + (refusals.empty() ? "" : ", ") + "confirmed once more: " + std::to_string(m_repeated);
+}
+
+std::string describeCounts(const FlashReplies::Counts& counts)
+{
     std::string text;
-    const auto add = [&text](std::size_t number, const std::string& what) {
-        text += (text.empty() ? "" : ", ") + what + ": " + std::to_string(number);
-    };
-    for (const auto& [command, number] : m_refusals)
-        add(number, describeReply(command));
-    if (m_repeated != 0)
-        add(m_repeated, "confirmed once more");
+    for (const auto& [command, number] : counts)
+        text += (text.empty() ? "" : ", ") + describeReply(command) + ": " + std::to_string(number);
     return text;
 }
 

@@ -19,11 +19,16 @@ namespace Vantor {
 // every chunk counts once.
 class FlashReplies {
 public:
+    using Counts = std::map<std::uint8_t, std::size_t>; // by the reply's command
+
     // The payload of a record of type 40; one of another length is not counted.
     void take(const std::vector<std::uint8_t>& payload);
 
-    std::size_t getCount() const { return m_count; }
-    const std::optional<FirmwareUpgradeCommand>& getLast() const { return m_last; }
+    bool hasConfirmed() const { return !m_confirmed.empty(); }
+
+    // What has come since `markProgress`, but for what confirmed a chunk.
+    const Counts& getLate() const { return m_late; }
+    void markProgress() { m_late.clear(); }
 
     // The first chunk that was never confirmed.
     std::optional<FirmwareImages::Position> findUnconfirmed(const FirmwareImages& images) const;
@@ -33,14 +38,16 @@ public:
     std::string describeTroubles() const;
 
 private:
-    std::size_t m_count = 0;
     std::size_t m_repeated = 0; // confirmations
-    std::map<std::uint8_t, std::size_t> m_refusals;
-    std::optional<FirmwareUpgradeCommand> m_last;
+    Counts m_refusals;
+    Counts m_late;
     std::set<std::pair<std::uint8_t, std::uint32_t>> m_confirmed; // board and offset
 };
 
 // "write failed" for 0xf0
 std::string describeReply(std::uint8_t command);
+
+// "send again: 2, write failed: 1"
+std::string describeCounts(const FlashReplies::Counts& counts);
 
 } // namespace Vantor

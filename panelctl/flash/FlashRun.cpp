@@ -27,23 +27,20 @@ FlashRun::End FlashRun::run(Session& session, Output& output, std::chrono::nanos
 {
     ProgressDisplay display(output, m_images);
     start();
-    display.update(m_progressTime, 0);
+    display.update(m_progressTime, 0, {});
     for (;;) {
         const bool isRunning = m_panel.getDevice().isUpdating();
         takeReplies(session);
         noteProgress();
         const auto now = Session::Clock::now();
-        display.update(now, getWritten());
+        display.update(now, getWritten(), now - m_replyTime);
         if (!isRunning)
             return End::Finished;
         if (!m_panel.isAlive())
             return getWritten() >= m_images.getTotal() ? End::Finished : End::Left;
         if (now - m_progressTime > patience)
             return End::Stuck;
-        if (Interrupt::Reprieve::isUsed() && !m_isWarned) {
-            m_isWarned = true;
-            printError(warnOfInterrupt(m_panel.getName()));
-        }
+        warnOnceWhenInterrupted();
     }
 }
 
@@ -52,9 +49,15 @@ std::uint32_t FlashRun::getWritten() const
     return *m_written;
 }
 
+bool FlashRun::isAllConfirmed() const
+{
+    return getWritten() >= m_images.getTotal() && !m_replies.findUnconfirmed(m_images);
+}
+
 void FlashRun::start()
 {
     m_progressTime = Session::Clock::now();
+    m_replyTime = m_progressTime;
     m_progressSentBytes = m_panel.getSentBytes();
     m_panel.getDevice().startFirmwareUpgrade(
         pathOf(m_images.main), pathOf(m_images.servo),
@@ -67,8 +70,10 @@ void FlashRun::takeReplies(Session& session)
     const auto end = Session::Clock::now() + readStep;
     while (const std::optional<PanelEvent> event = session.nextEvent(end))
         if (event->kind == PanelEvent::Kind::Packet && event->uid == m_panel.getUid() &&
-            event->type == PacketType::FirmwareUpgradeCommand)
+            event->type == PacketType::FirmwareUpgradeCommand) {
             m_replies.take(event->payload);
+            m_replyTime = event->time;
+        }
 }
 
 void FlashRun::noteProgress()
@@ -77,8 +82,16 @@ void FlashRun::noteProgress()
         return;
     m_progressTime = Session::Clock::now();
     m_progressBytes = getWritten();
-    m_progressReplies = m_replies.getCount();
+    m_replies.markProgress();
     m_progressSentBytes = m_panel.getSentBytes();
+}
+
+void FlashRun::warnOnceWhenInterrupted()
+{
+    if (m_isWarned || !Interrupt::Reprieve::isUsed())
+        return;
+    m_isWarned = true;
+    printError(warnOfInterrupt(m_panel.getName(), isAllConfirmed(), Interrupt::getSignal()));
 }
 
 } // namespace Vantor

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -39,25 +38,28 @@ public:
 
     const FlashReplies& getReplies() const { return m_replies; }
 
+    // All of it, by the library's count and by the panel's replies.
+    bool isAllConfirmed() const;
+
     // Since the last progress.
-    std::size_t getLateReplies() const { return m_replies.getCount() - m_progressReplies; }
     std::uint32_t getLateSentBytes() const { return m_panel.getSentBytes() - m_progressSentBytes; }
 
 private:
     void start();
     void takeReplies(Session& session);
     void noteProgress();
+    void warnOnceWhenInterrupted();
 
     Panel m_panel;
     const FirmwareImages& m_images;
     FlashReplies m_replies;
     std::shared_ptr<std::atomic<std::uint32_t>> m_written;
-    bool m_isWarned = false; // that an interrupt would leave the panel half written
+    Session::Clock::time_point m_replyTime; // of the last one
+    bool m_isWarned = false;                // of what an interrupt would do
 
     // When the count last changed, and what had been exchanged by then.
     Session::Clock::time_point m_progressTime;
     std::uint32_t m_progressBytes = 0;
-    std::size_t m_progressReplies = 0;
     std::uint32_t m_progressSentBytes = 0;
 };
 

@@ -22,32 +22,44 @@ std::string drawBar(const ProgressMeter& meter, std::size_t length)
     return " [" + std::string(filled, '#') + std::string(length - filled, '-') + "]";
 }
 
-std::string describeEnd(const ProgressMeter& meter)
+bool isDone(const ProgressMeter& meter)
 {
-    if (meter.getDone() == meter.getTotal())
+    return meter.getDone() == meter.getTotal();
+}
+
+std::string describeEnd(const ProgressMeter& meter, const Waits& waits)
+{
+    if (isDone(meter))
         return "finishing";
-    const auto remaining = meter.getRemaining();
+    const auto remaining = meter.getRemaining(waits.pauses);
     return (remaining ? formatTime(*remaining) : "-:--") + " left";
 }
 
 // What stands behind the bar, the most useful first; of the same width all the time, so
 // that the bar keeps its place.
-std::vector<std::string> describe(const ProgressMeter& meter)
+std::vector<std::string> describe(const ProgressMeter& meter, const Waits& waits)
 {
     const std::string total = std::to_string(meter.getTotal());
     char bytes[48];
     std::snprintf(bytes, sizeof bytes, " %*u of %s bytes", static_cast<int>(total.size()), meter.getDone(),
                   total.c_str());
+    if (waits.silence >= longSilence && !isDone(meter)) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(waits.silence).count();
+        char silence[48];
+        std::snprintf(silence, sizeof silence, ", %-*s", rateWidth + 2 + endWidth,
+                      ("no reply for " + std::to_string(seconds) + " s").c_str());
+        return {bytes, silence};
+    }
     char rate[32];
     std::snprintf(rate, sizeof rate, ", %*s", rateWidth, formatRate(meter.getRate()).c_str());
     char end[32];
-    std::snprintf(end, sizeof end, ", %-*s", endWidth, describeEnd(meter).c_str());
+    std::snprintf(end, sizeof end, ", %-*s", endWidth, describeEnd(meter, waits).c_str());
     return {bytes, rate, end};
 }
 
 } // namespace
 
-std::string format(const std::string& label, const ProgressMeter& meter, std::size_t columns)
+std::string format(const std::string& label, const ProgressMeter& meter, const Waits& waits, std::size_t columns)
 {
     const std::size_t room = std::max(columns, marginColumns) - marginColumns;
     char start[32];
@@ -57,7 +69,7 @@ std::string format(const std::string& label, const ProgressMeter& meter, std::si
     if (line.size() > room)
         return line.substr(0, room);
     std::string rest;
-    for (const std::string& part : describe(meter)) {
+    for (const std::string& part : describe(meter, waits)) {
         if (line.size() + barFrame + shortestBar + rest.size() + part.size() > room)
             break;
         rest += part;

@@ -20,11 +20,12 @@ ProgressDisplay::ProgressDisplay(Output& output, const FirmwareImages& images)
         m_line.emplace(output.getDescriptor());
 }
 
-void ProgressDisplay::update(ProgressMeter::Time now, std::uint32_t bytes)
+void ProgressDisplay::update(ProgressMeter::Time now, std::uint32_t bytes, std::chrono::nanoseconds silence)
 {
     m_meter.note(now, bytes);
     if (m_line)
-        m_line->show(ProgressBar::format(nameOf(m_images.locate(bytes).board), m_meter, m_line->getColumns()));
+        m_line->show(ProgressBar::format(nameOf(m_images.locate(bytes).board), m_meter,
+                                         {m_images.estimatePauses(bytes), silence}, m_line->getColumns()));
     else
         printSteps();
 }

@@ -17,8 +17,8 @@ class ProgressDisplay {
 public:
     ProgressDisplay(Output& output, const FirmwareImages& images);
 
-    // Shows what has been written until now.
-    void update(ProgressMeter::Time now, std::uint32_t bytes);
+    // Shows what has been written until now; `silence` is the time since the last reply.
+    void update(ProgressMeter::Time now, std::uint32_t bytes, std::chrono::nanoseconds silence);
 
 private:
     void printSteps();

@@ -28,12 +28,13 @@ double ProgressMeter::getRate() const
     return seconds > 0 ? (m_samples.back().second - m_samples.front().second) / seconds : 0;
 }
 
-std::optional<std::chrono::seconds> ProgressMeter::getRemaining() const
+std::optional<std::chrono::seconds> ProgressMeter::getRemaining(std::chrono::milliseconds pauses) const
 {
     const double rate = getRate();
     if (rate <= 0)
         return std::nullopt;
-    return std::chrono::seconds(static_cast<std::int64_t>(std::ceil((m_total - getDone()) / rate)));
+    const double seconds = (m_total - getDone()) / rate + std::chrono::duration<double>(pauses).count();
+    return std::chrono::seconds(static_cast<std::int64_t>(std::ceil(seconds)));
 }
 
 } // namespace Vantor

@@ -31,8 +31,8 @@ public:
     // when it stands still.
     double getRate() const;
 
-    // At this rate; nothing when it stands still.
-    std::optional<std::chrono::seconds> getRemaining() const;
+    // At this rate, and with `pauses` in which nothing advances; nothing when it stands still.
+    std::optional<std::chrono::seconds> getRemaining(std::chrono::milliseconds pauses = {}) const;
 
 private:
     std::uint32_t m_total;

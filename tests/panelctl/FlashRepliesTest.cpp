@@ -53,7 +53,8 @@ TEST_F(FlashRepliesTest, everyChunkConfirmed_leavesNone)
     m_replies.take(reply(1, servoMcu, 0));
     EXPECT_FALSE(m_replies.findUnconfirmed(m_images));
     EXPECT_EQ(m_replies.describeTroubles(), "");
-    EXPECT_EQ(m_replies.getCount(), 4U);
+    EXPECT_TRUE(m_replies.hasConfirmed());
+    EXPECT_TRUE(m_replies.getLate().empty());
 }
 
 TEST_F(FlashRepliesTest, chunkOfTheOtherBoard_isAnotherOne)
@@ -87,14 +88,15 @@ TEST_F(FlashRepliesTest, refusals_confirmNothing)
     EXPECT_EQ(missing->offset, 4096U);
     EXPECT_EQ(m_replies.describeTroubles(), "invalid: 1, send again: 1, unknown (0x77): 1, write failed: 2, "
                                             "erase failed: 1, failed, send again: 1");
-    EXPECT_EQ(m_replies.getLast()->command, 0x77);
+    EXPECT_EQ(describeCounts(m_replies.getLate()), m_replies.describeTroubles());
 }
 
 TEST_F(FlashRepliesTest, answerToTheRequest_isNoTrouble)
 {
     m_replies.take(reply(2, 0, 0));
     EXPECT_EQ(m_replies.describeTroubles(), "");
-    EXPECT_EQ(m_replies.getCount(), 1U);
+    EXPECT_EQ(describeCounts(m_replies.getLate()), "send again: 1");
+    EXPECT_FALSE(m_replies.hasConfirmed());
 }
 
 TEST_F(FlashRepliesTest, payloadOfAnotherLength_isNoReply)
@@ -104,8 +106,31 @@ TEST_F(FlashRepliesTest, payloadOfAnotherLength_isNoReply)
     m_replies.take(payload);
     m_replies.take({1, mainMcu});
     m_replies.take({});
-    EXPECT_EQ(m_replies.getCount(), 0U);
-    EXPECT_FALSE(m_replies.getLast());
+    EXPECT_TRUE(m_replies.getLate().empty());
+    EXPECT_FALSE(m_replies.hasConfirmed());
+}
+
+TEST_F(FlashRepliesTest, progress_forgetsWhatCameBefore)
+{
+    m_replies.take(reply(0xF0, mainMcu, 0));
+    m_replies.take(reply(1, mainMcu, 0));
+    m_replies.markProgress();
+    m_replies.take(reply(1, mainMcu, 0));
+    m_replies.take(reply(0xF1, mainMcu, 4096));
+    m_replies.take(reply(0xF1, mainMcu, 4096));
+    EXPECT_EQ(describeCounts(m_replies.getLate()), "chunk written: 1, erase failed: 2");
+    EXPECT_EQ(m_replies.describeTroubles(), "write failed: 1, erase failed: 2, confirmed once more: 1");
+}
+
+// 1.05 s a pass; the main image's are over with the first byte of the servo image.
+TEST_F(FlashRepliesTest, pauses_areTwoPassesForEachImageToCome)
+{
+    using std::chrono::milliseconds;
+    EXPECT_EQ(m_images.estimatePauses(0), milliseconds(4200));
+    EXPECT_EQ(m_images.estimatePauses(8193), milliseconds(4200));
+    EXPECT_EQ(m_images.estimatePauses(8194), milliseconds(2100));
+    m_images.servo.reset();
+    EXPECT_EQ(m_images.estimatePauses(0), milliseconds(2100));
 }
 
 } // namespace Vantor

@@ -26,6 +26,10 @@ const std::string unreadOutput =
     "panelctl: all is written, and panel 0101 (1-1) answers; only standard output could not "
     "be written: Broken pipe.\n";
 
+const std::string nothingConfirmed =
+    "  The panel has confirmed nothing: it may still hold its old firmware, or have erased it. Is the image too large "
+    "for it, or meant for another panel? If neither, re-plug it and try once more.\n";
+
 // No two chunks alike.
 std::string firmware(std::size_t size)
 {
@@ -94,6 +98,7 @@ TEST(PanelctlFlash, bothImages_areWrittenAsTheyAre)
                                              "( .*\n)+"
                                              "100 %  14097 of 14097 bytes, servo image, .* KiB/s\n"
                                              "written   14097 bytes, each chunk confirmed, in [0-9]+\\.[0-9] s\n"
+                                             "waiting   for the panel to answer \\(30 s at most\\)\n"
                                              "answers   yes\n$"));
     EXPECT_THAT(result.output, ContainsRegex("\n 29 %  4096 of 14097 bytes, main image, "));
     EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
@@ -217,7 +222,7 @@ TEST(PanelctlFlash, panelThatStopsTaking_isStuckAndSaysSo)
                            recovery));
 }
 
-TEST(PanelctlFlash, panelThatRefusesEveryChunk_isStuckWithItsLastReply)
+TEST(PanelctlFlash, panelThatRefusesEveryChunk_isStuckWithItsReplies)
 {
     const TemporaryFile servo(firmware(5000));
     const ToolResult result = runTool(flash({"--at", "0s", "fault boot reply=F1 skip=1 sticky"},
@@ -225,7 +230,33 @@ TEST(PanelctlFlash, panelThatRefusesEveryChunk_isStuckWithItsLastReply)
     EXPECT_EQ(result.exitCode, 6);
     EXPECT_THAT(result.errors, HasSubstr("[libusb] Failed to erase sector on board f address=0x0 status=0xf1 uid=257"));
     EXPECT_THAT(result.errors, HasSubstr("it had confirmed 0x0 of 0x1388 bytes of the servo image.\n"));
-    EXPECT_THAT(result.errors, ContainsRegex("Since then it has replied [0-9]+ times, last with 'erase failed'\\.\n"));
+    EXPECT_THAT(result.errors, ContainsRegex("Since then it has replied ([0-9]+) times \\(send again: 1, erase failed: "
+                                             "[0-9]+\\)\\.\n"));
+    EXPECT_THAT(result.errors, HasSubstr(nothingConfirmed));
+}
+
+// 3 MiB, and its flash has 2: it refuses the request and is silent then.
+TEST(PanelctlFlash, imageTooLargeForThePanel_isAskedAbout)
+{
+    const TemporaryFile main(std::string(3 * 1024 * 1024, 'x'));
+    const ToolResult result = runTool(flash({}, {"--main", main.getPath(), "--yes", "--timeout", "3"}));
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_THAT(result.errors, HasSubstr("it had confirmed 0x0 of 0x300000 bytes of the main image.\n"
+                                         "  Since then it has replied 1 time (invalid: 1).\n" +
+                                         nothingConfirmed));
+}
+
+// It may hold for ever: no promise that a repeat mends it.
+TEST(PanelctlFlash, flashThatFailsHalfWay_isNotSaidToBeMendedByARepeat)
+{
+    const TemporaryFile main(firmware(5000));
+    const ToolResult result = runTool(flash({"--at", "0s", "fault boot reply=F0 skip=2 sticky"},
+                                            {"--main", main.getPath(), "--yes", "--timeout", "3", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 6);
+    EXPECT_THAT(result.errors, ContainsRegex("Since then it has replied [0-9]+ times \\(write failed: [0-9]+\\)\\.\n"
+                                             "  The panel is left half written, and may not work\\. Its flash fails at "
+                                             "this place each time, which running the same command again may not mend: "
+                                             "is the image too large for it, or meant for another panel\\?\n"));
 }
 
 TEST(PanelctlFlash, failuresThatPass_areToldAfterSuccess)
@@ -236,7 +267,9 @@ TEST(PanelctlFlash, failuresThatPass_areToldAfterSuccess)
         runTool(flash({"--at", "0s", "fault boot reply=F2 skip=2", "--flash-dir", folder.getPath()},
                       {"--main", main.getPath(), "--yes"}));
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_THAT(result.output, HasSubstr(" s\nreplies   failed, send again: 1\nanswers   yes\n"));
+    EXPECT_THAT(result.output,
+                HasSubstr(" s\nreplies   failed, send again: 1\nwaiting   for the panel to answer (30 s at most)\n"
+                          "answers   yes\n"));
     EXPECT_EQ(read(folder.getPath() + "/panel0-main.bin"), main.read());
 }
 
@@ -249,7 +282,8 @@ TEST(PanelctlFlash, chunkThatWasSkipped_isNoSuccess)
     EXPECT_EQ(result.exitCode, 6);
     EXPECT_THAT(result.errors, HasSubstr("panelctl: the upgrade of panel 0101 (1-1) came to its end, but the chunk at "
                                          "offset 0x1000 of the main image was never confirmed: most likely a reply "
-                                         "that came twice or late had it skipped.\n" +
+                                         "that came twice or late had it skipped.\n"
+                                         "  Replies: confirmed once more: 1.\n" +
                                          recovery));
 }
 
@@ -272,7 +306,7 @@ TEST(PanelctlFlash, panelSilentAfterwards_isNotAnswering)
     const ToolResult result =
         runTool(flash(silentAfterOneChunk, {"--main", main.getPath(), "--yes", "--timeout", "3", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 7);
-    EXPECT_THAT(result.output, EndsWith(" s\n"));
+    EXPECT_THAT(result.output, EndsWith(" s\nwaiting   for the panel to answer (3 s at most)\n"));
     EXPECT_THAT(result.errors, StartsWith("panelctl: the firmware is written, every chunk of it confirmed, but panel "
                                           "0101 (1-1) has not sent its device information since, for 3 s.\n"
                                           "  Re-plug it, then see with `panelctl info` whether it answers. If it does "
@@ -289,6 +323,18 @@ TEST(PanelctlFlash, panelThatRestarts_isWaitedFor)
         panelctlOn(join(silentAfterOneChunk, bus), {"flash", "--main", main.getPath(), "--yes", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_THAT(result.output, EndsWith("\nanswers   yes\n"));
+}
+
+TEST(PanelctlFlash, panelThatLeavesAfterwards_isSaidToHaveLeft)
+{
+    const TemporaryFile main(firmware(10));
+    const ToolResult result = runTool(flash(join(silentAfterOneChunk, {"--at", "2.5s", "unplug"}),
+                                            {"--main", main.getPath(), "--yes", "--timeout", "3", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_THAT(result.errors, StartsWith("panelctl: the firmware is written, every chunk of it confirmed, but panel "
+                                          "0101 (1-1) left the bus and has not come back within 3 s.\n"
+                                          "  Re-plug it, then see with `panelctl info` whether it answers. If it does "
+                                          "not, is this the right firmware for it?\n"));
 }
 
 // As if each chunk had been confirmed; another panel's word does not count.
@@ -337,7 +383,7 @@ TEST(PanelctlFlash, secondInterrupt_leavesAndTellsHowToRecover)
     ToolRun run(flash({}, {"--main", main.getPath(), "--yes"}));
     run.awaitOutput(" bytes, main image, ");
     run.sendSignalToTool(SIGTERM);
-    run.awaitErrors("to leave all the same.\n");
+    run.awaitErrors("Interrupt it once more to leave all the same.\n");
     run.let(std::chrono::milliseconds(600));
     run.sendSignalToTool(SIGTERM);
     EXPECT_EQ(run.finish(), 143);
@@ -354,7 +400,9 @@ TEST(PanelctlFlash, interruptAfterTheLastChunk_leaves)
     ToolRun run(flash(silentAfterOneChunk, {"--main", main.getPath(), "--yes", "--log-level", "0"}));
     run.awaitOutput("100 %");
     run.sendSignalToTool(SIGINT);
-    run.awaitOutput("written ");
+    run.awaitErrors("panelctl: interrupted, when panel 0101 (1-1) had confirmed all of the firmware: the upgrade ends "
+                    "within some 2 s.\n  Press Ctrl-C once more to leave all the same.\n");
+    run.awaitOutput("waiting ");
     run.sendSignalToTool(SIGINT);
     EXPECT_EQ(run.finish(), 130);
     EXPECT_LT(run.getSeconds(), 3);
@@ -434,6 +482,7 @@ TEST(PanelctlFlash, onATerminal_asksAndDrawsABarThatGoesAway)
                                       ": the upgrade goes on\\.\n"
                                       "  Press Ctrl-C once more to leave all the same\\.\n"
                                       "written   20000 bytes, each chunk confirmed, in [0-9]+\\.[0-9] s\n"
+                                      "waiting   for the panel to answer \\(30 s at most\\)\n"
                                       "answers   yes\n"));
     EXPECT_THAT(screen, Not(HasSubstr(" %")));
 }
@@ -470,7 +519,29 @@ TEST(PanelctlFlash, interruptAtTheQuestion_leavesAtOnce)
     run.awaitOutput("[y/N] ");
     run.sendSignalToTool(SIGINT);
     EXPECT_EQ(run.finish(), 130);
-    EXPECT_THAT(run.getOutput(), EndsWith("panelctl: interrupted\r\n"));
+    EXPECT_THAT(run.getOutput(), EndsWith("[y/N] \r\npanelctl: interrupted: nothing was sent.\r\n"));
+}
+
+TEST(PanelctlFlash, interruptBeforeTheQuestion_saysThatNothingWasSent)
+{
+    const TemporaryFile main(firmware(10));
+    ToolRun run(panelctlOn({"--at", "0s", "fault out silent sticky"}, {"flash", "--main", main.getPath(), "--yes"}));
+    run.let(std::chrono::milliseconds(700));
+    run.sendSignalToTool(SIGTERM);
+    EXPECT_EQ(run.finish(), 143);
+    EXPECT_THAT(run.getErrors(), HasSubstr("panelctl: interrupted: nothing was sent.\n"));
+}
+
+// Of three seconds without a word none is shown: a healthy upgrade has such.
+TEST(PanelctlFlash, longSilence_isShownInTheBar)
+{
+    const TemporaryFile main(firmware(10000));
+    ToolRun run(flash({"--at", "0s", "fault boot ignore skip=2 sticky"},
+                      {"--main", main.getPath(), "--yes", "--timeout", "4.5", "--log-level", "0"}),
+                ToolRun::Terminal{80});
+    run.awaitOutput(" 4096 of 10000 bytes, no reply for 4 s");
+    EXPECT_THAT(run.getOutput(), Not(HasSubstr("no reply for 3 s")));
+    EXPECT_EQ(run.finish(), 6);
 }
 
 TEST(PanelctlFlash, fileChangedAtTheQuestion_isRefused)

@@ -78,6 +78,15 @@ TEST(ProgressMeter, remaining_isRoundedUp)
     EXPECT_EQ(meter.getPercentage(), 100U);
 }
 
+TEST(ProgressMeter, pausesToCome_areAddedBeforeRounding)
+{
+    ProgressMeter meter(1000);
+    meter.note(start, 0);
+    meter.note(start + seconds(1), 800); // 0.25 s for the rest
+    EXPECT_EQ(meter.getRemaining(milliseconds(1750)), seconds(2));
+    EXPECT_EQ(meter.getRemaining(milliseconds(1751)), seconds(3));
+}
+
 TEST(ProgressMeter, waitAfterTheLastByte_doesNotCount)
 {
     ProgressMeter meter(1000);

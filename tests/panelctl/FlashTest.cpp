@@ -375,6 +375,9 @@ TEST(PanelctlFlash, firstInterruptOfATerminal_goesOnForMoreThan3Seconds)
     run.awaitOutput("the upgrade goes on.");
     EXPECT_EQ(run.finish(), 0);
     EXPECT_THAT(run.getOutput(), HasSubstr("answers   yes"));
+    // The panel replies all the time, and two passes of the library are to come at the end.
+    EXPECT_THAT(run.getOutput(), Not(HasSubstr("no reply")));
+    EXPECT_THAT(run.getOutput(), Not(ContainsRegex(" 0:0[0-2] left")));
 }
 
 TEST(PanelctlFlash, secondInterrupt_leavesAndTellsHowToRecover)

@@ -37,7 +37,7 @@ std::optional<FirmwareImages::Position> FlashReplies::findUnconfirmed(const Firm
 
 std::string FlashReplies::describeTroubles() const
 {
-    const std::string refusals = describeCounts(m_refusals);
+    std::string refusals = describeCounts(m_refusals);
     if (m_repeated == 0)
         return refusals;
     return refusals + (refusals.empty() ? "" : ", ") + "confirmed once more: " + std::to_string(m_repeated);

@@ -99,7 +99,8 @@ bool takeLines(KernelBus& bus, CommandInput& input)
 }
 
 // Until a signal, or somebody at the terminal, or a line says so. Where the input is no
-// terminal its end only means that no more commands come.
+// terminal its end only means that no more commands come; the same goes for a terminal at
+// which somebody types for another program, this one being in the background.
 void serveUntilTheEnd(KernelBus& bus, const EndSignals& signals)
 {
     CommandInput input(STDIN_FILENO);
@@ -110,7 +111,7 @@ void serveUntilTheEnd(KernelBus& bus, const EndSignals& signals)
         bus.serve(others);
         if (others[1].revents != 0)
             input.read();
-        goesOn = takeLines(bus, input) && others[0].revents == 0 && (input.getDescriptor() >= 0 || !isTerminal);
+        goesOn = takeLines(bus, input) && others[0].revents == 0 && !(isTerminal && input.hasEnded());
     }
 }
 

@@ -16,6 +16,11 @@ int CommandInput::getDescriptor() const
     return m_descriptor;
 }
 
+bool CommandInput::hasEnded() const
+{
+    return m_hasEnded;
+}
+
 void CommandInput::read()
 {
     if (m_descriptor < 0)
@@ -29,6 +34,7 @@ void CommandInput::read()
     // The end, or a descriptor that can't be read: a terminal is another's while this
     // program is in the background.
     m_descriptor = -1;
+    m_hasEnded = size == 0;
     if (!m_begun.empty())
         endLine();
 }

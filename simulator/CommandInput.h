@@ -20,6 +20,9 @@ public:
     // For poll; -1 when nothing more can come.
     int getDescriptor() const;
 
+    // Nothing more comes because the input has ended, not because it can't be read.
+    bool hasEnded() const;
+
     // Takes what is there; waits when there is nothing.
     void read();
 
@@ -31,6 +34,7 @@ private:
     void endLine();
 
     int m_descriptor;
+    bool m_hasEnded = false;
     std::string m_begun;
     std::deque<std::string> m_lines;
 };

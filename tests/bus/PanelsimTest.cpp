@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace Vantor {
@@ -104,6 +105,18 @@ protected:
     static bool waitUntil(const std::function<bool()>& condition) { return BusTest::waitUntil(condition); }
 
     void send(int number) { m_process->sendSignal(number); }
+
+    // What only a shell can arrange: its exit code. $panelsim is the program, $output a file
+    // for what it prints, and `awaits TEXT PROCESS` waits for that, or for the process's end.
+    int shell(const std::string& script)
+    {
+        std::ofstream(fileName("script"))
+            << "panelsim='" MORVANE_PANELSIM "'\noutput=" << fileName("output") << "\n: > $output\n"
+            << "awaits() { until grep -q \"$1\" $output || ! kill -0 $2; do sleep 0.02; done; }\n"
+            << script;
+        const int status = std::system(("bash " + fileName("script")).c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
 
 private:
     std::string m_folder;
@@ -539,6 +552,21 @@ TEST_F(Panelsim, attach_plugsInAndSaysWhere)
     const std::string attached = contentOf(fileName("vhci/attach"));
     EXPECT_EQ(attached.substr(0, 2), "0 ");
     EXPECT_EQ(attached.substr(attached.size() - 8), " 65538 3");
+}
+
+// Its input is a terminal at which somebody types for another program.
+TEST_F(Panelsim, attachInTheBackgroundOfATerminal_goesOn)
+{
+    EXPECT_EQ(shell("[ -t 0 ] || { echo | script -qec \"bash $0\" /dev/null > /dev/null; exit; }\n"
+                    "set -m\n"
+                    "$panelsim attach --panels 0 --at 300ms 'unplug 4' --vhci " +
+                    makeController() +
+                    " > $output 2>&1 &\n"
+                    "awaits 'panel 4' $!\n"
+                    "kill $!\n"
+                    "wait $!\n"),
+              0);
+    EXPECT_EQ(contentOf(fileName("output")), "panelsim: panel 4: is not plugged\n");
 }
 
 TEST_F(Panelsim, attachAtATime_isCarriedOut)

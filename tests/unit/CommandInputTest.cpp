@@ -64,19 +64,22 @@ TEST_F(CommandInputTest, end_completesTheLastLine)
 {
     write("quit");
     EXPECT_EQ(m_input->getDescriptor(), m_ends[0]);
+    EXPECT_FALSE(m_input->hasEnded());
     closeWriter();
     m_input->read();
     EXPECT_EQ(m_input->getDescriptor(), -1);
+    EXPECT_TRUE(m_input->hasEnded());
     EXPECT_THAT(lines(), testing::ElementsAre("quit"));
     m_input->read(); // nothing more comes
     EXPECT_THAT(lines(), testing::IsEmpty());
 }
 
-TEST_F(CommandInputTest, descriptorThatCannotBeRead_isItsEnd)
+TEST_F(CommandInputTest, descriptorThatCannotBeRead_givesNoMoreButHasNotEnded)
 {
     CommandInput input(m_ends[1]);
     input.read();
     EXPECT_EQ(input.getDescriptor(), -1);
+    EXPECT_FALSE(input.hasEnded());
     EXPECT_FALSE(input.takeLine());
 }
 

@@ -22,6 +22,13 @@ namespace Vantor {
 
 namespace {
 
+bool isIgnored(int signal)
+{
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+
 // The signals that end it, as something to poll.
 class EndSignals {
 public:
@@ -31,7 +38,8 @@ public:
         sigemptyset(&signals);
         sigaddset(&signals, SIGINT);
         sigaddset(&signals, SIGTERM);
-        sigaddset(&signals, SIGHUP);
+        if (!isIgnored(SIGHUP)) // nohup; a blocked signal would come all the same
+            sigaddset(&signals, SIGHUP);
         pthread_sigmask(SIG_BLOCK, &signals, nullptr);
         m_descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
         if (m_descriptor < 0)
@@ -123,6 +131,8 @@ int attachPanels(const PanelsimOptions& options)
     const EndSignals signals;
     // In the background of a terminal, reading from it fails rather than stops.
     std::signal(SIGTTIN, SIG_IGN);
+    // Who waited for a line of the output may have gone; the panels and their flash stay.
+    std::signal(SIGPIPE, SIG_IGN);
     VhciPorts ports(options.vhciFolder);
     KernelBus bus(busOptions(session), ports);
     session.begin(bus);

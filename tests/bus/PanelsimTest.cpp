@@ -569,6 +569,41 @@ TEST_F(Panelsim, attachInTheBackgroundOfATerminal_goesOn)
     EXPECT_EQ(contentOf(fileName("output")), "panelsim: panel 4: is not plugged\n");
 }
 
+TEST_F(Panelsim, attachUnderNohup_outlivesAHangUp)
+{
+    EXPECT_EQ(shell("trap '' HUP\n"
+                    "$panelsim attach --panels 0 --at 0 'unplug 3' --at 300ms 'unplug 4' --vhci " +
+                    makeController() +
+                    " < /dev/null > $output 2>&1 &\n"
+                    "awaits 'panel 3' $!\n"
+                    "kill -HUP $!\n"
+                    "awaits 'panel 4' $!\n"
+                    "kill $!\n"
+                    "wait $!\n"),
+              0);
+    EXPECT_EQ(contentOf(fileName("output")), "panelsim: panel 3: is not plugged\npanelsim: panel 4: is not plugged\n");
+}
+
+TEST_F(Panelsim, attachHangUp_isTheEnd)
+{
+    std::signal(SIGHUP, SIG_DFL); // the tests may run under nohup
+    start({"attach", "--panels", "0", "--at", "0", "unplug 3", "--vhci", makeController()});
+    awaitOutput("panelsim: panel 3: is not plugged\n");
+    send(SIGHUP);
+    EXPECT_EQ(finish().exitCode, 0);
+}
+
+// A pipe that nobody reads any more.
+TEST_F(Panelsim, attachWithoutItsReader_goesOn)
+{
+    EXPECT_EQ(shell("mkfifo $output.pipe\n"
+                    "exec 4<> $output.pipe 3> $output.pipe 4<&-\n"
+                    "printf 'plug\\nunplug 4\\nquit\\n' | $panelsim attach --panels 0 --vhci " +
+                    makeController() + " >&3 2> $output\n"),
+              0);
+    EXPECT_NE(contentOf(fileName("output")).find("panel 4: is not plugged\n"), std::string::npos);
+}
+
 TEST_F(Panelsim, attachAtATime_isCarriedOut)
 {
     start({"attach", "--panels", "0", "--at", "0", "unplug 3", "--at", "10ms", "unplug 4", "--vhci", makeController()});

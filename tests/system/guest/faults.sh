@@ -37,7 +37,8 @@ check '... and every record reaches the panel' counts 20 'record type 9, 1 byte:
 check 'the simulated panel saw no violation' detach
 
 attach --panels 2
-says 'panel 1' "$simulatorLog"
+says 'panel 1: found' "$simulatorLog"
+udevadm settle --timeout=30
 as member 'panelctl list' > /tmp/list.log 2>&1
 cat > /tmp/expected.log << EOF
 UID   BUS-PORT   LIMIT  DESCRIPTION

@@ -77,8 +77,9 @@ Example: a panel that is pulled after 2 s and comes back
   panelsim run --at 2s 'unplug 0' --at 3.5s 'plug 0' -- panelctl watch --duration 6)";
 
 constexpr char attachBeginning[] =
-    R"(The kernel needs its module vhci-hcd ('modprobe vhci-hcd'), and attaching needs root; whoever may use
-USB panels may use these. Standard output says what the kernel gives:
+    R"(The kernel needs its module vhci-hcd ('modprobe vhci-hcd'), and attaching needs root; who may open
+the panels says the udev rule that is installed with the library. Standard output says what the kernel
+gives:
   panel 0: attached at vhci port 0
   panel 0: found by the kernel, which calls it 1-1
 A panel that is plugged back gets the port that it had, if that is still free.

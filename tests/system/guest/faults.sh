@@ -24,6 +24,10 @@ check 'unplugged while records go out: the tool says that the panel has left' en
 tell plug
 check '... and it can be used when it is back' await 30 as member 'panelctl info > /dev/null 2>&1'
 
+check 'the simulated panel saw no violation' detach
+
+# A new simulation: what the panel streamed above goes on after a re-plug, and would count.
+attach --panels 1
 inBackground /tmp/watch.log 'panelctl watch --count 3 --duration 600'
 says arrived /tmp/watch.log
 tell 'fault in stall once'

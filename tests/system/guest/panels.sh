@@ -13,6 +13,7 @@ attach() {
   mkfifo /tmp/orders
   : > "$simulatorLog"
   : > "$eventLog"
+  await 30 noNode || failed 'the panels before have gone'
   panelsim attach --log "$eventLog" "$@" < /tmp/orders > "$simulatorLog" 2>&1 &
   simulator=$!
   exec 3> /tmp/orders

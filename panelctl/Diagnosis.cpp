@@ -80,8 +80,10 @@ std::string explainUnusable(const Panel& panel)
     const std::string node = findNode(panel);
     if (!node.empty() && access(node.c_str(), R_OK | W_OK) != 0) {
         const std::string reason = std::generic_category().message(errno);
-        return attached + "this user may not open " + node + " (" + reason + ").\nAdd a udev rule for " + usbId() +
-               " that gives your user access, then re-plug the panel; or run panelctl as root.";
+        return attached + "this user may not open " + node + " (" + reason +
+               ").\nThe udev rule 70-morvane-panel.rules gives the members of plugdev access: install it and re-plug "
+               "the "
+               "panel,\nor run panelctl as root.";
     }
     return attached + "interface " + std::to_string(PanelLink::interfaceNumber) + " could not be opened and claimed" +
            (node.empty() ? "" : " on " + node) + ".\nMost likely another program is driving the panel: end it" +

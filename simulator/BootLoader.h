@@ -41,7 +41,7 @@ public:
         std::uint32_t servoCapacity = 1U << 20;
         std::chrono::nanoseconds chunkTime = std::chrono::milliseconds(110); // for a chunk that is written
         std::chrono::nanoseconds checkTime = std::chrono::milliseconds(10);  // for all that is not written
-        bool refusesWithoutSession = false; // answers such chunks as wrong ones
+        bool refusesWithoutSession = false;                                  // answers such chunks as wrong ones
     };
 
     enum class State {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <system_error>
 #include <utility>
 
@@ -102,8 +103,7 @@ int KernelPanel::getSocket() const
 
 short KernelPanel::getEvents() const
 {
-    const std::size_t unread = m_output.size() - m_sent;
-    return static_cast<short>((unread < enoughOutput ? POLLIN : 0) | (unread > 0 ? POLLOUT : 0));
+    return static_cast<short>((m_output.size() < enoughOutput ? POLLIN : 0) | (m_output.empty() ? 0 : POLLOUT));
 }
 
 bool KernelPanel::serve()
@@ -130,15 +130,15 @@ bool KernelPanel::receive()
 
 bool KernelPanel::send()
 {
-    while (m_sent < m_output.size()) {
-        const ssize_t size =
-            ::send(m_socket, m_output.data() + m_sent, m_output.size() - m_sent, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (size < 0)
-            return isLater(errno) || end("the connection to the kernel: " + std::generic_category().message(errno));
-        m_sent += static_cast<std::size_t>(size);
+    std::size_t sent = 0;
+    ssize_t size = 0;
+    while (size >= 0 && sent < m_output.size()) {
+        size = ::send(m_socket, m_output.data() + sent, m_output.size() - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (size < 0 && !isLater(errno))
+            return end("the connection to the kernel: " + std::generic_category().message(errno));
+        sent += size > 0 ? static_cast<std::size_t>(size) : 0;
     }
-    m_output.clear();
-    m_sent = 0;
+    m_output.erase(m_output.begin(), m_output.begin() + static_cast<std::ptrdiff_t>(sent));
     return true;
 }
 

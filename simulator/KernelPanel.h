@@ -70,7 +70,6 @@ private:
     bool m_wasConfigured = false;
     std::string m_reason;
     std::vector<std::uint8_t> m_output;
-    std::size_t m_sent = 0; // of m_output
     std::size_t m_loggedViolations = 0;
 };
 

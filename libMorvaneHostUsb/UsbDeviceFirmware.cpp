@@ -87,8 +87,8 @@ void UsbDevice::startFirmwareUpgrade(const std::string& mainPath, const std::str
     m_servoImage = readImage(servoPath);
     m_servoOffset = 0;
     m_mainOffset = 0;
-    m_mainCrc = PacketPacker::calculateCrc32(m_mainImage.data(), sizeOf(m_mainImage), 0);
-    m_servoCrc = PacketPacker::calculateCrc32(m_servoImage.data(), sizeOf(m_servoImage), 0);
+    m_mainCrc = m_packer.calculateCrc32(m_mainImage.data(), sizeOf(m_mainImage), 0);
+    m_servoCrc = m_packer.calculateCrc32(m_servoImage.data(), sizeOf(m_servoImage), 0);
     m_firmwareState.exchange(announcing);
     reportProgress();
     sendNextFirmwarePacket();
@@ -144,7 +144,7 @@ void UsbDevice::announceFirmware(const std::chrono::system_clock::time_point& no
     request.word = FirmwareUpgradeRequest::expectedWord;
     request.servoSize = sizeOf(m_servoImage);
     request.servoCrc = m_servoCrc;
-    request.checksum = PacketPacker::generateChecksum(request);
+    request.checksum = m_packer.generateChecksum(request);
     m_packer.addData(request);
     m_lastFirmwareSendTime = now;
     m_firmwareTimeout = afterRequest;
@@ -161,7 +161,7 @@ void UsbDevice::fillFirmwareChunk(FirmwareData::Board board, const std::vector<u
     // Bytes past the length keep what the record held before.
     if (rest != 0)
         std::memcpy(m_firmwareData.data, image.data() + offset, m_firmwareData.length);
-    m_firmwareData.checksum = PacketPacker::generateChecksum(m_firmwareData);
+    m_firmwareData.checksum = m_packer.generateChecksum(m_firmwareData);
 }
 
 void UsbDevice::sendMainChunk(const std::chrono::system_clock::time_point& now)

@@ -67,12 +67,14 @@ public:
     unsigned int getPacketSize() const;
 
     // The 32-bit checksum that the panel checks: over the bytes before the
-    // record's own checksum field.
-    static std::uint32_t generateChecksum(const FirmwareData& record);
-    static std::uint32_t generateChecksum(const FirmwareUpgradeRequest& record);
+    // record's own checksum field. Not static, though the reference library needs no
+    // packer for it: static and ordinary members share a mangled name, and a protocol
+    // library may have a use for its object.
+    std::uint32_t generateChecksum(const FirmwareData& record);
+    std::uint32_t generateChecksum(const FirmwareUpgradeRequest& record);
 
     // CRC-32 of `size` bytes, continuing from `initial` (0 to begin).
-    static std::uint32_t calculateCrc32(const unsigned char* data, unsigned int size, std::uint32_t initial);
+    std::uint32_t calculateCrc32(const unsigned char* data, unsigned int size, std::uint32_t initial);
 
 protected:
     // PriorityPacker appends LCD slices through these members directly: write the

@@ -4,6 +4,7 @@
 #include "panelctl/Wording.h"
 #include "protocol/FirmwareData.h"
 #include "protocol/PacketPacker.h"
+#include "protocol/PanelLink.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -66,7 +67,8 @@ std::vector<std::uint8_t> readWhole(const std::string& name, const std::string& 
 
 std::uint32_t crcOf(const std::vector<std::uint8_t>& bytes)
 {
-    return PacketPacker::calculateCrc32(bytes.data(), static_cast<unsigned int>(bytes.size()), 0);
+    PacketPacker packer(PanelLink::initialPacketLimit);
+    return packer.calculateCrc32(bytes.data(), static_cast<unsigned int>(bytes.size()), 0);
 }
 
 } // namespace

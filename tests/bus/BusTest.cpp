@@ -75,6 +75,11 @@ void BusTest::makeBus(VirtualBus::Options options)
     m_bus = std::make_unique<VirtualBus>(std::move(options));
 }
 
+void BusTest::useClient(const std::string& program)
+{
+    m_program = program;
+}
+
 void BusTest::startClient()
 {
     const Pipe commands;
@@ -86,7 +91,7 @@ void BusTest::startClient()
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     m_client = std::make_unique<ClientProcess>(
-        std::vector<std::string>{MORVANE_BUS_CLIENT}, environment, mask,
+        std::vector<std::string>{m_program}, environment, mask,
         std::vector<ClientProcess::Redirection>{
             {0, commands.readEnd}, {1, log.writeEnd}, {2, errors.writeEnd}, {eventDescriptor, events.writeEnd}});
     close(commands.readEnd);

@@ -28,6 +28,7 @@ public:
     static bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
 
 protected:
+    void useClient(const std::string& program); // instead of the ordinary one
     void makeBus(VirtualBus::Options options = {});
     void startClient();
     void startClientWithPanel(); // bus and panel 0, added
@@ -64,6 +65,8 @@ protected:
 private:
     void checkLogs();
     void describeRun();
+
+    std::string m_program = MORVANE_BUS_CLIENT;
 
     std::unique_ptr<VirtualBus> m_bus;
     std::unique_ptr<ClientProcess> m_client;

@@ -92,6 +92,23 @@ TEST_F(Firmware, bothImages_arriveAndVerify)
     });
 }
 
+// The library finds the operations by their names, and calls them on its packer.
+TEST_F(Firmware, foreignProtocolLibrary_flashesAsWell)
+{
+    useClient(MORVANE_FOREIGN_CLIENT);
+    startClientWithPanel();
+    const Bytes main = image(10000, 3);
+    const Bytes servo = image(4096, 5);
+    upgrade(write("main", main), write("servo", servo));
+    expectFinished(1);
+    visitLoader([&](const BootLoader& loader) {
+        EXPECT_EQ(loader.getFlash().main.bytes, main);
+        EXPECT_EQ(loader.getFlash().main.state, BootLoader::State::Verified);
+        EXPECT_EQ(loader.getFlash().servo.bytes, servo);
+        EXPECT_EQ(loader.getFlash().servo.state, BootLoader::State::Verified);
+    });
+}
+
 // The second chunk is refused twice, with what a host must not take for the end, and the
 // answer to the third one is lost.
 TEST_F(Firmware, faults_areRecoveredFrom)

@@ -260,58 +260,64 @@ TEST(PacketPacker, addDataOnTheBase_goesIntoThePacket)
 
 TEST(PacketPacker, checksumOfRequest_isSumOfThePrecedingBytes)
 {
+    PacketPacker packer(100);
     FirmwareUpgradeRequest request{};
-    EXPECT_EQ(PacketPacker::generateChecksum(request), 0u);
+    EXPECT_EQ(packer.generateChecksum(request), 0u);
     request.word = FirmwareUpgradeRequest::expectedWord; // 0x30
     request.mainSize = 0x01020304;                       // 1 + 2 + 3 + 4
     request.servoCrc = 0xFF0000FF;                       // 2 x 255
-    EXPECT_EQ(PacketPacker::generateChecksum(request), 48u + 10u + 510u);
+    EXPECT_EQ(packer.generateChecksum(request), 48u + 10u + 510u);
     request.checksum = 0xFFFFFFFF; // its own field does not count
-    EXPECT_EQ(PacketPacker::generateChecksum(request), 568u);
+    EXPECT_EQ(packer.generateChecksum(request), 568u);
 }
 
 TEST(PacketPacker, checksumOfChunk_isSumOfThePrecedingBytes)
 {
+    PacketPacker packer(100);
     FirmwareData chunk{};
     std::memset(chunk.data, 0xFF, sizeof chunk.data); // 4096 x 255 = 1,044,480
     chunk.board = FirmwareData::ServoMcu;             // 15
     chunk.address = 0x00010000;                       // 1
     chunk.length = 0x1000;                            // 16
-    EXPECT_EQ(PacketPacker::generateChecksum(chunk), 1044480u + 15u + 1u + 16u);
+    EXPECT_EQ(packer.generateChecksum(chunk), 1044480u + 15u + 1u + 16u);
     chunk.checksum = 0xFFFFFFFF;
-    EXPECT_EQ(PacketPacker::generateChecksum(chunk), 1044512u);
+    EXPECT_EQ(packer.generateChecksum(chunk), 1044512u);
 }
 
 TEST(PacketPacker, checksumOfChunk_countsBytesPastItsLength)
 {
+    PacketPacker packer(100);
     FirmwareData chunk{};
     chunk.length = 1;
     chunk.data[4095] = 7;
-    EXPECT_EQ(PacketPacker::generateChecksum(chunk), 8u);
+    EXPECT_EQ(packer.generateChecksum(chunk), 8u);
 }
 
 TEST(PacketPacker, crc32OfTheCheckString_isTheCheckValue)
 {
+    PacketPacker packer(100);
     const std::string text = "123456789";
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    EXPECT_EQ(PacketPacker::calculateCrc32(bytes, 9, 0), 0xCBF43926u);
+    EXPECT_EQ(packer.calculateCrc32(bytes, 9, 0), 0xCBF43926u);
 }
 
 TEST(PacketPacker, crc32InTwoParts_continues)
 {
+    PacketPacker packer(100);
     const std::string text = "123456789";
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    const std::uint32_t begin = PacketPacker::calculateCrc32(bytes, 4, 0);
+    const std::uint32_t begin = packer.calculateCrc32(bytes, 4, 0);
     EXPECT_NE(begin, 0u);
-    EXPECT_EQ(PacketPacker::calculateCrc32(bytes + 4, 5, begin), 0xCBF43926u);
+    EXPECT_EQ(packer.calculateCrc32(bytes + 4, 5, begin), 0xCBF43926u);
 }
 
 TEST(PacketPacker, crc32OfNothing_isTheInitialValue)
 {
-    EXPECT_EQ(PacketPacker::calculateCrc32(nullptr, 0, 0), 0u);
-    EXPECT_EQ(PacketPacker::calculateCrc32(nullptr, 0, 0x12345678), 0x12345678u);
+    PacketPacker packer(100);
+    EXPECT_EQ(packer.calculateCrc32(nullptr, 0, 0), 0u);
+    EXPECT_EQ(packer.calculateCrc32(nullptr, 0, 0x12345678), 0x12345678u);
     const unsigned char byte = 0;
-    EXPECT_EQ(PacketPacker::calculateCrc32(&byte, 0, 0x12345678), 0x12345678u);
+    EXPECT_EQ(packer.calculateCrc32(&byte, 0, 0x12345678), 0x12345678u);
 }
 
 TEST(PacketPacker, state_standsWhereDerivedCodeExpectsIt)

@@ -43,8 +43,10 @@ void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketTyp
 {
     if (!isAssigned(type) || isWaiting(data, type, key))
         return;
-    m_keyedData[static_cast<std::size_t>(type)][key] = std::move(data);
+    // In this order: a pending key without a value is passed over when packing, but a
+    // value whose key is not pending would have later writes dropped as duplicates.
     m_pendingKeys[type].insert(key);
+    m_keyedData[static_cast<std::size_t>(type)][key] = std::move(data);
 }
 
 bool PacketQueue::isWaiting(const std::vector<unsigned char>& data, const PacketType& type, unsigned int key) const

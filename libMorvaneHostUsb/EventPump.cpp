@@ -1,6 +1,8 @@
 #include "libMorvaneHostUsb/EventPump.h"
 
-#include <atomic>
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
+
+#include <mutex>
 
 #include <libusb-1.0/libusb.h>
 
@@ -8,7 +10,8 @@ namespace Vantor {
 
 namespace {
 
-std::atomic<libusb_context*> s_workerContext{nullptr};
+std::mutex s_pumpMutex;
+libusb_context* s_workerContext MORVANE_GUARDED_BY(s_pumpMutex) = nullptr;
 // Without this model the library would need the dynamic loader by name.
 #define MORVANE_TLS __attribute__((tls_model("initial-exec"))) thread_local
 MORVANE_TLS bool t_isWorker = false;
@@ -19,7 +22,13 @@ MORVANE_TLS bool t_insideEvents = false;
 
 void EventPump::expectWorker(libusb_context* context)
 {
+    const std::lock_guard<std::mutex> lock(s_pumpMutex);
     s_workerContext = context;
+}
+
+void EventPump::expectNoWorker()
+{
+    expectWorker(nullptr);
 }
 
 EventPump::Worker::Worker(libusb_context* context)
@@ -30,7 +39,7 @@ EventPump::Worker::Worker(libusb_context* context)
 
 EventPump::Worker::~Worker()
 {
-    s_workerContext = nullptr;
+    expectNoWorker();
     t_isWorker = false;
 }
 
@@ -46,9 +55,17 @@ bool EventPump::isInsideEvents()
     return t_insideEvents;
 }
 
-bool EventPump::isRunElsewhere(const libusb_context* context)
+bool EventPump::handleEventsUnlessRunElsewhere(libusb_context* context, timeval timeout)
 {
-    return !t_isWorker && context != nullptr && s_workerContext == context;
+    if (t_isWorker) {
+        handleEvents(context, timeout);
+        return true;
+    }
+    const std::lock_guard<std::mutex> lock(s_pumpMutex);
+    if (context != nullptr && s_workerContext == context)
+        return false;
+    handleEvents(context, timeout);
+    return true;
 }
 
 } // namespace Vantor

@@ -8,11 +8,16 @@ namespace Vantor {
 // Who runs libusb's events, and what another piece of code may do to see a
 // completion come in. One worker at a time.
 //
-// Threads: every operation from any thread.
+// Threads: every operation from any thread. Its mutex is held while a drain runs events,
+// whose callbacks take the manager's: take it with none of the manager's locks held.
 class EventPump {
 public:
     // A worker for `context` is about to start: from now on other threads wait for it.
+    // Blocks until none of them runs events any more, 10 ms in practice.
     static void expectWorker(libusb_context* context);
+
+    // It will not start after all, or has ended.
+    static void expectNoWorker();
 
     // Makes the calling thread the worker that runs the events of `context`, for the
     // object's lifetime.
@@ -24,15 +29,15 @@ public:
         Worker& operator=(const Worker&) = delete;
     };
 
-    // Runs events once, for `timeout` at most.
+    // Runs events once, for `timeout` at most; the worker.
     static void handleEvents(libusb_context* context, timeval timeout);
+
+    // The same for a drain. Does nothing and says false when another thread is the worker
+    // of `context`: this one should wait for it.
+    static bool handleEventsUnlessRunElsewhere(libusb_context* context, timeval timeout);
 
     // True inside handleEvents on this thread: events can neither be run nor waited for.
     static bool isInsideEvents();
-
-    // True when another thread is the worker of `context`, so that this one should
-    // wait for it and not run events itself.
-    static bool isRunElsewhere(const libusb_context* context);
 };
 
 } // namespace Vantor

@@ -23,13 +23,10 @@ constexpr std::chrono::milliseconds drainStep{10};
 // Lets completions come in, on whichever thread runs the events.
 void waitForCompletions(libusb_context* context)
 {
-    if (EventPump::isRunElsewhere(context)) {
-        TransferAccount::instance().waitForChange(drainStep);
-        return;
-    }
     timeval step{};
     step.tv_usec = static_cast<suseconds_t>(std::chrono::microseconds(drainStep).count());
-    EventPump::handleEvents(context, step);
+    if (!EventPump::handleEventsUnlessRunElsewhere(context, step))
+        TransferAccount::instance().waitForChange(drainStep);
 }
 
 } // namespace

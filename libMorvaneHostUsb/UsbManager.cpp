@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 #include <pthread.h>
@@ -115,8 +116,7 @@ UsbManager::UsbManager()
 UsbManager::~UsbManager()
 {
     m_initialised.exchange(false);
-    libusb_hotplug_deregister_callback(m_context, m_hotplugArrivedHandle);
-    libusb_hotplug_deregister_callback(m_context, m_hotplugLeftHandle);
+    deregisterHotplug({m_hotplugArrivedHandle, m_hotplugLeftHandle});
     if (m_messageQueue)
         m_messageQueue->kill();
     m_receiveThread.join();
@@ -136,17 +136,36 @@ void UsbManager::initialise()
     m_initialised = true;
     if (!m_messageQueue)
         m_messageQueue = std::make_shared<UsbMessageQueue>();
+    // Before the first device is opened, which happens under m_mutex: from here on no
+    // drain runs events, whose callbacks take it.
+    EventPump::expectWorker(m_context);
     // The second pair of handles replaces the first: only the production
     // registrations are ever deregistered.
-    registerHotplug(PanelLink::developmentVendorId);
+    const HotplugHandles development = registerHotplug(PanelLink::developmentVendorId);
     registerHotplug(productionVendorId);
-    // Before the thread runs: a drain elsewhere must not pump beside it.
-    EventPump::expectWorker(m_context);
-    m_workerThread = std::thread(&UsbManager::workerThread, this);
-    m_receiveThread = std::thread(&UsbManager::receiveMsgThread, this);
+    try {
+        m_workerThread = std::thread(&UsbManager::workerThread, this);
+        m_receiveThread = std::thread(&UsbManager::receiveMsgThread, this);
+    } catch (const std::exception& failure) {
+        MORVANE_LOG(2, "[libusb] Cannot start a thread: %s\n", failure.what());
+        undoInitialise(development);
+    }
 }
 
-void UsbManager::registerHotplug(std::uint16_t vendorId)
+// The receive thread is the last to be started: it is never there to be stopped. The
+// queue stays, alive, for a second attempt.
+void UsbManager::undoInitialise(const HotplugHandles& development)
+{
+    m_initialised = false;
+    deregisterHotplug(development);
+    deregisterHotplug({m_hotplugArrivedHandle, m_hotplugLeftHandle});
+    if (m_workerThread.joinable())
+        m_workerThread.join();
+    EventPump::expectNoWorker();
+    closeAllDevices();
+}
+
+UsbManager::HotplugHandles UsbManager::registerHotplug(std::uint16_t vendorId)
 {
     libusb_hotplug_register_callback(m_context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED, LIBUSB_HOTPLUG_ENUMERATE, vendorId,
                                      PanelLink::productId, LIBUSB_HOTPLUG_MATCH_ANY, hotplugCallback, this,
@@ -154,6 +173,13 @@ void UsbManager::registerHotplug(std::uint16_t vendorId)
     libusb_hotplug_register_callback(m_context, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, LIBUSB_HOTPLUG_ENUMERATE, vendorId,
                                      PanelLink::productId, LIBUSB_HOTPLUG_MATCH_ANY, hotplugCallback, this,
                                      &m_hotplugLeftHandle);
+    return {m_hotplugArrivedHandle, m_hotplugLeftHandle};
+}
+
+void UsbManager::deregisterHotplug(const HotplugHandles& handles)
+{
+    libusb_hotplug_deregister_callback(m_context, handles.arrived);
+    libusb_hotplug_deregister_callback(m_context, handles.left);
 }
 
 void UsbManager::closeAllDevices()
@@ -385,15 +411,20 @@ UsbManager::Devices UsbManager::retire(const Devices& batch)
     return retired;
 }
 
-void UsbManager::announce(const Devices& retired, const Devices& arrived) const
+// Read anew for each call: one that has unregistered itself gets no further one.
+template <typename Call> void UsbManager::tell(Call call) const
 {
     Observer* const observer = m_observer;
-    if (observer == nullptr)
-        return;
+    if (observer != nullptr)
+        call(*observer);
+}
+
+void UsbManager::announce(const Devices& retired, const Devices& arrived) const
+{
     for (const auto& device : retired)
-        observer->onDeviceRemoved(device->getUid());
+        tell([&device](Observer& observer) { observer.onDeviceRemoved(device->getUid()); });
     for (const auto& device : arrived)
-        observer->onDeviceAdded(device->getUid());
+        tell([&device](Observer& observer) { observer.onDeviceAdded(device->getUid()); });
 }
 
 void UsbManager::checkRegistry(std::set<libusb_device*>& known)
@@ -410,6 +441,9 @@ void UsbManager::retireDeadDevices(std::set<libusb_device*>& known)
             known.insert(device->getDevice());
             continue;
         }
+        // Left during this pass: the next one retires it.
+        if (std::find(m_removedDevices.begin(), m_removedDevices.end(), device) != m_removedDevices.end())
+            continue;
         MORVANE_LOG(3, "[libusb] found dead device: uid=%x id=%x\n", device->getUid(), device->getId());
         forgetId(*device);
         m_removedDevices.push_back(device);
@@ -449,15 +483,14 @@ void UsbManager::receiveMsgThread()
 
 void UsbManager::dispatch(UsbMessage& message)
 {
-    Observer* const observer = m_observer;
     // Without an observer nothing is parsed at all.
-    if (message.size <= sizeof(PacketHeader) || observer == nullptr)
+    if (message.size <= sizeof(PacketHeader) || m_observer == nullptr)
         return;
     const std::uint32_t deviceId = message.id;
     std::memcpy(message.data + offsetof(PacketHeader, deviceId), &deviceId, sizeof deviceId);
-    observer->onMessageBegin(message.id, message);
+    tell([&message](Observer& observer) { observer.onMessageBegin(message.id, message); });
     m_parser.parse(message.data, message.size);
-    observer->onMessageEnd(message.id);
+    tell([&message](Observer& observer) { observer.onMessageEnd(message.id); });
 }
 
 void UsbManager::handleParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
@@ -471,9 +504,7 @@ void UsbManager::handleParsedPacket(std::uint16_t deviceId, const PacketType& ty
         else if (device)
             device->handleFirmwareUpgrade(data.firmwareUpgradeCommand);
     }
-    Observer* const observer = m_observer;
-    if (observer != nullptr)
-        observer->onParsedPacket(deviceId, type, data, length);
+    tell([&](Observer& observer) { observer.onParsedPacket(deviceId, type, data, length); });
 }
 
 void UsbManager::transferSendCallback(libusb_transfer* transfer) noexcept

@@ -80,7 +80,8 @@ public:
 
     // Registers for hotplug and starts the threads; does nothing when already done.
     // Panels that are attached are opened before it returns and announced by the
-    // worker thread.
+    // worker thread. When a thread can't be started this is logged (level 2) and undone:
+    // what was opened is closed, as by closeAllDevices, and a second call may succeed.
     void initialise();
 
     // Closes every device, on any thread, callbacks included. The observer is not
@@ -97,7 +98,8 @@ public:
     // an observer what panels send is discarded unparsed.
     void registerObserver(Observer* observer);
 
-    // Removes the observer, whatever the argument. A call under way may still run.
+    // Removes the observer, whatever the argument. Called in a callback, nothing follows
+    // on that thread; a call under way on another may still run.
     void unregisterObserver(Observer* observer);
 
     static std::string getVersion(); // "1.2.1+"
@@ -140,7 +142,13 @@ private:
     void workerThread();
     void receiveMsgThread();
 
-    void registerHotplug(std::uint16_t vendorId);
+    struct HotplugHandles {
+        libusb_hotplug_callback_handle arrived;
+        libusb_hotplug_callback_handle left;
+    };
+    HotplugHandles registerHotplug(std::uint16_t vendorId);
+    void deregisterHotplug(const HotplugHandles& handles);
+    void undoInitialise(const HotplugHandles& development);
     std::shared_ptr<UsbDevice> makeDevice(libusb_device* device) const;
     void addDevice(libusb_device* device);
     void removeDevice(libusb_device* device);
@@ -152,6 +160,7 @@ private:
     void runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known);
     Devices retire(const Devices& batch) MORVANE_REQUIRES(m_mutex);
     void announce(const Devices& retired, const Devices& arrived) const;
+    template <typename Call> void tell(Call call) const;
     void checkRegistry(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void retireDeadDevices(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void takeInStrayDevices(const std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);

@@ -2,6 +2,8 @@
 // the lines on its standard input say, and reports on descriptor 3.
 //
 //   start                     registers the observer and initialises
+//   startBusily               initialises, without an observer, while one thread adds to every packer there is and
+//                             another closes all devices, again and again: "started"
 //   add UID TYPE SIZE COUNT   queues records 0 to COUNT - 1 (see TestRecord.h)
 //   set UID TYPE KEY SIZE N   writes record N under a key
 //   load UID TYPE SIZE        queues such records from a thread until stop or destroy
@@ -89,13 +91,14 @@ public:
         if (command == "exit")
             return false;
         const std::map<std::string, void (Application::*)(std::istringstream&)> commands{
-            {"start", &Application::start},       {"add", &Application::add},
-            {"set", &Application::set},           {"load", &Application::load},
-            {"drain", &Application::drain},       {"counters", &Application::counters},
-            {"list", &Application::list},         {"hold", &Application::hold},
-            {"touch", &Application::touch},       {"drop", &Application::drop},
-            {"stop", &Application::stopLoad},     {"upgrade", &Application::upgrade},
-            {"closeAll", &Application::closeAll}, {"destroy", &Application::destroyNow},
+            {"start", &Application::start},       {"startBusily", &Application::startBusily},
+            {"add", &Application::add},           {"set", &Application::set},
+            {"load", &Application::load},         {"drain", &Application::drain},
+            {"counters", &Application::counters}, {"list", &Application::list},
+            {"hold", &Application::hold},         {"touch", &Application::touch},
+            {"drop", &Application::drop},         {"stop", &Application::stopLoad},
+            {"upgrade", &Application::upgrade},   {"closeAll", &Application::closeAll},
+            {"destroy", &Application::destroyNow},
         };
         const auto found = commands.find(command);
         if (found == commands.end())
@@ -130,6 +133,27 @@ private:
         m_manager = UsbManager::getUsbManager();
         m_manager->registerObserver(&m_reporter);
         m_manager->initialise();
+    }
+
+    void startBusily(Words& /*words*/)
+    {
+        m_manager = UsbManager::getUsbManager();
+        std::atomic<bool> busy{true};
+        std::thread adding([this, &busy] {
+            while (busy) {
+                for (const auto& device : m_manager->getDeviceListSafe())
+                    device->getPacker().addData(ReqDeviceInfo{1});
+            }
+        });
+        std::thread closing([this, &busy] {
+            while (busy)
+                m_manager->closeAllDevices();
+        });
+        m_manager->initialise();
+        busy = false;
+        adding.join();
+        closing.join();
+        report("started");
     }
 
     void add(Words& words)

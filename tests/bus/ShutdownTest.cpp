@@ -67,4 +67,23 @@ TEST_F(Shutdown, managerMadeAnew_findsThePanelAgain)
     expectRecords(0, 5, 20, 1);
 }
 
+// A drain beside it must not run events: their callbacks and the opening of a device take
+// the manager's mutex and libusb's list of open handles in two orders.
+TEST_F(Shutdown, closeAllDevicesBesideInitialise_doesNotHang)
+{
+    allowLog(R"(\[libusb\] .*)");
+    makeBus();
+    for (unsigned int panel = 0; panel < 3; ++panel)
+        bus().plug(panel);
+    startClient();
+    for (const char* const uid : {"101", "102", "103"})
+        expectEvent(std::string("added ") + uid);
+    for (int round = 0; round < 5 && !HasFailure(); ++round) {
+        tell("destroy");
+        expectEvent("destroyed");
+        tell("startBusily");
+        expectEvent("started");
+    }
+}
+
 } // namespace Vantor

@@ -59,6 +59,26 @@ TEST(UsbManager, receivedBuffer_reachesTheObserverOnTheReceiveThread)
     EXPECT_EQ(rig.observer.threadOf("end"), "MorvaneRecv");
 }
 
+TEST(UsbManager, observerThatUnregistersItself_hearsNoMoreOfItsMessage)
+{
+    PanelRig rig;
+    const auto unregister = [&rig] { rig.manager->unregisterObserver(&rig.observer); };
+    const auto linesOfOneMessage = [&rig] {
+        LinkRig::setLevel(4);
+        rig.usb.receive(rig.panel, {16, 0, 2, 0, 0, 0, 0, 0, 5, 1, 0, 1, 6, 1, 0, 2});
+        rig.usb.pass();
+        rig.log.waitFor("[libusb] Wait for message...\n");
+        LinkRig::setLevel(2);
+        rig.log.take();
+        rig.manager->registerObserver(&rig.observer);
+        return rig.observer.take();
+    };
+    rig.observer.whenParsed = [&unregister](std::uint16_t) { unregister(); };
+    EXPECT_THAT(linesOfOneMessage(), ElementsAre("begin 104 16 bytes", "parsed 104 type 5: 1"));
+    rig.observer.whenBegun = [&unregister](std::uint16_t, const UsbMessage&) { unregister(); };
+    EXPECT_THAT(linesOfOneMessage(), ElementsAre("begin 104 16 bytes"));
+}
+
 TEST(UsbManager, uid_isStampedIntoBytesFourToSeven)
 {
     PanelRig rig;

@@ -1,5 +1,6 @@
 // The manager's life cycle, hotplug and the registry of devices.
 #include "tests/support/ManagerRig.h"
+#include "tests/support/ThreadFailure.h"
 
 #include <csignal>
 #include <cstdio>
@@ -167,6 +168,53 @@ TEST(UsbManager, initialiseTwice_changesNothing)
     EXPECT_THAT(rig.usb.takeTrace(), IsEmpty()) << "no registration, no device closed";
     EXPECT_EQ(countThreads(), threads);
     EXPECT_THAT(rig.usb.registrations(), SizeIs(4));
+}
+
+// The worker is started first, the receive thread second.
+TEST(UsbManager, initialiseWithoutAThread_isLoggedAndUndone)
+{
+    for (const int failing : {1, 2}) {
+        ManagerRig rig;
+        rig.create().registerObserver(&rig.observer);
+        rig.usb.attach({});
+        rig.usb.setFreeRunning(true);
+        {
+            const ThreadFailure failure(failing);
+            EXPECT_EQ(rig.logged(2, [&rig] { rig.manager->initialise(); }),
+                      "[libusb] Cannot start a thread: Resource temporarily unavailable\n");
+        }
+        EXPECT_THAT(rig.manager->getDeviceListSafe(), IsEmpty());
+        EXPECT_THAT(rig.usb.takeTrace(), Contains("close 1-4"));
+        for (const auto& registration : rig.usb.registrations())
+            EXPECT_FALSE(registration.active) << std::hex << registration.vendorId;
+        rig.usb.setFreeRunning(false);
+        rig.observer.take();
+
+        rig.initialise();
+        rig.usb.passAfter(0s);
+        EXPECT_THAT(rig.observer.take(), ElementsAre("added 104")) << "a second call succeeds";
+        EXPECT_TRUE(rig.manager->getDevice(0x104)->isAlive());
+    }
+}
+
+TEST(UsbManager, initialiseWithoutAThread_takesTransfersBackItself)
+{
+    ManagerRig rig;
+    rig.create();
+    libusb_device* const panel = rig.usb.attach({});
+    const auto sendSomething = [&rig] {
+        const std::uint8_t byte = 1;
+        rig.manager->getDevice(0x104)->getPacker().addStructData(&byte, 1u, static_cast<PacketType>(5));
+    };
+    {
+        const ThreadFailure failure(1, sendSomething);
+        EXPECT_EQ(rig.logged(2, [&rig] { rig.manager->initialise(); }),
+                  "[libusb] Cannot start a thread: Resource temporarily unavailable\n")
+            << "no word of transfers that did not come back";
+    }
+    EXPECT_THAT(rig.usb.takeSubmissions(panel, FakeLibusb::outEndpoint), SizeIs(1));
+    EXPECT_THAT(rig.usb.takeTrace(), Contains("cancel 1-4 0x02"));
+    rig.initialise();
 }
 
 TEST(UsbManager, failedRegistrations_areIgnored)

@@ -72,6 +72,38 @@ TEST(UsbManager, panelThatComesAndGoesInOnePass_isAnnouncedRemovedFirst)
     EXPECT_THAT(rig.manager->getDeviceListSafe(), IsEmpty());
 }
 
+TEST(UsbManager, observerThatUnregistersItself_isToldNothingMoreInThatPass)
+{
+    ManagerRig rig;
+    rig.observer.whenAdded = [&rig](std::uint16_t) { rig.manager->unregisterObserver(&rig.observer); };
+    rig.observer.whenRemoved = [&rig](std::uint16_t) { rig.manager->unregisterObserver(&rig.observer); };
+    rig.start();
+    libusb_device* const four = rig.usb.plug(panelAt(4));
+    libusb_device* const five = rig.usb.plug(panelAt(5));
+    rig.usb.pass();
+    EXPECT_THAT(rig.observer.take(), ElementsAre("added 104"));
+    rig.manager->registerObserver(&rig.observer);
+    rig.usb.unplug(four);
+    rig.usb.unplug(five);
+    rig.usb.plug(panelAt(6));
+    rig.logged(0, [&] { rig.usb.pass(); });
+    EXPECT_THAT(rig.observer.take(), ElementsAre("removed 104"));
+}
+
+TEST(UsbManager, observerReplacedInACallback_isFollowedByTheNewOne)
+{
+    ManagerRig rig;
+    RecordingObserver second;
+    rig.observer.whenAdded = [&](std::uint16_t) { rig.manager->registerObserver(&second); };
+    rig.start();
+    rig.usb.plug(panelAt(4));
+    rig.usb.plug(panelAt(5));
+    rig.usb.pass();
+    EXPECT_THAT(rig.observer.take(), ElementsAre("added 104"));
+    EXPECT_THAT(second.take(), ElementsAre("added 105"));
+    rig.manager->registerObserver(&rig.observer);
+}
+
 TEST(UsbManager, announcedDevice_canBeFoundAndARetiredOneCannot)
 {
     ManagerRig rig;
@@ -187,6 +219,29 @@ TEST(UsbManager, departureDuringADrain_waitsForTheNextPass)
     EXPECT_NE(rig.manager->getDevice(0x105), nullptr);
     rig.usb.passAfter(0s);
     EXPECT_THAT(rig.observer.take(), ElementsAre("removed 105"));
+}
+
+TEST(UsbManager, departureDuringADrain_isNotTakenForADeadDevice)
+{
+    ManagerRig rig;
+    rig.start();
+    libusb_device* const four = rig.arrive(panelAt(4));
+    libusb_device* const five = rig.arrive(panelAt(5));
+    rig.usb.complete(four, FakeLibusb::inEndpoint, LIBUSB_TRANSFER_TIMED_OUT, 0);
+    rig.usb.complete(five, FakeLibusb::inEndpoint, LIBUSB_TRANSFER_TIMED_OUT, 0);
+    rig.usb.passAfter(5s);
+    rig.observer.take();
+    rig.usb.onCancel([&rig, five, done = false](libusb_transfer*) mutable {
+        if (!std::exchange(done, true))
+            rig.usb.unplug(five);
+    });
+    rig.usb.announce(four, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
+    rig.usb.vanish(four);
+    const std::string text = rig.logged(3, [&] { rig.usb.passAfter(1s); });
+    EXPECT_THAT(text, testing::HasSubstr(">> Device unplugged"));
+    EXPECT_THAT(text, Not(testing::HasSubstr("found dead device: uid=105")));
+    rig.usb.passAfter(0s);
+    EXPECT_THAT(rig.observer.take(), ElementsAre("removed 104", "removed 105"));
 }
 
 TEST(UsbManager, retirement_waitsForACancelledTransferToComeBack)

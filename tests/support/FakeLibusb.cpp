@@ -522,6 +522,7 @@ int FakeLibusb::registerHotplug(libusb_context* context, const Registration& reg
         if (code != LIBUSB_SUCCESS)
             return code;
         m_registrations.push_back(registration);
+        m_released = false;
         *handle = static_cast<libusb_hotplug_callback_handle>(m_registrations.size());
         for (const auto& device : m_devices) {
             if ((registration.flags & LIBUSB_HOTPLUG_ENUMERATE) != 0 && device->onBus &&

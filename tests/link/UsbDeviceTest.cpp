@@ -519,7 +519,7 @@ public:
         rig.add(5, {1, 2, 3});
         rig.usb.takeTrace();
         m_start = VirtualClock::now();
-        rig.usb.onCancel([this](libusb_transfer*) { cancels.push_back(VirtualClock::now() - m_start); });
+        rig.usb.onCall("cancel_transfer", [this] { cancels.push_back(VirtualClock::now() - m_start); });
     }
 
     std::chrono::nanoseconds elapsed() const { return VirtualClock::now() - m_start; }

@@ -209,7 +209,7 @@ TEST(UsbManager, departureDuringADrain_waitsForTheNextPass)
     libusb_device* const four = rig.arrive(panelAt(4));
     libusb_device* const five = rig.arrive(panelAt(5));
     rig.observer.take();
-    rig.usb.onCancel([&rig, five, done = false](libusb_transfer*) mutable {
+    rig.usb.onCall("cancel_transfer", [&rig, five, done = false]() mutable {
         if (!std::exchange(done, true))
             rig.usb.unplug(five);
     });

@@ -24,7 +24,7 @@ DeviceRig::DeviceRig()
 DeviceRig::~DeviceRig()
 {
     usb.route(nullptr);
-    usb.onCancel(nullptr);
+    usb.dropCallHooks();
     device.reset();
     libusb_unref_device(panel);
     libusb_exit(context);

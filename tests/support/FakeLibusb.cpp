@@ -43,11 +43,6 @@ std::string hex(unsigned int value, int digits)
     return text;
 }
 
-std::string endpointName(std::uint8_t endpoint)
-{
-    return "0x" + hex(endpoint, 2);
-}
-
 std::string label(const libusb_device* device)
 {
     return std::to_string(device->panel.bus) + "-" + std::to_string(device->panel.port);
@@ -77,11 +72,31 @@ FakeLibusb::~FakeLibusb()
     s_current = nullptr;
 }
 
+std::string FakeLibusb::endpointName(std::uint8_t endpoint)
+{
+    return "0x" + hex(endpoint, 2);
+}
+
 FakeLibusb& FakeLibusb::current()
 {
     if (s_current == nullptr)
         std::abort();
     return *s_current;
+}
+
+FakeLibusb& FakeLibusb::enter(const std::string& function)
+{
+    FakeLibusb& fake = current();
+    std::shared_ptr<std::function<void()>> hook; // shared: it keeps its state, and may replace itself
+    {
+        const Lock lock(fake.m_mutex);
+        const auto found = fake.m_callHooks.find(function);
+        if (found != fake.m_callHooks.end())
+            hook = found->second;
+    }
+    if (hook)
+        (*hook)();
+    return fake;
 }
 
 void FakeLibusb::misuse(const std::string& what)
@@ -294,10 +309,19 @@ void FakeLibusb::route(std::function<void(libusb_transfer*)> router)
     m_router = std::move(router);
 }
 
-void FakeLibusb::onCancel(std::function<void(libusb_transfer*)> hook)
+void FakeLibusb::onCall(const std::string& function, std::function<void()> hook)
 {
     const Lock lock(m_mutex);
-    m_cancelHook = hook ? std::make_shared<std::function<void(libusb_transfer*)>>(std::move(hook)) : nullptr;
+    if (hook)
+        m_callHooks[function] = std::make_shared<std::function<void()>>(std::move(hook));
+    else
+        m_callHooks.erase(function);
+}
+
+void FakeLibusb::dropCallHooks()
+{
+    const Lock lock(m_mutex);
+    m_callHooks.clear();
 }
 
 std::vector<FakeLibusb::Submission> FakeLibusb::takeSubmissions(libusb_device* device, std::uint8_t endpoint)
@@ -638,6 +662,11 @@ int FakeLibusb::open(libusb_device* device, libusb_device_handle** handle)
     const Lock lock(m_mutex);
     if (t_inTransferCallback)
         misuse("open inside a transfer callback");
+    // Its callbacks run with libusb's list of open handles locked, and an open waits for
+    // that list with whatever its caller has locked: the callback may want just that. A
+    // thread that only waits for events may get one at any moment.
+    if (m_eventThread && *m_eventThread != std::this_thread::get_id())
+        misuse("open while another thread handles events");
     if (!isUsable(device, "open"))
         return LIBUSB_ERROR_NO_DEVICE;
     m_trace.push_back("open " + label(device));
@@ -788,14 +817,6 @@ int FakeLibusb::submit(libusb_transfer* transfer)
 
 int FakeLibusb::cancel(libusb_transfer* transfer)
 {
-    std::shared_ptr<std::function<void(libusb_transfer*)>> hook; // shared, for it may keep a state
-    {
-        const Lock lock(m_mutex);
-        hook = m_cancelHook;
-    }
-    if (hook)
-        (*hook)(transfer);
-
     const Lock lock(m_mutex);
     TransferState* const state = stateOf(transfer, "cancel_transfer");
     if (state == nullptr)
@@ -821,7 +842,7 @@ int FakeLibusb::handleEvents(libusb_context* context, timeval timeout)
     const bool isMainLoop = timeout.tv_sec >= 1;
     if (t_inTransferCallback || t_inHotplugCallback)
         misuse("events handled inside a callback");
-    if (std::exchange(m_handlingEvents, true))
+    if (std::exchange(m_eventThread, std::this_thread::get_id()))
         misuse("events handled on two threads at once");
     int code = result("handle_events", LIBUSB_SUCCESS);
     if (isMainLoop) {
@@ -839,7 +860,7 @@ int FakeLibusb::handleEvents(libusb_context* context, timeval timeout)
             deliver(lock, event);
         }
     }
-    m_handlingEvents = false;
+    m_eventThread.reset();
     return code;
 }
 
@@ -969,131 +990,133 @@ extern "C" {
 
 int LIBUSB_CALL libusb_init(libusb_context** context)
 {
-    return FakeLibusb::current().init(context);
+    return FakeLibusb::enter("init").init(context);
 }
 
 void LIBUSB_CALL libusb_exit(libusb_context* context)
 {
-    FakeLibusb::current().exit(context);
+    FakeLibusb::enter("exit").exit(context);
 }
 
 int LIBUSB_CALL libusb_has_capability(uint32_t capability)
 {
-    return FakeLibusb::current().hasCapability(capability);
+    return FakeLibusb::enter("has_capability").hasCapability(capability);
 }
 
 int LIBUSB_CALL libusb_hotplug_register_callback(libusb_context* context, int events, int flags, int vendorId,
                                                  int productId, int deviceClass, libusb_hotplug_callback_fn callback,
                                                  void* userData, libusb_hotplug_callback_handle* handle)
 {
-    return FakeLibusb::current().registerHotplug(
-        context, {events, flags, vendorId, productId, deviceClass, callback, userData, true}, handle);
+    return FakeLibusb::enter("hotplug_register_callback")
+        .registerHotplug(context, {events, flags, vendorId, productId, deviceClass, callback, userData, true}, handle);
 }
 
 void LIBUSB_CALL libusb_hotplug_deregister_callback(libusb_context* context, libusb_hotplug_callback_handle handle)
 {
-    FakeLibusb::current().deregisterHotplug(context, handle);
+    FakeLibusb::enter("hotplug_deregister_callback").deregisterHotplug(context, handle);
 }
 
 int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor)
 {
-    return FakeLibusb::current().descriptor(device, descriptor);
+    return FakeLibusb::enter("get_device_descriptor").descriptor(device, descriptor);
 }
 
 uint8_t LIBUSB_CALL libusb_get_bus_number(libusb_device* device)
 {
-    return FakeLibusb::current().panel(device, "get_bus_number").bus;
+    return FakeLibusb::enter("get_bus_number").panel(device, "get_bus_number").bus;
 }
 
 uint8_t LIBUSB_CALL libusb_get_port_number(libusb_device* device)
 {
-    return FakeLibusb::current().panel(device, "get_port_number").port;
+    return FakeLibusb::enter("get_port_number").panel(device, "get_port_number").port;
 }
 
 int LIBUSB_CALL libusb_get_port_numbers(libusb_device* device, uint8_t* ports, int size)
 {
-    return FakeLibusb::current().portNumbers(device, ports, size);
+    return FakeLibusb::enter("get_port_numbers").portNumbers(device, ports, size);
 }
 
 libusb_device* LIBUSB_CALL libusb_ref_device(libusb_device* device)
 {
-    FakeLibusb::current().reference(device, 1);
+    FakeLibusb::enter("ref_device").reference(device, 1);
     return device;
 }
 
 void LIBUSB_CALL libusb_unref_device(libusb_device* device)
 {
-    FakeLibusb::current().reference(device, -1);
+    FakeLibusb::enter("unref_device").reference(device, -1);
 }
 
 ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list)
 {
-    return FakeLibusb::current().deviceList(context, list);
+    return FakeLibusb::enter("get_device_list").deviceList(context, list);
 }
 
 void LIBUSB_CALL libusb_free_device_list(libusb_device** list, int unreference)
 {
-    FakeLibusb::current().freeDeviceList(list, unreference);
+    FakeLibusb::enter("free_device_list").freeDeviceList(list, unreference);
 }
 
 int LIBUSB_CALL libusb_open(libusb_device* device, libusb_device_handle** handle)
 {
-    return FakeLibusb::current().open(device, handle);
+    return FakeLibusb::enter("open").open(device, handle);
 }
 
 void LIBUSB_CALL libusb_close(libusb_device_handle* handle)
 {
-    FakeLibusb::current().close(handle);
+    FakeLibusb::enter("close").close(handle);
 }
 
 int LIBUSB_CALL libusb_set_auto_detach_kernel_driver(libusb_device_handle* handle, int enable)
 {
-    return FakeLibusb::current().onHandle(handle, "set_auto_detach_kernel_driver", "auto-detach", enable);
+    return FakeLibusb::enter("set_auto_detach_kernel_driver")
+        .onHandle(handle, "set_auto_detach_kernel_driver", "auto-detach", enable);
 }
 
 int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int interfaceNumber)
 {
-    return FakeLibusb::current().onHandle(handle, "kernel_driver_active", "kernel-driver", interfaceNumber);
+    return FakeLibusb::enter("kernel_driver_active")
+        .onHandle(handle, "kernel_driver_active", "kernel-driver", interfaceNumber);
 }
 
 int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interfaceNumber)
 {
-    return FakeLibusb::current().claim(handle, interfaceNumber);
+    return FakeLibusb::enter("claim_interface").claim(handle, interfaceNumber);
 }
 
 int LIBUSB_CALL libusb_release_interface(libusb_device_handle* handle, int interfaceNumber)
 {
-    return FakeLibusb::current().release(handle, interfaceNumber);
+    return FakeLibusb::enter("release_interface").release(handle, interfaceNumber);
 }
 
 int LIBUSB_CALL libusb_clear_halt(libusb_device_handle* handle, unsigned char endpoint)
 {
-    return FakeLibusb::current().onHandle(handle, "clear_halt", "clear-halt", endpoint);
+    return FakeLibusb::enter("clear_halt").onHandle(handle, "clear_halt", "clear-halt", endpoint);
 }
 
 libusb_transfer* LIBUSB_CALL libusb_alloc_transfer(int /*isoPackets*/)
 {
-    return FakeLibusb::current().allocate();
+    return FakeLibusb::enter("alloc_transfer").allocate();
 }
 
 void LIBUSB_CALL libusb_free_transfer(libusb_transfer* transfer)
 {
-    FakeLibusb::current().free(transfer);
+    FakeLibusb::enter("free_transfer").free(transfer);
 }
 
 int LIBUSB_CALL libusb_submit_transfer(libusb_transfer* transfer)
 {
-    return FakeLibusb::current().submit(transfer);
+    return FakeLibusb::enter("submit_transfer " + FakeLibusb::endpointName(transfer->endpoint)).submit(transfer);
 }
 
 int LIBUSB_CALL libusb_cancel_transfer(libusb_transfer* transfer)
 {
-    return FakeLibusb::current().cancel(transfer);
+    return FakeLibusb::enter("cancel_transfer").cancel(transfer);
 }
 
 int LIBUSB_CALL libusb_handle_events_timeout_completed(libusb_context* context, timeval* timeout, int* /*completed*/)
 {
-    return FakeLibusb::current().handleEvents(context, *timeout);
+    return FakeLibusb::enter("handle_events").handleEvents(context, *timeout);
 }
 
 } // extern "C"

@@ -106,8 +106,10 @@ public:
     // transfer's own callback, and like it inside event handling.
     void route(std::function<void(libusb_transfer*)> router);
 
-    // Called inside libusb_cancel_transfer, before anything else, unlocked.
-    void onCancel(std::function<void(libusb_transfer*)> hook);
+    // Calls `hook` at the start of every call of `function`, named as in script, on the
+    // calling thread and unlocked; nullptr for none. One hook a function.
+    void onCall(const std::string& function, std::function<void()> hook);
+    void dropCallHooks();
 
     std::vector<Submission> takeSubmissions(libusb_device* device, std::uint8_t endpoint);
     std::vector<std::string> takeCompletions(); // delivered ones, such as "1-4 0x02 status 0"
@@ -115,7 +117,7 @@ public:
     std::vector<timeval> takeEventTimeouts(); // of main-loop event calls
 
     // Scripted results: of `function`, named without "libusb_", for submit_transfer with
-    // the endpoint behind it ("submit_transfer 0x02").
+    // the endpoint behind it ("submit_transfer 0x02"); event handling is "handle_events".
     void script(const std::string& function, int result, int times = 1);
     void setCapability(std::uint32_t capability, int value);
 
@@ -156,6 +158,8 @@ public:
         std::vector<std::uint8_t> bytes;
     };
     static FakeLibusb& current();
+    static FakeLibusb& enter(const std::string& function); // calls the hook
+    static std::string endpointName(std::uint8_t endpoint);
     int init(libusb_context** context);
     void exit(libusb_context* context);
     int hasCapability(std::uint32_t capability);
@@ -232,7 +236,7 @@ private:
     std::map<std::string, int> m_lastingScripts;
     std::map<std::uint32_t, int> m_capabilities;
     std::function<void(libusb_transfer*)> m_router;
-    std::shared_ptr<std::function<void(libusb_transfer*)>> m_cancelHook;
+    std::map<std::string, std::shared_ptr<std::function<void()>>> m_callHooks;
     bool m_ignoreCancel = false;
     bool m_honourTimeouts = false;
     unsigned int m_callsToFailure = 0;
@@ -244,9 +248,9 @@ private:
     bool m_granted = false;
     bool m_released = false;
     bool m_freeRunning = false;
-    bool m_handlingEvents = false;
     std::optional<std::chrono::nanoseconds> m_grantedTime;
     unsigned long m_parkings = 0;
+    std::optional<std::thread::id> m_eventThread; // also while it is parked
     std::optional<std::thread::id> m_callbackThread;
 };
 

@@ -6,6 +6,7 @@ namespace Vantor::Test {
 
 ManagerRig::~ManagerRig()
 {
+    usb.dropCallHooks(); // what they refer to may be gone
     stop();
 }
 
@@ -33,7 +34,6 @@ void ManagerRig::start()
 // One that never ran cannot be destroyed.
 void ManagerRig::stop()
 {
-    usb.onCancel(nullptr);
     if (manager == nullptr)
         return;
     if (!m_running)
@@ -63,12 +63,12 @@ void ManagerRig::closeAllDevices(std::chrono::nanoseconds tick)
     // The worker keeps up at every other cancel, of the read, where the caller holds no lock.
     VirtualClock::tickPerSteadyRead(tick);
     usb.setFreeRunning(true);
-    usb.onCancel([this, caller = std::this_thread::get_id(), isRead = false](libusb_transfer*) mutable {
+    usb.onCall("cancel_transfer", [this, caller = std::this_thread::get_id(), isRead = false]() mutable {
         if (std::this_thread::get_id() == caller && (isRead = !isRead))
             usb.settle();
     });
     manager->closeAllDevices();
-    usb.onCancel(nullptr);
+    usb.onCall("cancel_transfer", nullptr);
     usb.settle();
     usb.setFreeRunning(false);
     VirtualClock::tickPerSteadyRead(std::chrono::nanoseconds(0));

@@ -2,7 +2,7 @@
 
 inBackground /tmp/watch.log 'panelctl watch --duration 600'
 watch=$background
-says 'waiting for one' /tmp/watch.log
+check 'the tool waits for a panel' says 'waiting for one' /tmp/watch.log
 attach --panels 1
 check 'a panel plugged in while the tool watches arrives' says '0101  arrived  at 1-1' /tmp/watch.log
 tell unplug
@@ -29,4 +29,4 @@ as member 'panelctl info' > /tmp/info.log 2>&1
 check 'info: what the panel says of itself' grep -q '^uid  *0101$' /tmp/info.log
 check '... and its packet limit' grep -q '^packet limit  *8192 bytes' /tmp/info.log
 check 'the simulated panel saw no violation' detach
-check 'no node is left' await 30 noNode
+check 'no node is left' await noNode

@@ -42,27 +42,52 @@ verdict() {
   [ "$checksFailed" -eq 0 ]
 }
 
-# as USER COMMAND: a shell command, with that user's groups and no more.
-as() {
-  su "$1" -c "$2"
+# A process that has ended, waited for or not.
+isGone() {
+  local state
+  { read -r _ _ state _ < "/proc/$1/stat"; } 2> /dev/null || return 0
+  [ "$state" = Z ]
 }
 
-# await SECONDS COMMAND...: tries until the command succeeds. The limit is for a guest
-# that is stuck, not for one that is slow.
+killStuck() {
+  echo "process $1 did not end and is killed"
+  kill -KILL "$1"
+}
+
+# as USER COMMAND: a shell command, with that user's groups and no more. It is killed when
+# it does not end.
+as() {
+  local process code=0
+  su "$1" -c "$2" &
+  process=$!
+  await isGone $process || killStuck $process
+  wait $process || code=$?
+  return $code
+}
+
+# Tenths of a second at least, for each wait: for what never comes, however slow the guest.
+# When that has been waited for once, the guest has failed, and the rest need not take long.
+patience=1200
+
+# await COMMAND...: tries until the command succeeds. While it waits the console goes on,
+# as its silence counts as a guest that is stuck.
 await() {
-  local left=$(($1 * 5))
-  shift
+  local tries=0
   until "$@"; do
-    left=$((left - 1))
-    [ $left -gt 0 ] || return 1
-    usleep 200000
+    tries=$((tries + 1))
+    if [ $tries -ge $patience ]; then
+      patience=100
+      return 1
+    fi
+    [ $((tries % 100)) -ne 0 ] || echo "waiting: $*" > /dev/console
+    usleep 100000
   done
 }
 
 # says PATTERN FILE [TIMES]: so many lines of the file have it, or will.
 says() {
-  await 30 atLeast "${3-1}" "$1" "$2" && return
-  echo "within 30 s there were not ${3-1} lines with '$1'; the file ends with:"
+  await atLeast "${3-1}" "$1" "$2" && return
+  echo "there were not ${3-1} lines with '$1', and none came; the file ends with:"
   tail -n 20 "$2"
   return 1
 }

@@ -65,21 +65,28 @@ as() {
   return $code
 }
 
-# Tenths of a second at least, for each wait: for what never comes, however slow the guest.
-# When that has been waited for once, the guest has failed, and the rest need not take long.
-patience=1200
+# Seconds for each wait: for what never comes, however slow the guest. When that has been
+# waited for once, the guest has failed, and the rest need not take long.
+patience=120
 
 # await COMMAND...: tries until the command succeeds. While it waits the console goes on,
 # as its silence counts as a guest that is stuck.
 await() {
-  local tries=0
+  local begin now told
+  read -r begin _ < /proc/uptime
+  begin=${begin%.*}
+  told=$begin
   until "$@"; do
-    tries=$((tries + 1))
-    if [ $tries -ge $patience ]; then
-      patience=100
+    read -r now _ < /proc/uptime
+    now=${now%.*}
+    if [ $((now - begin)) -ge $patience ]; then
+      patience=20
       return 1
     fi
-    [ $((tries % 100)) -ne 0 ] || echo "waiting: $*" > /dev/console
+    if [ $((now - told)) -ge 10 ]; then
+      told=$now
+      echo "waiting: $*" > /dev/console
+    fi
     usleep 100000
   done
 }

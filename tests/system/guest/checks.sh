@@ -103,6 +103,14 @@ atLeast() {
   [ "$(grep -c -e "$2" "$3")" -ge "$1" ]
 }
 
+# has PATTERN FILE: a line has it, now.
+has() {
+  grep -q -e "$1" "$2" && return
+  echo "no line with '$1'; the file begins with:"
+  head -n 20 "$2"
+  return 1
+}
+
 # counts NUMBER PATTERN FILE: so many lines have it, now.
 counts() {
   local found

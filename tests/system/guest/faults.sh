@@ -9,13 +9,14 @@ for round in 1 2; do
   check "it streams, round $round" says 'type 20' /tmp/watch.log $((round * 20))
   tell unplug
   check "unplugged while it streams, round $round: it leaves" says '0101  left' /tmp/watch.log $round
+  check '... and is not held open' holds 0 "$watch"
   tell plug
-  check "... and comes back" says '0101  arrived' /tmp/watch.log $((round + 1))
+  check '... and comes back' says '0101  arrived' /tmp/watch.log $((round + 1))
+  check '... and is open, once' holds 1 "$watch"
 done
 tell 'emit type=21 hex=77'
 check '... and is heard' says 'type 21  *1 bytes*  *77' /tmp/watch.log
-kill "$watch"
-check 'the watching tool ends in order' endsWith 143 "$watch"
+check 'the watching tool ends in order' endsInOrder "$watch" /tmp/watch.log
 
 inBackground /tmp/send.log 'panelctl send --type 5 --hex 55 --repeat 10000000'
 check 'records go out' says 'record type 5' "$eventLog" 50

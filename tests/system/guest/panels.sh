@@ -49,6 +49,13 @@ nodes() {
 anyNode() { [ -n "$(nodes)" ]; }
 noNode() { [ -z "$(nodes)" ]; }
 
+# holds NUMBER PROCESS: so many panels' nodes are open in it, those of panels that are gone
+# among them.
+holds() {
+  ls -l "/proc/$2/fd" > /tmp/fd.log
+  counts "$1" '-> /dev/bus/usb/' /tmp/fd.log
+}
+
 # inBackground FILE COMMAND: as member; `background` is its process.
 background=
 inBackground() {
@@ -63,6 +70,18 @@ endsWith() {
   wait "$2" || code=$?
   echo "exit code $code, expected $1"
   [ $code -eq "$1" ]
+}
+
+# endsInOrder PROCESS FILE: told to end, a watching tool sums up, and only after the library
+# has shut down it says why. The exit code alone is also that of a tool that SIGTERM killed.
+endsInOrder() {
+  kill "$1"
+  endsWith 143 "$1" || return 1
+  grep -q '[0-9] packets*, [0-9]* arrivals*, [0-9]* departures*$' "$2" &&
+    [ "$(tail -n 1 "$2")" = 'panelctl: interrupted' ] && return
+  echo 'its output ends with:'
+  tail -n 5 "$2"
+  return 1
 }
 
 # exits CODE USER COMMAND

@@ -275,8 +275,9 @@ void Session::onParsedPacket(std::uint16_t deviceId, const PacketType& type, con
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_information[deviceId] = data.deviceInformation;
     }
+    const std::uint8_t* const payload = payloadOf(data);
     if (m_keepPackets)
-        add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {data.bytes, data.bytes + length}, {}});
+        add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {payload, payload + length}, {}});
     else
         wake();
 }

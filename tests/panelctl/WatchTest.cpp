@@ -53,6 +53,22 @@ TEST(PanelctlWatch, longPacket_isCutOnRequest)
     EXPECT_THAT(result.output, HasSubstr("type 20      5 bytes  01 02 03 (+2)\n"));
 }
 
+// DataPacketUnion itself has 83 bytes. A sanitizer sees a read by way of its array.
+TEST(PanelctlWatch, packetBeyond83Bytes_isPrintedWhole)
+{
+    std::string digits;
+    std::string printed;
+    for (int i = 0; i < 100; ++i) {
+        const std::string byte = {"0123456789"[i / 10], "0123456789"[i % 10]};
+        digits += byte;
+        printed += " " + byte;
+    }
+    const ToolResult result =
+        runTool(panelctlOn({"--at", "1200ms", "emit type=5 hex=" + digits}, {"watch", "--count", "1"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr("type 5     100 bytes " + printed + "\n"));
+}
+
 TEST(PanelctlWatch, countNotReached_isATimeOut)
 {
     const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"watch", "--count", "2", "--duration", "0.2"}));

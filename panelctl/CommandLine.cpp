@@ -6,6 +6,7 @@
 #include "panelctl/InfoCommand.h"
 #include "panelctl/ListCommand.h"
 #include "panelctl/SendCommand.h"
+#include "panelctl/UsbIds.h"
 #include "panelctl/WatchCommand.h"
 #include "panelctl/demo/DemoCommand.h"
 #include "panelctl/flash/FlashCommand.h"
@@ -107,7 +108,8 @@ constexpr const char* helpHint = "`panelctl --help` shows what there is.";
 
 std::string describeVersion()
 {
-    return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion();
+    return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion() + "\npanels " +
+           UsbIds::join(UsbIds::list(), ", ");
 }
 
 std::chrono::nanoseconds toNanoseconds(double seconds)
@@ -210,7 +212,9 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     m_app.fallthrough();
     m_app.get_formatter()->column_width(26);
     m_app.set_help_flag("-h,--help", "Print this help, or a command's");
-    m_app.set_version_flag("--version", describeVersion, "Print the versions of the tool and the library");
+    m_app.set_version_flag(
+        "--version", describeVersion,
+        "Print the versions of the tool and the library, and\nthe USB ids of the panels that they know");
     m_app
         .add_option("--log-level", m_logLevel,
                     "The library's log: 0 none, 2 errors (default),\n3 summaries, 4 device life, threads and "

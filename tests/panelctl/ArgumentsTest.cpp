@@ -1,4 +1,7 @@
 #include "ToolRun.h"
+#include "panelctl/UsbIds.h"
+
+#include <csignal>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -258,11 +261,12 @@ TEST(PanelctlArguments, helpOfFlash_hasItsExitCodesInEightyColumns)
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));
 }
 
-TEST(PanelctlArguments, version_namesToolAndLibrary)
+TEST(PanelctlArguments, version_namesToolLibraryAndPanels)
 {
     const ToolResult result = runTool(panelctl({"--version"}));
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.output, "panelctl 1.2.1\nlibMorvaneHostUsb 1.2.1+\n");
+    EXPECT_EQ(result.output,
+              "panelctl 1.2.1\nlibMorvaneHostUsb 1.2.1+\npanels " + UsbIds::join(UsbIds::list(), ", ") + "\n");
     EXPECT_EQ(result.errors, "");
 }
 

@@ -8,6 +8,7 @@
 #include "panelctl/SendCommand.h"
 #include "panelctl/UsbIds.h"
 #include "panelctl/WatchCommand.h"
+#include "panelctl/Wording.h"
 #include "panelctl/demo/DemoCommand.h"
 #include "panelctl/flash/FlashCommand.h"
 #include "protocol/PacketType.h"
@@ -124,7 +125,7 @@ const CLI::Validator& time()
         [](const std::string& text) {
             double seconds = 0;
             const bool isTime = CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= 86400;
-            return isTime ? std::string() : "'" + text + "' is not a time in seconds, from 0 to 86400";
+            return isTime ? std::string() : quote(text) + " is not a time in seconds, from 0 to 86400";
         },
         "");
     return validator;
@@ -140,7 +141,7 @@ template <typename Number> CLI::Validator numberBetween(Number low, Number high,
                                 value >= low && value <= high;
             return isGood
                        ? std::string()
-                       : "'" + text + "' is not " + what + ", " + std::to_string(low) + " to " + std::to_string(high);
+                       : quote(text) + " is not " + what + ", " + std::to_string(low) + " to " + std::to_string(high);
         },
         "");
 }
@@ -165,7 +166,7 @@ CLI::Validator pair(char separator, unsigned int low, const std::string& what)
         [=](const std::string& text) {
             unsigned int first = 0;
             unsigned int second = 0;
-            return parsePair(text, separator, low, first, second) ? std::string() : "'" + text + "' is not " + what;
+            return parsePair(text, separator, low, first, second) ? std::string() : quote(text) + " is not " + what;
         },
         "");
 }
@@ -188,7 +189,11 @@ private:
     CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
     CLI::Option* addPanel(CLI::App& command);
     void addDithering(CLI::App& command);
+    std::string listCommands() const;
+    void refuseEmptyValues(int argc, char** argv) const;
     std::string explain(const CLI::ParseError& error) const;
+    std::string explainRepetition(const CLI::ParseError& error) const;
+    std::string explainExtras() const;
 
     CLI::App m_app;
     std::vector<std::pair<CLI::App*, std::function<std::unique_ptr<Command>()>>> m_commands;
@@ -303,8 +308,11 @@ void Parser::addSend()
     command->add_option("--key", m_send.key, "Send it as the latest value of this key")
         ->option_text("N")
         ->check(numberBetween<std::uint64_t>(0, std::numeric_limits<std::uint32_t>::max(), "a key"));
-    command->add_option("--hex", m_send.hex, "The payload, two digits a byte: 'de ad 00 01'")->option_text("DIGITS");
-    command->add_option("--file", m_send.file, "The payload, as the file's bytes")->option_text("FILE");
+    command
+        ->add_option("--hex", m_send.hex, "The payload, two digits a byte: 'de ad 00 01',\nde:ad:00:01 or 0xdead0001")
+        ->option_text("DIGITS");
+    command->add_option("--file", m_send.file, "The payload, as the file's bytes; - is standard\ninput")
+        ->option_text("FILE");
     addPanel(*command);
     command->add_option("--repeat", m_send.repeat, "Send it this often, one after the other")
         ->option_text("N")
@@ -374,7 +382,7 @@ void Parser::addDithering(CLI::App& command)
         ->check(CLI::Validator(
             [](const std::string& text) {
                 return types.count(text) != 0 ? std::string()
-                                              : "'" + text + "' is not threshold, atkinson, floyd-steinberg or stucki";
+                                              : quote(text) + " is not threshold, atkinson, floyd-steinberg or stucki";
             },
             ""));
     command.add_option("--threshold", m_draw.threshold, "Darker pixels become black (default 128)")
@@ -389,11 +397,41 @@ void Parser::addDemo()
     command->add_flag("--any-panel", m_anyPanel, "Also send the demo's made-up records to real panels");
 }
 
-// The parser's own words for an option that came again name a count, and no mistake.
+// "list, info and demo"
+std::string Parser::listCommands() const
+{
+    std::string text;
+    for (std::size_t i = 0; i < m_commands.size(); ++i)
+        text += (i == 0 ? "" : i + 1 < m_commands.size() ? ", " : " and ") + m_commands[i].first->get_name();
+    return text;
+}
+
+// The parser would take the next argument for the value, be it a command's name.
+void Parser::refuseEmptyValues(int argc, char** argv) const
+{
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument.compare(0, 2, "--") == 0 && argument.find('=') + 1 == argument.size())
+            throw Failure(ExitCode::Usage, quote(argument) +
+                                               " has no value. Write it behind the '=', or in place of "
+                                               "the '=' as the next argument: '' if it is empty.\n" +
+                                               helpHint);
+    }
+}
+
 std::string Parser::explain(const CLI::ParseError& error) const
 {
-    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) == nullptr)
-        return error.what();
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
+        return explainExtras();
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr)
+        return explainRepetition(error);
+    // What the checks above refuse, they quote.
+    return dynamic_cast<const CLI::ConversionError*>(&error) != nullptr ? makePrintable(error.what()) : error.what();
+}
+
+// The parser's own words for an option that came again name a count, and no mistake.
+std::string Parser::explainRepetition(const CLI::ParseError& error) const
+{
     std::vector<const CLI::Option*> options = m_app.get_options();
     for (const auto& command : m_commands)
         for (const CLI::Option* const option : command.first->get_options())
@@ -406,9 +444,20 @@ std::string Parser::explain(const CLI::ParseError& error) const
            ((*again)->count() == 2 ? "twice" : std::to_string((*again)->count()) + " times");
 }
 
+// One at a time: the next one is often only the first one's value.
+std::string Parser::explainExtras() const
+{
+    const std::vector<std::string> extras = m_app.remaining(true);
+    const std::string& first = extras.front();
+    if (m_app.get_subcommands().empty() && first.compare(0, 1, "-") != 0)
+        return quote(first) + " is no command: there are " + listCommands();
+    return quote(first) + " was not expected";
+}
+
 CommandLine Parser::parse(int argc, char** argv)
 {
     CommandLine line;
+    refuseEmptyValues(argc, argv);
     try {
         m_app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -424,8 +473,7 @@ CommandLine Parser::parse(int argc, char** argv)
         if (app->parsed())
             line.command = make();
     if (!line.command)
-        throw Failure(ExitCode::Usage,
-                      "no command given: list, info, watch, send, draw, flash or demo.\n" + std::string(helpHint));
+        throw Failure(ExitCode::Usage, "no command given: there are " + listCommands() + ".\n" + helpHint);
     return line;
 }
 

@@ -2,6 +2,7 @@
 
 #include "panelctl/Diagnosis.h"
 #include "panelctl/Failure.h"
+#include "panelctl/Wording.h"
 #include "protocol/ReqDeviceInfo.h"
 
 #include <algorithm>
@@ -109,7 +110,7 @@ Panel Session::choosePanel(const std::optional<std::string>& selector) const
     const auto named = std::find_if(panels.begin(), panels.end(),
                                     [&selector](const Panel& panel) { return isNamedBy(panel, *selector); });
     if (named == panels.end())
-        throw Failure(ExitCode::NoPanel, "no panel is called '" + *selector + "'. Attached: " + enumerate(panels) +
+        throw Failure(ExitCode::NoPanel, "no panel is called " + quote(*selector) + ". Attached: " + enumerate(panels) +
                                              ".\nName one by its uid or, in brackets here, its bus and ports.");
     return *named;
 }

@@ -1,6 +1,7 @@
 #include "panelctl/picture/PngReader.h"
 
 #include "panelctl/Failure.h"
+#include "panelctl/Wording.h"
 
 #include <array>
 #include <cerrno>
@@ -25,7 +26,7 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 [[noreturn]] void fail(const std::string& path, const std::string& cause)
 {
-    throw Failure(ExitCode::Usage, "'" + path + "' " + cause + ".");
+    throw Failure(ExitCode::Usage, quote(path) + " " + cause + ".");
 }
 
 extern "C" [[noreturn]] void keepErrorAndLeave(png_structp png, png_const_charp message)

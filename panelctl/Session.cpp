@@ -257,7 +257,8 @@ void Session::onDeviceAdded(std::uint16_t uid)
     const std::optional<Panel> panel = findPanel(uid);
     if (panel)
         noteWhetherUsable(*panel);
-    add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}, panel ? panel->getPlace() : "-"});
+    const bool isUsable = panel && panel->isAlive();
+    add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}, isUsable ? panel->getPlace() : ""});
 }
 
 void Session::onDeviceRemoved(std::uint16_t uid)

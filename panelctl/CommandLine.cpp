@@ -52,11 +52,10 @@ constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on whi
                                    "rounded to 8; at most 16384 pixels a side and 16777216 in all are read.\n"
                                    "--invert turns all of it around, margins and transparent parts included.\n"
                                    "\n"
-                                   "All of W x H is dithered, margins too. Dithering passes errors on, and what\n"
-                                   "exceeds white wraps: light areas beside grey ones get dark specks, and the\n"
-                                   "margin below a picture dark streaks. For drawings and text use\n"
-                                   "--dither threshold; for photos a --size of the picture's own proportions.\n"
-                                   "Dark pixels are sent as 1 (on).\n"
+                                   "The picture is dithered before it gets its margins, which stay clean. Dithering\n"
+                                   "passes errors on, and what exceeds white wraps: white beside grey gets dark\n"
+                                   "specks, and with floyd-steinberg smooth shades get some too. For drawings and\n"
+                                   "text use --dither threshold. Dark pixels are sent as 1 (on).\n"
                                    "\n"
                                    "The panel does not tell the size of its LCDs: what lies outside is not shown,\n"
                                    "and nobody notices.\n"
@@ -377,7 +376,7 @@ void Parser::addDithering(CLI::App& command)
     command
         .add_option_function<std::string>(
             "--dither", [this](const std::string& name) { m_draw.dither = types.at(name); },
-            "threshold, atkinson, floyd-steinberg (default)\nor stucki")
+            "threshold, atkinson, floyd-steinberg or stucki\n(default)")
         ->option_text("HOW")
         ->check(CLI::Validator(
             [](const std::string& text) {

@@ -121,7 +121,8 @@ void Decoder::checkSize() const
         std::uint64_t{getWidth()} * getHeight() > PngReader::maxPixels)
         fail(m_path, "is too large: " + std::to_string(getWidth()) + "x" + std::to_string(getHeight()) +
                          " pixels, at most " + std::to_string(PngReader::maxSide) + " a side and " +
-                         std::to_string(PngReader::maxPixels) + " in all are read");
+                         std::to_string(PngReader::maxPixels) +
+                         " in all are read.\nScale it down first: an LCD shows 255x255 of it at most");
 }
 
 File openPng(const std::string& path)

@@ -11,6 +11,7 @@ if(TARGET PanelModel)
       FaultPlanTest.cpp
       FlashReportTest.cpp
       LcdOptionTest.cpp
+      PacketLimitTest.cpp
       PanelCommandTest.cpp
       PanelDescriptorsTest.cpp
       PanelModelBusTest.cpp

@@ -64,9 +64,9 @@ protected:
                 {0, fileno(inputFile.get())}, {1, fileno(file.get())}, {2, fileno(file.get())}});
     }
 
-    Result finish()
+    Result finish(std::chrono::seconds limit = BusTest::patience)
     {
-        EXPECT_TRUE(waitUntil([this] { return m_process->hasEnded(); }));
+        EXPECT_TRUE(BusTest::waitUntil([this] { return m_process->hasEnded(); }, limit));
         if (!m_process->hasEnded()) {
             m_process->sendSignal(SIGKILL);
             waitUntil([this] { return m_process->hasEnded(); });
@@ -100,6 +100,15 @@ protected:
     void awaitFile(const std::string& name)
     {
         EXPECT_TRUE(waitUntil([this, &name] { return std::filesystem::exists(fileName(name)); }));
+    }
+
+    // Processor time of all that have ended.
+    static double secondsOfChildren()
+    {
+        rusage usage{};
+        getrusage(RUSAGE_CHILDREN, &usage);
+        return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+               static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
     }
 
     static bool waitUntil(const std::function<bool()>& condition) { return BusTest::waitUntil(condition); }
@@ -322,11 +331,35 @@ TEST_F(Panelsim, idleBus_costsNoProcessorTime)
     start({"run", "--panels", "2", "--", "sh", "-c",
            "(echo start; sleep 4; echo exit) | " MORVANE_BUS_CLIENT " 3>/dev/null"});
     EXPECT_EQ(finish().exitCode, 0);
-    rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
-    const double seconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-                           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
-    EXPECT_LT(seconds, 0.5); // measured: 0.03, nearly all of it the start
+    EXPECT_LT(secondsOfChildren() - before, 0.5); // measured: 0.03, nearly all of it the start
+}
+
+// With a program that comes and goes, and opens the panel as often as it can; it also stops
+// listening just when there is something to tell it, now and then. A panel that stays takes
+// 79 KB.
+TEST_F(Panelsim, manyPlugs_doNotMakeItGrow)
+{
+    constexpr int warmUp = 50;
+    constexpr int all = 250;
+    std::vector<std::string> arguments = {"run", "--log", fileName("log")};
+    for (int i = 1; i <= all; ++i) {
+        const std::string time = std::to_string(10 * i);
+        arguments.insert(arguments.end(), {"--at", time + "ms", "unplug", "--at", time + "ms", "plug"});
+    }
+    const std::string wait = "awaits() { until [ $(grep -c unplug " + fileName("log") +
+                             ") -ge $1 ]; do sleep 0.1; done; }; "
+                             "size() { awk '/VmRSS/ { print $2 }' /proc/$PPID/status; }; ";
+    arguments.insert(arguments.end(), {"--", "sh", "-c",
+                                       "while :; do " MORVANE_RAW_CLIENT "; done > /dev/null 2>&1 & " + wait +
+                                           "awaits " + std::to_string(warmUp) + "; size; awaits " +
+                                           std::to_string(all) + "; size; kill $!"});
+    start(arguments);
+    const Result result = finish(std::chrono::seconds(120));
+    std::istringstream sizes(result.output);
+    int before = 0;
+    int after = 0;
+    ASSERT_TRUE(sizes >> before >> after) << result.output;
+    EXPECT_LT(after - before, 6000) << "KiB more after " << all - warmUp << " plugs";
 }
 
 TEST_F(Panelsim, end_leavesNoTemporaryFiles)
@@ -407,6 +440,7 @@ TEST_F(Panelsim, unpluggedPanel_keepsItsPictureUntilItIsPluggedBack)
 }
 
 // "123456789" for the main MCU: the request, and a chunk (all its other bytes are 0).
+    const double before = secondsOfChildren(); // of other tests
 std::string announceDigits()
 {
     return "2d00010000000000"

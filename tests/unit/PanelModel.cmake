@@ -21,6 +21,7 @@ if(TARGET PanelModel)
       PanelModelTest.cpp
       PanelOutboxTest.cpp
       PanelScreenTest.cpp
+      PastViolationsTest.cpp
       SliceDecoderTest.cpp
       WireDecoderTest.cpp
     LIBRARIES PanelModel GTest::gmock_main

@@ -278,7 +278,8 @@ TEST_F(Panelsim, timedCommands_happenInTheirTime)
                                "--at", "300ms", "fault out stall sticky",
                                "--at", "400ms", "emit type=12 hex=0a count=2 every=50",
                                "--at", "500ms", "unplug 4",
-                               "--",   "sleep", "1.2"});
+                               "--",   "sh",    "-c",
+                               "until grep -q 'panel 4' " + fileName("log") + "; do sleep 0.05; done"});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_EQ(result.output, "panelsim: panel 4: is not plugged\n");
     std::istringstream log(contentOf(fileName("log")));

@@ -23,13 +23,16 @@ if(TARGET PanelModel)
       PanelScreenTest.cpp
       PastViolationsTest.cpp
       SliceDecoderTest.cpp
+      UserTextTest.cpp
       WireDecoderTest.cpp
     LIBRARIES PanelModel GTest::gmock_main
     LABELS unit)
 
   morvane_add_test(flashFolderTests
-    SOURCES FlashFolderTest.cpp
-    LIBRARIES FlashFolder GTest::gmock_main
+    SOURCES
+      FlashFolderTest.cpp
+      OutputFileTest.cpp
+    LIBRARIES FlashFolder OutputFile GTest::gmock_main
     LABELS unit)
 
   morvane_add_test(kernelBusTests

@@ -4,6 +4,7 @@
 #include "simulator/CommandInput.h"
 #include "simulator/KernelBus.h"
 #include "simulator/PanelsimSession.h"
+#include "simulator/UserText.h"
 #include "simulator/VhciPorts.h"
 
 #include <cerrno>
@@ -68,7 +69,7 @@ KernelBus::Options busOptions(PanelsimSession& session)
 
 void complain(const std::string& line, const std::string& error)
 {
-    std::fprintf(stderr, "panelsim: '%.80s': %s\n", line.c_str(), error.c_str());
+    std::fprintf(stderr, "panelsim: '%s': %s\n", UserText::shown(line).c_str(), error.c_str());
 }
 
 void execute(KernelBus& bus, const std::string& line)

@@ -18,9 +18,17 @@ std::string formatHex(std::uint8_t byte)
     return text;
 }
 
+// "250", "0.5"
 std::string formatMilliseconds(std::chrono::nanoseconds time)
 {
-    return std::to_string(time / std::chrono::milliseconds(1));
+    char text[32];
+    std::snprintf(text, sizeof text, "%lld.%06lld", static_cast<long long>(time.count() / 1'000'000),
+                  static_cast<long long>(time.count() % 1'000'000));
+    std::string number = text;
+    number.erase(number.find_last_not_of('0') + 1);
+    if (number.back() == '.')
+        number.pop_back();
+    return number;
 }
 
 std::string nameOf(const PanelFault& fault)
@@ -101,6 +109,8 @@ std::string CommandExecution::describe(const PanelCommand& command)
 
 bool CommandExecution::needsPanel(const PanelCommand& command)
 {
+    if (const auto* const emission = std::get_if<EmitCommand>(&command))
+        return !emission->isBegun;
     return std::holds_alternative<FaultCommand>(command) || std::holds_alternative<BootFaultCommand>(command);
 }
 
@@ -123,6 +133,7 @@ std::optional<EmitCommand> CommandExecution::restOf(const PanelCommand& command)
         return std::nullopt;
     EmitCommand rest = *emission;
     --rest.count;
+    rest.isBegun = true;
     return rest;
 }
 

@@ -17,8 +17,9 @@ unsigned int panelOf(const PanelCommand& command);
 // As the log has it, without the panel: "fault out stall once".
 std::string describe(const PanelCommand& command);
 
-// Whether a panel that is not plugged is worth a complaint: a fault that meets nobody is
-// somebody's mistake, what a panel would say may come too late.
+// Whether a panel that is not plugged is worth a complaint: a fault that meets nobody and
+// an emission by nobody are somebody's mistake; a panel that leaves within a repeated
+// emission, or with faults, is not.
 bool needsPanel(const PanelCommand& command);
 
 // Does it to the model of the plugged panel; nothing for plug and unplug, which are the

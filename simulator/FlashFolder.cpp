@@ -1,8 +1,10 @@
 #include "simulator/FlashFolder.h"
 
+#include "simulator/OutputFile.h"
+#include "simulator/UserText.h"
+
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -26,14 +28,16 @@ std::string textOf(int error)
 std::vector<std::uint8_t> readFile(const std::string& name, std::uint32_t capacity)
 {
     std::error_code error;
-    const auto status = std::filesystem::status(name, error);
+    const auto status = std::filesystem::symlink_status(name, error);
     if (status.type() == std::filesystem::file_type::not_found)
         return {};
     const auto refuse = [&name](const std::string& cause) {
-        throw std::runtime_error("cannot load flash from '" + name + "': " + cause);
+        throw std::runtime_error("cannot load flash from '" + UserText::shown(name) + "': " + cause);
     };
     if (error)
         refuse(error.message());
+    if (std::filesystem::is_symlink(status)) // which would not be written to either
+        refuse("it is a symbolic link");
     if (!std::filesystem::is_regular_file(status))
         refuse("not a file");
     const auto size = std::filesystem::file_size(name, error);
@@ -50,21 +54,6 @@ std::vector<std::uint8_t> readFile(const std::string& name, std::uint32_t capaci
     return bytes;
 }
 
-// 0 or an errno.
-int writeFile(const std::string& name, const std::vector<std::uint8_t>& bytes)
-{
-    std::FILE* const file = std::fopen(name.c_str(), "wb");
-    if (file == nullptr)
-        return errno;
-    errno = 0;
-    int error = 0;
-    if (std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size())
-        error = errno != 0 ? errno : EIO;
-    if (std::fclose(file) != 0 && error == 0)
-        error = errno;
-    return error;
-}
-
 } // namespace
 
 FlashFolder::FlashFolder(std::string path) : m_path(std::move(path))
@@ -74,7 +63,7 @@ FlashFolder::FlashFolder(std::string path) : m_path(std::move(path))
     if (!error && access(m_path.c_str(), W_OK | X_OK) != 0)
         error.assign(errno, std::generic_category());
     if (error)
-        throw std::runtime_error("cannot keep flash in '" + m_path + "': " + error.message());
+        throw std::runtime_error("cannot keep flash in '" + UserText::shown(m_path) + "': " + error.message());
 }
 
 std::string FlashFolder::fileName(unsigned int panel, const char* mcu) const
@@ -101,15 +90,11 @@ void FlashFolder::saveImage(const std::string& name, const BootLoader::Image& im
 {
     if (image.state == BootLoader::State::Untouched || image.bytes.empty())
         return;
-    // In the same folder, or the renaming would copy; of this process alone.
-    const std::string temporary = name + "." + std::to_string(getpid());
-    int error = writeFile(temporary, image.bytes);
-    if (error == 0 && std::rename(temporary.c_str(), name.c_str()) != 0)
-        error = errno;
-    if (error == 0)
-        return;
-    std::remove(temporary.c_str());
-    throw std::runtime_error("cannot write flash to '" + name + "': " + textOf(error));
+    try {
+        OutputFile::replace(name, image.bytes);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error("cannot write flash to '" + UserText::shown(name) + "': " + error.what());
+    }
 }
 
 } // namespace Vantor

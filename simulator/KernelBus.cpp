@@ -54,7 +54,18 @@ void KernelBus::plug(unsigned int panel)
                                                  [this, panel](const std::string& line) { log(panel, line); });
     plugged->plug(m_ports, port);
     tell(panel, "attached at vhci port " + std::to_string(plugged->getPort()));
+    forgetLast(panel);
     m_panels.push_back(std::move(plugged));
+}
+
+void KernelBus::forgetLast(unsigned int panel)
+{
+    const auto last = std::find_if(m_panels.begin(), m_panels.end(),
+                                   [panel](const auto& known) { return known->getNumber() == panel; });
+    if (last == m_panels.end())
+        return;
+    m_pastViolations.keep(panel, (*last)->getModel());
+    m_panels.erase(last);
 }
 
 void KernelBus::unplug(unsigned int panel)
@@ -127,10 +138,9 @@ bool KernelBus::visit(unsigned int panel, const std::function<void(PanelModel&)>
 
 std::vector<std::string> KernelBus::getViolations() const
 {
-    std::vector<std::string> violations;
+    std::vector<std::string> violations = m_pastViolations.getLines();
     for (const auto& panel : m_panels)
-        for (const std::string& violation : panel->getModel().getViolations())
-            violations.push_back("panel " + std::to_string(panel->getNumber()) + ": " + violation);
+        PastViolations::append(panel->getNumber(), panel->getModel(), violations);
     return violations;
 }
 
@@ -221,9 +231,9 @@ KernelPanel* KernelBus::findPlugged(unsigned int panel) const
 // Plugged in last under this number.
 KernelPanel* KernelBus::findLast(unsigned int panel) const
 {
-    const auto found = std::find_if(m_panels.rbegin(), m_panels.rend(),
+    const auto found = std::find_if(m_panels.begin(), m_panels.end(),
                                     [panel](const auto& known) { return known->getNumber() == panel; });
-    return found != m_panels.rend() ? found->get() : nullptr;
+    return found != m_panels.end() ? found->get() : nullptr;
 }
 
 void KernelBus::complain(unsigned int panel, const std::string& line) const

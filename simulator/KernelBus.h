@@ -4,6 +4,7 @@
 #include "simulator/KernelPanel.h"
 #include "simulator/KernelPorts.h"
 #include "simulator/PanelBus.h"
+#include "simulator/PastViolations.h"
 
 #include <map>
 #include <memory>
@@ -49,6 +50,7 @@ private:
     void attempt(unsigned int panel, const std::function<void()>& action) const;
     KernelPanel* findPlugged(unsigned int panel) const;
     KernelPanel* findLast(unsigned int panel) const;
+    void forgetLast(unsigned int panel);
     BootLoader::Flash takeFlash(unsigned int panel);
     void remove(KernelPanel& panel);
     void apply(const PanelCommand& command);
@@ -62,7 +64,8 @@ private:
     const Options m_options;
     KernelPorts& m_ports;
     const PanelModel::Clock m_clock;
-    std::vector<std::unique_ptr<KernelPanel>> m_panels; // all that were ever plugged
+    std::vector<std::unique_ptr<KernelPanel>> m_panels; // plugged in last under each number
+    PastViolations m_pastViolations;                    // of those before them
     std::map<unsigned int, BootLoader::Flash> m_flash;  // for panels not plugged in yet
     CommandTimeline m_timeline;
 };

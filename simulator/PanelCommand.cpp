@@ -2,6 +2,7 @@
 
 #include "protocol/FirmwareUpgradeCommand.h"
 #include "simulator/PanelModel.h"
+#include "simulator/UserText.h"
 
 #include <cerrno>
 #include <charconv>
@@ -13,7 +14,6 @@ namespace Vantor {
 
 namespace {
 
-constexpr std::uint64_t maxMilliseconds = 1'000'000'000;
 constexpr std::uint64_t maxCount = 1'000'000'000;
 
 struct NamedStatus {
@@ -92,7 +92,7 @@ std::vector<std::uint8_t> countingBytes(std::size_t size)
 
 std::string found(const std::string& allowed, std::string_view word)
 {
-    return "expected " + allowed + ", found " + (word.empty() ? "the end" : '"' + std::string(word) + '"');
+    return "expected " + allowed + ", found " + (word.empty() ? "the end" : '"' + UserText::shown(word) + '"');
 }
 
 // One line, word by word. The first thing that is wrong is kept as the error, and
@@ -178,9 +178,9 @@ private:
             fault.status = takeStatus(*status);
         } else if (const auto delay = valueOf("delay")) {
             fault.kind = PanelFault::Kind::Delay;
-            fault.delay = std::chrono::milliseconds(takeNumber("delay", *delay, 0, maxMilliseconds));
+            fault.delay = takeTime(*delay);
         } else {
-            fail("stall, silent, short=BYTES, status=ERRNO or delay=MS");
+            fail("stall, silent, short=BYTES, status=ERRNO or delay=TIME");
         }
     }
 
@@ -197,7 +197,7 @@ private:
             fault.kind = Kind::Ignore;
         } else if (const auto delay = valueOf("delay")) {
             fault.kind = Kind::Delay;
-            fault.delay = std::chrono::milliseconds(takeNumber("delay", *delay, 0, maxMilliseconds));
+            fault.delay = takeTime(*delay);
         } else if (takeWord("duplicate")) {
             fault.kind = Kind::Duplicate;
         } else if (const auto offset = valueOf("corrupt")) {
@@ -206,7 +206,7 @@ private:
         } else if (takeWord("unplug")) {
             fault.kind = Kind::Unplug;
         } else {
-            fail("reply=CODE, lose, ignore, delay=MS, duplicate, corrupt=OFFSET or unplug");
+            fail("reply=CODE, lose, ignore, delay=TIME, duplicate, corrupt=OFFSET or unplug");
         }
     }
 
@@ -235,7 +235,7 @@ private:
 
     PanelCommand parseEmit()
     {
-        EmitCommand emit{takePanel(), PacketType{}, {}, 1, {}};
+        EmitCommand emit{takePanel(), PacketType{}, {}, 1, {}, false};
         bool hasType = false;
         bool hasPayload = false;
         bool hasCount = false;
@@ -251,9 +251,9 @@ private:
             } else if (const auto count = valueOf("count"); count && !std::exchange(hasCount, true)) {
                 emit.count = static_cast<unsigned int>(takeNumber("count", *count, 1, maxCount));
             } else if (const auto every = valueOf("every"); every && !std::exchange(hasEvery, true)) {
-                emit.every = std::chrono::milliseconds(takeNumber("every", *every, 0, maxMilliseconds));
+                emit.every = takeTime(*every);
             } else {
-                fail("type=T, hex=HEX or size=N, count=C, every=MS, each once");
+                fail("type=T, hex=HEX or size=N, count=C, every=TIME, each once");
             }
         }
         if (!hasType)
@@ -306,6 +306,18 @@ private:
         return *number;
     }
 
+    std::chrono::nanoseconds takeTime(std::string_view text)
+    {
+        const ParsedTime time = parseTime(text, PlainTime::Milliseconds);
+        if (!time.time) {
+            if (m_error.empty())
+                m_error = time.error;
+            return {};
+        }
+        advance();
+        return *time.time;
+    }
+
     bool takeWord(std::string_view word)
     {
         if (m_word != word)
@@ -349,7 +361,7 @@ ParsedCommand parsePanelCommand(std::string_view line)
     return LineParser(line).parse();
 }
 
-ParsedTime parseTime(std::string_view text)
+ParsedTime parseTime(std::string_view text, PlainTime plain)
 {
     constexpr std::uint64_t maxSeconds = 1'000'000;
     constexpr std::size_t maxPlaces = 9;
@@ -360,18 +372,26 @@ ParsedTime parseTime(std::string_view text)
         rest.remove_suffix(suffix.size());
         return true;
     };
-    const std::uint64_t unit = takeSuffix("ms") ? 1'000'000 : 1'000'000'000;
-    if (unit == 1'000'000'000)
-        takeSuffix("s");
+    constexpr std::uint64_t second = 1'000'000'000; // in nanoseconds
+    constexpr std::uint64_t millisecond = 1'000'000;
+    const bool arePlainMilliseconds = plain == PlainTime::Milliseconds;
+    std::uint64_t unit = arePlainMilliseconds ? millisecond : second;
+    if (takeSuffix("ms"))
+        unit = millisecond;
+    else if (takeSuffix("s"))
+        unit = second;
 
     const std::size_t point = rest.find('.');
     std::string places(point == std::string_view::npos ? "0" : rest.substr(point + 1));
     const bool placesFit = !places.empty() && places.size() <= maxPlaces;
     places.resize(maxPlaces, '0');
-    const auto whole = parseNumber(rest.substr(0, point), maxSeconds * 1'000'000'000 / unit);
+    const auto whole = parseNumber(rest.substr(0, point), maxSeconds * second / unit);
     const auto fraction = parseNumber(places, UINT64_MAX);
-    if (!whole || !fraction || !placesFit)
-        return {std::nullopt, found("a time such as 250ms, 2s, 1.5s or 2 (seconds), at most 1000000s", text)};
+    if (!whole || !fraction || !placesFit) {
+        const char* const example = arePlainMilliseconds ? "250 (milliseconds)" : "2 (seconds)";
+        return {std::nullopt,
+                found("a time such as 250ms, 2s, 1.5s or " + std::string(example) + ", at most 1000000s", text)};
+    }
     // The fraction counts billionths of the unit.
     return {std::chrono::nanoseconds(*whole * unit + *fraction * unit / 1'000'000'000), {}};
 }

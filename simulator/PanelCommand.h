@@ -18,13 +18,13 @@ namespace Vantor {
 //
 //   plug [P]
 //   unplug [P]
-//   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
-//   fault [P] boot reply=CODE|lose|ignore|delay=MS|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
+//   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=TIME [once|sticky]
+//   fault [P] boot reply=CODE|lose|ignore|delay=TIME|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
 //   fault [P] clear
-//   emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
+//   emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]
 //
-// P is a panel's number from 0, 0 when it is left out; a fault is for once unless it is
-// sticky. ERRNO is a name (EPROTO), CODE one or two hexadecimal digits, T 0 to 255; skip
+// P is a panel's number from 0, 0 when it is left out; TIME is parseTime's, a plain number
+// milliseconds; a fault is for once unless it is sticky. ERRNO is a name (EPROTO), CODE one or two hexadecimal digits, T 0 to 255; skip
 // is 0 when left out; size=N stands for N bytes 0, 1, 2 … 255,
 // 0 …; count is 1 and every 0 when left out. The words of emit's tail may come in any
 // order.
@@ -58,6 +58,7 @@ struct EmitCommand {
     std::vector<std::uint8_t> payload;
     unsigned int count;
     std::chrono::nanoseconds every;
+    bool isBegun = false; // what is left of a repeated emission
 };
 
 using PanelCommand =
@@ -77,7 +78,8 @@ struct ParsedTime {
 // Pure; throw nothing but what exhausted memory throws.
 ParsedCommand parsePanelCommand(std::string_view line);
 
-// 250ms, 2s, 1.5s; a plain number is seconds. Up to nine places, at most 1,000,000 s.
-ParsedTime parseTime(std::string_view text);
+// 250ms, 2s, 1.5s, or a plain number of the unit. Up to nine places, at most 1,000,000 s.
+enum class PlainTime { Seconds, Milliseconds };
+ParsedTime parseTime(std::string_view text, PlainTime plain = PlainTime::Seconds);
 
 } // namespace Vantor

@@ -35,8 +35,7 @@ template <typename Urb> auto findUrb(std::deque<Urb>& urbs, PanelModel::UrbId id
 
 PanelModel::PanelModel(Options options, Clock clock, BootLoader::Flash flash)
     : m_options(std::move(options)), m_clock(std::move(clock)),
-      // A host may send that much before it knows what the panel announces.
-      m_decoder(std::max(m_options.maxPacketSize, PanelLink::initialPacketLimit)),
+      m_packetLimit(m_options.maxPacketSize), m_decoder(m_packetLimit.at(m_clock())),
       m_bootLoader(m_options.bootLoader, std::move(flash))
 {
     for (const auto& [lcd, size] : m_options.lcdSizes)
@@ -114,7 +113,7 @@ int PanelModel::submitOut(Owner owner, UrbId urb, std::vector<std::uint8_t> data
         return claimed;
     const bool marked = endsTransfer || data.empty() || data.size() % busPacket != 0;
     const bool ends = marked || data.size() % urbSplit != 0;
-    m_outUrbs.push_back({owner, urb, std::move(data), ends, marked, m_submittedTransfer});
+    m_outUrbs.push_back({owner, urb, std::move(data), ends, marked, m_submittedTransfer, m_packetLimit.at(m_clock())});
     if (ends)
         ++m_submittedTransfer;
     serve();
@@ -284,7 +283,7 @@ bool PanelModel::serveOut()
 {
     if (m_outUrbs.empty())
         return false;
-    beginOutTransfer(m_outUrbs.front().transfer);
+    beginOutTransfer(m_outUrbs.front());
     if (isOutHeld())
         return false;
     const OutUrb urb = std::move(m_outUrbs.front());
@@ -293,10 +292,12 @@ bool PanelModel::serveOut()
     return true;
 }
 
-void PanelModel::beginOutTransfer(std::uint64_t number)
+void PanelModel::beginOutTransfer(const OutUrb& urb)
 {
+    const std::uint64_t number = urb.transfer;
     if (m_outTransfer.number != number) {
         m_decoder.dropTransfer();
+        m_decoder.setPacketLimit(urb.packetLimit);
         m_outTransfer = OutTransfer{};
         m_outTransfer.number = number;
     }
@@ -486,9 +487,23 @@ bool PanelModel::serveIn()
     const auto length = static_cast<std::uint32_t>(chunk.bytes.size());
     m_statistics.bytesSent += length;
     m_statistics.packetsSent += chunk.packets;
+    noteAnnouncement(chunk.bytes);
     complete(head.owner, head.id, chunk.status, std::move(chunk.bytes), length);
     m_inUrbs.pop_front();
     return true;
+}
+
+// Reads what the host gets as the host does: device information may also be emitted by command.
+void PanelModel::noteAnnouncement(const std::vector<std::uint8_t>& given)
+{
+    for (const WireDecoder::Packet& packet : WireDecoder::decode(given, 0).packets)
+        for (const WireDecoder::Record& record : packet.records) {
+            DeviceInformation info{};
+            if (record.type != PacketType::DeviceInformation || record.payload.size() != sizeof info)
+                continue;
+            std::memcpy(&info, record.payload.data(), sizeof info);
+            m_packetLimit.announce(info.maxPacketSize, m_clock());
+        }
 }
 
 // Binds the read to the fault that meets it, if any; true while that fault holds it.

@@ -7,6 +7,7 @@
 #include "simulator/BootFault.h"
 #include "simulator/BootLoader.h"
 #include "simulator/FaultPlan.h"
+#include "simulator/PacketLimit.h"
 #include "simulator/PanelFault.h"
 #include "simulator/PanelOutbox.h"
 #include "simulator/PanelScreen.h"
@@ -188,8 +189,8 @@ public:
     static constexpr std::size_t maxScreens = 64;
     const std::map<std::uint16_t, PanelScreen>& getScreens() const;
 
-    // One line for each thing that the host must not do on the wire, in order; the list
-    // ends after maxViolations lines with one that says so.
+    // One line for each thing that the host must not do on the wire, in order; PacketLimit
+    // says how large its packets may be. The list ends after maxViolations lines with one that says so.
     static constexpr std::size_t maxViolations = 1000;
     const std::vector<std::string>& getViolations() const;
 
@@ -201,6 +202,7 @@ private:
         bool ends;
         bool marked; // false: it ends a transfer, but the host did not say so
         std::uint64_t transfer;
+        std::uint32_t packetLimit; // when it was submitted
     };
     struct InUrb {
         Owner owner;
@@ -231,13 +233,14 @@ private:
     std::optional<std::chrono::nanoseconds> inDue() const;
     void serve();
     bool serveOut();
-    void beginOutTransfer(std::uint64_t number);
+    void beginOutTransfer(const OutUrb& urb);
     bool isOutHeld() const;
     void answerOut(const OutUrb& urb);
     void takeBytes(const OutUrb& urb, std::size_t size);
     bool serveIn();
     bool meetInFault(InUrb& urb);
     bool serveBootLoader();
+    void noteAnnouncement(const std::vector<std::uint8_t>& given);
 
     void handle(const WireDecoder::Result& result);
     void handleRecord(const WireDecoder::Record& record);
@@ -261,6 +264,7 @@ private:
     std::vector<OwnedCompletion> m_completions;
     bool m_serving = false; // an observer may come back in
 
+    PacketLimit m_packetLimit;
     WireDecoder m_decoder;
     PanelOutbox m_outbox;
     BootLoader m_bootLoader;

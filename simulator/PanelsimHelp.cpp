@@ -7,10 +7,11 @@ namespace {
 constexpr char commands[] =
     R"(  plug [P]
   unplug [P]
-  fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=MS [once|sticky]
-  fault [P] boot reply=CODE|lose|ignore|delay=MS|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
+  fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=TIME [once|sticky]
+  fault [P] boot reply=CODE|lose|ignore|delay=TIME|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
   fault [P] clear
-  emit [P] type=T hex=HEX|size=N [count=C] [every=MS]
+  emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]
+A plain number for the TIME of delay= and every= is milliseconds.
 
 A fault meets the next transfer of the panel's endpoint, records to the panel (out) or packets from
 it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
@@ -21,14 +22,14 @@ it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
                 say are given. The rest is lost
   status=ERRNO  the transfer fails: EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV,
                 EXDEV, EINVAL, EOVERFLOW or ESHUTDOWN; out loses its bytes, in loses nothing
-  delay=MS      out: taken MS later; in: given MS after there is something to give
+  delay=TIME    out: taken TIME later; in: given TIME after there is something to give
 
 A boot fault meets the next firmware record, a request or a chunk of an upgrade, or the one after N
 others; sticky, all from then on:
   reply=CODE    nothing is written, the answer is CODE, hexadecimal (0, 1, 2, f0, f1, f2)
   lose          done, but not answered
   ignore        as if the record had never come
-  delay=MS      done and answered MS later
+  delay=TIME    done and answered TIME later
   duplicate     answered twice
   corrupt=OFFSET  byte 0 to 13 of the answer is inverted
   unplug        the panel is gone before it takes the record; 'plug' brings it back

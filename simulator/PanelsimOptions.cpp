@@ -4,10 +4,13 @@
 #include "simulator/LcdOption.h"
 #include "simulator/PanelBus.h"
 #include "simulator/PanelsimHelp.h"
+#include "simulator/UserText.h"
 
 #include <algorithm>
 #include <cstddef>
+#include <iostream>
 #include <set>
+#include <sstream>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -51,7 +54,7 @@ void refuseUnquotedCommands(int argc, char** argv)
             continue;
         const std::string command = findUnquotedCommand(words, i + 2);
         if (!command.empty())
-            throw CLI::ValidationError("--at " + words[i + 1], "quote COMMAND: '" + command + "'");
+            throw CLI::ValidationError("--at " + words[i + 1], "quote COMMAND: '" + UserText::shown(command) + "'");
     }
 }
 
@@ -82,11 +85,63 @@ std::map<std::uint16_t, PanelScreen::Size> parseLcdSizes(const std::vector<std::
     return sizes;
 }
 
+// Only digits: the parser would take -1 for the largest number there is.
+std::string refuseSign(const std::string& text)
+{
+    const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber ? "" : "expected a number from 0, found '" + text + "'";
+}
+
+std::string refuseEmpty(const std::string& text)
+{
+    return text.empty() ? "needs a name" : "";
+}
+
+std::chrono::nanoseconds parseChunkTime(const std::string& text)
+{
+    constexpr std::chrono::seconds longest{1000};
+    const ParsedTime time = parseTime(text, PlainTime::Milliseconds);
+    if (!time.time)
+        throw CLI::ValidationError("--chunk-time", time.error);
+    if (*time.time > longest)
+        throw CLI::ValidationError("--chunk-time", "at most 1000s, found '" + text + "'");
+    return *time.time;
+}
+
+// What is quoted of the command line is cut and made fit to be seen, wherever the parser
+// has put it.
+std::string makeShown(std::string message, int argc, char** argv)
+{
+    const std::vector<std::string> words(argv, argv + argc);
+    for (const std::string& word : words) {
+        // Of --option=VALUE, it may be VALUE alone.
+        const std::size_t equals = word.find('=');
+        for (const std::string& quoted : {word, equals != std::string::npos ? word.substr(equals + 1) : std::string()}) {
+            const std::string shown = UserText::shown(quoted);
+            if (shown == quoted)
+                continue;
+            for (auto at = message.find(quoted); at != std::string::npos; at = message.find(quoted, at + shown.size()))
+                message.replace(at, quoted.size(), shown);
+        }
+    }
+    return message;
+}
+
+// Help and version to standard output, a complaint to standard error: the exit code.
+int answer(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv)
+{
+    std::ostringstream complaint;
+    if (app.exit(error, std::cout, complaint) == 0)
+        return 0;
+    std::cerr << makeShown(complaint.str(), argc, argv);
+    return PanelsimExit::failure;
+}
+
 // What the command line says in words that need a second look.
 struct RawOptions {
     std::vector<TimeAndCommand> timed;
     std::vector<std::string> lcds;
-    unsigned int chunkTime = 0; // milliseconds
+    std::string chunkTime;
     bool withoutScatterGather = false;
 };
 
@@ -95,30 +150,37 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
     command
         .add_option("--seed", options.seed,
                     "Device id in the packets of panel 0, and one more for each further panel; hosts replace it")
+        ->check(refuseSign, "")
         ->capture_default_str();
     command
         .add_option("--max-packet", options.maxPacketSize,
                     "Packet limit in bytes that the panels announce; hosts ignore 1024 or less and use 1100")
+        ->check(refuseSign, "")
         ->capture_default_str();
     command.add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(refuseEmpty, "");
     command.add_option("--lcd", raw.lcds, "Size of LCD L in pixels; may be repeated")
         ->type_name("L=WxH")
         ->allow_extra_args(false);
     command.add_option("--png", options.pngFolder, "Write what the LCDs show at the end, as PNG files")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(refuseEmpty, "");
     command.add_flag("--show", options.show, "Print what the LCDs show at the end");
     command.add_option("--flash-dir", options.flashFolder, "Keep what is in the panels' flash memory, as files")
-        ->type_name("DIR");
-    command.add_option("--chunk-time", raw.chunkTime, "Milliseconds in which a panel writes a chunk of firmware")
-        ->type_name("MS")
-        ->check(CLI::Range(0U, 1'000'000U))
+        ->type_name("DIR")
+        ->check(refuseEmpty, "");
+    command
+        .add_option("--chunk-time", raw.chunkTime,
+                    "In which a panel writes a chunk of firmware, at most 1000s; a plain number is milliseconds")
+        ->type_name("TIME")
         ->capture_default_str();
 }
 
 void addPanels(CLI::App& command, PanelsimOptions& options, const char* description)
 {
     command.add_option("--panels", options.panels, description)
+        ->check(refuseSign, "")
         ->check(CLI::Range(0U, PanelBus::maxPanels))
         ->capture_default_str();
 }
@@ -162,7 +224,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     PanelsimArguments arguments;
     PanelsimOptions& options = arguments.options;
     RawOptions raw;
-    raw.chunkTime = static_cast<unsigned int>(options.chunkTime / std::chrono::milliseconds(1));
+    raw.chunkTime = std::to_string(options.chunkTime / std::chrono::milliseconds(1)) + "ms";
 
     CLI::App app("Simulated panels, for a program that uses libusb or for the whole machine.", "panelsim");
     app.set_version_flag("--version", "panelsim " MORVANE_VERSION);
@@ -175,12 +237,12 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
         for (const TimeAndCommand& text : raw.timed)
             options.timedCommands.push_back(parseTimedCommand(text));
         options.lcdSizes = parseLcdSizes(raw.lcds);
+        options.chunkTime = parseChunkTime(raw.chunkTime);
     } catch (const CLI::ParseError& error) {
-        arguments.exitCode = app.exit(error) == 0 ? 0 : PanelsimExit::failure;
+        arguments.exitCode = answer(app, error, argc, argv);
         return arguments;
     }
     options.scatterGather = !raw.withoutScatterGather;
-    options.chunkTime = std::chrono::milliseconds(raw.chunkTime);
     arguments.run = true;
     return arguments;
 }

@@ -3,9 +3,9 @@
 #include "simulator/FlashReport.h"
 #include "simulator/PngWriter.h"
 #include "simulator/ScreenText.h"
+#include "simulator/UserText.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -21,33 +21,6 @@ namespace Vantor {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-std::shared_ptr<std::FILE> openFile(const std::string& path)
-{
-    if (path == "-")
-        return {stderr, [](std::FILE*) {}};
-    std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "w"),
-                                    [](std::FILE* open) { open != nullptr ? std::fclose(open) : 0; });
-    if (!file)
-        throw std::system_error(errno, std::generic_category(), path);
-    return file;
-}
-
-// One line for each thing that happens, with the seconds since the bus began; empty
-// without a file.
-PanelBus::Log openLog(const std::string& path)
-{
-    if (path.empty())
-        return {};
-    const std::shared_ptr<std::FILE> file = openFile(path);
-    return [file, start = Clock::now()](const std::string& line) {
-        const std::chrono::duration<double> now = Clock::now() - start;
-        std::fprintf(file.get(), "%12.6f %s\n", now.count(), line.c_str());
-        std::fflush(file.get());
-    };
-}
-
 // Before anything runs, so that a wrong DIR costs nobody a long run.
 void preparePngFolder(const std::string& folder)
 {
@@ -58,7 +31,12 @@ void preparePngFolder(const std::string& folder)
     if (!error && access(folder.c_str(), W_OK | X_OK) != 0)
         error.assign(errno, std::generic_category());
     if (error)
-        throw std::runtime_error("cannot write pictures to '" + folder + "': " + error.message());
+        throw std::runtime_error("cannot write pictures to '" + UserText::shown(folder) + "': " + error.message());
+}
+
+void complain(const std::string& line)
+{
+    std::fprintf(stderr, "panelsim: %s\n", line.c_str());
 }
 
 // By panel and LCD.
@@ -81,7 +59,8 @@ void showScreen(unsigned int panel, unsigned int lcd, const PanelScreen& screen)
                 ScreenText::render(screen, background).c_str());
 }
 
-void reportScreens(PanelBus& bus, const PanelsimOptions& options)
+// A picture that can't be written is a failure, and does not keep others from it.
+void reportScreens(PanelBus& bus, const PanelsimOptions& options, std::vector<std::string>& failures)
 {
     if (!options.show && options.pngFolder.empty())
         return;
@@ -92,9 +71,14 @@ void reportScreens(PanelBus& bus, const PanelsimOptions& options)
         const auto& [panel, lcd] = number;
         if (options.show)
             showScreen(panel, lcd, screen);
-        if (!options.pngFolder.empty())
+        if (options.pngFolder.empty())
+            continue;
+        try {
             PngWriter::write(
                 options.pngFolder + "/panel" + std::to_string(panel) + "-lcd" + std::to_string(lcd) + ".png", screen);
+        } catch (const std::runtime_error& error) {
+            failures.emplace_back(error.what());
+        }
     }
 }
 
@@ -147,9 +131,12 @@ void PanelsimSession::setUp(PanelBus::Options& bus)
         bus.keepFlash = [this](unsigned int panel, const BootLoader::Flash& flash) {
             m_flashFolder->save(panel, flash);
         };
-    bus.log = openLog(m_options.logFile);
+    if (!m_options.logFile.empty()) {
+        m_log = std::make_unique<LogFile>(m_options.logFile, complain);
+        bus.log = [this](const std::string& line) { m_log->write(line); };
+    }
     if (m_options.logFile != "-") // which has the line already
-        bus.complain = [](const std::string& line) { std::fprintf(stderr, "panelsim: %s\n", line.c_str()); };
+        bus.complain = complain;
 }
 
 void PanelsimSession::begin(PanelBus& bus)
@@ -176,8 +163,10 @@ bool PanelsimSession::finish(PanelBus& bus)
     const auto violations = bus.getViolations();
     for (const std::string& violation : violations)
         std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
-    const auto failures = finishFlash(bus, m_flashFolder.get());
-    reportScreens(bus, m_options);
+    auto failures = finishFlash(bus, m_flashFolder.get());
+    reportScreens(bus, m_options, failures);
+    if (m_log && m_log->hasFailed())
+        failures.push_back("lines are missing in the log '" + UserText::shown(m_options.logFile) + "'");
     for (std::size_t i = 1; i < failures.size(); ++i)
         std::fprintf(stderr, "panelsim: %s\n", failures[i].c_str());
     if (!failures.empty())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulator/FlashFolder.h"
+#include "simulator/LogFile.h"
 #include "simulator/PanelBus.h"
 #include "simulator/PanelsimOptions.h"
 
@@ -18,7 +19,7 @@ public:
     // std::runtime_error for one that can't be made or written to.
     explicit PanelsimSession(const PanelsimOptions& options);
 
-    // Throws std::system_error for a log that can't be written.
+    // Throws std::runtime_error for a log that can't be written.
     void setUp(PanelBus::Options& bus);
 
     // Flash memory, panels, and the commands for time 0: they have happened before anyone
@@ -29,12 +30,13 @@ public:
     void schedule(PanelBus& bus) const;
 
     // Reports violations and upgrades, writes flash memory and pictures. False when there
-    // were violations.
+    // were violations. Throws std::runtime_error when not all of it could be written.
     bool finish(PanelBus& bus);
 
 private:
     const PanelsimOptions& m_options;
     std::unique_ptr<FlashFolder> m_flashFolder; // null when flash is not kept in files
+    std::unique_ptr<LogFile> m_log;             // null without one
 };
 
 } // namespace Vantor

@@ -1,5 +1,8 @@
 #include "simulator/PngWriter.h"
 
+#include "simulator/OutputFile.h"
+#include "simulator/UserText.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <stdexcept>
@@ -44,8 +47,20 @@ void PngWriter::write(const std::string& path, const PanelScreen& screen)
     image.width = screen.getWidth();
     image.height = screen.getHeight();
     image.format = grey ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB;
-    if (png_image_write_to_file(&image, path.c_str(), 0, samples.data(), 0, nullptr) == 0)
-        throw std::runtime_error(path + ": " + image.message);
+    png_alloc_size_t size = 0;
+    std::vector<std::uint8_t> file;
+    if (png_image_write_to_memory(&image, nullptr, &size, 0, samples.data(), 0, nullptr) != 0) {
+        file.resize(size);
+        png_image_write_to_memory(&image, file.data(), &size, 0, samples.data(), 0, nullptr);
+    }
+    if (PNG_IMAGE_FAILED(image))
+        throw std::runtime_error(UserText::shown(path) + ": " + image.message);
+    file.resize(size);
+    try {
+        OutputFile::replace(path, file);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(UserText::shown(path) + ": " + error.what());
+    }
 }
 
 } // namespace Vantor

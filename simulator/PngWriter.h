@@ -10,8 +10,8 @@ namespace Vantor {
 // white are), else 8 bits each of red, green and blue.
 class PngWriter {
 public:
-    // Replaces a file of that name. Throws std::runtime_error with the path and the
-    // cause; what was written until then is gone.
+    // Replaces a file of that name as OutputFile does. Throws std::runtime_error with the
+    // path and the cause.
     static void write(const std::string& path, const PanelScreen& screen);
 };
 

@@ -2,6 +2,7 @@
 
 #include "simulator/ClientProcess.h"
 #include "simulator/PanelsimSession.h"
+#include "simulator/UserText.h"
 #include "simulator/VirtualBus.h"
 
 #include <algorithm>
@@ -91,7 +92,8 @@ int runProgram(const PanelsimOptions& options)
         attend(program);
         exitCode = program.getExitCode();
     } catch (const std::system_error& error) {
-        std::fprintf(stderr, "panelsim: cannot run %s\n", error.what());
+        std::fprintf(stderr, "panelsim: cannot run %s: %s\n", UserText::shown(options.program.front()).c_str(),
+                     error.code().message().c_str());
         return error.code() == std::errc::no_such_file_or_directory ? PanelsimExit::notFound
                                                                     : PanelsimExit::notExecutable;
     }

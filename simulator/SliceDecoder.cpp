@@ -163,6 +163,8 @@ SliceDecoder::Result SliceDecoder::decode(PacketType type, const std::vector<std
     std::memcpy(&header, payload.data(), sizeof header);
     if (!isDepth(header.bitsPerPixel))
         return {std::nullopt, describe(type, header) + "the depths are 1, 8, 12, 16 and 24"};
+    if (header.width == 0 || header.rows == 0)
+        return {std::nullopt, describe(type, header) + "it has no pixels"};
 
     const Bytes data(payload.begin() + sizeof header, payload.end());
     Slice slice{header.lcd, header.x, header.y, header.width, header.rows, {}};

@@ -43,7 +43,8 @@ public:
         std::vector<std::uint32_t> pixels;
     };
 
-    // One of the two: a slice that contradicts itself has no pixels at all.
+    // One of the two: a slice that contradicts itself, or has no row or no column, has no
+    // pixels at all.
     struct Result {
         std::optional<Slice> slice;
         std::string violation; // which slice, and what contradicts what

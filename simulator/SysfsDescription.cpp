@@ -106,7 +106,7 @@ std::string describe(const std::string& path, const VirtualPanel::Address& addre
 }
 
 // The first interface of a device, which is its only one here.
-std::string describeInterface(const std::string& path, const std::vector<std::uint8_t>& descriptors)
+std::string describeOnlyInterface(const std::string& path, const std::vector<std::uint8_t>& descriptors)
 {
     const std::uint8_t* const configuration = &descriptors[configurationOffset];
     const std::uint8_t* const interface = configuration + configuration[0];
@@ -124,14 +124,18 @@ std::string describeInterface(const std::string& path, const std::vector<std::ui
 std::string describeRootHub()
 {
     return describe(rootHubPath, {0, 1, 0, 1}, PanelBus::maxPanels, rootHubDescriptors, {}) +
-           describeInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
+           describeOnlyInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
 }
 
 std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
 {
     const NamesAndValues names{{"manufacturer", PanelStrings::manufacturer}, {"product", PanelStrings::product}};
-    return describe(panelPath(address), address, 0, descriptors, names) +
-           describeInterface(interfacePath(address), descriptors);
+    return describe(panelPath(address), address, 0, descriptors, names);
+}
+
+std::string describeInterface(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
+{
+    return describeOnlyInterface(interfacePath(address), descriptors);
 }
 
 std::string panelPath(const VirtualPanel::Address& address)

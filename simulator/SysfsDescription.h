@@ -18,6 +18,9 @@ std::string describeRootHub();
 // A panel behind a port of the root hub; `descriptors` as the kernel's attribute of that name.
 std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
 
+// Its interface, which comes after it.
+std::string describeInterface(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
+
 // Where sysfs has it and its interface, from /sys.
 std::string panelPath(const VirtualPanel::Address& address);
 std::string interfacePath(const VirtualPanel::Address& address);

@@ -1,5 +1,7 @@
 #include "simulator/VhciPorts.h"
 
+#include "simulator/UserText.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -31,9 +33,9 @@ constexpr std::chrono::milliseconds pause{2};
 [[noreturn]] void failToOpen(const std::string& file, int error)
 {
     if (error == EACCES || error == EPERM)
-        fail("only root may attach panels to the kernel's USB bus (" + file + ": " +
+        fail("only root may attach panels to the kernel's USB bus (" + UserText::shown(file) + ": " +
              std::generic_category().message(error) + ")");
-    fail("cannot attach to the kernel's USB bus: " + file + ": " + std::generic_category().message(error));
+    fail("cannot attach to the kernel's USB bus: " + UserText::shown(file) + ": " + std::generic_category().message(error));
 }
 
 } // namespace
@@ -78,7 +80,7 @@ unsigned int VhciPorts::attach(int socket, std::optional<unsigned int> preferred
 {
     std::vector<Port> ports = list();
     if (ports.empty())
-        fail("this kernel has no virtual host controller: modprobe vhci-hcd (found none at " + m_folder + ")");
+        fail("this kernel has no virtual host controller: modprobe vhci-hcd (found none at " + UserText::shown(m_folder) + ")");
     const std::size_t number = ports.size();
     std::stable_partition(ports.begin(), ports.end(),
                           [preferred](const Port& port) { return port.number == preferred; });

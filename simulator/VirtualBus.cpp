@@ -16,6 +16,12 @@ namespace Vantor {
 namespace {
 
 constexpr unsigned int highestDevice = 127;
+
+// A client that has just opened the node of a panel when it is pulled still connects to
+// its handler, and umockdev ends a client whose handler goes at that very moment. So many
+// panels later it is not at that any more.
+constexpr std::size_t keptHandlers = 16;
+
 constexpr char preloadedLibrary[] = "libumockdev-preload.so.0";
 
 constexpr std::uint32_t capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
@@ -36,6 +42,12 @@ void throwOnError(GError* error, const char* what)
     throw std::runtime_error(message);
 }
 
+std::string rootOf(UMockdevTestbed* testbed)
+{
+    const std::unique_ptr<char, decltype(&g_free)> root(umockdev_testbed_get_root_dir(testbed), g_free);
+    return root.get();
+}
+
 } // namespace
 
 void VirtualBus::GObjectRelease::operator()(void* object) const
@@ -43,7 +55,8 @@ void VirtualBus::GObjectRelease::operator()(void* object) const
     g_object_unref(object);
 }
 
-VirtualBus::VirtualBus(Options options) : m_options(std::move(options)), m_testbed(umockdev_testbed_new())
+VirtualBus::VirtualBus(Options options) : m_options(std::move(options)), m_testbed(umockdev_testbed_new()),
+      m_root(rootOf(m_testbed.get())), m_listeners(m_root)
 {
     m_share.clock = startClock();
     m_share.log = m_options.log;
@@ -92,26 +105,84 @@ void VirtualBus::plug(unsigned int panel)
         const VirtualPanel::Address address = assignAddress(panel);
         PanelModel::Options options = m_options.panel;
         options.seed += panel;
-        const std::unique_ptr<char, decltype(&g_free)> root(umockdev_testbed_get_root_dir(m_testbed.get()), g_free);
         m_panels.push_back(std::make_unique<VirtualPanel>(m_share, address, std::move(options), takeFlash(panel),
-                                                          root.get() + SysfsDescription::nodePath(address)));
+                                                          m_root + SysfsDescription::nodePath(address)));
         plugged = m_panels.back().get();
         log(panel, "plug, port " + std::to_string(address.port) + ", device " + std::to_string(address.device));
     }
     show(*plugged);
 }
 
-// Without m_share.mutex: umockdev's thread takes it.
+// With m_hotplugMutex, without m_share.mutex: umockdev's thread takes it.
 void VirtualBus::show(VirtualPanel& panel)
 {
-    const std::string node = SysfsDescription::nodePath(panel.getAddress());
+    const VirtualPanel::Address& address = panel.getAddress();
+    detachOld(address.device);
+    forgetOld();
     GError* error = nullptr;
-    if (!m_attachedNodes.insert(node).second)
-        umockdev_testbed_detach_ioctl(m_testbed.get(), node.c_str(), &error);
-    throwOnError(error, "detach");
-    umockdev_testbed_attach_ioctl(m_testbed.get(), node.c_str(), panel.getIoctlHandler(), &error);
+    umockdev_testbed_attach_ioctl(m_testbed.get(), SysfsDescription::nodePath(address).c_str(),
+                                  panel.getIoctlHandler(), &error);
     throwOnError(error, "attach");
-    addToSysfs(SysfsDescription::describePanel(panel.getAddress(), panel.getModel().getDescriptors()));
+    const auto descriptors = panel.getModel().getDescriptors();
+    // One at a time, as each is an event.
+    for (const auto& describe : {SysfsDescription::describePanel, SysfsDescription::describeInterface})
+        if (awaitListeners(address.panel))
+            addToSysfs(describe(address, descriptors));
+}
+
+// Takes unplugged panels off umockdev, all but the last few, and one that had this device
+// number. With m_hotplugMutex, without m_share.mutex.
+void VirtualBus::detachOld(unsigned int device)
+{
+    std::vector<VirtualPanel*> old;
+    {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        std::size_t kept = 0;
+        for (auto panel = m_panels.rbegin(); panel != m_panels.rend(); ++panel) {
+            const bool isAttached = !(*panel)->isPlugged() && (*panel)->getIoctlHandler() != nullptr;
+            if (isAttached && ((*panel)->getAddress().device == device || ++kept > keptHandlers))
+                old.push_back(panel->get());
+        }
+    }
+    for (VirtualPanel* const panel : old) {
+        GError* error = nullptr;
+        umockdev_testbed_detach_ioctl(m_testbed.get(), SysfsDescription::nodePath(panel->getAddress()).c_str(), &error);
+        throwOnError(error, "detach");
+        panel->letGo();
+    }
+}
+
+// With m_hotplugMutex, without m_share.mutex.
+void VirtualBus::forgetOld()
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    for (auto panel = m_panels.begin(); panel != m_panels.end();) {
+        if (!(*panel)->hasBeenLetGo() || findLast((*panel)->getAddress().panel) == panel->get()) {
+            ++panel;
+            continue;
+        }
+        m_pastViolations.keep((*panel)->getAddress().panel, (*panel)->getModel());
+        panel = m_panels.erase(panel);
+    }
+}
+
+// Waits until the client can be told of one more thing; false at the end of the bus. With
+// m_hotplugMutex, without m_share.mutex.
+bool VirtualBus::awaitListeners(unsigned int panel)
+{
+    constexpr std::chrono::milliseconds pass{20};
+    bool isLogged = false;
+    while (!m_listeners.awaitRoom(pass)) {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        if (m_ending)
+            return false;
+        if (!std::exchange(isLogged, true))
+            log(panel, "waits until the program has read what it was told of earlier");
+        // Time goes on, also when it is this thread that should see to it.
+        for (const auto& known : m_panels)
+            known->settle();
+    }
+    return true;
 }
 
 void VirtualBus::setFlash(unsigned int panel, BootLoader::Flash flash)
@@ -168,7 +239,8 @@ void VirtualBus::remove(VirtualPanel& panel)
         if (m_options.keepFlash)
             flash = panel.getModel().getBootLoader().getFlash();
     }
-    umockdev_testbed_uevent(m_testbed.get(), sysfsPath.c_str(), "remove");
+    if (awaitListeners(number))
+        umockdev_testbed_uevent(m_testbed.get(), sysfsPath.c_str(), "remove");
     // By itself, as the link to it in /sys/bus would stay.
     umockdev_testbed_remove_device(m_testbed.get(), interfacePath.c_str());
     umockdev_testbed_remove_device(m_testbed.get(), sysfsPath.c_str());
@@ -228,10 +300,9 @@ bool VirtualBus::visit(unsigned int panel, const std::function<void(PanelModel&)
 std::vector<std::string> VirtualBus::getViolations() const
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    std::vector<std::string> violations;
+    std::vector<std::string> violations = m_pastViolations.getLines();
     for (const auto& panel : m_panels)
-        for (const std::string& violation : panel->getModel().getViolations())
-            violations.push_back("panel " + std::to_string(panel->getAddress().panel) + ": " + violation);
+        PastViolations::append(panel->getAddress().panel, panel->getModel(), violations);
     return violations;
 }
 
@@ -300,8 +371,9 @@ void VirtualBus::runTime()
         for (const auto& panel : m_panels)
             panel->settle();
         if (const VirtualPanel* const pulled = findPulled()) {
+            const unsigned int panel = pulled->getAddress().panel;
             lock.unlock();
-            attempt(pulled->getAddress().panel, [this] { removePulled(); });
+            attempt(panel, [this] { removePulled(); });
             lock.lock();
             continue;
         }

@@ -2,6 +2,8 @@
 
 #include "simulator/CommandTimeline.h"
 #include "simulator/PanelBus.h"
+#include "simulator/PastViolations.h"
+#include "simulator/UeventListeners.h"
 #include "simulator/VirtualPanel.h"
 
 #include <chrono>
@@ -9,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,7 +21,8 @@ namespace Vantor {
 
 // A USB bus with simulated panels, for one client process at a time: any program that
 // uses libusb, started with getClientEnvironment. The panel with number P sits at port
-// P + 1 of bus 1, a root hub in front of it.
+// P + 1 of bus 1, a root hub in front of it. Plugging and unplugging wait for a client
+// that does not read what it is told of earlier ones: it misses nothing.
 //
 // Threads: every operation from any thread. The bus has one thread of its own for what
 // happens in time, and umockdev has one for the client's ioctls; neither wakes while
@@ -62,6 +64,9 @@ private:
     void show(VirtualPanel& panel);
     void remove(VirtualPanel& panel);
     void removePulled();
+    void detachOld(unsigned int device);
+    void forgetOld();
+    bool awaitListeners(unsigned int panel);
     void addToSysfs(const std::string& description);
     void apply(const PanelCommand& command);
 
@@ -72,19 +77,21 @@ private:
     const Options m_options;
     std::mutex m_hotplugMutex; // one plug or unplug at a time; taken before m_share.mutex
 
-    // Under m_share.mutex. Panels stay until the end: umockdev's thread may still look
-    // at one that was unplugged.
+    // Under m_share.mutex. The panel plugged in last under a number stays, others until
+    // they have been let go; only plug forgets any.
     mutable BusShare m_share;
     std::vector<std::unique_ptr<VirtualPanel>> m_panels;
+    PastViolations m_pastViolations; // of forgotten panels
     std::map<unsigned int, BootLoader::Flash> m_flash; // for panels not plugged in yet
     CommandTimeline m_timeline;
     bool m_ending = false;
 
     // Under m_hotplugMutex.
     unsigned int m_lastDevice = 1; // number 1 is the root hub's
-    std::set<std::string> m_attachedNodes;
 
     std::unique_ptr<UMockdevTestbed, GObjectRelease> m_testbed; // before the panels at the end
+    const std::string m_root;                                   // its folder
+    const UeventListeners m_listeners;
     std::thread m_timeThread;
 };
 

@@ -34,17 +34,22 @@ VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::
                            BootLoader::Flash flash, const std::string& nodePath)
     : m_share(share), m_address(address), m_model(std::move(options), share.clock, std::move(flash)),
       m_control(m_model, ControlEndpoint::onlyConfiguration), m_node(nodePath),
-      m_handler(umockdev_ioctl_base_new(), g_object_unref)
+      m_handler(umockdev_ioctl_base_new(), g_object_unref), m_livingHandler(m_handler.get())
 {
     m_model.setRecordObserver([this](const PanelModel::Record& record) {
         if (m_share.log)
             log(describe(record));
     });
     g_signal_connect(m_handler.get(), "handle-ioctl", G_CALLBACK(onIoctl), this);
+    g_object_weak_ref(G_OBJECT(m_handler.get()), onHandlerGone, this);
 }
 
 VirtualPanel::~VirtualPanel()
 {
+    if (m_livingHandler != nullptr) {
+        g_signal_handlers_disconnect_by_data(m_livingHandler, this);
+        g_object_weak_unref(G_OBJECT(m_livingHandler), onHandlerGone, this);
+    }
     for (const auto& [client, file] : m_files)
         g_object_weak_unref(static_cast<GObject*>(client), onClientGone, this);
 }
@@ -52,6 +57,16 @@ VirtualPanel::~VirtualPanel()
 UMockdevIoctlBase* VirtualPanel::getIoctlHandler() const
 {
     return m_handler.get();
+}
+
+void VirtualPanel::letGo()
+{
+    m_handler.reset();
+}
+
+bool VirtualPanel::hasBeenLetGo() const
+{
+    return m_livingHandler == nullptr;
 }
 
 const VirtualPanel::Address& VirtualPanel::getAddress() const
@@ -145,6 +160,14 @@ void VirtualPanel::onClientGone(gpointer self, GObject* client)
     const std::lock_guard<std::mutex> lock(panel->m_share.mutex);
     panel->m_files.erase(client);
     panel->settle();
+}
+
+// Its clients had a share each and went before it.
+void VirtualPanel::onHandlerGone(gpointer self, GObject* /*handler*/)
+{
+    auto* const panel = static_cast<VirtualPanel*>(self);
+    const std::lock_guard<std::mutex> lock(panel->m_share.mutex);
+    panel->m_livingHandler = nullptr;
 }
 
 void VirtualPanel::log(const std::string& line) const

@@ -35,9 +35,9 @@ struct BusShare {
 // One panel from plug to unplug: its device node, the programs that have it open, and
 // its PanelModel.
 //
-// Threads: every operation with the bus's mutex held; ioctls come in on umockdev's
-// thread, which takes the mutex itself. Lifetime: outlives the testbed, whose thread
-// may hold on to it.
+// Threads: every operation but letGo with the bus's mutex held; ioctls come in on
+// umockdev's thread, which takes the mutex itself. Lifetime: that thread may look at it
+// until hasBeenLetGo, or until the testbed is no more.
 class VirtualPanel {
 public:
     struct Address {
@@ -54,8 +54,15 @@ public:
     VirtualPanel(const VirtualPanel&) = delete;
     VirtualPanel& operator=(const VirtualPanel&) = delete;
 
-    // What to attach to the node.
+    // What to attach to the node; null after letGo.
     UMockdevIoctlBase* getIoctlHandler() const;
+
+    // For when the handler is attached no more. Without the bus's mutex, in the thread that
+    // attaches and detaches.
+    void letGo();
+
+    // Nor has anyone else the handler, and nobody comes back to this panel.
+    bool hasBeenLetGo() const;
 
     const Address& getAddress() const;
     PanelModel& getModel();
@@ -73,6 +80,7 @@ public:
 private:
     static gboolean onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
     static void onClientGone(gpointer self, GObject* client);
+    static void onHandlerGone(gpointer self, GObject* handler);
 
     int handleIoctl(UMockdevIoctlClient* client);
     UsbfsFile& fileOf(UMockdevIoctlClient* client);
@@ -84,7 +92,8 @@ private:
     PanelModel m_model;
     ControlEndpoint m_control;
     UsbfsNode m_node;
-    const std::shared_ptr<UMockdevIoctlBase> m_handler;
+    std::shared_ptr<UMockdevIoctlBase> m_handler; // umockdev and its clients have shares, too
+    UMockdevIoctlBase* m_livingHandler;           // null when the last share is gone
 
     bool m_plugged = true;
     PanelModel::UrbId m_lastUrb = 0;

@@ -1,5 +1,6 @@
 #include "simulator/WireDecoder.h"
 
+#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -25,6 +26,11 @@ std::string records(std::uint64_t number)
 } // namespace
 
 WireDecoder::WireDecoder(std::uint32_t packetLimit) : m_packetLimit(packetLimit) {}
+
+void WireDecoder::setPacketLimit(std::uint32_t packetLimit)
+{
+    m_packetLimit = packetLimit;
+}
 
 WireDecoder::Result WireDecoder::decode(const std::vector<std::uint8_t>& transfer, std::uint32_t packetLimit)
 {
@@ -71,14 +77,24 @@ bool WireDecoder::decodeNextPacket(std::size_t& position, Result& result)
     if (left < header.length)
         return false;
 
-    if (header.length > m_packetLimit)
-        result.violations.push_back(
-            at(offset, "packet of " + bytes(header.length) + ", the limit is " + std::to_string(m_packetLimit)));
+    judgeHeader(header, offset, result);
     Packet packet{header, {}};
     decodeRecords(m_pending.data() + position, offset, packet, result);
     result.packets.push_back(std::move(packet));
     position += header.length;
     return true;
+}
+
+void WireDecoder::judgeHeader(const PacketHeader& header, std::uint64_t offset, Result& result) const
+{
+    if (offset != 0)
+        result.violations.push_back(at(offset, "a further packet, a transfer carries one"));
+    if (header.length > m_packetLimit)
+        result.violations.push_back(
+            at(offset, "packet of " + bytes(header.length) + ", the limit is " + std::to_string(m_packetLimit)));
+    if (header.deviceId != 0)
+        result.violations.push_back(at(offset + offsetof(PacketHeader, deviceId),
+                                       "device id " + std::to_string(header.deviceId) + ", a host sends 0"));
 }
 
 void WireDecoder::decodeRecords(const std::uint8_t* packet, std::uint64_t offset, Packet& decoded, Result& result) const
@@ -105,6 +121,10 @@ void WireDecoder::decodeRecords(const std::uint8_t* packet, std::uint64_t offset
                                           std::to_string(left - sizeof header) + " left"));
             return;
         }
+        if (static_cast<PacketType>(header.type) == PacketType::EncodedLcdSlice && !decoded.records.empty())
+            result.violations.push_back(at(offset + position, "encoded slice behind " +
+                                                                  records(decoded.records.size()) +
+                                                                  ", it is a packet's first"));
         const std::uint8_t* const payload = packet + position + sizeof header;
         decoded.records.push_back({static_cast<PacketType>(header.type), {payload, payload + header.length}});
         position += sizeof header + header.length;

@@ -10,9 +10,10 @@
 
 namespace Vantor {
 
-// Takes apart what a host sends: a transfer is a sequence of whole packets, each a
-// PacketHeader and as many records as it counts. Written from the wire's
-// description alone, so that it can judge whoever writes packets.
+// Takes apart what a host sends: a transfer is one whole packet, a PacketHeader and as
+// many records as it counts; an LCD slice of run-length words stands first if there is
+// one. Written from the wire's description alone, so that it can judge whoever writes
+// packets. What breaks a rule is decoded all the same, as far as it can be.
 //
 // Threads: one at a time. Lifetime: stands alone; results own their bytes.
 class WireDecoder {
@@ -33,8 +34,9 @@ public:
         std::vector<std::string> violations; // "byte 8: …", counted from the transfer's start
     };
 
-    // Packets of more than packetLimit bytes are violations (and decoded all the same).
+    // Packets of more than packetLimit bytes are violations.
     explicit WireDecoder(std::uint32_t packetLimit);
+    void setPacketLimit(std::uint32_t packetLimit);
 
     // One whole transfer.
     static Result decode(const std::vector<std::uint8_t>& transfer, std::uint32_t packetLimit);
@@ -52,9 +54,10 @@ public:
 
 private:
     bool decodeNextPacket(std::size_t& position, Result& result);
+    void judgeHeader(const PacketHeader& header, std::uint64_t offset, Result& result) const;
     void decodeRecords(const std::uint8_t* packet, std::uint64_t offset, Packet& decoded, Result& result) const;
 
-    const std::uint32_t m_packetLimit;
+    std::uint32_t m_packetLimit;
     std::vector<std::uint8_t> m_pending; // bytes of a packet not yet whole
     std::uint64_t m_offset = 0;          // of m_pending in the transfer
     bool m_lost = false;                 // no packet boundary is known any more

@@ -136,6 +136,16 @@ void BusTest::expectLog(const std::string& line)
     EXPECT_TRUE(m_log->take(line, patience)) << "the library did not print: " << line;
 }
 
+void BusTest::awaitBusLog(const std::string& text)
+{
+    const auto isThere = [this, &text] {
+        const std::lock_guard<std::mutex> lock(m_busLogMutex);
+        return std::any_of(m_busLog.begin(), m_busLog.end(),
+                           [&text](const std::string& line) { return line.find(text) != std::string::npos; });
+    };
+    EXPECT_TRUE(waitUntil(isThere)) << "the bus did not log: " << text;
+}
+
 void BusTest::allowLog(const std::string& pattern)
 {
     m_allowedLog.push_back(pattern);
@@ -192,6 +202,11 @@ bool BusTest::waitUntil(const std::function<bool()>& condition, std::chrono::mil
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
+}
+
+void BusTest::signalClient(int number)
+{
+    m_client->sendSignal(number);
 }
 
 void BusTest::endClient()

@@ -32,7 +32,8 @@ protected:
     void makeBus(VirtualBus::Options options = {});
     void startClient();
     void startClientWithPanel(); // bus and panel 0, added
-    void endClient();            // waits for it
+    void signalClient(int number);
+    void endClient(); // waits for it
     void SetUp() override;
     void TearDown() override;
 
@@ -51,6 +52,9 @@ protected:
 
     // The same for lines of libusb.
     void allowLibusb(const std::string& pattern);
+
+    // A line of the bus, or a part of it.
+    void awaitBusLog(const std::string& text);
 
     // What the client was told so far and no expectEvent took out, of this kind.
     std::vector<std::string> eventsOf(const std::string& firstWord) const;

@@ -64,9 +64,9 @@ protected:
                 {0, fileno(inputFile.get())}, {1, fileno(file.get())}, {2, fileno(file.get())}});
     }
 
-    Result finish()
+    Result finish(std::chrono::seconds limit = BusTest::patience)
     {
-        EXPECT_TRUE(waitUntil([this] { return m_process->hasEnded(); }));
+        EXPECT_TRUE(BusTest::waitUntil([this] { return m_process->hasEnded(); }, limit));
         if (!m_process->hasEnded()) {
             m_process->sendSignal(SIGKILL);
             waitUntil([this] { return m_process->hasEnded(); });
@@ -100,6 +100,15 @@ protected:
     void awaitFile(const std::string& name)
     {
         EXPECT_TRUE(waitUntil([this, &name] { return std::filesystem::exists(fileName(name)); }));
+    }
+
+    // Processor time of all that have ended.
+    static double secondsOfChildren()
+    {
+        rusage usage{};
+        getrusage(RUSAGE_CHILDREN, &usage);
+        return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+               static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
     }
 
     static bool waitUntil(const std::function<bool()>& condition) { return BusTest::waitUntil(condition); }
@@ -145,6 +154,40 @@ TEST_F(Panelsim, wrongUsage_is125AndSaysWhy)
     EXPECT_EQ(command.exitCode, 125);
     EXPECT_NE(command.output.find("explode"), std::string::npos) << command.output;
     EXPECT_EQ(run({"run", "--at", "1s", "plug 31", "--", "true"}).exitCode, 125);
+    for (const char* const option : {"--seed", "--max-packet", "--panels"}) {
+        const Result negative = run({"run", option, "-1", "--", "true"});
+        EXPECT_EQ(negative.exitCode, 125) << option;
+        EXPECT_NE(negative.output.find("expected a number from 0, found '-1'"), std::string::npos) << negative.output;
+    }
+    for (const char* const option : {"--png", "--log", "--flash-dir"}) {
+        const Result nameless = run({"run", option, "", "--", "true"});
+        EXPECT_EQ(nameless.exitCode, 125) << option;
+        EXPECT_NE(nameless.output.find("needs a name"), std::string::npos) << nameless.output;
+    }
+}
+
+TEST_F(Panelsim, refusals_quoteAtMost80Characters)
+{
+    const std::string text = "\x1B[31m" + std::string(200, 'x');
+    const std::string shown = "?[31m" + std::string(75, 'x') + "...";
+    const std::vector<std::vector<std::string>> usages = {
+        {"run", "--at", text, "plug", "--", "true"},        {"run", "--at", "1s", text, "--", "true"},
+        {"run", "--at", "1s", "plug", text, "--", "true"},  {"run", "--panels", text, "--", "true"},
+        {"run", "--seed=" + text, "--", "true"},            {"run", "--lcd", text, "--", "true"},
+        {"run", "--chunk-time", text, "--", "true"},        {"run", "--log", "/dev/null/" + text, "--", "true"},
+        {"run", "--flash-dir", "/dev/null/" + text, "true"},
+        {"run", "--", "/dev/null/" + text},                     {"attach", "--panels", "1", "--vhci", "/dev/null/" + text}};
+    for (const auto& usage : usages) {
+        const Result refused = run(usage);
+        EXPECT_NE(refused.exitCode, 0);
+        EXPECT_EQ(refused.output.find('\x1B'), std::string::npos) << refused.output;
+        EXPECT_EQ(refused.output.find(std::string(81, 'x')), std::string::npos) << refused.output;
+        EXPECT_NE(refused.output.find("?[31m"), std::string::npos) << refused.output;
+    }
+    EXPECT_NE(run({"run", "--at", text, "plug", "--", "true"}).output.find("found \"" + shown + "\""),
+              std::string::npos);
+    EXPECT_EQ(run({"attach", "--panels", "0", "--vhci", makeController()}, text + "\nquit\n").output,
+              "panelsim: '" + shown + "': expected plug, unplug, fault or emit, found \"" + shown + "\"\n");
 }
 
 TEST_F(Panelsim, helpAndVersion_areAnswered)
@@ -203,10 +246,13 @@ TEST_F(Panelsim, commandThatFindsNoPanel_isAnnounced)
 {
     const std::vector<std::string> arguments = {"run",   "--at",     "0s",   "plug 0", "--at",
                                                 "100ms", "unplug 3", "--at", "200ms",  "fault 2 out stall",
-                                                "--",    "sleep",    "0.5"};
+                                                "--at",  "300ms",    "emit 4 type=12 hex=0a count=3",
+                                                "--",    "sh",       "-c",
+                                                "until grep -q 'panel 4' " + fileName("output") + "; do sleep 0.05; done"};
     EXPECT_EQ(run(arguments).output, "panelsim: panel 0: is plugged already\n"
                                      "panelsim: panel 3: is not plugged\n"
-                                     "panelsim: panel 2: is not plugged: fault out stall once\n");
+                                     "panelsim: panel 2: is not plugged: fault out stall once\n"
+                                     "panelsim: panel 4: is not plugged: emit type 12, 1 byte\n");
 }
 
 TEST_F(Panelsim, logToDash_isStandardError)
@@ -215,6 +261,36 @@ TEST_F(Panelsim, logToDash_isStandardError)
     EXPECT_NE(result.output.find(" panel 0: plug, port 1, device 2\n"), std::string::npos) << result.output;
     EXPECT_NE(result.output.find(" panel 3: is not plugged\n"), std::string::npos) << result.output;
     EXPECT_EQ(result.output.find("panelsim:"), std::string::npos) << result.output;
+}
+
+TEST_F(Panelsim, logThatCannotBeWritten_isToldAnd125)
+{
+    const Result full = run({"run", "--log", "/dev/full", "--", "echo", "ran"});
+    EXPECT_EQ(full.exitCode, 125);
+    EXPECT_EQ(full.output, "panelsim: cannot write the log to '/dev/full': No space left on device\n"
+                           "ran\n"
+                           "panelsim: lines are missing in the log '/dev/full'\n");
+}
+
+// Somebody else may have put it there, under a name that can be foreseen.
+TEST_F(Panelsim, symbolicLinks_areNotWrittenThrough)
+{
+    std::ofstream(fileName("victim")) << "precious";
+    for (const char* const name : {"log", "panel0-lcd1.png", "panel0-main.bin"})
+        std::filesystem::create_symlink("victim", fileName(name));
+    const Result log = run({"run", "--log", fileName("log"), "--", "echo", "ran"});
+    EXPECT_EQ(log.exitCode, 125);
+    EXPECT_EQ(log.output, "panelsim: cannot write the log to '" + fileName("log") + "': it is a symbolic link\n");
+    const Result png = run({"run", "--png", fileName(""), "--", MORVANE_RAW_CLIENT,
+                            "1400010000000000260900"
+                            "01000000080201f00f"});
+    EXPECT_EQ(png.exitCode, 125);
+    EXPECT_EQ(png.output, "panelsim: " + fileName("/panel0-lcd1.png") + ": it is a symbolic link\n");
+    const Result flash = run({"run", "--flash-dir", fileName(""), "--", "echo", "ran"});
+    EXPECT_EQ(flash.exitCode, 125);
+    EXPECT_EQ(flash.output,
+              "panelsim: cannot load flash from '" + fileName("/panel0-main.bin") + "': it is a symbolic link\n");
+    EXPECT_EQ(contentOf(fileName("victim")), "precious");
 }
 
 TEST_F(Panelsim, noPanels_isAnEmptyBus)
@@ -249,6 +325,50 @@ TEST_F(Panelsim, violationOfTheWire_is120AndPrinted)
     EXPECT_NE(contentOf(fileName("log")).find(" panel 0: violation: "), std::string::npos);
 }
 
+// A packet that nobody may send; each breaks one rule more than the first, which is sound.
+TEST_F(Panelsim, everyRuleOfTheWire_isJudged)
+{
+    struct Case {
+        const char* transfer;
+        const char* violation;
+    };
+    const std::vector<Case> cases = {
+        {"0b00010000000000050000", ""},
+        {"0b00010000000001050000", "byte 4: device id 16777216, a host sends 0"},
+        {"0b000100000000000500000b00010000000000050000", "byte 11: a further packet, a transfer carries one"},
+        {"1d000200000000000500002e0f0001000000010118ffffffff01ff0000",
+         "byte 11: encoded slice behind 1 record, it is a packet's first"},
+        {"120001000000000026070001000000000108", "raw slice for LCD 1 at 0,0, 0x1, 8 bits per pixel: it has no pixels"},
+        {"120001000000000026070001000000010008", "raw slice for LCD 1 at 0,0, 1x0, 8 bits per pixel: it has no pixels"},
+    };
+    for (const Case& each : cases) {
+        const Result result = run({"run", "--", MORVANE_RAW_CLIENT, each.transfer});
+        const bool isSound = *each.violation == '\0';
+        EXPECT_EQ(result.exitCode, isSound ? 0 : 120) << each.transfer;
+        EXPECT_EQ(result.output, isSound ? "" : "panelsim: violation: panel 0: OUT transfer 1, " +
+                                                    std::string(each.violation) + "\n");
+    }
+}
+
+// What libusb 1.0.26 does when a read that it has split into two URBs overflows in the
+// first: it reports the transfer while the kernel still has the second, whose end then
+// counts for whatever transfer is in that place by then. docs/libusb-overflow-report.md
+// has it whole. When "1 left" becomes "0 left" here, libusb is mended: then the report and
+// the entry in docs/limits.md can go, and this test with them.
+TEST_F(Panelsim, readThatOverflowsInPieces_isReportedTooEarlyByLibusb)
+{
+    const std::vector<std::string> overflow = {"--at", "0", "fault in status=EOVERFLOW", "--", MORVANE_RAW_CLIENT};
+    const auto read = [this, &overflow](std::vector<std::string> arguments, const char* size) {
+        arguments.insert(arguments.end(), overflow.begin(), overflow.end());
+        arguments.emplace_back(std::string("read=") + size);
+        return run(arguments).output;
+    };
+    // 6 is LIBUSB_TRANSFER_OVERFLOW.
+    EXPECT_EQ(read({"run", "--no-scatter-gather"}, "32768"), "status 6, 1 left\n");
+    EXPECT_EQ(read({"run", "--no-scatter-gather"}, "16384"), "status 6, 0 left\n");
+    EXPECT_EQ(read({"run"}, "32768"), "status 6, 0 left\n");
+}
+
 // As on the kernel's own bus, where a program's request to endpoint 0 reaches the panel.
 TEST_F(Panelsim, haltClearedThroughEndpoint0_isCleared)
 {
@@ -269,7 +389,8 @@ TEST_F(Panelsim, timedCommands_happenInTheirTime)
                                "--at", "300ms", "fault out stall sticky",
                                "--at", "400ms", "emit type=12 hex=0a count=2 every=50",
                                "--at", "500ms", "unplug 4",
-                               "--",   "sleep", "1.2"});
+                               "--",   "sh",    "-c",
+                               "until grep -q 'panel 4' " + fileName("log") + "; do sleep 0.05; done"});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_EQ(result.output, "panelsim: panel 4: is not plugged\n");
     std::istringstream log(contentOf(fileName("log")));
@@ -319,14 +440,39 @@ TEST_F(Panelsim, programThatIgnoresSignals_isKilledAfterThreeSeconds)
 // always says yes costs most of a processor.
 TEST_F(Panelsim, idleBus_costsNoProcessorTime)
 {
+    const double before = secondsOfChildren(); // of other tests
     start({"run", "--panels", "2", "--", "sh", "-c",
            "(echo start; sleep 4; echo exit) | " MORVANE_BUS_CLIENT " 3>/dev/null"});
     EXPECT_EQ(finish().exitCode, 0);
-    rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
-    const double seconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-                           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
-    EXPECT_LT(seconds, 0.5); // measured: 0.03, nearly all of it the start
+    EXPECT_LT(secondsOfChildren() - before, 0.5); // measured: 0.03, nearly all of it the start
+}
+
+// With a program that comes and goes, and opens the panel as often as it can; it also stops
+// listening just when there is something to tell it, now and then. A panel that stays takes
+// 79 KB.
+TEST_F(Panelsim, manyPlugs_doNotMakeItGrow)
+{
+    constexpr int warmUp = 50;
+    constexpr int all = 250;
+    std::vector<std::string> arguments = {"run", "--log", fileName("log")};
+    for (int i = 1; i <= all; ++i) {
+        const std::string time = std::to_string(10 * i);
+        arguments.insert(arguments.end(), {"--at", time + "ms", "unplug", "--at", time + "ms", "plug"});
+    }
+    const std::string wait = "awaits() { until [ $(grep -c unplug " + fileName("log") +
+                             ") -ge $1 ]; do sleep 0.1; done; }; "
+                             "size() { awk '/VmRSS/ { print $2 }' /proc/$PPID/status; }; ";
+    arguments.insert(arguments.end(), {"--", "sh", "-c",
+                                       "while :; do " MORVANE_RAW_CLIENT "; done > /dev/null 2>&1 & " + wait +
+                                           "awaits " + std::to_string(warmUp) + "; size; awaits " +
+                                           std::to_string(all) + "; size; kill $!"});
+    start(arguments);
+    const Result result = finish(std::chrono::seconds(120));
+    std::istringstream sizes(result.output);
+    int before = 0;
+    int after = 0;
+    ASSERT_TRUE(sizes >> before >> after) << result.output;
+    EXPECT_LT(after - before, 6000) << "KiB more after " << all - warmUp << " plugs";
 }
 
 TEST_F(Panelsim, end_leavesNoTemporaryFiles)
@@ -454,7 +600,12 @@ TEST_F(Panelsim, chunkTime_isWhatAChunkTakes)
     EXPECT_EQ(run({"run", "--chunk-time", "60000", "--", "sh", "-c", flash}).output,
               "panelsim: panel 0: main MCU: incomplete, 0 of 9 bytes\n");
     EXPECT_EQ(run({"run", "--", "sh", "-c", flash}).output, "panelsim: panel 0: main MCU: 9 bytes, verified\n");
+    EXPECT_EQ(run({"run", "--chunk-time", "60s", "--", "sh", "-c", flash}).output,
+              "panelsim: panel 0: main MCU: incomplete, 0 of 9 bytes\n");
+    EXPECT_EQ(run({"run", "--chunk-time", "0.1s", "--", "sh", "-c", flash}).output,
+              "panelsim: panel 0: main MCU: 9 bytes, verified\n");
     EXPECT_EQ(run({"run", "--chunk-time", "1000001", "--", "true"}).exitCode, 125);
+    EXPECT_EQ(run({"run", "--chunk-time", "soon", "--", "true"}).exitCode, 125);
 }
 
 TEST_F(Panelsim, firmwareWithoutAnnouncement_isReported)

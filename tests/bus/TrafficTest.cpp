@@ -1,6 +1,8 @@
 #include "tests/bus/BusTest.h"
 #include "tests/bus/TestRecord.h"
 
+#include <thread>
+
 namespace Vantor {
 
 class Traffic : public BusTest {
@@ -35,6 +37,17 @@ protected:
         return packets;
     }
 };
+
+// The panel judges by it a second after it was read. Two records, 8 + 2 × (3 + 520) =
+// 1054 bytes, would fit the initial limit.
+TEST_F(Traffic, limitJustAboveTheFloor_isKeptTo)
+{
+    startClientWithLimit(1050, true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    tell("add 101 5 520 20");
+    expectRecords(0, 5, 520, 20);
+    EXPECT_GE(packetsReceived(), 21U); // with the request for the limit
+}
 
 TEST_F(Traffic, recordsOfSeveralTypes_arriveOnceAndInOrderPerType)
 {

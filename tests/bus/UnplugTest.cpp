@@ -1,5 +1,6 @@
 #include "tests/bus/BusTest.h"
 
+#include <csignal>
 #include <thread>
 
 namespace Vantor {
@@ -59,6 +60,33 @@ TEST_F(Unplug, pluggedInAgainWhileTheOldDeviceIsHeld_hasTheNextUid)
     expectEvent("removed 102");
     bus().plug(0);
     expectEvent("added 101");
+}
+
+// As in a debugger. Its socket holds a dozen events.
+TEST_F(Unplug, programThatIsStopped_isToldOfEverythingWhenItGoesOn)
+{
+    allowLog(R"(\[libusb\] (Cannot open device uid=|Unable to claim USB interface\.|found dead device: ).*)");
+    allowLibusb(".*"); // it complains of what it no longer finds
+    startClientWithPanel();
+    signalClient(SIGSTOP);
+    for (int i = 0; i < 6; ++i) {
+        bus().schedule({}, UnplugCommand{0});
+        bus().schedule({}, PlugCommand{0});
+    }
+    bus().schedule({}, UnplugCommand{0});
+    bus().schedule({}, PlugCommand{1});
+    awaitBusLog("waits until the program has read what it was told of earlier");
+    signalClient(SIGCONT);
+    expectEvent("added 102");
+    expectEvent("removed 101");
+    ASSERT_TRUE(waitUntil([this] { return eventsOf("added").size() == eventsOf("removed").size(); }));
+    tell("list");
+    expectEvent("list 102");
+    tell("add 102 5 20 1");
+    expectRecords(1, 5, 20, 1);
+    for (const char* const kind : {"added", "removed"})
+        for (const std::string& event : eventsOf(kind))
+            expectEvent(event);
 }
 
 TEST_F(Unplug, underLoad_comesBackEveryTime)

@@ -23,7 +23,7 @@ TEST_F(CommandExecutionTest, describe_usesTheWordsOfTheCommand)
     EXPECT_EQ(describe("fault clear"), "fault clear");
     for (const std::string line :
          {"fault out stall once", "fault in silent sticky", "fault in short=7 once", "fault out status=EPROTO once",
-          "fault out delay=250 sticky", "fault boot reply=f0 once", "fault boot lose skip=2 sticky",
+          "fault out delay=250 sticky", "fault in delay=0.5 once", "fault in delay=0 once", "fault boot reply=f0 once", "fault boot lose skip=2 sticky",
           "fault boot ignore once", "fault boot delay=5 once", "fault boot duplicate once",
           "fault boot corrupt=13 once", "fault boot unplug skip=9 once"})
         EXPECT_EQ(describe(line), line);
@@ -38,12 +38,15 @@ TEST_F(CommandExecutionTest, panelOf_isTheCommandsPanel)
         EXPECT_EQ(CommandExecution::panelOf(parse(line)), 7U) << line;
 }
 
-TEST_F(CommandExecutionTest, onlyFaults_needAPanel)
+TEST_F(CommandExecutionTest, faultsAndNewEmissions_needAPanel)
 {
     EXPECT_TRUE(CommandExecution::needsPanel(parse("fault out stall")));
     EXPECT_TRUE(CommandExecution::needsPanel(parse("fault boot lose")));
     EXPECT_FALSE(CommandExecution::needsPanel(parse("fault clear")));
-    EXPECT_FALSE(CommandExecution::needsPanel(parse("emit type=5 hex=01")));
+    EXPECT_TRUE(CommandExecution::needsPanel(parse("emit type=5 hex=01")));
+    const auto rest = CommandExecution::restOf(parse("emit type=5 hex=01 count=2"));
+    ASSERT_TRUE(rest);
+    EXPECT_FALSE(CommandExecution::needsPanel(*rest));
 }
 
 TEST_F(CommandExecutionTest, carryOut_doesItToTheModel)

@@ -146,6 +146,21 @@ TEST_F(FlashFolderTest, whatIsNoFile_throws)
               "cannot load flash from '" + m_path + "/panel0-main.bin': not a file");
 }
 
+TEST_F(FlashFolderTest, symbolicLink_isNeitherReadNorWritten)
+{
+    FlashFolder folder(m_path);
+    write("victim", "precious");
+    std::filesystem::create_symlink("victim", m_path + "/panel0-main.bin");
+    EXPECT_EQ(errorOf([&] { folder.load(0, m_options); }),
+              "cannot load flash from '" + m_path + "/panel0-main.bin': it is a symbolic link");
+    EXPECT_EQ(errorOf([&] {
+                  folder.save(0, {image(BootLoader::State::Verified, {1}), {}});
+              }),
+              "cannot write flash to '" + m_path + "/panel0-main.bin': it is a symbolic link");
+    EXPECT_EQ(contentOf("victim"), "precious");
+    EXPECT_EQ(files(), (std::set<std::string>{"panel0-main.bin", "victim"}));
+}
+
 TEST_F(FlashFolderTest, fileThatCannotBeReplaced_throwsAndLeavesNothing)
 {
     FlashFolder folder(m_path);

@@ -50,5 +50,14 @@ TEST(LcdOption, otherShapes_refused)
         expectError(text, "expected L=WxH such as 0=128x64, found '" + std::string(text) + "'");
 }
 
+TEST(LcdOption, whatIsLong_isQuotedInPart)
+{
+    const std::string quoted = std::string(80, '9') + "...'";
+    const std::string nines(81, '9');
+    expectError(nines, "expected L=WxH such as 0=128x64, found '" + quoted);
+    expectError(nines + "=1x1", "LCDs are numbered 0 to 65535, found '" + quoted);
+    expectError("1=" + nines + "x1", "an LCD is 1x1 to 510x510 pixels, found '" + quoted);
+}
+
 } // namespace
 } // namespace Vantor

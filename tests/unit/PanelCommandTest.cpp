@@ -27,6 +27,9 @@ template <typename Command> Command parsed(const std::string& line)
     return std::get<Command>(*result.command);
 }
 
+const std::string badTime =
+    "expected a time such as 250ms, 2s, 1.5s or 250 (milliseconds), at most 1000000s, found ";
+
 std::string errorOf(const std::string& line)
 {
     const ParsedCommand result = parsePanelCommand(line);
@@ -60,6 +63,8 @@ TEST(PanelCommand, fault_everyKind)
     EXPECT_FALSE(fault.sticky);
     EXPECT_EQ(parsed<FaultCommand>("fault out short=4294967295").fault.bytes, 4294967295u);
 
+    EXPECT_EQ(parsed<FaultCommand>("fault in delay=1.5s").fault.delay, 1500ms);
+    EXPECT_EQ(parsed<FaultCommand>("fault in delay=200ms").fault.delay, 200ms);
     fault = parsed<FaultCommand>("fault in delay=1500").fault;
     EXPECT_EQ(fault.kind, PanelFault::Kind::Delay);
     EXPECT_EQ(fault.delay, 1500ms);
@@ -96,6 +101,7 @@ TEST(PanelCommand, bootFault_everyKind)
     EXPECT_EQ(parsed<BootFaultCommand>("fault boot duplicate").fault.kind, BootFault::Kind::Duplicate);
     EXPECT_EQ(parsed<BootFaultCommand>("fault boot unplug").fault.kind, BootFault::Kind::Unplug);
 
+    EXPECT_EQ(parsed<BootFaultCommand>("fault boot delay=1.5s").fault.delay, 1500ms);
     fault = parsed<BootFaultCommand>("fault boot delay=1500").fault;
     EXPECT_EQ(fault.kind, BootFault::Kind::Delay);
     EXPECT_EQ(fault.delay, 1500ms);
@@ -120,7 +126,7 @@ TEST(PanelCommand, bootFault_panelSkipAndDuration)
 TEST(PanelCommand, badBootFault_errorNamesTheWordAndWhatIsAllowed)
 {
     const std::string kinds =
-        "expected reply=CODE, lose, ignore, delay=MS, duplicate, corrupt=OFFSET or unplug, found ";
+        "expected reply=CODE, lose, ignore, delay=TIME, duplicate, corrupt=OFFSET or unplug, found ";
     EXPECT_EQ(errorOf("fault boot"), kinds + "the end");
     EXPECT_EQ(errorOf("fault boot stall"), kinds + "\"stall\"");
     EXPECT_EQ(errorOf("fault boot reply"), kinds + "\"reply\"");
@@ -129,7 +135,7 @@ TEST(PanelCommand, badBootFault_errorNamesTheWordAndWhatIsAllowed)
     EXPECT_EQ(errorOf("fault boot reply=100"), code + "\"reply=100\"");
     EXPECT_EQ(errorOf("fault boot reply=0100"), code + "\"reply=0100\"");
     EXPECT_EQ(errorOf("fault boot reply=g"), code + "\"reply=g\"");
-    EXPECT_EQ(errorOf("fault boot delay=-1"), "expected delay=0 to 1000000000, found \"delay=-1\"");
+    EXPECT_EQ(errorOf("fault boot delay=-1"), badTime + "\"-1\"");
     EXPECT_EQ(errorOf("fault boot corrupt=14"), "expected corrupt=0 to 13, found \"corrupt=14\"");
     EXPECT_EQ(errorOf("fault boot lose skip=x"), "expected skip=0 to 1000000000, found \"skip=x\"");
     EXPECT_EQ(errorOf("fault boot lose twice"), "expected skip=N, once or sticky, found \"twice\"");
@@ -157,6 +163,7 @@ TEST(PanelCommand, emit_hex)
 
 TEST(PanelCommand, emit_sizeCountsUpAndOrderIsFree)
 {
+    EXPECT_EQ(parsed<EmitCommand>("emit every=0.5s type=1 size=0").every, 500ms);
     const auto emit = parsed<EmitCommand>("emit every=20 count=7 size=258 type=255");
     EXPECT_EQ(emit.panel, 0u);
     EXPECT_EQ(emit.type, static_cast<PacketType>(255));
@@ -190,12 +197,12 @@ TEST(PanelCommand, errors_nameTheWordAndWhatIsAllowed)
     EXPECT_EQ(errorOf("unplug 1 2"), "expected a panel's number or the end, found \"2\"");
     EXPECT_EQ(errorOf("fault"), "expected out, in, boot or clear, found the end");
     EXPECT_EQ(errorOf("fault 0 both stall"), "expected out, in, boot or clear, found \"both\"");
-    EXPECT_EQ(errorOf("fault out"), "expected stall, silent, short=BYTES, status=ERRNO or delay=MS, found the end");
+    EXPECT_EQ(errorOf("fault out"), "expected stall, silent, short=BYTES, status=ERRNO or delay=TIME, found the end");
     EXPECT_EQ(errorOf("fault out short"),
-              "expected stall, silent, short=BYTES, status=ERRNO or delay=MS, found \"short\"");
+              "expected stall, silent, short=BYTES, status=ERRNO or delay=TIME, found \"short\"");
     EXPECT_EQ(errorOf("fault out short="), "expected short=0 to 4294967295, found \"short=\"");
     EXPECT_EQ(errorOf("fault out short=4294967296"), "expected short=0 to 4294967295, found \"short=4294967296\"");
-    EXPECT_EQ(errorOf("fault out delay=1s"), "expected delay=0 to 1000000000, found \"delay=1s\"");
+    EXPECT_EQ(errorOf("fault out delay=1m"), badTime + "\"1m\"");
     EXPECT_EQ(errorOf("fault out status=EWHAT"),
               "expected status=EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV, EXDEV, EINVAL, "
               "EOVERFLOW or ESHUTDOWN, found \"status=EWHAT\"");
@@ -207,7 +214,7 @@ TEST(PanelCommand, errors_nameTheWordAndWhatIsAllowed)
     EXPECT_EQ(errorOf("emit type=1"), "expected hex=HEX or size=N, found the end");
     EXPECT_EQ(errorOf("emit type=256 size=0"), "expected type=0 to 255, found \"type=256\"");
     EXPECT_EQ(errorOf("emit type=1 size=0 count=0"), "expected count=1 to 1000000000, found \"count=0\"");
-    EXPECT_EQ(errorOf("emit type=1 size=0 every=-1"), "expected every=0 to 1000000000, found \"every=-1\"");
+    EXPECT_EQ(errorOf("emit type=1 size=0 every=1000000001"), badTime + "\"1000000001\"");
 }
 
 TEST(PanelCommand, badHex_error)
@@ -221,7 +228,7 @@ TEST(PanelCommand, badHex_error)
 
 TEST(PanelCommand, emitWordTwiceOrUnknown_error)
 {
-    const std::string allowed = "expected type=T, hex=HEX or size=N, count=C, every=MS, each once, found ";
+    const std::string allowed = "expected type=T, hex=HEX or size=N, count=C, every=TIME, each once, found ";
     EXPECT_EQ(errorOf("emit type=1 type=1 size=0"), allowed + "\"type=1\"");
     EXPECT_EQ(errorOf("emit type=1 size=0 hex=00"), allowed + "\"hex=00\"");
     EXPECT_EQ(errorOf("emit type=1 size=0 count=1 count=1"), allowed + "\"count=1\"");
@@ -244,6 +251,23 @@ TEST(PanelCommand, time_unitsAndPlaces)
     EXPECT_EQ(parseTime("1000000s").time, 1000000s);
     EXPECT_EQ(parseTime("1000000000ms").time, 1000000s);
     EXPECT_EQ(parseTime("2s").error, "");
+}
+
+TEST(PanelCommand, plainTime_isOfTheUnitAskedFor)
+{
+    EXPECT_EQ(parseTime("250", PlainTime::Milliseconds).time, 250ms);
+    EXPECT_EQ(parseTime("0.5", PlainTime::Milliseconds).time, 500us);
+    EXPECT_EQ(parseTime("2s", PlainTime::Milliseconds).time, 2s);
+    EXPECT_EQ(parseTime("2ms", PlainTime::Milliseconds).time, 2ms);
+    EXPECT_EQ(parseTime("1000000000", PlainTime::Milliseconds).time, 1000000s);
+    EXPECT_FALSE(parseTime("1000000001", PlainTime::Milliseconds).time);
+}
+
+TEST(PanelCommand, longWord_isQuotedInPart)
+{
+    EXPECT_EQ(errorOf(std::string(81, 'x')),
+              "expected plug, unplug, fault or emit, found \"" + std::string(80, 'x') + "...\"");
+    EXPECT_EQ(errorOf("plug \x1B[31m"), "expected a panel's number or the end, found \"?[31m\"");
 }
 
 TEST(PanelCommand, badTime_error)

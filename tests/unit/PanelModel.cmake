@@ -11,6 +11,7 @@ if(TARGET PanelModel)
       FaultPlanTest.cpp
       FlashReportTest.cpp
       LcdOptionTest.cpp
+      PacketLimitTest.cpp
       PanelCommandTest.cpp
       PanelDescriptorsTest.cpp
       PanelModelBusTest.cpp
@@ -20,14 +21,18 @@ if(TARGET PanelModel)
       PanelModelTest.cpp
       PanelOutboxTest.cpp
       PanelScreenTest.cpp
+      PastViolationsTest.cpp
       SliceDecoderTest.cpp
+      UserTextTest.cpp
       WireDecoderTest.cpp
     LIBRARIES PanelModel GTest::gmock_main
     LABELS unit)
 
   morvane_add_test(flashFolderTests
-    SOURCES FlashFolderTest.cpp
-    LIBRARIES FlashFolder GTest::gmock_main
+    SOURCES
+      FlashFolderTest.cpp
+      OutputFileTest.cpp
+    LIBRARIES FlashFolder OutputFile GTest::gmock_main
     LABELS unit)
 
   morvane_add_test(kernelBusTests

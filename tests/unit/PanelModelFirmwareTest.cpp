@@ -160,12 +160,14 @@ TEST_F(PanelModelFirmware, unplugFault_pullsThePanelAtThatRecord)
     EXPECT_FALSE(m_panel.isUnplugged());
 
     m_panel.submitIn(m_owner, 3, 512);
-    Bytes packets = digitChunk();
-    const Bytes behind = frame(20);
-    packets.insert(packets.end(), behind.begin(), behind.end());
-    m_panel.submitOut(m_owner, 4, packets, false);
+    Bytes packet = digitChunk();
+    const Bytes behind{9, 1, 0, 0x5A}; // one more record
+    packet.insert(packet.end(), behind.begin(), behind.end());
+    packet[0] = 0x1C; // 4124 bytes, 2 records
+    packet[2] = 2;
+    m_panel.submitOut(m_owner, 4, packet, false);
     EXPECT_TRUE(m_panel.isUnplugged());
-    EXPECT_THAT(m_panel.takeCompletions(), ElementsAre(Completion{4, 0, 4140, {}}, Completion{3, -ESHUTDOWN, 0, {}}));
+    EXPECT_THAT(m_panel.takeCompletions(), ElementsAre(Completion{4, 0, 4124, {}}, Completion{3, -ESHUTDOWN, 0, {}}));
     EXPECT_EQ(m_panel.submitOut(m_owner, 5, announcement(), false), -ENODEV);
     EXPECT_EQ(m_panel.getStatistics().recordsReceived, 3u); // what came behind it did not arrive
     EXPECT_THAT(m_panel.getViolations(), IsEmpty());

@@ -174,6 +174,68 @@ TEST_F(PanelModelTest, packetLimit_isWhatThePanelAnnouncesButNotBelow1100)
     }
 }
 
+TEST_F(PanelModelTest, packetLimit_isTheAnnouncedOneASecondAfterTheHostHasReadIt)
+{
+    for (const auto announced : {std::uint16_t{1025}, std::uint16_t{1099}}) {
+        PanelModel panel(options(announced), clock());
+        panel.submitOut(m_owner, 1, request, true);
+        m_now += 5s;
+        panel.submitOut(m_owner, 2, frame(1100), true); // the answer has not been read
+        panel.submitIn(m_owner, 3, 32768);
+        m_now += 999ms;
+        panel.submitOut(m_owner, 4, frame(1100), true);
+        EXPECT_THAT(panel.getViolations(), IsEmpty()) << announced;
+        m_now += 1ms;
+        panel.submitOut(m_owner, 5, frame(announced), true);
+        EXPECT_THAT(panel.getViolations(), IsEmpty()) << announced;
+        panel.submitOut(m_owner, 6, frame(announced + 1u), true);
+        EXPECT_THAT(panel.getViolations(),
+                    ElementsAre("OUT transfer 5, byte 0: packet of " + std::to_string(announced + 1) +
+                                " bytes, the limit is " + std::to_string(announced)));
+    }
+}
+
+TEST_F(PanelModelTest, packetLimit_whatHostsDoNotHeedChangesNothing)
+{
+    PanelModel panel(options(1024), clock());
+    panel.submitOut(m_owner, 1, request, true);
+    panel.submitIn(m_owner, 2, 32768);
+    m_now += 5s;
+    panel.submitOut(m_owner, 3, frame(1100), true);
+    EXPECT_THAT(panel.getViolations(), IsEmpty());
+}
+
+// A command may announce another limit, behind another packet.
+TEST_F(PanelModelTest, packetLimit_emittedOneCountsLikeAnAnswer)
+{
+    Bytes information(83);
+    information[80] = 0xD0; // 2000
+    information[81] = 0x07;
+    m_panel.emit(static_cast<PacketType>(12), {1});
+    m_panel.emit(PacketType::DeviceInformation, information);
+    m_panel.submitIn(m_owner, 1, 32768);
+    m_now += 1s;
+    m_panel.submitOut(m_owner, 2, frame(2001), true);
+    EXPECT_THAT(m_panel.getViolations(),
+                ElementsAre("OUT transfer 1, byte 0: packet of 2001 bytes, the limit is 2000"));
+}
+
+// What is judged is when the host has sent it, not when the panel takes it.
+TEST_F(PanelModelTest, packetLimit_ofWhenThePacketWasSubmitted)
+{
+    PanelModel panel(options(1050), clock());
+    panel.submitOut(m_owner, 1, request, true);
+    PanelFault delay = fault(PanelFault::Direction::Out, PanelFault::Kind::Delay);
+    delay.delay = 9s;
+    panel.inject(delay);
+    panel.submitOut(m_owner, 2, frame(1100), true);
+    panel.submitIn(m_owner, 3, 32768);
+    m_now += 9s;
+    EXPECT_EQ(panel.takeCompletions().size(), 3u);
+    EXPECT_EQ(panel.getRecords().size(), 2u);
+    EXPECT_THAT(panel.getViolations(), IsEmpty());
+}
+
 TEST_F(PanelModelTest, violations_listedUpToTheirLimit)
 {
     for (PanelModel::UrbId urb = 1; urb <= PanelModel::maxViolations + 5; ++urb)

@@ -109,5 +109,14 @@ TEST_F(PngWriterTest, fileThatCannotBeOpened_throwsWithPathAndCause)
     expectFailure(m_folder, "Is a directory");
 }
 
+TEST_F(PngWriterTest, symbolicLink_isRefused)
+{
+    std::ofstream(m_folder + "/victim") << "precious";
+    std::filesystem::create_symlink("victim", m_path);
+    expectFailure(m_path, "it is a symbolic link");
+    std::ifstream victim(m_folder + "/victim");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(victim), {}), "precious");
+}
+
 } // namespace
 } // namespace Vantor

@@ -459,11 +459,11 @@ TEST_F(Panelsim, manyPlugs_doNotMakeItGrow)
         const std::string time = std::to_string(10 * i);
         arguments.insert(arguments.end(), {"--at", time + "ms", "unplug", "--at", time + "ms", "plug"});
     }
-    const std::string wait = "awaits() { until [ $(grep -c unplug " + fileName("log") +
+    const std::string wait = "awaits() { until ! kill -0 $PPID || [ $(grep -c unplug " + fileName("log") +
                              ") -ge $1 ]; do sleep 0.1; done; }; "
                              "size() { awk '/VmRSS/ { print $2 }' /proc/$PPID/status; }; ";
     arguments.insert(arguments.end(), {"--", "sh", "-c",
-                                       "while :; do " MORVANE_RAW_CLIENT "; done > /dev/null 2>&1 & " + wait +
+                                       "while kill -0 $PPID; do " MORVANE_RAW_CLIENT "; done > /dev/null 2>&1 & " + wait +
                                            "awaits " + std::to_string(warmUp) + "; size; awaits " +
                                            std::to_string(all) + "; size; kill $!"});
     start(arguments);

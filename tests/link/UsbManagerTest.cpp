@@ -438,6 +438,17 @@ TEST(UsbManager, departureLog_isASummaryAndATrace)
     }
 }
 
+TEST(UsbManager, departureLog_comesBeforeTheDevicesDeath)
+{
+    ManagerRig rig;
+    rig.start();
+    libusb_device* const device = rig.arrive();
+    EXPECT_EQ(rig.logged(4, [&] { hotplug(device, left); }),
+              "[libusb] >> Device unplugged: dead:beef dev=" + printed(device) +
+                  "\n[libusb] UsbDevice::markDead() uid=104\n");
+    rig.usb.pass();
+}
+
 TEST(UsbManager, otherEvent_doesNothing)
 {
     ManagerRig rig;

@@ -231,7 +231,7 @@ TEST(UsbManager, departureDuringADrain_isNotTakenForADeadDevice)
     rig.usb.complete(five, FakeLibusb::inEndpoint, LIBUSB_TRANSFER_TIMED_OUT, 0);
     rig.usb.passAfter(5s);
     rig.observer.take();
-    rig.usb.onCancel([&rig, five, done = false](libusb_transfer*) mutable {
+    rig.usb.onCall("cancel_transfer", [&rig, five, done = false]() mutable {
         if (!std::exchange(done, true))
             rig.usb.unplug(five);
     });

@@ -3,18 +3,26 @@
 #include "tests/support/DeviceRig.h"
 #include "tests/support/Meeting.h"
 
+#include "libMorvaneHostUsb/EventPump.h"
+#include "libMorvaneHostUsb/TransferAccount.h"
+
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include <pthread.h>
 #include <sched.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -134,6 +142,94 @@ TEST(UsbDevice, drainWhileASendIsBeingPrepared_waitsForItsSubmission)
                 ElementsAre("submit 1-4 0x02", "cancel unused", "cancel 1-4 0x02", "release 1-4 0", "close 1-4"));
 }
 
+TEST(UsbDevice, cleanup_waitsForASubmissionThatUsesTheHandle)
+{
+    DeviceRig rig;
+    LinkRig::setLevel(0);
+    rig.open();
+    rig.usb.script("submit_transfer 0x02", LIBUSB_ERROR_PIPE);
+    const Meeting meeting(rig.usb, "submit_transfer 0x02", Meeting::Expected::HeldUp, [&rig] {
+        rig.device->markDead();
+        rig.device->cleanup();
+    });
+    rig.add(5, {1});
+    EXPECT_TRUE(meeting.wasAsExpected());
+}
+
+TEST(UsbDevice, transfer_isAccountedForBeforeItIsSubmitted)
+{
+    DeviceRig rig;
+    LinkRig::setLevel(0);
+    rig.open();
+    rig.add(5, {1});
+    rig.poll();
+    TransferAccount& account = TransferAccount::instance();
+    const libusb_transfer* const send = rig.usb.inFlight(rig.panel, FakeLibusb::outEndpoint);
+    const libusb_transfer* const read = rig.usb.inFlight(rig.panel, FakeLibusb::inEndpoint);
+    rig.finishSend();
+    // The device does not hear of its read's end, and its watchdog starts another.
+    rig.usb.route(nullptr);
+    rig.finishRead(LIBUSB_TRANSFER_TIMED_OUT, 0);
+    ASSERT_FALSE(account.isHeld(send));
+    ASSERT_FALSE(account.isHeld(read));
+
+    bool sendIsHeld = false;
+    bool readIsHeld = false;
+    rig.usb.onCall("submit_transfer 0x02", [&] { sendIsHeld = account.isHeld(send); });
+    rig.usb.onCall("submit_transfer 0x81", [&] { readIsHeld = account.isHeld(read); });
+    rig.add(5, {1});
+    rig.poll(5s + 1ns);
+    EXPECT_TRUE(sendIsHeld);
+    EXPECT_TRUE(readIsHeld);
+}
+
+// The packer's observer.
+
+TEST(UsbDevice, changeOfThePackersObserver_waitsForTheNotification)
+{
+    DeviceRig rig;
+    rig.open();
+    const Meeting meeting(rig.usb, "submit_transfer 0x02", Meeting::Expected::HeldUp,
+                          [&rig] { rig.device->getPacker().setObserver(nullptr); });
+    rig.add(5, {1});
+    EXPECT_TRUE(meeting.wasAsExpected());
+}
+
+// The firmware upgrade.
+
+TEST(UsbDevice, everythingOfAnUpgrade_waitsForAFirmwareStep)
+{
+    const std::string path = testing::TempDir() + "locks-image" + std::to_string(getpid());
+    std::ofstream(path, std::ios::binary) << "12345";
+    const std::function<void(UsbDevice&)> operations[] = {
+        [](UsbDevice& device) { device.handleFirmwareUpgrade(FirmwareUpgradeCommand{}); },
+        [](UsbDevice& device) { device.startFirmwareUpgrade("/nonexistent", "/nonexistent", nullptr); }};
+    for (const auto& operation : operations) {
+        DeviceRig rig;
+        LinkRig::setLevel(0);
+        rig.open();
+        const Meeting meeting(rig.usb, "submit_transfer 0x02", Meeting::Expected::HeldUp,
+                              [&] { operation(*rig.device); });
+        rig.device->startFirmwareUpgrade(path, "/nonexistent", nullptr);
+        EXPECT_TRUE(meeting.wasAsExpected());
+    }
+    std::remove(path.c_str());
+}
+
+TEST(UsbDevice, firmwareReply_waitsForTheProgressCallback)
+{
+    DeviceRig rig;
+    LinkRig::setLevel(0);
+    rig.open();
+    std::optional<Contender> receiver;
+    bool waits = false;
+    rig.device->startFirmwareUpgrade("/nonexistent", "/nonexistent", [&](const UsbDevice::FirmwareProgress&) {
+        receiver.emplace([&rig] { rig.device->handleFirmwareUpgrade(FirmwareUpgradeCommand{}); });
+        waits = receiver->isHeldUp();
+    });
+    EXPECT_TRUE(waits);
+}
+
 // Identities.
 
 TEST(UsbDevice, construction_waitsForADestructionThatFreesAnIdentity)
@@ -143,6 +239,22 @@ TEST(UsbDevice, construction_waitsForADestructionThatFreesAnIdentity)
     std::unique_ptr<UsbDevice> third;
     const Meeting meeting(rig.usb, "free_transfer", Meeting::Expected::HeldUp, [&] { third = rig.make({1, 5}); });
     other.reset();
+    EXPECT_TRUE(meeting.wasAsExpected());
+}
+
+// The event pump.
+
+TEST(EventPump, worker_isExpectedOnceNoDrainRunsEventsAnyMore)
+{
+    DeviceRig rig;
+    rig.open();
+    rig.add(5, {1});
+    rig.device->markDead();
+    const Meeting meeting(rig.usb, "handle_events", Meeting::Expected::HeldUp, [&rig] {
+        EventPump::expectWorker(rig.context);
+        EventPump::expectNoWorker();
+    });
+    rig.device->drain(false);
     EXPECT_TRUE(meeting.wasAsExpected());
 }
 

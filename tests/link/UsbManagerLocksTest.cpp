@@ -82,7 +82,6 @@ TEST(UsbManager, hotplugCallback_isOneAtATimeFromStartToEnd)
 
 // The registry.
 
-// Outside event handling: a close would wait for a callback in any case.
 TEST(UsbManager, everyUseOfTheRegistry_waitsForTheRegistryCheck)
 {
     const auto complete = [](void (UsbManager::*handler)(libusb_transfer*)) {
@@ -92,24 +91,42 @@ TEST(UsbManager, everyUseOfTheRegistry_waitsForTheRegistryCheck)
             (manager.*handler)(&ofNobody);
         };
     };
+    libusb_device* panel = nullptr;
+    const auto announce = [&panel](libusb_hotplug_event event) {
+        return [&panel, event](UsbManager&) { UsbManager::hotplugCallback(nullptr, panel, event, nullptr); };
+    };
     const struct {
         const char* name;
         std::function<void(UsbManager&)> operation;
-    } rows[] = {{"getDevice", [](UsbManager& manager) { manager.getDevice(0x104); }},
+    } rows[] = {{"second arrival", announce(LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED)},
+                {"departure", announce(LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT)},
+                {"getDevice", [](UsbManager& manager) { manager.getDevice(0x104); }},
                 {"getDeviceList", [](UsbManager& manager) { manager.getDeviceList(); }},
                 {"getDeviceListSafe", [](UsbManager& manager) { manager.getDeviceListSafe(); }},
                 {"sync", [](UsbManager& manager) { manager.sync(); }},
-                {"closeAllDevices", [](UsbManager& manager) { manager.closeAllDevices(); }},
                 {"send completion", complete(&UsbManager::handleTransferSendCallback)},
                 {"receive completion", complete(&UsbManager::handleTransferRecvCallback)}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         ManagerRig rig;
         rig.start();
+        panel = rig.arrive();
+        LinkRig::setLevel(0);
         const Meeting meeting(rig.usb, "get_device_list", heldUp, [&] { row.operation(*rig.manager); });
         rig.usb.passAfter(6s);
         EXPECT_TRUE(meeting.wasAsExpected());
     }
+}
+
+// With nothing registered: a drain would need the worker, and a close would wait for a
+// callback in any case.
+TEST(UsbManager, closeAllDevices_waitsForTheRegistryCheck)
+{
+    ManagerRig rig;
+    rig.start();
+    const Meeting meeting(rig.usb, "get_device_list", heldUp, [&rig] { rig.manager->closeAllDevices(); });
+    rig.usb.passAfter(6s);
+    EXPECT_TRUE(meeting.wasAsExpected());
 }
 
 TEST(UsbManager, lookUp_waitsForEveryStepOfAnOpen)
@@ -174,6 +191,35 @@ TEST(UsbManager, lookUpDuringCloseAllDevices_waitsForNothing)
         EXPECT_TRUE(meeting.wasAsExpected());
         rig.usb.settle();
         rig.usb.setFreeRunning(false);
+    }
+}
+
+// A destructor may wait for completions, which look their device up.
+TEST(UsbManager, lastReferenceToADevice_isDroppedWithoutTheLock)
+{
+    const std::function<void(ManagerRig&, libusb_device*)> drops[] = {
+        [](ManagerRig& rig, libusb_device* panel) { // by the worker
+            rig.usb.announce(panel, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
+            rig.usb.pass();
+        },
+        [](ManagerRig& rig, libusb_device* panel) { // of a device that was there already
+            rig.usb.announce(panel, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED);
+            rig.usb.pass();
+        },
+        [](ManagerRig& rig, libusb_device*) { // by the list that is handed out
+            rig.manager->getDeviceList();
+            rig.closeAllDevices();
+            rig.manager->getDeviceList();
+        },
+        [](ManagerRig& rig, libusb_device*) { rig.closeAllDevices(); }};
+    for (const auto& drop : drops) {
+        SCOPED_TRACE(&drop - &drops[0]);
+        ManagerRig rig;
+        rig.start();
+        libusb_device* const panel = rig.arrive();
+        const Meeting meeting(rig.usb, "free_transfer", through, lookUp(rig));
+        drop(rig, panel);
+        EXPECT_TRUE(meeting.wasAsExpected());
     }
 }
 

@@ -27,7 +27,7 @@ public:
     void handleParsedPacket(unsigned short /*deviceId*/, const PacketType& type, const DataPacketUnion& data,
                             unsigned int size) override
     {
-        add(static_cast<unsigned int>(type), data.bytes, size);
+        add(static_cast<unsigned int>(type), payloadOf(data), size);
     }
 
     void add(unsigned int type, const unsigned char* payload, unsigned int size)

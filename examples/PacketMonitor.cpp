@@ -21,7 +21,7 @@ public:
     void onDeviceAdded(std::uint16_t uid) override { print("panel has come", uid); }
     void onDeviceRemoved(std::uint16_t uid) override { print("panel has gone", uid); }
 
-    // `data` is the library's: it may be read up to `length` bytes, during the call.
+    // `data` is the library's: payloadOf(data) may be read up to `length` bytes, during the call.
     void onParsedPacket(std::uint16_t uid, const PacketType& type, const DataPacketUnion& data,
                         unsigned int length) override
     {
@@ -29,7 +29,7 @@ public:
         const std::lock_guard<std::mutex> lock(s_logMutex); // keeps this line apart from the library's
         std::printf("%04x  type %d, %u bytes:", uid, static_cast<int>(type), length);
         for (unsigned int i = 0; i < length && i < shown; ++i)
-            std::printf(" %02x", data.bytes[i]);
+            std::printf(" %02x", payloadOf(data)[i]);
         std::puts(length > shown ? " ..." : "");
     }
 

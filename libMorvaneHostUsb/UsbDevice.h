@@ -59,8 +59,9 @@ public:
     // True while a firmware upgrade runs.
     bool isUpdating() const;
 
-    // Bus number in the high byte, port in the low one, counted up when that value
-    // is taken by another live device. The key of UsbManager::getDevice.
+    // The key of UsbManager::getDevice while the device lives. A handle, not a place: bus
+    // number in the high byte and port in the low one, but counted up when that value is
+    // taken by another live device. The place is the bus and getPortNumbers.
     const std::uint16_t& getUid() const;
 
     // The smallest number that no other live device has.

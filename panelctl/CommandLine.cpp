@@ -6,7 +6,9 @@
 #include "panelctl/InfoCommand.h"
 #include "panelctl/ListCommand.h"
 #include "panelctl/SendCommand.h"
+#include "panelctl/UsbIds.h"
 #include "panelctl/WatchCommand.h"
+#include "panelctl/Wording.h"
 #include "panelctl/demo/DemoCommand.h"
 #include "panelctl/flash/FlashCommand.h"
 #include "protocol/PacketType.h"
@@ -50,11 +52,10 @@ constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on whi
                                    "rounded to 8; at most 16384 pixels a side and 16777216 in all are read.\n"
                                    "--invert turns all of it around, margins and transparent parts included.\n"
                                    "\n"
-                                   "All of W x H is dithered, margins too. Dithering passes errors on, and what\n"
-                                   "exceeds white wraps: light areas beside grey ones get dark specks, and the\n"
-                                   "margin below a picture dark streaks. For drawings and text use\n"
-                                   "--dither threshold; for photos a --size of the picture's own proportions.\n"
-                                   "Dark pixels are sent as 1 (on).\n"
+                                   "The picture is dithered before it gets its margins, which stay clean. Dithering\n"
+                                   "passes errors on, and what exceeds white wraps: white beside grey gets dark\n"
+                                   "specks, and with floyd-steinberg smooth shades get some too. For drawings and\n"
+                                   "text use --dither threshold. Dark pixels are sent as 1 (on).\n"
                                    "\n"
                                    "The panel does not tell the size of its LCDs: what lies outside is not shown,\n"
                                    "and nobody notices.\n"
@@ -107,7 +108,8 @@ constexpr const char* helpHint = "`panelctl --help` shows what there is.";
 
 std::string describeVersion()
 {
-    return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion();
+    return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion() + "\npanels " +
+           UsbIds::join(UsbIds::list(), ", ");
 }
 
 std::chrono::nanoseconds toNanoseconds(double seconds)
@@ -122,7 +124,7 @@ const CLI::Validator& time()
         [](const std::string& text) {
             double seconds = 0;
             const bool isTime = CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= 86400;
-            return isTime ? std::string() : "'" + text + "' is not a time in seconds, from 0 to 86400";
+            return isTime ? std::string() : quote(text) + " is not a time in seconds, from 0 to 86400";
         },
         "");
     return validator;
@@ -138,7 +140,7 @@ template <typename Number> CLI::Validator numberBetween(Number low, Number high,
                                 value >= low && value <= high;
             return isGood
                        ? std::string()
-                       : "'" + text + "' is not " + what + ", " + std::to_string(low) + " to " + std::to_string(high);
+                       : quote(text) + " is not " + what + ", " + std::to_string(low) + " to " + std::to_string(high);
         },
         "");
 }
@@ -163,7 +165,7 @@ CLI::Validator pair(char separator, unsigned int low, const std::string& what)
         [=](const std::string& text) {
             unsigned int first = 0;
             unsigned int second = 0;
-            return parsePair(text, separator, low, first, second) ? std::string() : "'" + text + "' is not " + what;
+            return parsePair(text, separator, low, first, second) ? std::string() : quote(text) + " is not " + what;
         },
         "");
 }
@@ -186,7 +188,11 @@ private:
     CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
     CLI::Option* addPanel(CLI::App& command);
     void addDithering(CLI::App& command);
+    std::string listCommands() const;
+    void refuseEmptyValues(int argc, char** argv) const;
     std::string explain(const CLI::ParseError& error) const;
+    std::string explainRepetition(const CLI::ParseError& error) const;
+    std::string explainExtras() const;
 
     CLI::App m_app;
     std::vector<std::pair<CLI::App*, std::function<std::unique_ptr<Command>()>>> m_commands;
@@ -210,7 +216,9 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     m_app.fallthrough();
     m_app.get_formatter()->column_width(26);
     m_app.set_help_flag("-h,--help", "Print this help, or a command's");
-    m_app.set_version_flag("--version", describeVersion, "Print the versions of the tool and the library");
+    m_app.set_version_flag(
+        "--version", describeVersion,
+        "Print the versions of the tool and the library, and\nthe USB ids of the panels that they know");
     m_app
         .add_option("--log-level", m_logLevel,
                     "The library's log: 0 none, 2 errors (default),\n3 summaries, 4 device life, threads and "
@@ -299,8 +307,11 @@ void Parser::addSend()
     command->add_option("--key", m_send.key, "Send it as the latest value of this key")
         ->option_text("N")
         ->check(numberBetween<std::uint64_t>(0, std::numeric_limits<std::uint32_t>::max(), "a key"));
-    command->add_option("--hex", m_send.hex, "The payload, two digits a byte: 'de ad 00 01'")->option_text("DIGITS");
-    command->add_option("--file", m_send.file, "The payload, as the file's bytes")->option_text("FILE");
+    command
+        ->add_option("--hex", m_send.hex, "The payload, two digits a byte: 'de ad 00 01',\nde:ad:00:01 or 0xdead0001")
+        ->option_text("DIGITS");
+    command->add_option("--file", m_send.file, "The payload, as the file's bytes; - is standard\ninput")
+        ->option_text("FILE");
     addPanel(*command);
     command->add_option("--repeat", m_send.repeat, "Send it this often, one after the other")
         ->option_text("N")
@@ -365,12 +376,12 @@ void Parser::addDithering(CLI::App& command)
     command
         .add_option_function<std::string>(
             "--dither", [this](const std::string& name) { m_draw.dither = types.at(name); },
-            "threshold, atkinson, floyd-steinberg (default)\nor stucki")
+            "threshold, atkinson, floyd-steinberg or stucki\n(default)")
         ->option_text("HOW")
         ->check(CLI::Validator(
             [](const std::string& text) {
                 return types.count(text) != 0 ? std::string()
-                                              : "'" + text + "' is not threshold, atkinson, floyd-steinberg or stucki";
+                                              : quote(text) + " is not threshold, atkinson, floyd-steinberg or stucki";
             },
             ""));
     command.add_option("--threshold", m_draw.threshold, "Darker pixels become black (default 128)")
@@ -385,11 +396,41 @@ void Parser::addDemo()
     command->add_flag("--any-panel", m_anyPanel, "Also send the demo's made-up records to real panels");
 }
 
-// The parser's own words for an option that came again name a count, and no mistake.
+// "list, info and demo"
+std::string Parser::listCommands() const
+{
+    std::string text;
+    for (std::size_t i = 0; i < m_commands.size(); ++i)
+        text += (i == 0 ? "" : i + 1 < m_commands.size() ? ", " : " and ") + m_commands[i].first->get_name();
+    return text;
+}
+
+// The parser would take the next argument for the value, be it a command's name.
+void Parser::refuseEmptyValues(int argc, char** argv) const
+{
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument.compare(0, 2, "--") == 0 && argument.find('=') + 1 == argument.size())
+            throw Failure(ExitCode::Usage, quote(argument) +
+                                               " has no value. Write it behind the '=', or in place of "
+                                               "the '=' as the next argument: '' if it is empty.\n" +
+                                               helpHint);
+    }
+}
+
 std::string Parser::explain(const CLI::ParseError& error) const
 {
-    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) == nullptr)
-        return error.what();
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
+        return explainExtras();
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr)
+        return explainRepetition(error);
+    // What the checks above refuse, they quote.
+    return dynamic_cast<const CLI::ConversionError*>(&error) != nullptr ? makePrintable(error.what()) : error.what();
+}
+
+// The parser's own words for an option that came again name a count, and no mistake.
+std::string Parser::explainRepetition(const CLI::ParseError& error) const
+{
     std::vector<const CLI::Option*> options = m_app.get_options();
     for (const auto& command : m_commands)
         for (const CLI::Option* const option : command.first->get_options())
@@ -402,9 +443,20 @@ std::string Parser::explain(const CLI::ParseError& error) const
            ((*again)->count() == 2 ? "twice" : std::to_string((*again)->count()) + " times");
 }
 
+// One at a time: the next one is often only the first one's value.
+std::string Parser::explainExtras() const
+{
+    const std::vector<std::string> extras = m_app.remaining(true);
+    const std::string& first = extras.front();
+    if (m_app.get_subcommands().empty() && first.compare(0, 1, "-") != 0)
+        return quote(first) + " is no command: there are " + listCommands();
+    return quote(first) + " was not expected";
+}
+
 CommandLine Parser::parse(int argc, char** argv)
 {
     CommandLine line;
+    refuseEmptyValues(argc, argv);
     try {
         m_app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -420,8 +472,7 @@ CommandLine Parser::parse(int argc, char** argv)
         if (app->parsed())
             line.command = make();
     if (!line.command)
-        throw Failure(ExitCode::Usage,
-                      "no command given: list, info, watch, send, draw, flash or demo.\n" + std::string(helpHint));
+        throw Failure(ExitCode::Usage, "no command given: there are " + listCommands() + ".\n" + helpHint);
     return line;
 }
 

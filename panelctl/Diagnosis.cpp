@@ -1,6 +1,7 @@
 #include "panelctl/Diagnosis.h"
 
 #include "libMorvaneHostUsb/Log.h"
+#include "panelctl/UsbIds.h"
 #include "panelctl/Wording.h"
 #include "protocol/PacketHeader.h"
 #include "protocol/PanelLink.h"
@@ -22,11 +23,6 @@ std::string formatHex(unsigned int value, int digits)
     char text[16];
     std::snprintf(text, sizeof text, "%0*x", digits, value);
     return text;
-}
-
-std::string usbId()
-{
-    return formatHex(PanelLink::developmentVendorId, 4) + ":" + formatHex(PanelLink::productId, 4);
 }
 
 std::string outEndpoint()
@@ -68,10 +64,10 @@ bool areWholeRequests(std::uint32_t bytes)
 
 std::string explainNoPanel()
 {
-    return "no panel found: no USB device with the id " + usbId() +
-           " or a production panel's is attached.\n"
-           "Is the panel powered and plugged in? `lsusb -d " +
-           usbId() + "` shows what the system sees.";
+    const std::vector<std::string> ids = UsbIds::list();
+    return "no panel found: no USB device with the id " + UsbIds::join(ids, " or ") +
+           " is attached.\nIs the panel powered and plugged in? `lsusb -d " + UsbIds::selectAll(ids) +
+           "` shows what the system sees.";
 }
 
 std::string explainUnusable(const Panel& panel)

@@ -29,11 +29,13 @@ std::vector<ClientLcdBitmap> makeLayers(const DrawCommand::Options& options, Pic
                                            " on reach past row 255, the last one that an "
                                            "LCD can have.\nMake it lower with --size, or "
                                            "place it higher with --at.");
-    GreyPicture picture = PngReader::read(options.file).fittedTo(options.width, options.height);
+    GreyPicture picture = PngReader::read(options.file).scaledInto(options.width, options.height);
     if (options.invert)
         picture.invert();
+    // Before it gets its margins: white that takes errors on wraps and turns black.
     picture.dither(options.dither, options.threshold);
-    return PictureLayers::make(picture, placeOf(options), form);
+    const std::uint8_t margin = options.invert ? GreyPicture::black : GreyPicture::white;
+    return PictureLayers::make(picture.centredOn(options.width, options.height, margin), placeOf(options), form);
 }
 
 } // namespace
@@ -71,8 +73,9 @@ void DrawCommand::refuseUnsendable(const Panel& panel, const Drawing& drawing) c
                   "the picture can't be sent to " + panel.getName() + " as run-length words: a row of it takes " +
                       std::to_string(PictureLayers::getLongestRow(m_layers.front())) +
                       " bytes, more than a slice holds under its packet limit of " +
-                      std::to_string(panel.getPacketLimit()) +
-                      " bytes.\nIt would never leave and would hold back everything behind it, so it was not queued. " +
+                      std::to_string(panel.getPacketLimit()) + " bytes; it takes a limit of " +
+                      std::to_string(PacketForecast::findNeededLimit(m_layers)) +
+                      ".\nIt would never leave and would hold back everything behind it, so it was not queued. " +
                       (m_options.encoded ? "Send it without --encoded." : "Make it narrower with --size."));
 }
 

@@ -25,7 +25,7 @@ public:
         unsigned int height = 168;
         std::uint8_t x = 0;
         std::uint8_t y = 0;
-        LcdHelper::DitherType dither = LcdHelper::FloydSteinberg;
+        LcdHelper::DitherType dither = LcdHelper::Stucki;
         int threshold = 128;
         bool invert = false;
         bool encoded = false;

@@ -1,6 +1,7 @@
 #include "panelctl/HexText.h"
 
 #include "panelctl/Failure.h"
+#include "panelctl/Wording.h"
 
 #include <algorithm>
 
@@ -30,32 +31,44 @@ std::string describe(char character)
     return std::string("byte 0x") + digits[byte >> 4] + digits[byte & 15];
 }
 
+constexpr const char* separators = " :";
+
+// Where the digits begin of the group at `start`: behind 0x, if a digit follows.
+std::size_t skipPrefix(const std::string& text, std::size_t start)
+{
+    const bool isPrefixed = text.compare(start, 2, "0x") == 0 || text.compare(start, 2, "0X") == 0;
+    return isPrefixed && start + 2 < text.size() && valueOf(text[start + 2]) >= 0 ? start + 2 : start;
+}
+
+void parseGroup(std::vector<std::uint8_t>& bytes, const std::string& text, std::size_t start, std::size_t end)
+{
+    const std::size_t first = skipPrefix(text, start);
+    for (std::size_t i = first; i < end; ++i)
+        if (valueOf(text[i]) < 0)
+            throw Failure(ExitCode::Usage, "--hex: " + describe(text[i]) + " at position " + std::to_string(i + 1) +
+                                               " is not a hexadecimal digit.\n"
+                                               "Give two digits a byte: 'de ad 00 01', de:ad:00:01 or 0xdead0001.");
+    if ((end - first) % 2 != 0)
+        throw Failure(ExitCode::Usage, "--hex: " + quote(text.substr(start, end - start)) + " at position " +
+                                           std::to_string(start + 1) +
+                                           " has an odd number of digits: one byte is only half there.\n"
+                                           "Give two digits a byte, as in 0a rather than a.");
+    for (std::size_t i = first; i < end; i += 2)
+        bytes.push_back(static_cast<std::uint8_t>(valueOf(text[i]) * 16 + valueOf(text[i + 1])));
+}
+
 } // namespace
 
 std::vector<std::uint8_t> parse(const std::string& text)
 {
     std::vector<std::uint8_t> bytes;
-    int high = -1;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == ' ')
-            continue;
-        const int value = valueOf(text[i]);
-        if (value < 0)
-            throw Failure(ExitCode::Usage, "--hex: " + describe(text[i]) + " at position " + std::to_string(i + 1) +
-                                               " is not a hexadecimal digit.\n"
-                                               "Give two digits a byte, without a prefix: --hex 'de ad 00 01'.");
-        if (high < 0) {
-            high = value;
-        } else {
-            bytes.push_back(static_cast<std::uint8_t>(high * 16 + value));
-            high = -1;
-        }
+    for (std::size_t end = 0;;) {
+        const std::size_t start = text.find_first_not_of(separators, end);
+        if (start == std::string::npos)
+            return bytes;
+        end = std::min(text.find_first_of(separators, start), text.size());
+        parseGroup(bytes, text, start, end);
     }
-    if (high >= 0)
-        throw Failure(ExitCode::Usage, "--hex: " + std::to_string(2 * bytes.size() + 1) +
-                                           " digits, an odd number: the last byte is half there.\n"
-                                           "Give two digits a byte, as in 0a rather than a.");
-    return bytes;
 }
 
 std::string format(const std::vector<std::uint8_t>& bytes, std::size_t limit)

@@ -7,8 +7,9 @@
 
 namespace Vantor::HexText {
 
-// The bytes that pairs of hexadecimal digits stand for; blanks between digits are
-// skipped. Throws Failure (usage) that points at what is wrong.
+// The bytes that pairs of hexadecimal digits stand for, in groups of whole bytes that
+// blanks or colons separate; a group may begin with 0x. Throws Failure (usage) that points
+// at what is wrong.
 std::vector<std::uint8_t> parse(const std::string& text);
 
 // "0a 1b 2c", at most `limit` bytes of it and then the number left out.

@@ -4,6 +4,7 @@
 #include "panelctl/Diagnosis.h"
 #include "panelctl/Failure.h"
 #include "panelctl/HexText.h"
+#include "panelctl/Interrupt.h"
 #include "panelctl/Output.h"
 #include "panelctl/Session.h"
 #include "panelctl/Wording.h"
@@ -16,6 +17,10 @@
 #include <memory>
 #include <system_error>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 namespace Vantor {
 
 namespace {
@@ -27,25 +32,60 @@ constexpr std::chrono::microseconds readStep{100};
 constexpr std::size_t longestPayload =
     std::numeric_limits<std::uint16_t>::max() - sizeof(PacketHeader) - sizeof(RecordHeader);
 
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+// "-" is standard input; null when it can't be opened, with errno set.
+File openFile(const std::string& path)
+{
+    if (path != "-")
+        return {std::fopen(path.c_str(), "rbe"), std::fclose};
+    const int descriptor = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+    return {descriptor < 0 ? nullptr : fdopen(descriptor, "rb"), std::fclose};
+}
+
+// Until there is something to read, or the end: a read itself would outlast a Ctrl-C.
+void awaitInput(int descriptor)
+{
+    constexpr int step = 200; // milliseconds; for a signal just before poll
+    pollfd source{descriptor, POLLIN, 0};
+    do
+        Interrupt::check();
+    while (poll(&source, 1, step) <= 0);
+}
+
+// At most one byte more than a payload can have; nothing on an error, with errno set.
+std::optional<std::vector<std::uint8_t>> readBytes(int descriptor)
+{
+    std::vector<std::uint8_t> bytes(longestPayload + 1);
+    std::size_t size = 0;
+    while (size < bytes.size()) {
+        awaitInput(descriptor);
+        const ssize_t length = read(descriptor, bytes.data() + size, bytes.size() - size);
+        if (length < 0)
+            return std::nullopt;
+        if (length == 0)
+            break;
+        size += static_cast<std::size_t>(length);
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
 std::vector<std::uint8_t> readFile(const std::string& path)
 {
-    const auto fail = [&path](int error) {
+    const std::string name = path == "-" ? "standard input" : quote(path);
+    const File file = openFile(path);
+    const std::optional<std::vector<std::uint8_t>> bytes = file ? readBytes(fileno(file.get())) : std::nullopt;
+    const int error = errno;
+    if (!bytes)
         throw Failure(ExitCode::Usage,
-                      "--file: '" + path + "' can't be read: " + std::generic_category().message(error) + ".");
-    };
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
-    if (!file)
-        fail(errno);
-    std::vector<std::uint8_t> bytes(longestPayload + 1);
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
-    if (std::ferror(file.get()) != 0)
-        fail(errno);
-    if (bytes.size() > longestPayload)
-        throw Failure(ExitCode::Failed, "the record is too large for any panel: '" + path + "' is longer than " +
+                      "--file: " + name + " can't be read: " + std::generic_category().message(error) + ".");
+    if (bytes->size() > longestPayload)
+        throw Failure(ExitCode::Failed, "the record is too large for any panel: " + name + " is longer than " +
                                             std::to_string(longestPayload) +
                                             " bytes, the largest payload that fits a packet.\n"
                                             "It was not queued. Send it in smaller records.");
-    return bytes;
+    return *bytes;
 }
 
 } // namespace
@@ -61,8 +101,16 @@ void SendCommand::run(Session& session, Output& output)
     refuseTooLarge(panel);
 
     const auto start = Session::Clock::now();
-    for (std::uint64_t sent = 0; sent < m_options.repeat; ++sent)
-        sendOnce(session, panel, sent);
+    std::uint64_t sent = 0;
+    try {
+        for (; sent < m_options.repeat; ++sent)
+            sendOnce(session, panel, sent);
+    } catch (const Interrupted& interrupted) {
+        throw Interrupted(interrupted.getSignal(),
+                          "interrupted, when " + panel.getName() + " had taken " + std::to_string(sent) + " of " +
+                              formatNumber(m_options.repeat, "record") +
+                              ".\nOne more was on its way: whether the panel has got it is not known.");
+    }
     const double milliseconds = std::chrono::duration<double, std::milli>(Session::Clock::now() - start).count();
 
     if (m_options.repeat == 1)

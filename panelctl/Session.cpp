@@ -2,6 +2,7 @@
 
 #include "panelctl/Diagnosis.h"
 #include "panelctl/Failure.h"
+#include "panelctl/Wording.h"
 #include "protocol/ReqDeviceInfo.h"
 
 #include <algorithm>
@@ -109,7 +110,7 @@ Panel Session::choosePanel(const std::optional<std::string>& selector) const
     const auto named = std::find_if(panels.begin(), panels.end(),
                                     [&selector](const Panel& panel) { return isNamedBy(panel, *selector); });
     if (named == panels.end())
-        throw Failure(ExitCode::NoPanel, "no panel is called '" + *selector + "'. Attached: " + enumerate(panels) +
+        throw Failure(ExitCode::NoPanel, "no panel is called " + quote(*selector) + ". Attached: " + enumerate(panels) +
                                              ".\nName one by its uid or, in brackets here, its bus and ports.");
     return *named;
 }
@@ -256,7 +257,8 @@ void Session::onDeviceAdded(std::uint16_t uid)
     const std::optional<Panel> panel = findPanel(uid);
     if (panel)
         noteWhetherUsable(*panel);
-    add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}, panel ? panel->getPlace() : "-"});
+    const bool isUsable = panel && panel->isAlive();
+    add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}, isUsable ? panel->getPlace() : ""});
 }
 
 void Session::onDeviceRemoved(std::uint16_t uid)
@@ -275,8 +277,9 @@ void Session::onParsedPacket(std::uint16_t deviceId, const PacketType& type, con
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_information[deviceId] = data.deviceInformation;
     }
+    const std::uint8_t* const payload = payloadOf(data);
     if (m_keepPackets)
-        add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {data.bytes, data.bytes + length}, {}});
+        add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {payload, payload + length}, {}});
     else
         wake();
 }

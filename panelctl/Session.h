@@ -30,7 +30,7 @@ struct PanelEvent {
     std::uint16_t uid;
     PacketType type;                   // of a packet
     std::vector<std::uint8_t> payload; // of a packet
-    std::string place;                 // of an arrival: bus and ports, as Panel::getPlace
+    std::string place;                 // of an arrival: as Panel::getPlace; empty when it can't be used
 };
 
 // The library, from start to orderly stop, for the length of one command. Its

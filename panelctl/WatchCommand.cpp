@@ -46,15 +46,18 @@ void WatchCommand::print(const PanelEvent& event, const Session& session, Output
     const double seconds = std::chrono::duration<double>(event.time - m_start).count();
     const std::string uid = formatUid(event.uid);
     switch (event.kind) {
-    case PanelEvent::Kind::Arrived: {
+    case PanelEvent::Kind::Arrived:
+        if (event.place.empty()) {
+            explainUnusable(event.uid, session);
+            break;
+        }
+        m_present.insert(event.uid);
         ++m_arrivals;
         output.line("%9.3f  %s  arrived  at %s", seconds, uid.c_str(), event.place.c_str());
-        const std::optional<Panel> panel = session.findPanel(event.uid);
-        if (panel && !panel->isAlive())
-            printError(session.explainNotAlive(*panel));
         break;
-    }
     case PanelEvent::Kind::Departed:
+        if (m_present.erase(event.uid) == 0)
+            break; // of what had not arrived
         ++m_departures;
         output.line("%9.3f  %s  left", seconds, uid.c_str());
         break;
@@ -65,6 +68,14 @@ void WatchCommand::print(const PanelEvent& event, const Session& session, Output
                     HexText::format(event.payload, m_options.shownBytes).c_str());
         break;
     }
+}
+
+// Unless it has gone meanwhile.
+void WatchCommand::explainUnusable(std::uint16_t uid, const Session& session)
+{
+    const std::optional<Panel> panel = session.findPanel(uid);
+    if (panel && !panel->isAlive())
+        printError(session.explainNotAlive(*panel));
 }
 
 void WatchCommand::summarise(Output& output) const

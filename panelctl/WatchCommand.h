@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <set>
 
 namespace Vantor {
 
@@ -26,6 +27,7 @@ public:
 private:
     void watch(Session& session, Output& output);
     void print(const PanelEvent& event, const Session& session, Output& output);
+    static void explainUnusable(std::uint16_t uid, const Session& session);
     void summarise(Output& output) const;
 
     Options m_options;
@@ -33,6 +35,7 @@ private:
     std::uint64_t m_packets = 0;
     std::uint64_t m_arrivals = 0;
     std::uint64_t m_departures = 0;
+    std::set<std::uint16_t> m_present; // those that were said to have arrived
 };
 
 } // namespace Vantor

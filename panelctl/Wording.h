@@ -12,4 +12,11 @@ std::string formatSeconds(std::chrono::nanoseconds time);
 // "1 packet", "2 packets"
 std::string formatNumber(std::uint64_t number, const std::string& noun);
 
+// What a user wrote, in a message: within quotes, the first 80 characters and then "..." for
+// the rest, a '?' for each byte of what no terminal should get or is not UTF-8.
+std::string quote(const std::string& text);
+
+// The same without quotes.
+std::string makePrintable(const std::string& text);
+
 } // namespace Vantor

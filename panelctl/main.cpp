@@ -10,12 +10,24 @@
 #include <optional>
 #include <string>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
 
 using namespace Vantor;
 
+// Where standard input is closed, nothing else may take its number and be read in its
+// place: a read fails as it should.
+void reserveStandardInput()
+{
+    if (fcntl(STDIN_FILENO, F_GETFD) < 0)
+        open("/", O_PATH);
+}
+
 void runTool(int argc, char** argv)
 {
+    reserveStandardInput();
     Output output;
     const Interrupt interrupt;
     const CommandLine line = CommandLine::parse(argc, argv);

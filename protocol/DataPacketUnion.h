@@ -8,10 +8,9 @@
 namespace Vantor {
 
 // A parsed payload. The PacketType handed over with it says which member is
-// valid; `bytes` is valid for every type. The payload's length comes with it and
-// may exceed sizeof(DataPacketUnion): then the union is a view of the receive
-// buffer, and length bytes may be read from &bytes[0] during the callback. A
-// shorter payload is followed by zeros up to sizeof(DataPacketUnion).
+// valid. The payload's length comes with it and may exceed sizeof(DataPacketUnion):
+// then the union is a view of the receive buffer, whose bytes `payloadOf` reaches.
+// A shorter payload is followed by zeros up to sizeof(DataPacketUnion).
 union __attribute__((packed)) DataPacketUnion {
     DeviceInformation deviceInformation;
     FirmwareUpgradeCommand firmwareUpgradeCommand;
@@ -20,5 +19,13 @@ union __attribute__((packed)) DataPacketUnion {
 
 static_assert(sizeof(DataPacketUnion) == 83);
 static_assert(alignof(DataPacketUnion) == 1);
+
+// The payload of any type: as many bytes as the length that came with it, during the
+// callback. By way of the object's address, as `bytes` ends after the union's own size and
+// to index past that is undefined.
+inline const std::uint8_t* payloadOf(const DataPacketUnion& data)
+{
+    return reinterpret_cast<const std::uint8_t*>(&data);
+}
 
 } // namespace Vantor

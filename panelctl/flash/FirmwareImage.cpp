@@ -78,7 +78,7 @@ FirmwareImage::FirmwareImage(std::string option, std::string path)
 {
     if (m_path.empty())
         refuse(m_option + ":", "the name is empty.");
-    const std::vector<std::uint8_t> bytes = readWhole(m_option + ": '" + m_path + "'", m_path);
+    const std::vector<std::uint8_t> bytes = readWhole(m_option + ": " + quote(m_path), m_path);
     m_size = static_cast<std::uint32_t>(bytes.size());
     m_crc = crcOf(bytes);
 }
@@ -92,7 +92,7 @@ void FirmwareImage::requireUnchanged() const
 {
     const FirmwareImage now(m_option, m_path);
     if (now.m_size != m_size || now.m_crc != m_crc)
-        refuse(m_option + ": '" + m_path + "'", "has changed since it was checked. Nothing was sent.");
+        refuse(m_option + ": " + quote(m_path), "has changed since it was checked. Nothing was sent.");
 }
 
 std::uint32_t FirmwareImage::getChunks() const

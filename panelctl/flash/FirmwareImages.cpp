@@ -1,7 +1,6 @@
 #include "panelctl/flash/FirmwareImages.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace Vantor {
 
@@ -43,10 +42,8 @@ FirmwareImages::Position FirmwareImages::locate(std::uint32_t bytes) const
 std::string FirmwareImages::describePosition(std::uint32_t bytes) const
 {
     const Position position = locate(bytes);
-    char text[64];
-    std::snprintf(text, sizeof text, "0x%x of 0x%x bytes of the %s image", position.offset, position.size,
-                  nameOf(position.board));
-    return text;
+    return std::to_string(position.offset) + " of " + std::to_string(position.size) + " bytes of the " +
+           nameOf(position.board) + " image";
 }
 
 // The main image's, too, until the first of the servo image's bytes tells that they are over.

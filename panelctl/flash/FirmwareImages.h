@@ -28,7 +28,7 @@ struct FirmwareImages {
     // Where the next byte goes once `bytes` are written.
     Position locate(std::uint32_t bytes) const;
 
-    // "0x2000 of 0x2ee0 bytes of the main image"
+    // "8192 of 12000 bytes of the main image"
     std::string describePosition(std::uint32_t bytes) const;
 
     // The library's pauses that are still to come once `bytes` are written: two of its

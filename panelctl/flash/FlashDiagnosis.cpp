@@ -35,7 +35,7 @@ std::string hex(unsigned int value)
     return text;
 }
 
-// "0x2000 of 0x2ee0 bytes of the main image (8192 of 12000 bytes in all)"
+// "96 of 4000 bytes of the servo image (12096 of 16000 bytes in all)"
 std::string howFar(const FlashRun& run, const FirmwareImages& images)
 {
     std::string text = images.describePosition(run.getWritten());
@@ -84,11 +84,11 @@ std::string advise(const FlashRun& run, bool isStuck)
     return std::string(nothingConfirmed) + (isRefused ? doubt : repetition);
 }
 
-// "the chunk at offset 0x1000 of the main image was never confirmed: ..."
+// "the chunk at offset 4096 of the main image was never confirmed: ..."
 std::string describeUnconfirmed(const FlashRun& run, const FirmwareImages& images)
 {
     const FirmwareImages::Position chunk = *run.getReplies().findUnconfirmed(images);
-    return "the chunk at offset 0x" + hex(chunk.offset).substr(2) + " of the " + nameOf(chunk.board) +
+    return "the chunk at offset " + std::to_string(chunk.offset) + " of the " + nameOf(chunk.board) +
            " image was never confirmed: most likely a reply that came twice or late had it skipped.\n" +
            describeTroubles(run) + recovery;
 }

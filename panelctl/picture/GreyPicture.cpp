@@ -61,21 +61,28 @@ std::uint8_t GreyPicture::toGrey(unsigned int red, unsigned int green, unsigned 
     return static_cast<std::uint8_t>((299 * red + 587 * green + 114 * blue + 500) / 1000);
 }
 
-GreyPicture GreyPicture::fittedTo(unsigned int width, unsigned int height) const
+GreyPicture GreyPicture::scaledInto(unsigned int width, unsigned int height) const
 {
-    GreyPicture fitted(width, height);
     if (m_width == 0 || m_height == 0)
-        return fitted;
+        return {0, 0};
     const bool isWide = std::uint64_t{m_width} * height >= std::uint64_t{m_height} * width;
-    const unsigned int innerWidth = isWide ? width : scale(m_width, height, m_height);
-    const unsigned int innerHeight = isWide ? scale(m_height, width, m_width) : height;
-    const unsigned int left = (width - innerWidth) / 2;
-    const unsigned int top = (height - innerHeight) / 2;
-    for (unsigned int y = 0; y < innerHeight; ++y)
-        for (unsigned int x = 0; x < innerWidth; ++x)
-            fitted.set(left + x, top + y,
-                       meanOf(*this, Cover(m_width, innerWidth, x), Cover(m_height, innerHeight, y)));
-    return fitted;
+    GreyPicture scaled(isWide ? width : scale(m_width, height, m_height),
+                       isWide ? scale(m_height, width, m_width) : height);
+    for (unsigned int y = 0; y < scaled.m_height; ++y)
+        for (unsigned int x = 0; x < scaled.m_width; ++x)
+            scaled.set(x, y, meanOf(*this, Cover(m_width, scaled.m_width, x), Cover(m_height, scaled.m_height, y)));
+    return scaled;
+}
+
+GreyPicture GreyPicture::centredOn(unsigned int width, unsigned int height, std::uint8_t shade) const
+{
+    GreyPicture whole(width, height, shade);
+    const unsigned int left = (width - m_width) / 2;
+    const unsigned int top = (height - m_height) / 2;
+    for (unsigned int y = 0; y < m_height; ++y)
+        for (unsigned int x = 0; x < m_width; ++x)
+            whole.set(left + x, top + y, get(x, y));
+    return whole;
 }
 
 void GreyPicture::invert()

@@ -28,10 +28,13 @@ public:
     // (299 R + 587 G + 114 B + 500) / 1000: a grey stays what it is.
     static std::uint8_t toGrey(unsigned int red, unsigned int green, unsigned int blue);
 
-    // As large as fits without another aspect, centred on white. Every pixel is the mean,
-    // rounded half up, of the area that it covers; at the same size that is the pixel itself. Nothing
-    // becomes white.
-    GreyPicture fittedTo(unsigned int width, unsigned int height) const;
+    // As large as fits there without another aspect; nothing stays nothing. Every pixel is
+    // the mean, rounded half up, of the area that it covers; at the same size that is the
+    // pixel itself.
+    GreyPicture scaledInto(unsigned int width, unsigned int height) const;
+
+    // In the middle of one shade; neither side may be longer than there.
+    GreyPicture centredOn(unsigned int width, unsigned int height, std::uint8_t shade) const;
 
     void invert();
 

@@ -20,6 +20,21 @@ PacketForecast::PacketForecast(const DeviceInformation& panel, const std::vector
     m_isComplete = !packer.hasMoreData();
 }
 
+unsigned int PacketForecast::findNeededLimit(const std::vector<ClientLcdBitmap>& layers)
+{
+    const auto isEnough = [&layers](unsigned int limit) {
+        DeviceInformation panel{};
+        panel.maxPacketSize = static_cast<std::uint16_t>(limit);
+        return PacketForecast(panel, layers).isComplete();
+    };
+    if (!isEnough(UINT16_MAX))
+        return 0;
+    unsigned int limit = PanelLink::packetLimitFloor + 1;
+    while (!isEnough(limit))
+        ++limit;
+    return limit;
+}
+
 bool PacketForecast::isWhole(std::uint64_t bytes) const
 {
     return bytes == 0 || std::binary_search(m_ends.begin(), m_ends.end(), bytes);

@@ -18,6 +18,9 @@ public:
     // False: some of it would never leave, and would hold back everything behind it.
     bool isComplete() const { return m_isComplete; }
 
+    // The least packet limit of a panel under which all of the layers leave; 0 when there is none.
+    static unsigned int findNeededLimit(const std::vector<ClientLcdBitmap>& layers);
+
     std::size_t getPackets() const { return m_ends.size(); }
     std::uint64_t getBytes() const { return m_ends.empty() ? 0 : m_ends.back(); }
 

@@ -1,6 +1,7 @@
 #include "panelctl/picture/PngReader.h"
 
 #include "panelctl/Failure.h"
+#include "panelctl/Wording.h"
 
 #include <array>
 #include <cerrno>
@@ -25,7 +26,7 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 [[noreturn]] void fail(const std::string& path, const std::string& cause)
 {
-    throw Failure(ExitCode::Usage, "'" + path + "' " + cause + ".");
+    throw Failure(ExitCode::Usage, quote(path) + " " + cause + ".");
 }
 
 extern "C" [[noreturn]] void keepErrorAndLeave(png_structp png, png_const_charp message)
@@ -120,7 +121,8 @@ void Decoder::checkSize() const
         std::uint64_t{getWidth()} * getHeight() > PngReader::maxPixels)
         fail(m_path, "is too large: " + std::to_string(getWidth()) + "x" + std::to_string(getHeight()) +
                          " pixels, at most " + std::to_string(PngReader::maxSide) + " a side and " +
-                         std::to_string(PngReader::maxPixels) + " in all are read");
+                         std::to_string(PngReader::maxPixels) +
+                         " in all are read.\nScale it down first: an LCD shows 255x255 of it at most");
 }
 
 File openPng(const std::string& path)

@@ -63,7 +63,7 @@ public:
     void onParsedPacket(std::uint16_t uid, const PacketType& type, const DataPacketUnion& data,
                         unsigned int length) override
     {
-        const unsigned char* const bytes = &data.bytes[0];
+        const unsigned char* const bytes = payloadOf(data);
         std::string line = "packet " + hex(uid) + " " + std::to_string(static_cast<int>(type)) + " ";
         for (unsigned int i = 0; i < length; ++i) {
             char byte[3];

@@ -25,10 +25,12 @@ expect_rules("${development}" 0xDEAD 0x0000)
 expect_rules("${development}ATTR{idVendor}==\"1a2b\", ${access}\n" 0xDEAD 0x1A2B)
 expect_rules("${development}ATTR{idVendor}==\"000c\", ${access}\n" 0xDEAD 0xC)
 
-# Too large for an id.
-execute_process(
-  COMMAND ${CMAKE_COMMAND} -P ${CMAKE_CURRENT_LIST_DIR}/WritePanelRules.cmake ${workDir}/refused.rules 0x1DEAD
-  ERROR_VARIABLE refusal RESULT_VARIABLE status)
-if(status EQUAL 0 OR NOT refusal MATCHES "0x1DEAD is no USB vendor id")
-  message(SEND_ERROR "0x1DEAD: status ${status}, ${refusal}")
-endif()
+# Too large for an id, without 0x, no number.
+foreach(vendor 0x1DEAD 1234 DEAD 0xZZ 0x)
+  execute_process(
+    COMMAND ${CMAKE_COMMAND} -P ${CMAKE_CURRENT_LIST_DIR}/WritePanelRules.cmake ${workDir}/refused.rules ${vendor}
+    ERROR_VARIABLE refusal RESULT_VARIABLE status)
+  if(status EQUAL 0 OR NOT refusal MATCHES "${vendor} is no USB vendor id: write 0x and one")
+    message(SEND_ERROR "'${vendor}': status ${status}, ${refusal}")
+  endif()
+endforeach()

@@ -1,4 +1,7 @@
 #include "ToolRun.h"
+#include "panelctl/UsbIds.h"
+
+#include <csignal>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,20 +27,64 @@ void expectRefusal(ToolRun::Arguments arguments, const std::string& message, int
 
 TEST(PanelctlArguments, noCommand_isRefused)
 {
-    expectRefusal({}, "panelctl: no command given: list, info, watch, send, draw, flash or demo.\n"
+    expectRefusal({}, "panelctl: no command given: there are list, info, watch, send, draw, flash and demo.\n"
                       "  `panelctl --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, unknownCommand_isRefused)
 {
-    expectRefusal({"fly"}, "panelctl: The following argument was not expected: fly.\n"
+    expectRefusal({"fly"}, "panelctl: 'fly' is no command: there are list, info, watch, send, draw, flash and demo.\n"
                            "  `panelctl --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, unknownOption_isRefused)
 {
-    expectRefusal({"list", "--fast"}, "panelctl: The following argument was not expected: --fast.\n"
+    expectRefusal({"list", "--fast"}, "panelctl: '--fast' was not expected.\n"
                                       "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, argumentTooMany_isRefused)
+{
+    expectRefusal({"list", "fly", "high"}, "panelctl: 'fly' was not expected.\n"
+                                           "  `panelctl --help` shows what there is.\n");
+}
+
+TEST(PanelctlArguments, emptyValue_isNotTakenFromTheNextArgument)
+{
+    const std::string rest = " has no value. Write it behind the '=', or in place of the '=' as the next argument: '' "
+                             "if it is empty.\n"
+                             "  `panelctl --help` shows what there is.\n";
+    expectRefusal({"--timeout=", "list"}, "panelctl: '--timeout='" + rest);
+    expectRefusal({"list", "--timeout="}, "panelctl: '--timeout='" + rest);
+    expectRefusal({"send", "--type", "5", "--hex="}, "panelctl: '--hex='" + rest);
+}
+
+// Whole characters, here of two bytes; what a terminal would obey is a question mark.
+TEST(PanelctlArguments, quotedText_is80PrintableCharacters)
+{
+    const std::string hint = "\n  `panelctl --help` shows what there is.\n";
+    std::string long81;
+    std::string long80;
+    for (int i = 0; i < 81; ++i)
+        long81 += "\u00e4";
+    for (int i = 0; i < 80; ++i)
+        long80 += "\u00e4";
+    const std::string commands = " is no command: there are list, info, watch, send, draw, flash and demo.";
+    expectRefusal({long80}, "panelctl: '" + long80 + "'" + commands + hint);
+    expectRefusal({long81}, "panelctl: '" + long80 + "...'" + commands + hint);
+    expectRefusal({"a\x1b[2J\n-\x7f-\xc2-\x9b-\xc2\x9bz"}, "panelctl: 'a?[2J?-?-?-?-??z'" + commands + hint);
+    expectRefusal({"\xff-\xc3"}, "panelctl: '?-?'" + commands + hint);
+    expectRefusal({"list", "--timeout=\x1b" + long81}, "panelctl: --timeout: '?" + long80.substr(2) +
+                                                           "...' is not a time in seconds, from 0 to 86400." + hint);
+    expectRefusal({"draw", "/\x1b" + std::string(100, 'a'), "--lcd", "0"},
+                  "panelctl: '/?" + std::string(78, 'a') + "...' can't be read: No such file or directory.\n");
+    expectRefusal({"send", "--type", "5", "--file", "/\x1b" + std::string(100, 'a')},
+                  "panelctl: --file: '/?" + std::string(78, 'a') + "...' can't be read: No such file or directory.\n");
+    expectRefusal({"flash", "--main", "/\x1b" + std::string(100, 'a')},
+                  "panelctl: --main: '/?" + std::string(78, 'a') + "...' can't be read: No such file or directory.\n");
+    const ToolResult flag = runTool(panelctl({"draw", "a.png", "--lcd=0", "--invert=" + std::string(100, 'a')}));
+    EXPECT_EQ(flag.errors,
+              "panelctl: Could not convert: --invert = " + std::string(50, 'a') + "....\n" + hint.substr(1));
 }
 
 TEST(PanelctlArguments, typeOutside0To46_isRefused)
@@ -72,27 +119,49 @@ TEST(PanelctlArguments, twoPayloads_areRefused)
                   "panelctl: send: give the record's payload with either --hex or --file.\n");
 }
 
+// Also where another group would make the number even: nothing says which byte is meant.
 TEST(PanelctlArguments, oddNumberOfDigits_isRefused)
 {
-    expectRefusal({"send", "--type", "3", "--hex", "de a"},
-                  "panelctl: --hex: 3 digits, an odd number: the last byte is half there.\n"
-                  "  Give two digits a byte, as in 0a rather than a.\n");
+    const std::string rest = " has an odd number of digits: one byte is only half there.\n"
+                             "  Give two digits a byte, as in 0a rather than a.\n";
+    expectRefusal({"send", "--type", "3", "--hex", "de a"}, "panelctl: --hex: 'a' at position 4" + rest);
+    expectRefusal({"send", "--type", "3", "--hex", "d:e"}, "panelctl: --hex: 'd' at position 1" + rest);
+    expectRefusal({"send", "--type", "3", "--hex", "00 0xabc 1"}, "panelctl: --hex: '0xabc' at position 4" + rest);
+    expectRefusal({"send", "--type", "3", "--hex", std::string(81, '1')},
+                  "panelctl: --hex: '" + std::string(80, '1') + "...' at position 1" + rest);
 }
 
 TEST(PanelctlArguments, badDigit_isPointedAt)
 {
-    expectRefusal({"send", "--type", "3", "--hex", "0x00"},
-                  "panelctl: --hex: 'x' at position 2 is not a hexadecimal digit.\n"
-                  "  Give two digits a byte, without a prefix: --hex 'de ad 00 01'.\n");
-    expectRefusal({"send", "--type", "3", "--hex", "00\n"},
-                  "panelctl: --hex: byte 0x0a at position 3 is not a hexadecimal digit.\n"
-                  "  Give two digits a byte, without a prefix: --hex 'de ad 00 01'.\n");
+    const std::string rest = " is not a hexadecimal digit.\n"
+                             "  Give two digits a byte: 'de ad 00 01', de:ad:00:01 or 0xdead0001.\n";
+    expectRefusal({"send", "--type", "3", "--hex", "000x"}, "panelctl: --hex: 'x' at position 4" + rest);
+    expectRefusal({"send", "--type", "3", "--hex", "00 0x"}, "panelctl: --hex: 'x' at position 5" + rest);
+    expectRefusal({"send", "--type", "3", "--hex", "0x0x00"}, "panelctl: --hex: 'x' at position 4" + rest);
+    expectRefusal({"send", "--type", "3", "--hex", "00\n"}, "panelctl: --hex: byte 0x0a at position 3" + rest);
 }
 
 TEST(PanelctlArguments, missingFile_isRefusedWithTheReason)
 {
     expectRefusal({"send", "--type", "3", "--file", "/nonexistent/record"},
                   "panelctl: --file: '/nonexistent/record' can't be read: No such file or directory.\n");
+}
+
+// A read that a signal only restarts would go on until the end of the input.
+TEST(PanelctlArguments, interruptedReading_ends)
+{
+    ToolRun run(panelctl({"send", "--type", "3", "--file", "-"}), ToolRun::Terminal{80});
+    run.let(std::chrono::milliseconds(500));
+    run.sendSignal(SIGTERM);
+    EXPECT_EQ(run.finish(), 143);
+    EXPECT_EQ(run.getOutput(), "panelctl: interrupted\r\n");
+}
+
+TEST(PanelctlArguments, closedStandardInput_isRefusedWithTheReason)
+{
+    const ToolResult result = runTool({"/bin/sh", "-c", std::string("'") + PANELCTL + "' send --type 3 --file - <&-"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.errors, "panelctl: --file: standard input can't be read: Bad file descriptor.\n");
 }
 
 TEST(PanelctlArguments, directoryAsFile_isRefusedWithTheReason)
@@ -258,11 +327,12 @@ TEST(PanelctlArguments, helpOfFlash_hasItsExitCodesInEightyColumns)
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));
 }
 
-TEST(PanelctlArguments, version_namesToolAndLibrary)
+TEST(PanelctlArguments, version_namesToolLibraryAndPanels)
 {
     const ToolResult result = runTool(panelctl({"--version"}));
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.output, "panelctl 1.2.1\nlibMorvaneHostUsb 1.2.1+\n");
+    EXPECT_EQ(result.output,
+              "panelctl 1.2.1\nlibMorvaneHostUsb 1.2.1+\npanels " + UsbIds::join(UsbIds::list(), ", ") + "\n");
     EXPECT_EQ(result.errors, "");
 }
 

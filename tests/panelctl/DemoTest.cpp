@@ -51,7 +51,8 @@ TEST(PanelctlDemo, noPanel_pointsToTheSimulator)
 
 TEST(PanelctlDemo, panelThatLeavesTooEarly_endsIt)
 {
-    const ToolResult result = runTool(panelctlOn({"--at", "30ms", "unplug"}, {"demo", "--log-level", "0"}));
+    const ToolResult result = runTool(
+        panelctlOn({"--at", "0s", "fault in silent sticky", "--at", "2s", "unplug"}, {"demo", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_THAT(result.errors, HasSubstr("panelctl: panel 0101 (1-1) went away"));
 }

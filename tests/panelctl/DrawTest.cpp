@@ -186,10 +186,10 @@ INSTANTIATE_TEST_SUITE_P(PanelctlDraw, PanelctlDrawDithering,
                              return name.substr(0, name.find('-'));
                          });
 
-TEST(PanelctlDraw, nothingSaid_isFloydSteinbergAt128)
+TEST(PanelctlDraw, nothingSaid_isStuckiAt128)
 {
     const Picture picture = makePicture(144, 168);
-    EXPECT_EQ(draw(picture, {}).lcd.pixels, dithered(picture, "floyd-steinberg").pixels);
+    EXPECT_EQ(draw(picture, {}).lcd.pixels, dithered(picture, "stucki").pixels);
 }
 
 TEST(PanelctlDraw, threshold_isTheOneGiven)
@@ -207,25 +207,37 @@ TEST(PanelctlDraw, invert_comesBeforeDithering)
     const Drawn drawn = draw(picture, {"--invert"});
     for (std::uint8_t& pixel : picture.pixels)
         pixel = static_cast<std::uint8_t>(255 - pixel);
-    EXPECT_EQ(drawn.lcd.pixels, dithered(picture, "floyd-steinberg").pixels);
+    EXPECT_EQ(drawn.lcd.pixels, dithered(picture, "stucki").pixels);
 }
 
-TEST(PanelctlDraw, otherSize_isScaledWithItsAspect)
+// 90 × 40 becomes 63 × 28, centred in 63 × 47: 9 rows above, 10 below. They are no part of
+// what is dithered: errors would turn white to black there.
+TEST(PanelctlDraw, otherSize_isScaledWithItsAspectBetweenWhiteMargins)
 {
-    // 90 × 40 becomes 63 × 28, centred in 63 × 47: 9 rows above, 10 below.
     const Picture picture = makePicture(90, 40);
-    const Picture inner = scaled(picture, 63, 28);
-    Picture fitted{63, 47, shownOn(63, 47, inner, 0, 9)};
-    const Drawn drawn = draw(picture, {"--size", "63x47", "--at", "50,100"});
-    EXPECT_EQ(drawn.lcd.pixels, shownOn(144, 168, dithered(fitted, "floyd-steinberg"), 50, 100));
+    const Picture inner = dithered(scaled(picture, 63, 28), "floyd-steinberg");
+    const Drawn drawn = draw(picture, {"--size", "63x47", "--at", "50,100", "--dither", "floyd-steinberg"});
+    EXPECT_EQ(drawn.lcd.pixels, shownOn(144, 168, inner, 50, 109));
+}
+
+TEST(PanelctlDraw, invertedPicture_hasBlackMargins)
+{
+    Picture picture = makePicture(90, 40);
+    const Drawn drawn = draw(picture, {"--size", "90x42", "--invert"});
+    for (std::uint8_t& pixel : picture.pixels)
+        pixel = static_cast<std::uint8_t>(255 - pixel);
+    Picture whole{90, 42, Pixels(90, 0)};
+    const Pixels inner = dithered(picture, "stucki").pixels;
+    whole.pixels.insert(whole.pixels.end(), inner.begin(), inner.end());
+    whole.pixels.insert(whole.pixels.end(), 90, 0);
+    EXPECT_EQ(drawn.lcd.pixels, shownOn(144, 168, whole, 0, 0));
 }
 
 TEST(PanelctlDraw, smallPicture_isEnlarged)
 {
     // 5 × 7 becomes 120 × 168, 12 columns to the left.
     const Picture picture = makePicture(5, 7);
-    const Picture fitted{144, 168, shownOn(144, 168, scaled(picture, 120, 168), 12, 0)};
-    EXPECT_EQ(draw(picture, {"--dither", "stucki"}).lcd.pixels, dithered(fitted, "stucki").pixels);
+    EXPECT_EQ(draw(picture, {}).lcd.pixels, shownOn(144, 168, dithered(scaled(picture, 120, 168), "stucki"), 12, 0));
 }
 
 TEST(PanelctlDraw, colours_becomeGrey)
@@ -301,10 +313,15 @@ TEST(PanelctlDraw, rowThatNeverFits_isRefusedAndNotSent)
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.errors,
               "panelctl: the picture can't be sent to panel 0101 (1-1) as run-length words: a row of it takes 1024 "
-              "bytes, more than a slice holds under its packet limit of 1025 bytes.\n"
+              "bytes, more than a slice holds under its packet limit of 1025 bytes; it takes a limit of 1043.\n"
               "  It would never leave and would hold back everything behind it, so it was not queued. Send it without "
               "--encoded.\n");
     EXPECT_THAT(log.read(), Not(HasSubstr("record type 46")));
+
+    EXPECT_EQ(runTool(panelctlOn({"--max-packet", "1043"},
+                                 {"draw", file.getPath(), "--lcd", "0", "--size", "255x2", "--encoded"}))
+                  .exitCode,
+              0);
 }
 
 TEST(PanelctlDraw, noPanel_saysSo)

@@ -149,24 +149,24 @@ TEST(FirmwareImages, both_areLocatedOneAfterTheOther)
     const FirmwareImages images = imagesOf(&main, &servo);
     EXPECT_EQ(images.getTotal(), 5100U);
     EXPECT_EQ(images.getChunks(), 3U);
-    EXPECT_EQ(images.describePosition(0), "0x0 of 0x1388 bytes of the main image");
-    EXPECT_EQ(images.describePosition(4999), "0x1387 of 0x1388 bytes of the main image");
-    EXPECT_EQ(images.describePosition(5000), "0x0 of 0x64 bytes of the servo image");
-    EXPECT_EQ(images.describePosition(5100), "0x64 of 0x64 bytes of the servo image");
+    EXPECT_EQ(images.describePosition(0), "0 of 5000 bytes of the main image");
+    EXPECT_EQ(images.describePosition(4999), "4999 of 5000 bytes of the main image");
+    EXPECT_EQ(images.describePosition(5000), "0 of 100 bytes of the servo image");
+    EXPECT_EQ(images.describePosition(5100), "100 of 100 bytes of the servo image");
 }
 
 // A panel that confirms too much can drive the library's count past the end.
 TEST(FirmwareImages, moreThanAll_isTheEnd)
 {
     const TemporaryFile file(std::string(100, 'x'));
-    EXPECT_EQ(imagesOf(&file, nullptr).describePosition(4096), "0x64 of 0x64 bytes of the main image");
-    EXPECT_EQ(imagesOf(&file, &file).describePosition(4294967295U), "0x64 of 0x64 bytes of the servo image");
+    EXPECT_EQ(imagesOf(&file, nullptr).describePosition(4096), "100 of 100 bytes of the main image");
+    EXPECT_EQ(imagesOf(&file, &file).describePosition(4294967295U), "100 of 100 bytes of the servo image");
 }
 
 TEST(FirmwareImages, servoAlone_beginsWithIt)
 {
     const TemporaryFile servo(std::string(256, 's'));
-    EXPECT_EQ(imagesOf(nullptr, &servo).describePosition(0), "0x0 of 0x100 bytes of the servo image");
+    EXPECT_EQ(imagesOf(nullptr, &servo).describePosition(0), "0 of 256 bytes of the servo image");
 }
 
 // 25 chunks of 110 ms and 3 passes of 1.05 s are 5.9 s; with one more image 2 passes and 1 chunk more.

@@ -42,7 +42,7 @@ TEST(GreyPicture, colours_areWeighed)
 TEST(GreyPicture, exactSize_isNotTouched)
 {
     const std::vector<std::uint8_t> pixels{0, 1, 254, 255, 127, 128};
-    EXPECT_THAT(pictureOf(3, 2, pixels).fittedTo(3, 2).getPixels(), ElementsAreArray(pixels));
+    EXPECT_THAT(pictureOf(3, 2, pixels).scaledInto(3, 2).getPixels(), ElementsAreArray(pixels));
 }
 
 TEST(GreyPicture, half_isTheRoundedMean)
@@ -50,7 +50,7 @@ TEST(GreyPicture, half_isTheRoundedMean)
     EXPECT_THAT(pictureOf(4, 2,
                           {0, 1, 10, 20, //
                            1, 0, 30, 43})
-                    .fittedTo(2, 1)
+                    .scaledInto(2, 1)
                     .getPixels(),
                 ElementsAre(1, 26)); // 0.5 and 25.75
 }
@@ -62,60 +62,71 @@ TEST(GreyPicture, twoThirds_shareTheMiddlePixel)
                           {0, 90, 0, //
                            0, 90, 0, //
                            0, 90, 180})
-                    .fittedTo(2, 2)
+                    .scaledInto(2, 2)
                     .getPixels(),
                 ElementsAre(30, 30, 30, 110)); // (4.5 × 30 + 2 × 180) / 4.5 for the last one: 30 + 80
 }
 
 TEST(GreyPicture, double_repeatsPixels)
 {
-    EXPECT_THAT(pictureOf(2, 1, {7, 200}).fittedTo(4, 2).getPixels(), ElementsAre(7, 7, 200, 200, 7, 7, 200, 200));
+    EXPECT_THAT(pictureOf(2, 1, {7, 200}).scaledInto(4, 2).getPixels(), ElementsAre(7, 7, 200, 200, 7, 7, 200, 200));
 }
 
 TEST(GreyPicture, enlargedByAHalf_blendsWherePixelsMeet)
 {
-    EXPECT_THAT(pictureOf(2, 2, {0, 100, 0, 100}).fittedTo(3, 3).getPixels(),
+    EXPECT_THAT(pictureOf(2, 2, {0, 100, 0, 100}).scaledInto(3, 3).getPixels(),
                 ElementsAre(0, 50, 100, 0, 50, 100, 0, 50, 100));
 }
 
-TEST(GreyPicture, widePicture_isCentredOnWhite)
+TEST(GreyPicture, aspect_isKept)
 {
-    // 4 × 1 becomes 4 × 1; of the 4 rows left over one more is below.
-    EXPECT_THAT(pictureOf(4, 1, {1, 2, 3, 4}).fittedTo(4, 4).getPixels(),
-                ElementsAre(255, 255, 255, 255, 1, 2, 3, 4, 255, 255, 255, 255, 255, 255, 255, 255));
+    const GreyPicture wide = pictureOf(4, 1, {1, 2, 3, 4}).scaledInto(4, 4);
+    EXPECT_EQ(wide.getWidth(), 4U);
+    EXPECT_THAT(wide.getPixels(), ElementsAre(1, 2, 3, 4));
+    const GreyPicture high = pictureOf(1, 2, {9, 8}).scaledInto(5, 2);
+    EXPECT_EQ(high.getWidth(), 1U);
+    EXPECT_THAT(high.getPixels(), ElementsAre(9, 8));
 }
 
-TEST(GreyPicture, highPicture_isCentredOnWhite)
+TEST(GreyPicture, rowsLeftOver_areOneMoreBelow)
 {
-    EXPECT_THAT(pictureOf(1, 2, {9, 8}).fittedTo(5, 2).getPixels(),
-                ElementsAre(255, 255, 9, 255, 255, 255, 255, 8, 255, 255));
+    EXPECT_THAT(pictureOf(2, 1, {1, 2}).centredOn(2, 4, 255).getPixels(),
+                ElementsAre(255, 255, 1, 2, 255, 255, 255, 255));
+}
+
+TEST(GreyPicture, columnsLeftOver_areOneMoreToTheRight)
+{
+    EXPECT_THAT(pictureOf(1, 2, {9, 8}).centredOn(4, 2, 7).getPixels(), ElementsAre(7, 9, 7, 7, 7, 8, 7, 7));
+}
+
+TEST(GreyPicture, sameSize_hasNoMargin)
+{
+    EXPECT_THAT(pictureOf(2, 1, {1, 2}).centredOn(2, 1, 0).getPixels(), ElementsAre(1, 2));
 }
 
 TEST(GreyPicture, extremeAspect_keepsOneRow)
 {
-    GreyPicture line(1000, 1, 0);
-    EXPECT_THAT(line.fittedTo(3, 3).getPixels(), ElementsAre(255, 255, 255, 0, 0, 0, 255, 255, 255));
+    const GreyPicture line = GreyPicture(1000, 1, 0).scaledInto(3, 3);
+    EXPECT_EQ(line.getWidth(), 3U);
+    EXPECT_THAT(line.getPixels(), ElementsAre(0, 0, 0));
 }
 
 TEST(GreyPicture, innerSide_isRoundedHalfUp)
 {
-    // 3 × 2 in 5 × 5: 10 / 3 rows are 3; 2 × 1 in 5 × 5: 2.5 rows are 3.
-    EXPECT_EQ(GreyPicture(3, 2, 0).fittedTo(5, 5).get(0, 0), 255);
-    EXPECT_EQ(GreyPicture(3, 2, 0).fittedTo(5, 5).get(0, 1), 0);
-    EXPECT_EQ(GreyPicture(3, 2, 0).fittedTo(5, 5).get(0, 4), 255);
-    EXPECT_EQ(GreyPicture(2, 1, 0).fittedTo(5, 5).get(0, 3), 0);
-    EXPECT_EQ(GreyPicture(2, 1, 0).fittedTo(5, 5).get(0, 4), 255);
+    EXPECT_EQ(GreyPicture(3, 2, 0).scaledInto(5, 5).getHeight(), 3U); // 10 / 3
+    EXPECT_EQ(GreyPicture(2, 1, 0).scaledInto(5, 5).getHeight(), 3U); // 2.5
 }
 
-TEST(GreyPicture, emptyPicture_becomesWhite)
+TEST(GreyPicture, emptyPicture_staysEmpty)
 {
-    EXPECT_THAT(GreyPicture(0, 5, 0).fittedTo(2, 1).getPixels(), ElementsAre(255, 255));
-    EXPECT_THAT(GreyPicture(5, 0, 0).fittedTo(2, 1).getPixels(), ElementsAre(255, 255));
+    EXPECT_EQ(GreyPicture(0, 5, 0).scaledInto(2, 1).getHeight(), 0U);
+    EXPECT_EQ(GreyPicture(5, 0, 0).scaledInto(2, 1).getWidth(), 0U);
+    EXPECT_THAT(GreyPicture(0, 0, 0).centredOn(2, 1, 255).getPixels(), ElementsAre(255, 255));
 }
 
 TEST(GreyPicture, largestPicture_keepsItsShade)
 {
-    EXPECT_THAT(GreyPicture(16384, 1024, 254).fittedTo(255, 16).getPixels(), Each(254));
+    EXPECT_THAT(GreyPicture(16384, 1024, 254).scaledInto(255, 16).getPixels(), Each(254));
 }
 
 TEST(GreyPicture, invert_mirrorsShades)

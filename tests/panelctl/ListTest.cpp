@@ -1,4 +1,5 @@
 #include "ToolRun.h"
+#include "panelctl/UsbIds.h"
 
 #include <algorithm>
 
@@ -21,9 +22,11 @@ TEST(PanelctlList, noPanel_saysSo)
     const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"list"}));
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors,
-              "panelctl: no panel found: no USB device with the id dead:beef or a production panel's is attached.\n"
-              "  Is the panel powered and plugged in? `lsusb -d dead:beef` shows what the system sees.\n");
+    const std::vector<std::string> ids = UsbIds::list(); // dead:beef, unless configured otherwise
+    EXPECT_EQ(result.errors, "panelctl: no panel found: no USB device with the id " + UsbIds::join(ids, " or ") +
+                                 " is attached.\n"
+                                 "  Is the panel powered and plugged in? `lsusb -d " +
+                                 UsbIds::selectAll(ids) + "` shows what the system sees.\n");
 }
 
 TEST(PanelctlList, panels_areListedByUidWithoutALogLine)

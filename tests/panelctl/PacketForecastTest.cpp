@@ -69,6 +69,17 @@ TEST(PacketForecast, rowTooLongForASlice_neverLeaves)
     EXPECT_TRUE(PacketForecast(withLimit(1100), layersOf(stripes(255, 40), Form::RunLength)).isComplete());
 }
 
+// 255 runs and the marker are 256 words; 8, 3 and 7 bytes of headers, and one to spare.
+TEST(PacketForecast, neededLimit_isTheLeastThatWillDo)
+{
+    EXPECT_EQ(PacketForecast::findNeededLimit(layersOf(stripes(255, 40), Form::RunLength)), 1024U + 19);
+    EXPECT_EQ(PacketForecast::findNeededLimit(layersOf(stripes(249, 2), Form::RunLength)), 1025U);
+    ClientLcdBitmap empty(8, 8, 1);
+    empty.buffer.clear();
+    empty.encoded = 1;
+    EXPECT_EQ(PacketForecast::findNeededLimit({empty}), 0U);
+}
+
 TEST(PacketForecast, nothing_takesNothing)
 {
     const PacketForecast forecast(withLimit(8192), {});

@@ -1,5 +1,7 @@
 #include "ToolRun.h"
 
+#include <csignal>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -53,6 +55,25 @@ TEST(PanelctlSend, file_isSentAsItIs)
         runTool(panelctlOn({"--log", log.getPath()}, {"send", "--type", "0", "--file", payload.getPath()}));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(log.read(), HasSubstr("record type 0, 4 bytes: 61 00 0a ff\n"));
+}
+
+TEST(PanelctlSend, standardInput_isSentAsItIs)
+{
+    const TemporaryFile log;
+    const std::string run = std::string("'") + PANELSIM + "' run --log '" + log.getPath() + "' -- '" + PANELCTL + "'";
+    const ToolResult result =
+        runTool({"/bin/sh", "-c", "(printf 'a'; sleep 0.3; printf 'b\\000\\n') | " + run + " send --type 0 --file -"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(log.read(), HasSubstr("record type 0, 4 bytes: 61 62 00 0a\n"));
+}
+
+TEST(PanelctlSend, prefixesAndColons_areNoDigits)
+{
+    const TemporaryFile log;
+    const ToolResult result =
+        runTool(panelctlOn({"--log", log.getPath()}, {"send", "--type", "12", "--hex", " 0xdead:00:0X01  a1:0xB2c3 "}));
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(log.read(), HasSubstr("record type 12, 7 bytes: de ad 00 01 a1 b2 c3\n"));
 }
 
 // Neither replaced nor dropped as duplicates.
@@ -141,6 +162,20 @@ TEST(PanelctlSend, packetTakenInPart_fails)
                            "  The rest is lost, as a packet taken in part is not sent again. Check the panel's "
                            "firmware.\n"
                            "  Taken before that: "));
+}
+
+// The first twenty or more are taken before the fault.
+TEST(PanelctlSend, interruptedMeanwhile_saysHowManyWent)
+{
+    ToolRun run(panelctlOn({"--at", "500ms", "fault out silent sticky"},
+                           {"send", "--type", "5", "--hex", "00", "--repeat", "1000000"}));
+    run.let(std::chrono::milliseconds(2000));
+    run.sendSignalToTool(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_THAT(run.getErrors(), ContainsRegex("panelctl: interrupted, when panel 0101 \\(1-1\\) had taken "
+                                               "[1-9][0-9]* of 1000000 records\\.\n"
+                                               "  One more was on its way: whether the panel has got it is not "
+                                               "known\\.\n"));
 }
 
 TEST(PanelctlSend, unpluggedMeanwhile_saysSo)

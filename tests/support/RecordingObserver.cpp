@@ -66,7 +66,7 @@ void RecordingObserver::onParsedPacket(std::uint16_t deviceId, const PacketType&
 {
     std::string text = hex(deviceId) + " type " + std::to_string(static_cast<int>(type)) + ":";
     for (unsigned int i = 0; i < length; ++i)
-        text += " " + hex((&data.bytes[0])[i]);
+        text += " " + hex(payloadOf(data)[i]);
     write("parsed", text);
     if (whenParsed)
         whenParsed(deviceId);

@@ -22,7 +22,7 @@ public:
     void handleParsedPacket(unsigned short deviceId, const PacketType& type, const DataPacketUnion& data,
                             unsigned int size) override
     {
-        const std::uint8_t* const bytes = reinterpret_cast<const std::uint8_t*>(&data);
+        const std::uint8_t* const bytes = payloadOf(data);
         Parsed parsed{deviceId, {static_cast<int>(type), Bytes(bytes, bytes + size)}, bytes, {}};
         if (size < sizeof data)
             parsed.padding.assign(bytes + size, bytes + sizeof data);

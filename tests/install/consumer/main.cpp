@@ -24,7 +24,7 @@ public:
     void handleParsedPacket(unsigned short, const PacketType& type, const DataPacketUnion& data,
                             unsigned int size) override
     {
-        m_isSeen = type == static_cast<PacketType>(5) && size == 2 && std::memcmp(data.bytes, "ok", 2) == 0;
+        m_isSeen = type == static_cast<PacketType>(5) && size == 2 && std::memcmp(payloadOf(data), "ok", 2) == 0;
     }
 
     bool m_isSeen = false;

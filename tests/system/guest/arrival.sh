@@ -2,15 +2,17 @@
 
 inBackground /tmp/watch.log 'panelctl watch --duration 600'
 watch=$background
-says 'waiting for one' /tmp/watch.log
+check 'the tool waits for a panel' says 'waiting for one' /tmp/watch.log
 attach --panels 1
 check 'a panel plugged in while the tool watches arrives' says '0101  arrived  at 1-1' /tmp/watch.log
+check '... and is open, once' holds 1 "$watch"
 tell unplug
 check '... and leaves when it is unplugged' says '0101  left' /tmp/watch.log
+check '... and is not held open' holds 0 "$watch"
 tell plug
 check '... and arrives again' says '0101  arrived  at 1-1' /tmp/watch.log 2
-kill "$watch"
-check 'the watching tool ends in order' endsWith 143 "$watch"
+check '... and is open, once' holds 1 "$watch"
+check 'the watching tool ends in order' endsInOrder "$watch" /tmp/watch.log
 
 udevadm settle --timeout=30
 ls -l "$(nodes)" > /tmp/node.log
@@ -29,4 +31,4 @@ as member 'panelctl info' > /tmp/info.log 2>&1
 check 'info: what the panel says of itself' grep -q '^uid  *0101$' /tmp/info.log
 check '... and its packet limit' grep -q '^packet limit  *8192 bytes' /tmp/info.log
 check 'the simulated panel saw no violation' detach
-check 'no node is left' await 30 noNode
+check 'no node is left' await noNode

@@ -42,33 +42,73 @@ verdict() {
   [ "$checksFailed" -eq 0 ]
 }
 
-# as USER COMMAND: a shell command, with that user's groups and no more.
-as() {
-  su "$1" -c "$2"
+# A process that has ended, waited for or not.
+isGone() {
+  local state
+  { read -r _ _ state _ < "/proc/$1/stat"; } 2> /dev/null || return 0
+  [ "$state" = Z ]
 }
 
-# await SECONDS COMMAND...: tries until the command succeeds. The limit is for a guest
-# that is stuck, not for one that is slow.
+killStuck() {
+  echo "process $1 did not end and is killed"
+  kill -KILL "$1"
+}
+
+# as USER COMMAND: a shell command, with that user's groups and no more. It is killed when
+# it does not end.
+as() {
+  local process code=0
+  su "$1" -c "$2" &
+  process=$!
+  await isGone $process || killStuck $process
+  wait $process || code=$?
+  return $code
+}
+
+# Seconds for each wait: for what never comes, however slow the guest. When that has been
+# waited for once, the guest has failed, and the rest need not take long.
+patience=120
+
+# await COMMAND...: tries until the command succeeds. While it waits the console goes on,
+# as its silence counts as a guest that is stuck.
 await() {
-  local left=$(($1 * 5))
-  shift
+  local begin now told
+  read -r begin _ < /proc/uptime
+  begin=${begin%.*}
+  told=$begin
   until "$@"; do
-    left=$((left - 1))
-    [ $left -gt 0 ] || return 1
-    usleep 200000
+    read -r now _ < /proc/uptime
+    now=${now%.*}
+    if [ $((now - begin)) -ge $patience ]; then
+      patience=20
+      return 1
+    fi
+    if [ $((now - told)) -ge 10 ]; then
+      told=$now
+      echo "waiting: $*" > /dev/console
+    fi
+    usleep 100000
   done
 }
 
 # says PATTERN FILE [TIMES]: so many lines of the file have it, or will.
 says() {
-  await 30 atLeast "${3-1}" "$1" "$2" && return
-  echo "within 30 s there were not ${3-1} lines with '$1'; the file ends with:"
+  await atLeast "${3-1}" "$1" "$2" && return
+  echo "there were not ${3-1} lines with '$1', and none came; the file ends with:"
   tail -n 20 "$2"
   return 1
 }
 
 atLeast() {
   [ "$(grep -c -e "$2" "$3")" -ge "$1" ]
+}
+
+# has PATTERN FILE: a line has it, now.
+has() {
+  grep -q -e "$1" "$2" && return
+  echo "no line with '$1'; the file begins with:"
+  head -n 20 "$2"
+  return 1
 }
 
 # counts NUMBER PATTERN FILE: so many lines have it, now.

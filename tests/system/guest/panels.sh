@@ -13,12 +13,12 @@ attach() {
   mkfifo /tmp/orders
   : > "$simulatorLog"
   : > "$eventLog"
-  await 30 noNode || failed 'the panels before have gone'
+  await noNode || failed 'the panels before have gone'
   panelsim attach --log "$eventLog" "$@" < /tmp/orders > "$simulatorLog" 2>&1 &
   simulator=$!
   exec 3> /tmp/orders
-  await 30 grep -q attached "$simulatorLog" || failed 'the simulated panels can be attached' "$simulatorLog"
-  await 30 anyNode || failed 'the kernel makes a node for a panel' "$simulatorLog"
+  await grep -q attached "$simulatorLog" || failed 'the simulated panels can be attached' "$simulatorLog"
+  await anyNode || failed 'the kernel makes a node for a panel' "$simulatorLog"
   udevadm settle --timeout=30 2> /dev/null
 }
 
@@ -31,7 +31,7 @@ tell() {
 detach() {
   tell quit
   exec 3>&-
-  await 30 isGone "$simulator" || kill -KILL "$simulator"
+  await isGone "$simulator" || killStuck "$simulator"
   wait "$simulator" && return
   tail -n 20 "$simulatorLog"
   return 1
@@ -49,12 +49,11 @@ nodes() {
 anyNode() { [ -n "$(nodes)" ]; }
 noNode() { [ -z "$(nodes)" ]; }
 
-# A process that has ended, waited for or not.
-isGone() {
-  case $(cut -d ' ' -f 3 "/proc/$1/stat" 2> /dev/null) in
-    '' | Z) return 0 ;;
-  esac
-  return 1
+# holds NUMBER PROCESS: so many panels' nodes are open in it, those of panels that are gone
+# among them.
+holds() {
+  ls -l "/proc/$2/fd" > /tmp/fd.log
+  counts "$1" '-> /dev/bus/usb/' /tmp/fd.log
 }
 
 # inBackground FILE COMMAND: as member; `background` is its process.
@@ -64,13 +63,25 @@ inBackground() {
   background=$!
 }
 
-# endsWith CODE PROCESS: it ends, and so.
+# endsWith CODE PROCESS: it ends, and so. It is killed when it does not end.
 endsWith() {
   local code=0
-  await 60 isGone "$2" || return 1
+  await isGone "$2" || killStuck "$2"
   wait "$2" || code=$?
   echo "exit code $code, expected $1"
   [ $code -eq "$1" ]
+}
+
+# endsInOrder PROCESS FILE: told to end, a watching tool sums up, and only after the library
+# has shut down it says why. The exit code alone is also that of a tool that SIGTERM killed.
+endsInOrder() {
+  kill "$1"
+  endsWith 143 "$1" || return 1
+  grep -q '[0-9] packets*, [0-9]* arrivals*, [0-9]* departures*$' "$2" &&
+    [ "$(tail -n 1 "$2")" = 'panelctl: interrupted' ] && return
+  echo 'its output ends with:'
+  tail -n 5 "$2"
+  return 1
 }
 
 # exits CODE USER COMMAND

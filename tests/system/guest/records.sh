@@ -13,15 +13,14 @@ check '... and so does the record after it' exits 0 member 'panelctl send --type
 check '... whole' counts 1 'record type 7, 2 bytes: aa bb$' "$eventLog"
 
 inBackground /tmp/watch.log 'panelctl watch --count 131 --duration 600'
-says arrived /tmp/watch.log
+check 'watch: the panel is there' says arrived /tmp/watch.log
 i=0
 while [ $i -lt 30 ]; do
   i=$((i + 1))
   tell "$(printf 'emit type=20 hex=%02x' $i)"
 done
 tell 'emit type=21 size=64 count=100 every=2'
-check 'watch: packets are handed over until the count is reached' await 60 isGone "$background"
-wait "$background"
+check 'watch: packets are handed over until the count is reached' endsWith 0 "$background"
 sed -n 's/.*type 20  *1 bytes*  *//p' /tmp/watch.log | tr '\n' ' ' > /tmp/order.log
 i=0
 while [ $i -lt 30 ]; do

@@ -354,6 +354,28 @@ TEST(UsbDevice, destructor_marksDeadCleansUpAndFreesBothTransfers)
     }
 }
 
+TEST(UsbDevice, destructorOfAnAliveDevice_letsItsSendComplete)
+{
+    DeviceRig rig;
+    rig.open();
+    rig.add(5, {1});
+    rig.usb.completeAfter(200ms, rig.panel, FakeLibusb::outEndpoint, LIBUSB_TRANSFER_COMPLETED, 12);
+    rig.device.reset();
+    EXPECT_THAT(rig.usb.takeCompletions(), ElementsAre("1-4 0x02 status 0"));
+}
+
+TEST(UsbDevice, destructor_keepsItsIdentityUntilItsHandleIsClosed)
+{
+    DeviceRig rig;
+    rig.open();
+    std::unique_ptr<UsbDevice> next;
+    rig.usb.onCall("close", [&] { next = rig.make({1, 4}); });
+    rig.device.reset();
+    ASSERT_NE(next, nullptr);
+    EXPECT_EQ(next->getUid(), 0x105);
+    EXPECT_EQ(next->getId(), 1u);
+}
+
 TEST(UsbDevice, destructorWithTransfersInFlight_takesThemBackBeforeTheClose)
 {
     DeviceRig rig;

@@ -547,6 +547,23 @@ TEST(UsbDevice, pendingCancel_cancelsTheReadThenTheSendOnce)
     rig.usb.ignoreCancel(false);
 }
 
+TEST(UsbDevice, deviceThatDiesInThePollsSend_isPolledToTheEnd)
+{
+    DeviceRig rig;
+    rig.add(5, {1}); // before the open: it waits
+    rig.open();
+    rig.device->startFirmwareUpgrade("/nonexistent", "/nonexistent", nullptr);
+    EXPECT_THAT(rig.log.take(), testing::HasSubstr("Error opening file"));
+    rig.usb.script("submit_transfer 0x02", LIBUSB_ERROR_IO);
+    EXPECT_EQ(rig.logged(2, [&] { rig.poll(2s + 1ns); }), "[libusb] TX LIBUSB_ERROR_IO\n");
+    EXPECT_FALSE(rig.device->isAlive());
+    EXPECT_THAT(rig.usb.takeTrace(),
+                ElementsAre("submit 1-4 0x81", "submit 1-4 0x02", "cancel 1-4 0x81", "cancel unused"));
+    EXPECT_FALSE(Access::cancelPending(*rig.device));
+    EXPECT_TRUE(rig.device->getPacker().hasMoreData()) << "the device-information request";
+    EXPECT_FALSE(rig.device->isUpdating()) << "the firmware step: with two empty images it is the last";
+}
+
 // Device-information requests.
 
 TEST(UsbDevice, informationRequest_isSentMoreThanTwoSecondsAfterConstruction)

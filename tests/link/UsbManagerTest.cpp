@@ -335,6 +335,22 @@ TEST(UsbManagerDeathTest, endOfTheProcess_destroysAManagerThatIsStillThere)
         testing::ExitedWithCode(0), "deregister 3, deregister 4, cancel 1-4 0x81, .*close 1-4, .*exit, ");
 }
 
+// There the instance is still known to the callback.
+TEST(UsbManagerDeathTest, endOfTheProcess_ignoresHotplugBeforeItDeregisters)
+{
+    ManagerRig rig;
+    EXPECT_EXIT(
+        {
+            rig.start();
+            libusb_device* const panel = rig.usb.attach({});
+            rig.usb.onCall("hotplug_deregister_callback", [panel] { hotplug(panel, arrived); });
+            s_watchedAtExit = &rig.usb;
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        testing::AllOf(testing::HasSubstr("deregister 3, deregister 4"), Not(testing::HasSubstr("open"))));
+}
+
 TEST(UsbManager, sync_waitsForEveryDeviceInTurn)
 {
     ManagerRig rig;
@@ -436,6 +452,17 @@ TEST(UsbManager, departureLog_isASummaryAndATrace)
             expected += "@UsbManager: >> Device unplugged end\n";
         EXPECT_EQ(text, expected) << "nobody knows it, so nothing else happens";
     }
+}
+
+TEST(UsbManager, departureLog_comesBeforeTheDevicesDeath)
+{
+    ManagerRig rig;
+    rig.start();
+    libusb_device* const device = rig.arrive();
+    EXPECT_EQ(rig.logged(4, [&] { hotplug(device, left); }),
+              "[libusb] >> Device unplugged: dead:beef dev=" + printed(device) +
+                  "\n[libusb] UsbDevice::markDead() uid=104\n");
+    rig.usb.pass();
 }
 
 TEST(UsbManager, otherEvent_doesNothing)
@@ -766,6 +793,20 @@ TEST(UsbManager, closeAllDevicesWithASendThatDoesNotEnd_cancelsItAfterTheGrace)
     EXPECT_THAT(rig.usb.takeCompletions(), ElementsAre("1-4 0x81 status 3", "1-4 0x02 status 3"));
     EXPECT_GE(VirtualClock::now() - start, 250ms);
     EXPECT_LT(VirtualClock::now() - start, 400ms);
+}
+
+TEST(UsbManager, closeAllDevicesOfADeadDevice_givesItsSendNoGrace)
+{
+    ManagerRig rig;
+    rig.start();
+    rig.arrive();
+    const std::uint8_t byte = 1;
+    const auto device = rig.manager->getDevice(0x104);
+    device->getPacker().addStructData(&byte, 1u, static_cast<PacketType>(5));
+    device->markDead();
+    const auto start = VirtualClock::now();
+    rig.closeAllDevices();
+    EXPECT_LT(VirtualClock::now() - start, 100ms);
 }
 
 TEST(UsbManager, closeAllDevicesWithTransfersThatDoNotComeBack_givesUpAfterOneSecond)

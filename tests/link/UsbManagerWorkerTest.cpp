@@ -131,6 +131,15 @@ TEST(UsbManager, arrivalsWithoutAnObserver_areDrivenAllTheSame)
     EXPECT_THAT(rig.manager->getDeviceListSafe(), IsEmpty());
 }
 
+TEST(UsbManager, arrival_isToldBeforeItsFirstPoll)
+{
+    ManagerRig rig;
+    rig.observer.whenAdded = [&rig](std::uint16_t) { rig.usb.takeTrace(); };
+    rig.start();
+    rig.arrive();
+    EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("submit 1-4 0x81"));
+}
+
 TEST(UsbManager, arrivedDevice_isPolledInTheSamePass)
 {
     ManagerRig rig;
@@ -273,6 +282,22 @@ TEST(UsbManager, registryCheck_comesMoreThanFiveSecondsAfterTheLast)
     }
 }
 
+TEST(UsbManager, registryCheck_isDatedByItsPass)
+{
+    ManagerRig rig;
+    pthread_t worker{};
+    rig.usb.onCall("handle_events", [&worker] { worker = pthread_self(); });
+    rig.start();
+    rig.usb.pass();
+    const auto check = VirtualClock::now() + 6s;
+    VirtualClock::tickPerSystemRead(1s, worker); // a second reading would be later
+    rig.usb.passAfter(6s);
+    VirtualClock::tickPerSystemRead(0s, worker);
+    EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("list", "free-list"));
+    rig.usb.passAfter(check + 5s + 1ns - VirtualClock::now());
+    EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("list", "free-list"));
+}
+
 TEST(UsbManager, idleWorker_checksTheBusInEveryFifthPass)
 {
     ManagerRig rig;
@@ -324,6 +349,20 @@ TEST(UsbManager, deadDevice_isReportedByTheCheckAndRetiredInTheNextPass)
         EXPECT_EQ(rig.manager->getDevice(0x105), nullptr);
         EXPECT_THAT(rig.usb.takeTrace(), Contains("close 1-5"));
     }
+}
+
+TEST(UsbManager, completionOfADeviceThatTheCheckFoundDead_isDropped)
+{
+    ManagerRig rig;
+    rig.start();
+    libusb_device* const panel = rig.arrive();
+    const auto device = rig.manager->getDevice(0x104);
+    device->markDead();
+    rig.usb.vanish(panel);
+    EXPECT_EQ(rig.logged(3, [&] { rig.usb.passAfter(6s); }), "[libusb] found dead device: uid=104 id=0\n");
+    rig.usb.receive(panel, {1, 2, 3});
+    rig.usb.passAfter(0s);
+    EXPECT_EQ(device->getReceivedData(), 0u);
 }
 
 TEST(UsbManager, strayDevice_isReportedByItsIdAndAnnouncedInTheNextPass)

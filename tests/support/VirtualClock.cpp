@@ -32,6 +32,7 @@ std::atomic<unsigned int> s_sleeps{0};
 std::mutex s_hookMutex;
 std::function<void()> s_sleepHook;
 
+thread_local std::function<void()> t_readHook;
 thread_local std::int64_t t_lastSeen = -1;
 thread_local int t_repeats = 0;
 
@@ -120,6 +121,11 @@ void VirtualClock::tickPerSteadyRead(std::chrono::nanoseconds amount)
     s_steadyTick = amount.count();
 }
 
+void VirtualClock::onSystemRead(std::function<void()> hook)
+{
+    t_readHook = std::move(hook);
+}
+
 void VirtualClock::waitForPolling()
 {
     const unsigned long before = s_pauses;
@@ -146,6 +152,8 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
     using namespace Vantor::Test;
     if (s_installed && clock == CLOCK_REALTIME) {
+        if (t_readHook)
+            t_readHook();
         *time = read(systemBase + s_step, systemTick());
         return 0;
     }

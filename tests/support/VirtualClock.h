@@ -34,6 +34,9 @@ public:
     static void tickPerSystemRead(std::chrono::nanoseconds amount, pthread_t thread);
     static void tickPerSteadyRead(std::chrono::nanoseconds amount);
 
+    // Called inside every read of the system clock by the calling thread, before it.
+    static void onSystemRead(std::function<void()> hook);
+
     // Blocks until some thread polls, as the receive thread does once it waits for a message.
     static void waitForPolling();
 

@@ -335,6 +335,26 @@ TEST(PriorityPacker, encodedMoreMarkersThanRowsLeft_endsTheLayer)
     expectCursor(bitmap, 0, 0, 1);
 }
 
+// Markers are counted in eight bits: 256 of them are none, and the rows before one that
+// is the first again are 255.
+TEST(PriorityPacker, encoded256MarkersWithinReach_areASliceOf255Rows)
+{
+    PackerWith packer(11 + 4 * 255); // reaches offset 1020, the 256th marker
+    const ClientLcdBitmap bitmap = encodedLayer(10, Bytes(4 * 300, 0xFF));
+    EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 10u + 1020u);
+    EXPECT_EQ(packetOf(packer).at(16), 255);
+    expectCursor(bitmap, 0, 0, 1);
+}
+
+TEST(PriorityPacker, encoded257MarkersWithinReach_areNotSent)
+{
+    PackerWith packer(11 + 4 * 256);
+    const ClientLcdBitmap bitmap = encodedLayer(10, Bytes(4 * 300, 0xFF));
+    EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
+    EXPECT_EQ(packer.getPacketCount(), 0u);
+    expectCursor(bitmap, 0, 0, 0);
+}
+
 // A run of 255 white pixels encodes like a marker; nothing tells them apart.
 TEST(PriorityPacker, encodedRunThatLooksLikeAMarker_countsAsOne)
 {

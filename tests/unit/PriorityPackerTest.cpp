@@ -5,12 +5,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <future>
 #include <map>
+#include <mutex>
 #include <numeric>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -452,6 +455,36 @@ TEST(PriorityPacker, observer_findsTheRecordWaiting)
     packer.setObserver(&observer);
     queue(packer, 5, {1});
     EXPECT_EQ(packed, (Records{{5, {1}}}));
+}
+
+TEST(PriorityPacker, everyUseOfTheData_waitsForItsMutex)
+{
+    PriorityPacker packer(1100);
+    const std::uint8_t byte = 1;
+    const std::function<void()> uses[] = {
+        [&] { packer.addStructData(&byte, 1, typeOf(5)); },
+        [&] { packer.addStructData(&byte, 1, typeOf(5), 7); },
+        [&] { packer.drawBitmapData(ClientLcdBitmap(8, 1, 1)); },
+        [&] { packer.lockLcd(0); },
+        [&] { packer.unlockLcd(0); },
+        [&] { packer.flattenLcdImage(0); },
+        [&] { packer.setDeviceInformation(DeviceInformation{}); },
+        [&] { packer.hasMoreData(); },
+        [&] { packer.prepareNextPacket(); },
+        [&] { packer.clearData(); },
+    };
+    std::unique_lock<std::mutex> held(reach(DataMutex{}, packer));
+    std::vector<std::future<void>> running;
+    for (const auto& use : uses)
+        running.push_back(std::async(std::launch::async, use));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // a use without the lock is over by then
+    for (std::size_t i = 0; i < running.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(running[i].wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    }
+    held.unlock();
+    for (auto& use : running)
+        use.get();
 }
 
 TEST(PriorityPacker, observer_isCalledUnderItsOwnMutexAlone)

@@ -3,6 +3,7 @@
 // and emptied per iteration; items are records.
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
+#include "wire/RecordHeader.h"
 
 #include <cstring>
 #include <vector>

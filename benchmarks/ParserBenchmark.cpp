@@ -4,6 +4,7 @@
 
 #include "protocol/PackedPacketParser.h"
 #include "protocol/PacketPacker.h"
+#include "wire/RecordHeader.h"
 
 #include <cstring>
 #include <vector>

@@ -8,11 +8,12 @@ include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
 set(morvaneIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/morvane)
 set(morvaneConfigDir ${CMAKE_INSTALL_LIBDIR}/cmake/MorvaneHostUsb)
 
-install(TARGETS protocol MorvaneHostUsb MorvaneProtocol
+install(TARGETS protocol wire MorvaneHostUsb MorvaneProtocol
   EXPORT MorvaneHostUsbTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
   NAMELINK_COMPONENT development)
 install(FILES ${morvaneProtocolHeaders} DESTINATION ${morvaneIncludeDir}/protocol COMPONENT development)
+install(FILES ${morvaneWireHeaders} DESTINATION ${morvaneIncludeDir}/wire COMPONENT development)
 install(FILES ${morvaneLibraryHeaders} DESTINATION ${morvaneIncludeDir}/libMorvaneHostUsb COMPONENT development)
 
 foreach(program panelctl panelsim)

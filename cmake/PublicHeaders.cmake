@@ -11,11 +11,14 @@ set(morvaneProtocolHeaders
   protocol/PacketHeader.h
   protocol/PacketPacker.h
   protocol/PacketType.h
-  protocol/PanelLink.h
   protocol/ReqDeviceInfo.h
-  protocol/SliceHeader.h
   protocol/TransLcdBitmap.h
   protocol/Visibility.h
+)
+set(morvaneWireHeaders
+  wire/PanelLink.h
+  wire/RecordHeader.h
+  wire/SliceHeader.h
 )
 set(morvaneLibraryHeaders
   libMorvaneHostUsb/BitmapImage.h

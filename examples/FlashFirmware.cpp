@@ -5,6 +5,7 @@
 #include "protocol/FirmwareData.h"
 #include "protocol/PacketHeader.h"
 #include "protocol/ReqDeviceInfo.h"
+#include "wire/RecordHeader.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,8 +1,9 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
 #include "libMorvaneHostUsb/LcdHelper.h"
-#include "protocol/PanelLink.h"
-#include "protocol/SliceHeader.h"
+#include "wire/PanelLink.h"
+#include "wire/SliceHeader.h"
+#include "wire/RecordHeader.h"
 
 // The one hard stop of the slice writers stays in every build.
 #undef NDEBUG

@@ -3,7 +3,7 @@
 #include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/LogOutput.h"
 #include "libMorvaneHostUsb/TransferAccount.h"
-#include "protocol/PanelLink.h"
+#include "wire/PanelLink.h"
 
 #include <utility>
 

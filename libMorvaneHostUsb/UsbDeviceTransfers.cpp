@@ -4,7 +4,7 @@
 #include "libMorvaneHostUsb/UsbDevice.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
-#include "protocol/PanelLink.h"
+#include "wire/PanelLink.h"
 
 #include <algorithm>
 #include <cstring>

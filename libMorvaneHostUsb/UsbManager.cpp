@@ -5,7 +5,7 @@
 #include "libMorvaneHostUsb/TransferAccount.h"
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
 #include "protocol/PacketHeader.h"
-#include "protocol/PanelLink.h"
+#include "wire/PanelLink.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,15 +1,14 @@
 #include "panelctl/CommandLine.h"
 
 #include "libMorvaneHostUsb/UsbManager.h"
-#include "panelctl/DrawCommand.h"
-#include "panelctl/Failure.h"
-#include "panelctl/InfoCommand.h"
-#include "panelctl/ListCommand.h"
-#include "panelctl/SendCommand.h"
-#include "panelctl/UsbIds.h"
-#include "panelctl/WatchCommand.h"
-#include "panelctl/Wording.h"
-#include "panelctl/demo/DemoCommand.h"
+#include "panelctl/command/DrawCommand.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/command/InfoCommand.h"
+#include "panelctl/command/ListCommand.h"
+#include "panelctl/command/SendCommand.h"
+#include "panelctl/session/UsbIds.h"
+#include "panelctl/command/WatchCommand.h"
+#include "panelctl/terminal/Wording.h"
 #include "panelctl/flash/FlashCommand.h"
 #include "protocol/PacketType.h"
 
@@ -183,7 +182,6 @@ private:
     void addSend();
     void addDraw();
     void addFlash();
-    void addDemo();
     std::chrono::nanoseconds getTimeout() const;
     CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
     CLI::Option* addPanel(CLI::App& command);
@@ -207,7 +205,6 @@ private:
     FlashCommand::Options m_flash;
     std::string m_size = "144x168";
     std::string m_position = "0,0";
-    bool m_anyPanel = false;
 };
 
 Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "panelctl")
@@ -237,7 +234,6 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     addSend();
     addDraw();
     addFlash();
-    addDemo();
 }
 
 CLI::App* Parser::add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make)
@@ -389,14 +385,7 @@ void Parser::addDithering(CLI::App& command)
         ->check(numberBetween(0, 255, "a threshold"));
 }
 
-void Parser::addDemo()
-{
-    CLI::App* const command = add("demo", "Drive simulated panels and report; ./run-demo runs it",
-                                  [this] { return std::make_unique<DemoCommand>(m_anyPanel); });
-    command->add_flag("--any-panel", m_anyPanel, "Also send the demo's made-up records to real panels");
-}
-
-// "list, info and demo"
+// "list, info and flash"
 std::string Parser::listCommands() const
 {
     std::string text;

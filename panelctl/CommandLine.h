@@ -1,6 +1,6 @@
 #pragma once
 
-#include "panelctl/Command.h"
+#include "panelctl/command/Command.h"
 
 #include <memory>
 #include <string>

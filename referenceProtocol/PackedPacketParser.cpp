@@ -1,6 +1,7 @@
 #include "protocol/PackedPacketParser.h"
 
 #include "protocol/PacketHeader.h"
+#include "wire/RecordHeader.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,7 @@
 #include "protocol/PacketPacker.h"
 
 #include "referenceProtocol/WireFormat.h"
+#include "wire/RecordHeader.h"
 
 #include <algorithm>
 #include <cstring>

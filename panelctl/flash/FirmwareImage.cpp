@@ -1,10 +1,10 @@
 #include "panelctl/flash/FirmwareImage.h"
 
-#include "panelctl/Failure.h"
-#include "panelctl/Wording.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Wording.h"
 #include "protocol/FirmwareData.h"
 #include "protocol/PacketPacker.h"
-#include "protocol/PanelLink.h"
+#include "wire/PanelLink.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "panelctl/Command.h"
-#include "panelctl/Panel.h"
+#include "panelctl/command/Command.h"
+#include "panelctl/session/Panel.h"
 #include "panelctl/flash/FirmwareImages.h"
 
 #include <chrono>

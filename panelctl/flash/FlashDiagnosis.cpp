@@ -1,10 +1,11 @@
 #include "panelctl/flash/FlashDiagnosis.h"
 
-#include "panelctl/Diagnosis.h"
-#include "panelctl/Wording.h"
+#include "panelctl/session/Diagnosis.h"
+#include "panelctl/terminal/Wording.h"
 #include "panelctl/flash/FlashRun.h"
 #include "protocol/PacketHeader.h"
-#include "protocol/PanelLink.h"
+#include "wire/PanelLink.h"
+#include "wire/RecordHeader.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,7 +1,7 @@
 #include "panelctl/flash/FlashRun.h"
 
-#include "panelctl/Interrupt.h"
-#include "panelctl/Output.h"
+#include "panelctl/session/Interrupt.h"
+#include "panelctl/terminal/Output.h"
 #include "panelctl/flash/FlashDiagnosis.h"
 #include "panelctl/flash/ProgressDisplay.h"
 

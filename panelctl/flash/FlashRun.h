@@ -1,7 +1,7 @@
 #pragma once
 
-#include "panelctl/Panel.h"
-#include "panelctl/Session.h"
+#include "panelctl/session/Panel.h"
+#include "panelctl/session/Session.h"
 #include "panelctl/flash/FirmwareImages.h"
 #include "panelctl/flash/FlashReplies.h"
 

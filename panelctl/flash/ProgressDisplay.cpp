@@ -1,7 +1,7 @@
 #include "panelctl/flash/ProgressDisplay.h"
 
 #include "libMorvaneHostUsb/Log.h"
-#include "panelctl/Output.h"
+#include "panelctl/terminal/Output.h"
 #include "panelctl/flash/ProgressBar.h"
 
 namespace Vantor {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "panelctl/StatusLine.h"
+#include "panelctl/terminal/StatusLine.h"
 #include "panelctl/flash/FirmwareImages.h"
 #include "panelctl/flash/ProgressMeter.h"
 

@@ -1,7 +1,7 @@
 #include "panelctl/picture/PacketForecast.h"
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
-#include "protocol/PanelLink.h"
+#include "wire/PanelLink.h"
 
 #include <algorithm>
 

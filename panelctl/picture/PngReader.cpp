@@ -1,7 +1,7 @@
 #include "panelctl/picture/PngReader.h"
 
-#include "panelctl/Failure.h"
-#include "panelctl/Wording.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <array>
 #include <cerrno>

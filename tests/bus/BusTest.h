@@ -1,7 +1,7 @@
 #pragma once
 
-#include "simulator/ClientProcess.h"
-#include "simulator/VirtualBus.h"
+#include "simulator/usbfs/ClientProcess.h"
+#include "simulator/usbfs/VirtualBus.h"
 #include "tests/bus/LineReader.h"
 
 #include <chrono>

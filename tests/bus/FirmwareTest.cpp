@@ -1,4 +1,4 @@
-#include "simulator/FlashFolder.h"
+#include "simulator/panelsim/FlashFolder.h"
 #include "tests/bus/BusTest.h"
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "simulator/ClientProcess.h"
+#include "simulator/usbfs/ClientProcess.h"
 #include "tests/bus/BusTest.h"
 
 #include <csignal>

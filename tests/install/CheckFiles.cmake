@@ -21,11 +21,12 @@ set(expected
   protocol/PacketHeader.h
   protocol/PacketPacker.h
   protocol/PacketType.h
-  protocol/PanelLink.h
   protocol/ReqDeviceInfo.h
-  protocol/SliceHeader.h
   protocol/TransLcdBitmap.h
   protocol/Visibility.h
+  wire/PanelLink.h
+  wire/RecordHeader.h
+  wire/SliceHeader.h
 )
 file(GLOB_RECURSE found RELATIVE ${prefix}/${includeDir}/morvane ${prefix}/${includeDir}/*)
 list(SORT found)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/PanelModel.h"
+#include "simulator/panel/PanelModel.h"
 #include "tests/support/FakeLibusb.h"
 
 #include <chrono>

@@ -6,7 +6,7 @@
 #include "libMorvaneHostUsb/UsbDevice.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "protocol/PackedPacketParser.h"
-#include "protocol/PanelLink.h"
+#include "wire/PanelLink.h"
 
 #include <cstdio>
 #include <cstring>

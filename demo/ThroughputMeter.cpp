@@ -1,0 +1,69 @@
+#include "demo/ThroughputMeter.h"
+
+#include "panelctl/command/Delivery.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Wording.h"
+#include "demo/DemoRecords.h"
+#include "protocol/PacketHeader.h"
+
+#include <algorithm>
+
+namespace Vantor {
+
+namespace {
+
+using Clock = Session::Clock;
+
+constexpr std::chrono::seconds limit{15};
+constexpr std::chrono::microseconds readStep{50};
+
+// A last packet under way is over when nothing more was counted for this long.
+constexpr std::chrono::milliseconds quietTime{50};
+
+// When the last byte was counted; throws Failure when that does not come about.
+Clock::time_point awaitAll(Session& session, std::vector<Delivery>& deliveries, Clock::time_point start)
+{
+    std::uint64_t taken = 0;
+    Clock::time_point lastChange = start;
+    const bool inTime = session.waitUntil(start + limit, readStep, [&] {
+        std::uint64_t total = 0;
+        for (Delivery& delivery : deliveries)
+            total += delivery.getTakenBytes();
+        const auto now = Clock::now();
+        if (total != taken)
+            lastChange = now;
+        taken = total;
+        return now - lastChange > quietTime &&
+               std::all_of(deliveries.begin(), deliveries.end(), [](Delivery& delivery) { return delivery.isTaken(); });
+    });
+    if (!inTime)
+        throw Failure(ExitCode::TimedOut, "the panels have not taken all records within " + formatSeconds(limit) +
+                                              ".\nHas one stalled, or left? The demo needs all up to step 5.");
+    return lastChange;
+}
+
+} // namespace
+
+ThroughputMeter::ThroughputMeter(std::uint32_t records) : m_records(records) {}
+
+void ThroughputMeter::measure(Session& session)
+{
+    const std::vector<Panel> panels = session.getPanels();
+    std::vector<Delivery> deliveries(panels.begin(), panels.end());
+    const auto start = Clock::now();
+    for (std::uint32_t number = 0; number < m_records; ++number)
+        for (Delivery& delivery : deliveries)
+            DemoRecords::give(delivery, number);
+    const auto end = awaitAll(session, deliveries, start);
+
+    m_seconds = std::chrono::duration<double>(end - start).count();
+    m_totalRecords = m_records * deliveries.size();
+    std::uint64_t recordBytes = 0;
+    for (Delivery& delivery : deliveries) {
+        recordBytes += delivery.getRecordBytes();
+        m_totalBytes += delivery.getTakenBytes();
+    }
+    m_totalPackets = (m_totalBytes - recordBytes) / sizeof(PacketHeader);
+}
+
+} // namespace Vantor

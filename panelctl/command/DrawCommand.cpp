@@ -1,0 +1,87 @@
+#include "panelctl/command/DrawCommand.h"
+
+#include "panelctl/command/Drawing.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Output.h"
+#include "panelctl/session/Session.h"
+#include "panelctl/terminal/Wording.h"
+#include "panelctl/picture/PngReader.h"
+
+#include <cinttypes>
+
+namespace Vantor {
+
+namespace {
+
+// A slice's top row is one byte, and wraps.
+constexpr unsigned int lcdRows = 256;
+
+PictureLayers::Place placeOf(const DrawCommand::Options& options)
+{
+    return {options.lcd, options.x, options.y};
+}
+
+std::vector<ClientLcdBitmap> makeLayers(const DrawCommand::Options& options, PictureLayers::Form form)
+{
+    if (options.y + options.height > lcdRows)
+        throw Failure(ExitCode::Usage, "draw: " + std::to_string(options.height) + " rows from row " +
+                                           std::to_string(options.y) +
+                                           " on reach past row 255, the last one that an "
+                                           "LCD can have.\nMake it lower with --size, or "
+                                           "place it higher with --at.");
+    GreyPicture picture = PngReader::read(options.file).scaledInto(options.width, options.height);
+    if (options.invert)
+        picture.invert();
+    // Before it gets its margins: white that takes errors on wraps and turns black.
+    picture.dither(options.dither, options.threshold);
+    const std::uint8_t margin = options.invert ? GreyPicture::black : GreyPicture::white;
+    return PictureLayers::make(picture.centredOn(options.width, options.height, margin), placeOf(options), form);
+}
+
+} // namespace
+
+DrawCommand::DrawCommand(std::chrono::nanoseconds timeout, const Options& options)
+    : m_timeout(timeout), m_options(options),
+      m_form(PictureLayers::choose(options.encoded ? PictureLayers::Form::RunLength : PictureLayers::Form::Raw,
+                                   options.width, placeOf(options))),
+      m_layers(makeLayers(options, m_form))
+{}
+
+void DrawCommand::run(Session& session, Output& output)
+{
+    const Panel panel = session.awaitInformation(session.choosePanel(m_options.panel), m_timeout);
+    Drawing drawing(panel, m_layers);
+    refuseUnsendable(panel, drawing);
+
+    const auto start = Session::Clock::now();
+    drawing.hold();
+    drawing.release();
+    drawing.await(session, m_timeout);
+    const double milliseconds = std::chrono::duration<double, std::milli>(Session::Clock::now() - start).count();
+    output.line("%s has taken %s of %s for LCD %u, %s: %" PRIu64 " bytes in %s, in %.1f ms", panel.getName().c_str(),
+                formatNumber(m_options.height, "row").c_str(), formatNumber(m_options.width, "pixel").c_str(),
+                static_cast<unsigned int>(m_options.lcd), describeForm(), drawing.getForecast().getBytes(),
+                formatNumber(drawing.getForecast().getPackets(), "packet").c_str(), milliseconds);
+}
+
+// Only a row of run-length words can be too long: of packed pixels it has 32 bytes at most.
+void DrawCommand::refuseUnsendable(const Panel& panel, const Drawing& drawing) const
+{
+    if (drawing.getForecast().isComplete())
+        return;
+    throw Failure(ExitCode::Failed,
+                  "the picture can't be sent to " + panel.getName() + " as run-length words: a row of it takes " +
+                      std::to_string(PictureLayers::getLongestRow(m_layers.front())) +
+                      " bytes, more than a slice holds under its packet limit of " +
+                      std::to_string(panel.getPacketLimit()) + " bytes; it takes a limit of " +
+                      std::to_string(PacketForecast::findNeededLimit(m_layers)) +
+                      ".\nIt would never leave and would hold back everything behind it, so it was not queued. " +
+                      (m_options.encoded ? "Send it without --encoded." : "Make it narrower with --size."));
+}
+
+const char* DrawCommand::describeForm() const
+{
+    return m_form == PictureLayers::Form::Raw ? "raw" : "as run-length words";
+}
+
+} // namespace Vantor

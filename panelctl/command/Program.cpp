@@ -1,0 +1,60 @@
+#include "panelctl/command/Program.h"
+
+#include "libMorvaneHostUsb/Log.h"
+#include "panelctl/command/Command.h"
+#include "panelctl/session/Interrupt.h"
+#include "panelctl/session/Session.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/LogRelay.h"
+#include "panelctl/terminal/Output.h"
+
+#include <exception>
+#include <optional>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+// Where standard input is closed, nothing else may take its number and be read in its
+// place: a read fails as it should.
+void reserveStandardInput()
+{
+    if (fcntl(STDIN_FILENO, F_GETFD) < 0)
+        open("/", O_PATH);
+}
+
+} // namespace
+
+int runProgram(const std::function<void(Output&, const Interrupt&)>& body)
+{
+    try {
+        reserveStandardInput();
+        Output output;
+        const Interrupt interrupt;
+        body(output, interrupt);
+        return static_cast<int>(ExitCode::Success);
+    } catch (const Failure& failure) {
+        if (*failure.what() != '\0')
+            printError(failure.what());
+        return failure.getExitCode();
+    } catch (const std::exception& error) {
+        printError(std::string("unexpected: ") + error.what());
+        return static_cast<int>(ExitCode::Failed);
+    }
+}
+
+void runCommand(Command& command, int level, Output& output, const Interrupt& interrupt)
+{
+    setLogLevel(static_cast<LogLevel::Level>(level));
+    std::optional<LogRelay> relay; // what is above is wanted whole
+    if (level < LogLevel::Detail)
+        relay.emplace(command.getExpectedLogLines());
+    Session session(interrupt, command.wantsPackets());
+    command.run(session, output);
+}
+
+} // namespace Vantor

@@ -1,0 +1,168 @@
+#include "panelctl/command/SendCommand.h"
+
+#include "panelctl/command/Delivery.h"
+#include "panelctl/session/Diagnosis.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/command/HexText.h"
+#include "panelctl/session/Interrupt.h"
+#include "panelctl/terminal/Output.h"
+#include "panelctl/session/Session.h"
+#include "panelctl/terminal/Wording.h"
+#include "protocol/PacketHeader.h"
+#include "wire/RecordHeader.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <system_error>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+// The library does not announce what has left, so its counter is read this often.
+constexpr std::chrono::microseconds readStep{100};
+
+// No payload can be longer: a packet's length has 16 bits, and counts both headers.
+constexpr std::size_t longestPayload =
+    std::numeric_limits<std::uint16_t>::max() - sizeof(PacketHeader) - sizeof(RecordHeader);
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+// "-" is standard input; null when it can't be opened, with errno set.
+File openFile(const std::string& path)
+{
+    if (path != "-")
+        return {std::fopen(path.c_str(), "rbe"), std::fclose};
+    const int descriptor = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+    return {descriptor < 0 ? nullptr : fdopen(descriptor, "rb"), std::fclose};
+}
+
+// Until there is something to read, or the end: a read itself would outlast a Ctrl-C.
+void awaitInput(int descriptor)
+{
+    constexpr int step = 200; // milliseconds; for a signal just before poll
+    pollfd source{descriptor, POLLIN, 0};
+    do
+        Interrupt::check();
+    while (poll(&source, 1, step) <= 0);
+}
+
+// At most one byte more than a payload can have; nothing on an error, with errno set.
+std::optional<std::vector<std::uint8_t>> readBytes(int descriptor)
+{
+    std::vector<std::uint8_t> bytes(longestPayload + 1);
+    std::size_t size = 0;
+    while (size < bytes.size()) {
+        awaitInput(descriptor);
+        const ssize_t length = read(descriptor, bytes.data() + size, bytes.size() - size);
+        if (length < 0)
+            return std::nullopt;
+        if (length == 0)
+            break;
+        size += static_cast<std::size_t>(length);
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+std::vector<std::uint8_t> readFile(const std::string& path)
+{
+    const std::string name = path == "-" ? "standard input" : quote(path);
+    const File file = openFile(path);
+    const std::optional<std::vector<std::uint8_t>> bytes = file ? readBytes(fileno(file.get())) : std::nullopt;
+    const int error = errno;
+    if (!bytes)
+        throw Failure(ExitCode::Usage,
+                      "--file: " + name + " can't be read: " + std::generic_category().message(error) + ".");
+    if (bytes->size() > longestPayload)
+        throw Failure(ExitCode::Failed, "the record is too large for any panel: " + name + " is longer than " +
+                                            std::to_string(longestPayload) +
+                                            " bytes, the largest payload that fits a packet.\n"
+                                            "It was not queued. Send it in smaller records.");
+    return *bytes;
+}
+
+} // namespace
+
+SendCommand::SendCommand(std::chrono::nanoseconds timeout, const Options& options)
+    : m_timeout(timeout), m_options(options),
+      m_payload(options.hex ? HexText::parse(*options.hex) : readFile(*options.file))
+{}
+
+void SendCommand::run(Session& session, Output& output)
+{
+    const Panel panel = session.awaitInformation(session.choosePanel(m_options.panel), m_timeout);
+    refuseTooLarge(panel);
+
+    const auto start = Session::Clock::now();
+    std::uint64_t sent = 0;
+    try {
+        for (; sent < m_options.repeat; ++sent)
+            sendOnce(session, panel, sent);
+    } catch (const Interrupted& interrupted) {
+        throw Interrupted(interrupted.getSignal(),
+                          "interrupted, when " + panel.getName() + " had taken " + std::to_string(sent) + " of " +
+                              formatNumber(m_options.repeat, "record") +
+                              ".\nOne more was on its way: whether the panel has got it is not known.");
+    }
+    const double milliseconds = std::chrono::duration<double, std::milli>(Session::Clock::now() - start).count();
+
+    if (m_options.repeat == 1)
+        output.line("%s has taken %s, in %.1f ms", panel.getName().c_str(), describe().c_str(), milliseconds);
+    else
+        output.line("%s has taken %" PRIu64 " times %s, in %.1f ms", panel.getName().c_str(), m_options.repeat,
+                    describe().c_str(), milliseconds);
+}
+
+void SendCommand::refuseTooLarge(const Panel& panel) const
+{
+    if (m_payload.size() <= panel.getPayloadLimit())
+        return;
+    throw Failure(ExitCode::Failed, "the record is too large for " + panel.getName() + ": " +
+                                        std::to_string(m_payload.size()) + " payload bytes, and its packet limit of " +
+                                        std::to_string(panel.getPacketLimit()) + " bytes leaves room for " +
+                                        std::to_string(panel.getPayloadLimit()) +
+                                        ".\nIt would never leave and would hold back everything behind it, so it was "
+                                        "not queued. Send it in smaller records.");
+}
+
+// One at a time: a keyed record would otherwise be replaced by the next one, and
+// of a single record it is certain when it has been taken.
+void SendCommand::sendOnce(Session& session, const Panel& panel, std::uint64_t sent) const
+{
+    const auto failure = [this, sent](ExitCode code, const std::string& text) {
+        return Failure(code, m_options.repeat == 1 ? text
+                                                   : text + "\nTaken before that: " + std::to_string(sent) + " of " +
+                                                         std::to_string(m_options.repeat) + " records.");
+    };
+    Delivery delivery(panel);
+    delivery.add(static_cast<PacketType>(m_options.type), m_options.key, m_payload);
+    session.waitUntil(Session::Clock::now() + m_timeout, readStep,
+                      [&] { return delivery.isTaken() || delivery.isCutShort() || !panel.isAlive(); });
+    if (delivery.isTaken())
+        return;
+    if (delivery.isCutShort())
+        throw failure(ExitCode::Failed,
+                      explainCutShort(panel, "record's packet", delivery.getTakenBytes(), delivery.getLeastTotal()));
+    if (!panel.isAlive())
+        throw failure(ExitCode::PanelLeft,
+                      explainLeft(panel) + "\nThe record was on its way: whether the panel has got it is not known.");
+    throw failure(ExitCode::TimedOut, explainNotTaken(panel, "record", 0, delivery.getLeastTotal(), m_timeout));
+}
+
+std::string SendCommand::describe() const
+{
+    std::string text = "type " + std::to_string(m_options.type);
+    if (m_options.key)
+        text += ", key " + std::to_string(*m_options.key);
+    return text + ", " + formatNumber(m_payload.size(), "payload byte");
+}
+
+} // namespace Vantor

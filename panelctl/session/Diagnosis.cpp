@@ -1,0 +1,140 @@
+#include "panelctl/session/Diagnosis.h"
+
+#include "libMorvaneHostUsb/Log.h"
+#include "panelctl/session/UsbIds.h"
+#include "panelctl/terminal/Wording.h"
+#include "protocol/PacketHeader.h"
+#include "wire/PanelLink.h"
+#include "protocol/ReqDeviceInfo.h"
+#include "wire/RecordHeader.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+std::string formatHex(unsigned int value, int digits)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%0*x", digits, value);
+    return text;
+}
+
+std::string outEndpoint()
+{
+    return "endpoint 0x" + formatHex(PanelLink::outEndpoint, 2);
+}
+
+// Where the kernel lets programs open the device; empty when that can't be told.
+std::string findNode(const Panel& panel)
+{
+    const std::string folder = "/sys/bus/usb/devices/" + panel.getPlace() + "/";
+    int bus = 0;
+    int number = 0;
+    if (!(std::ifstream(folder + "busnum") >> bus) || !(std::ifstream(folder + "devnum") >> number))
+        return "";
+    char node[40];
+    std::snprintf(node, sizeof node, "/dev/bus/usb/%03d/%03d", bus, number);
+    return node;
+}
+
+std::string whereTheReasonIs()
+{
+    return logLevel >= LogLevel::Error ? "The library's own reason is in its log, above."
+                                       : "The library's own reason is in its log, with --log-level 2 or higher.";
+}
+
+// True when `bytes` can be those of nothing but requests, each packet with one or more of them.
+bool areWholeRequests(std::uint32_t bytes)
+{
+    constexpr std::uint32_t recordBytes = sizeof(RecordHeader) + sizeof(ReqDeviceInfo);
+    constexpr std::uint32_t packetBytes = sizeof(PacketHeader) + recordBytes;
+    for (std::uint32_t rest = bytes; rest >= packetBytes; rest -= packetBytes)
+        if ((rest - packetBytes) % recordBytes == 0)
+            return true;
+    return false;
+}
+
+} // namespace
+
+std::string explainNoPanel()
+{
+    const std::vector<std::string> ids = UsbIds::list();
+    return "no panel found: no USB device with the id " + UsbIds::join(ids, " or ") +
+           " is attached.\nIs the panel powered and plugged in? `lsusb -d " + UsbIds::selectAll(ids) +
+           "` shows what the system sees.";
+}
+
+std::string explainUnusable(const Panel& panel)
+{
+    const std::string attached = panel.getName() + " is attached but can't be used: ";
+    const std::string node = findNode(panel);
+    if (!node.empty() && access(node.c_str(), R_OK | W_OK) != 0) {
+        const std::string reason = std::generic_category().message(errno);
+        return attached + "this user may not open " + node + " (" + reason +
+               ").\nThe udev rule 70-morvane-panel.rules gives the members of plugdev access: install it and re-plug "
+               "the "
+               "panel,\nor run panelctl as root.";
+    }
+    return attached + "interface " + std::to_string(PanelLink::interfaceNumber) + " could not be opened and claimed" +
+           (node.empty() ? "" : " on " + node) + ".\nMost likely another program is driving the panel: end it" +
+           (node.empty() ? "" : " (`fuser -v " + node + "` names it)") + ".\n" + whereTheReasonIs();
+}
+
+// Nobody else's fault: found again, it is even refused until the library has closed its own old handle.
+std::string explainGivenUp(const Panel& panel)
+{
+    return panel.getName() +
+           " could be used at first, but was given up after a USB error.\nThe library tries again within five seconds "
+           "while panelctl runs, and every new run does at its start. Re-plug the panel if that does not help.\n" +
+           whereTheReasonIs();
+}
+
+std::string explainLeft(const Panel& panel)
+{
+    return panel.getName() + " went away: it was unplugged, or given up after a USB error.";
+}
+
+std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit)
+{
+    std::string text = panel.getName() + " has not sent its device information within " + formatSeconds(limit) + ".\n";
+    if (panel.getSentBytes() == 0)
+        text += "It has not taken the request for it either (0 bytes on " + outEndpoint() +
+                "): its firmware is not running, hangs, or has stalled the endpoint. Re-plug it.";
+    else if (!areWholeRequests(panel.getSentBytes()))
+        text += "It has taken the request for it only in part (" + std::to_string(panel.getSentBytes()) + " bytes on " +
+                outEndpoint() + "), and the rest is not sent again. Check the panel's firmware.";
+    else if (panel.getReceivedBytes() == 0)
+        text += "It took the request (" + outEndpoint() + ") but has sent nothing at all (endpoint 0x" +
+                formatHex(PanelLink::inEndpoint, 2) + "). Re-plug it, or wait longer with --timeout.";
+    else
+        text += "It took the request (" + outEndpoint() + ") and does send packets (" +
+                std::to_string(panel.getReceivedBytes()) + " bytes), but not this one. `panelctl watch` shows them.";
+    return text;
+}
+
+std::string explainNotTaken(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes,
+                            std::chrono::nanoseconds limit)
+{
+    return panel.getName() + " has not taken the " + thing + " within " + formatSeconds(limit) + ": " +
+           std::to_string(taken) + " of " + std::to_string(bytes) + " bytes on " + outEndpoint() +
+           ".\nThe panel does not read the endpoint (firmware busy or hung), or the endpoint is stalled. "
+           "Re-plug it, or wait longer with --timeout.\nThe " +
+           (taken == 0 ? thing : "rest of the " + thing) +
+           " was still queued and goes no further, though the panel may have got it in a last attempt.";
+}
+
+std::string explainCutShort(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes)
+{
+    return panel.getName() + " has taken only a part of the " + thing + ": " + std::to_string(taken) + " of " +
+           std::to_string(bytes) + " bytes on " + outEndpoint() +
+           ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
+}
+
+} // namespace Vantor

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "panelctl/session/Panel.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace Vantor {
+
+// What panelctl says when something is in the way: what was found, why that is no
+// use, and the next step. First line first, further lines separated by newlines.
+
+std::string explainNoPanel();
+
+// A panel that is attached and was never alive: it could not be opened or claimed.
+std::string explainUnusable(const Panel& panel);
+
+// A panel that is attached and was alive before.
+std::string explainGivenUp(const Panel& panel);
+
+// A panel that was alive and is so no longer.
+std::string explainLeft(const Panel& panel);
+
+// A panel that has not described itself within `limit`.
+std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit);
+
+// A record or a picture (`thing`) of `bytes` with its packets, of which the panel has
+// taken no more than `taken` within `limit`.
+std::string explainNotTaken(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes,
+                            std::chrono::nanoseconds limit);
+
+// A packet of which the panel has taken a part only; `thing` is that packet or all of
+// what it belongs to.
+std::string explainCutShort(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes);
+
+} // namespace Vantor

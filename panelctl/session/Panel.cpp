@@ -1,0 +1,88 @@
+#include "panelctl/session/Panel.h"
+
+#include "protocol/PacketHeader.h"
+#include "wire/PanelLink.h"
+#include "wire/RecordHeader.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace Vantor {
+
+namespace {
+
+constexpr unsigned int packetHeaderSize = sizeof(PacketHeader);
+constexpr unsigned int recordHeaderSize = sizeof(RecordHeader);
+
+} // namespace
+
+Panel::Panel(std::shared_ptr<UsbDevice> device, const std::optional<DeviceInformation>& information)
+    : m_device(std::move(device)), m_information(information)
+{}
+
+std::string Panel::getUidText() const
+{
+    return formatUid(getUid());
+}
+
+std::string Panel::getPlace() const
+{
+    std::string place = std::to_string(getUid() >> 8);
+    char separator = '-';
+    for (const std::uint8_t port : m_device->getPortNumbers()) {
+        place += separator + std::to_string(port);
+        separator = '.';
+    }
+    return place;
+}
+
+std::string Panel::getName() const
+{
+    return "panel " + getUidText() + " (" + getPlace() + ")";
+}
+
+std::string Panel::getDescription() const
+{
+    std::string description;
+    if (!m_information)
+        return description;
+    for (const std::uint8_t byte : m_information->description) {
+        if (byte == 0)
+            break;
+        description += byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
+    }
+    return description;
+}
+
+unsigned int Panel::getPacketLimit() const
+{
+    return getPayloadLimit() + packetHeaderSize + recordHeaderSize;
+}
+
+// Asks a packer, so that the rule for small announcements stays the library's.
+unsigned int Panel::getPayloadLimit() const
+{
+    PriorityPacker packer(PanelLink::initialPacketLimit);
+    if (m_information)
+        packer.setDeviceInformation(*m_information);
+    return packer.getPacketSizeRemaining() - recordHeaderSize;
+}
+
+std::uint32_t Panel::getSentBytes() const
+{
+    return __atomic_load_n(&m_device->getSentData(), __ATOMIC_RELAXED);
+}
+
+std::uint32_t Panel::getReceivedBytes() const
+{
+    return __atomic_load_n(&m_device->getReceivedData(), __ATOMIC_RELAXED);
+}
+
+std::string formatUid(std::uint16_t uid)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "%04x", static_cast<unsigned int>(uid));
+    return text;
+}
+
+} // namespace Vantor

@@ -1,0 +1,62 @@
+#include "panelctl/terminal/Wording.h"
+
+#include <cstddef>
+#include <cstdio>
+
+namespace Vantor {
+
+namespace {
+
+constexpr int longestQuote = 80;
+
+// Bytes of the printable character at `position`; 0 for a control character, also one of
+// those above 0x7F, and for what is not UTF-8.
+std::size_t measureCharacter(const std::string& text, std::size_t position)
+{
+    const auto byteAt = [&text](std::size_t index) {
+        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
+    };
+    const unsigned int first = byteAt(position);
+    if (first < 0x80)
+        return first >= ' ' && first != 0x7F ? 1 : 0;
+    const std::size_t size = first >= 0xC2 && first < 0xE0 ? 2 : first >= 0xE0 && first < 0xF0 ? 3 : 4;
+    if (first < 0xC2 || first > 0xF4 || (first == 0xC2 && byteAt(position + 1) < 0xA0))
+        return 0;
+    for (std::size_t i = 1; i < size; ++i)
+        if ((byteAt(position + i) & 0xC0) != 0x80)
+            return 0;
+    return size;
+}
+
+} // namespace
+
+std::string formatSeconds(std::chrono::nanoseconds time)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g s", std::chrono::duration<double>(time).count());
+    return text;
+}
+
+std::string formatNumber(std::uint64_t number, const std::string& noun)
+{
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+std::string quote(const std::string& text)
+{
+    return "'" + makePrintable(text) + "'";
+}
+
+std::string makePrintable(const std::string& text)
+{
+    std::string printable;
+    std::size_t position = 0;
+    for (int characters = 0; position < text.size() && characters < longestQuote; ++characters) {
+        const std::size_t size = measureCharacter(text, position);
+        printable += size != 0 ? text.substr(position, size) : "?";
+        position += size != 0 ? size : 1;
+    }
+    return position < text.size() ? printable + "..." : printable;
+}
+
+} // namespace Vantor

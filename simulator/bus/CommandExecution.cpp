@@ -1,0 +1,154 @@
+#include "simulator/bus/CommandExecution.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+namespace Vantor {
+
+namespace {
+
+constexpr std::size_t longestLoggedPayload = 32;
+
+std::string formatHex(std::uint8_t byte)
+{
+    char text[3];
+    std::snprintf(text, sizeof text, "%02x", byte);
+    return text;
+}
+
+// "250", "0.5"
+std::string formatMilliseconds(std::chrono::nanoseconds time)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%lld.%06lld", static_cast<long long>(time.count() / 1'000'000),
+                  static_cast<long long>(time.count() % 1'000'000));
+    std::string number = text;
+    number.erase(number.find_last_not_of('0') + 1);
+    if (number.back() == '.')
+        number.pop_back();
+    return number;
+}
+
+std::string nameOf(const PanelFault& fault)
+{
+    switch (fault.kind) {
+    case PanelFault::Kind::Stall:
+        return "stall";
+    case PanelFault::Kind::Short:
+        return "short=" + std::to_string(fault.bytes);
+    case PanelFault::Kind::NoAnswer:
+        return "silent";
+    case PanelFault::Kind::Status:
+        return std::string("status=") + strerrorname_np(-fault.status);
+    case PanelFault::Kind::Delay:
+        return "delay=" + formatMilliseconds(fault.delay);
+    }
+    return {};
+}
+
+std::string nameOf(const BootFault& fault)
+{
+    switch (fault.kind) {
+    case BootFault::Kind::Reply:
+        return "reply=" + formatHex(fault.code);
+    case BootFault::Kind::Lose:
+        return "lose";
+    case BootFault::Kind::Ignore:
+        return "ignore";
+    case BootFault::Kind::Delay:
+        return "delay=" + formatMilliseconds(fault.delay);
+    case BootFault::Kind::Duplicate:
+        return "duplicate";
+    case BootFault::Kind::Corrupt:
+        return "corrupt=" + std::to_string(fault.offset);
+    case BootFault::Kind::Unplug:
+        return "unplug";
+    }
+    return {};
+}
+
+const char* howLong(bool sticky)
+{
+    return sticky ? " sticky" : " once";
+}
+
+struct Words {
+    std::string operator()(const PlugCommand& /*command*/) const { return "plug"; }
+    std::string operator()(const UnplugCommand& /*command*/) const { return "unplug"; }
+    std::string operator()(const FaultCommand& command) const
+    {
+        const bool isOut = command.fault.direction == PanelFault::Direction::Out;
+        return (isOut ? "fault out " : "fault in ") + nameOf(command.fault) + howLong(command.fault.sticky);
+    }
+    std::string operator()(const BootFaultCommand& command) const
+    {
+        const std::string skip = command.fault.skip != 0 ? " skip=" + std::to_string(command.fault.skip) : "";
+        return "fault boot " + nameOf(command.fault) + skip + howLong(command.fault.sticky);
+    }
+    std::string operator()(const ClearFaultsCommand& /*command*/) const { return "fault clear"; }
+    std::string operator()(const EmitCommand& command) const
+    {
+        return "emit type " + std::to_string(static_cast<int>(command.type)) + ", " +
+               formatBytes(command.payload.size());
+    }
+};
+
+} // namespace
+
+unsigned int CommandExecution::panelOf(const PanelCommand& command)
+{
+    return std::visit([](const auto& alternative) { return alternative.panel; }, command);
+}
+
+std::string CommandExecution::describe(const PanelCommand& command)
+{
+    return std::visit(Words{}, command);
+}
+
+bool CommandExecution::needsPanel(const PanelCommand& command)
+{
+    if (const auto* const emission = std::get_if<EmitCommand>(&command))
+        return !emission->isBegun;
+    return std::holds_alternative<FaultCommand>(command) || std::holds_alternative<BootFaultCommand>(command);
+}
+
+void CommandExecution::carryOut(const PanelCommand& command, PanelModel& model)
+{
+    if (const auto* const fault = std::get_if<FaultCommand>(&command))
+        model.inject(fault->fault);
+    else if (const auto* const bootFault = std::get_if<BootFaultCommand>(&command))
+        model.inject(bootFault->fault);
+    else if (std::holds_alternative<ClearFaultsCommand>(command))
+        model.clearFaults();
+    else if (const auto* const emission = std::get_if<EmitCommand>(&command))
+        model.emit(emission->type, emission->payload);
+}
+
+std::optional<EmitCommand> CommandExecution::restOf(const PanelCommand& command)
+{
+    const auto* const emission = std::get_if<EmitCommand>(&command);
+    if (emission == nullptr || emission->count <= 1)
+        return std::nullopt;
+    EmitCommand rest = *emission;
+    --rest.count;
+    rest.isBegun = true;
+    return rest;
+}
+
+std::string describe(const PanelModel::Record& record)
+{
+    std::string line = "record type " + std::to_string(static_cast<int>(record.type)) + ", " +
+                       formatBytes(record.payload.size()) + ":";
+    for (std::size_t i = 0; i < std::min(record.payload.size(), longestLoggedPayload); ++i)
+        line += " " + formatHex(record.payload[i]);
+    return record.payload.size() > longestLoggedPayload ? line + " ..." : line;
+}
+
+std::string formatBytes(std::size_t number)
+{
+    return std::to_string(number) + (number == 1 ? " byte" : " bytes");
+}
+
+} // namespace Vantor

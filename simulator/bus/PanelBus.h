@@ -1,0 +1,59 @@
+#pragma once
+
+#include "simulator/panel/BootLoader.h"
+#include "simulator/bus/PanelCommand.h"
+#include "simulator/panel/PanelModel.h"
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Vantor {
+
+// A USB bus with simulated panels, as commands see it.
+class PanelBus {
+public:
+    static constexpr unsigned int maxPanels = 31; // ports of a hub
+
+    using Log = std::function<void(const std::string& line)>;
+
+    struct Options {
+        PanelModel::Options panel; // of panel 0; panel P has the seed P higher
+        Log log;                   // one line for each thing that happens, from any thread, one at a time
+        Log complain;              // also a plug, unplug or fault that could not be carried out
+        // What is in the flash memory of a panel that has been unplugged, on the thread that
+        // unplugs it; it is not plugged back meanwhile. What it throws is complained of, or
+        // comes back from unplug.
+        std::function<void(unsigned int panel, const BootLoader::Flash& flash)> keepFlash;
+    };
+
+    PanelBus() = default;
+    virtual ~PanelBus() = default;
+    PanelBus(const PanelBus&) = delete;
+    PanelBus& operator=(const PanelBus&) = delete;
+
+    // What the flash memory of a panel holds when it is plugged in next. Without it that is
+    // what it held when it was unplugged.
+    virtual void setFlash(unsigned int panel, BootLoader::Flash flash) = 0;
+
+    // Do nothing but complain when the panel is plugged already, or not plugged, or has no
+    // port. They return when the bus shows it; the host notices in its own time.
+    virtual void plug(unsigned int panel) = 0;
+    virtual void unplug(unsigned int panel) = 0;
+
+    // Carries out a command now; a repeated emission goes on in its own time.
+    virtual void execute(const PanelCommand& command) = 0;
+
+    // As execute, `delay` from now.
+    virtual void schedule(std::chrono::nanoseconds delay, const PanelCommand& command) = 0;
+
+    // Hands over the panel plugged in last under this number, while nothing else
+    // happens on the bus; false when there has been none.
+    virtual bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) = 0;
+
+    // Of all panels that were ever plugged, each line with the panel's number.
+    virtual std::vector<std::string> getViolations() const = 0;
+};
+
+} // namespace Vantor

@@ -1,0 +1,146 @@
+#include "simulator/panelsim/AttachCommand.h"
+
+#include "simulator/bus/CommandExecution.h"
+#include "simulator/panelsim/CommandInput.h"
+#include "simulator/usbip/KernelBus.h"
+#include "simulator/panelsim/PanelsimSession.h"
+#include "simulator/bus/UserText.h"
+#include "simulator/usbip/VhciPorts.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+bool isIgnored(int signal)
+{
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+
+// The signals that end it, as something to poll.
+class EndSignals {
+public:
+    EndSignals()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
+        if (!isIgnored(SIGHUP)) // nohup; a blocked signal would come all the same
+            sigaddset(&signals, SIGHUP);
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        m_descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
+        if (m_descriptor < 0)
+            throw std::system_error(errno, std::generic_category(), "signalfd");
+    }
+    ~EndSignals() { close(m_descriptor); }
+    EndSignals(const EndSignals&) = delete;
+    EndSignals& operator=(const EndSignals&) = delete;
+
+    int getDescriptor() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
+KernelBus::Options busOptions(PanelsimSession& session)
+{
+    KernelBus::Options bus;
+    session.setUp(bus);
+    bus.tell = [](const std::string& line) {
+        std::printf("%s\n", line.c_str());
+        std::fflush(stdout); // whoever waits for it may read from a pipe
+    };
+    return bus;
+}
+
+void complain(const std::string& line, const std::string& error)
+{
+    std::fprintf(stderr, "panelsim: '%s': %s\n", UserText::shown(line).c_str(), error.c_str());
+}
+
+void execute(KernelBus& bus, const std::string& line)
+{
+    const ParsedCommand parsed = parsePanelCommand(line);
+    if (!parsed.command)
+        return complain(line, parsed.error);
+    if (CommandExecution::panelOf(*parsed.command) >= PanelBus::maxPanels)
+        return complain(line, "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
+    try {
+        bus.execute(*parsed.command);
+    } catch (const std::exception& error) {
+        complain(line, error.what());
+    }
+}
+
+// False for the word that ends it all.
+bool takeLine(KernelBus& bus, const std::string& line)
+{
+    const std::size_t begin = line.find_first_not_of(" \t\r");
+    if (begin == std::string::npos || line[begin] == '#')
+        return true;
+    const std::string command = line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
+    if (command == "quit")
+        return false;
+    execute(bus, command);
+    return true;
+}
+
+bool takeLines(KernelBus& bus, CommandInput& input)
+{
+    while (const auto line = input.takeLine())
+        if (!takeLine(bus, *line))
+            return false;
+    return true;
+}
+
+// Until a signal, or somebody at the terminal, or a line says so. Where the input is no
+// terminal its end only means that no more commands come; the same goes for a terminal at
+// which somebody types for another program, this one being in the background.
+void serveUntilTheEnd(KernelBus& bus, const EndSignals& signals)
+{
+    CommandInput input(STDIN_FILENO);
+    const bool isTerminal = isatty(STDIN_FILENO) != 0;
+    bool goesOn = true;
+    while (goesOn) {
+        std::vector<pollfd> others{{signals.getDescriptor(), POLLIN, 0}, {input.getDescriptor(), POLLIN, 0}};
+        bus.serve(others);
+        if (others[1].revents != 0)
+            input.read();
+        goesOn = takeLines(bus, input) && others[0].revents == 0 && !(isTerminal && input.hasEnded());
+    }
+}
+
+} // namespace
+
+int attachPanels(const PanelsimOptions& options)
+{
+    PanelsimSession session(options);
+    const EndSignals signals;
+    // In the background of a terminal, reading from it fails rather than stops.
+    std::signal(SIGTTIN, SIG_IGN);
+    // Who waited for a line of the output may have gone; the panels and their flash stay.
+    std::signal(SIGPIPE, SIG_IGN);
+    VhciPorts ports(options.vhciFolder);
+    KernelBus bus(busOptions(session), ports);
+    session.begin(bus);
+    session.schedule(bus);
+    serveUntilTheEnd(bus, signals);
+    bus.unplugAll();
+    return session.finish(bus) ? 0 : PanelsimExit::violation;
+}
+
+} // namespace Vantor

@@ -1,0 +1,118 @@
+#include "simulator/panelsim/PanelsimHelp.h"
+
+namespace Vantor {
+
+namespace {
+
+constexpr char commands[] =
+    R"(  plug [P]
+  unplug [P]
+  fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=TIME [once|sticky]
+  fault [P] boot reply=CODE|lose|ignore|delay=TIME|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
+  fault [P] clear
+  emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]
+A plain number for the TIME of delay= and every= is milliseconds.
+
+A fault meets the next transfer of the panel's endpoint, records to the panel (out) or packets from
+it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
+  stall         the endpoint halts; out and in. Clearing the halt ends a sticky one
+  silent        the transfer is never answered; the host gives up on it in its own time. In: what the
+                panel has to say waits for the next read
+  short=BYTES   out: only the first BYTES are taken; in: only the first BYTES of what the panel has to
+                say are given. The rest is lost
+  status=ERRNO  the transfer fails: EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV,
+                EXDEV, EINVAL, EOVERFLOW or ESHUTDOWN; out loses its bytes, in loses nothing
+  delay=TIME    out: taken TIME later; in: given TIME after there is something to give
+
+A boot fault meets the next firmware record, a request or a chunk of an upgrade, or the one after N
+others; sticky, all from then on:
+  reply=CODE    nothing is written, the answer is CODE, hexadecimal (0, 1, 2, f0, f1, f2)
+  lose          done, but not answered
+  ignore        as if the record had never come
+  delay=TIME    done and answered TIME later
+  duplicate     answered twice
+  corrupt=OFFSET  byte 0 to 13 of the answer is inverted
+  unplug        the panel is gone before it takes the record; 'plug' brings it back
+
+A panel takes firmware upgrades: it writes a chunk in 110 ms, or --chunk-time, and answers. Its flash,
+2 MiB for the main MCU and 1 MiB for the servo MCU, outlives unplugging. With --flash-dir it outlives
+the run, too: panelP-main.bin and panelP-servo.bin in DIR are loaded at the start, and written when the
+panel is unplugged and at the end, each if an upgrade has written to it. At the end, standard error
+says what became of upgrades:
+  panelsim: panel 0: main MCU: 12000 bytes, verified
+  panelsim: panel 0: servo MCU: incomplete, 8192 of 12000 bytes
+or "12000 bytes, does not match its CRC".
+
+)";
+
+constexpr char pictures[] =
+    R"(LCDs are white when a panel is plugged in, 144x168 unless --lcd says otherwise, and drawn on by
+LCD slices; a panel shows at most 64 of them, of any numbers. --png and --show tell what is on them at
+the end: of a panel that is unplugged by then, what it showed last; of one that was plugged back, only
+what was drawn since. --png writes panelP-lcdL.png for each LCD drawn on (8-bit grey when all its pixels
+are grey, else RGB) and leaves other files in DIR alone. --show prints a column for each pixel and
+two rows of pixels in a line.
+
+)";
+
+constexpr char runBeginning[] =
+    R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
+TIME is 250ms, 2s or 1.5s; a plain number is seconds. What happens at 0 has happened before
+PROGRAM starts. COMMAND, in quotes, is one of:
+)";
+
+constexpr char runEnd[] =
+    R"(The lines of --log begin with the seconds since the bus was set up, shortly before PROGRAM's start.
+The end is when PROGRAM has ended.
+
+Exit code: that of PROGRAM, or 128+N when signal N ended it;
+  120  a panel saw a violation of the wire (each is printed)
+  125  wrong usage, or panelsim itself failed
+  126  PROGRAM cannot be executed
+  127  PROGRAM was not found
+
+SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later. Ctrl-C in a terminal
+reaches PROGRAM by itself: how it takes that is up to it.
+
+Example: a panel that is pulled after 2 s and comes back
+  panelsim run --at 2s 'unplug 0' --at 3.5s 'plug 0' -- panelctl watch --duration 6)";
+
+constexpr char attachBeginning[] =
+    R"(The kernel needs its module vhci-hcd ('modprobe vhci-hcd'), and attaching needs root; who may open
+the panels says the udev rule that is installed with the library. Standard output says what the kernel
+gives:
+  panel 0: attached at vhci port 0
+  panel 0: found by the kernel, which calls it 1-1
+A panel that is plugged back gets the port that it had, if that is still free.
+
+Panels are numbered from 0, and P can be left out when it is 0. TIME, counted from the attaching, is
+250ms, 2s or 1.5s; a plain number is seconds. COMMAND, in quotes, is one of the following; they are
+also taken from standard input, one a line, where '#' begins a remark and 'quit' is the end:
+)";
+
+constexpr char attachEnd[] =
+    R"(The lines of --log begin with the seconds since the panels were attached.
+
+The end is 'quit', the end of a terminal's input, SIGINT, SIGTERM or SIGHUP; the panels are unplugged then.
+
+Exit code:
+  0    all went well
+  120  a panel saw a violation of the wire (each is printed)
+  125  wrong usage, the kernel takes no panel, or panelsim itself failed
+
+Example: a panel that is pulled after 20 s and comes back, for any program on this machine
+  sudo panelsim attach --at 20s unplug --at 25s plug)";
+
+} // namespace
+
+std::string PanelsimHelp::getRunFooter()
+{
+    return std::string(runBeginning) + commands + pictures + runEnd;
+}
+
+std::string PanelsimHelp::getAttachFooter()
+{
+    return std::string(attachBeginning) + commands + pictures + attachEnd;
+}
+
+} // namespace Vantor

@@ -1,0 +1,250 @@
+#include "simulator/panelsim/PanelsimOptions.h"
+
+#include "simulator/bus/CommandExecution.h"
+#include "simulator/panelsim/LcdOption.h"
+#include "simulator/bus/PanelBus.h"
+#include "simulator/panelsim/PanelsimHelp.h"
+#include "simulator/bus/UserText.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <iostream>
+#include <set>
+#include <sstream>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+namespace Vantor {
+
+namespace {
+
+using TimeAndCommand = std::pair<std::string, std::string>;
+
+bool isOption(const std::string& word)
+{
+    return word.size() > 1 && word[0] == '-';
+}
+
+// COMMAND as several arguments, for want of quotes: the parser would take the further
+// ones for PROGRAM, or complain of that program's arguments. `first` is where COMMAND
+// begins; empty when all is well.
+std::string findUnquotedCommand(const std::vector<std::string>& words, std::size_t first)
+{
+    static const std::set<std::string> verbs{"plug", "unplug", "fault", "emit"};
+    if (first >= words.size() || verbs.count(words[first]) == 0)
+        return {};
+    const bool hasSeparator = std::find(words.begin(), words.end(), "--") != words.end();
+    std::string command = words[first];
+    std::string unquoted;
+    for (std::size_t i = first + 1; i < words.size() && !isOption(words[i]); ++i) {
+        command += " " + words[i];
+        // Without a separator, PROGRAM may be among these words.
+        if (hasSeparator || parsePanelCommand(command).command)
+            unquoted = command;
+    }
+    return unquoted;
+}
+
+void refuseUnquotedCommands(int argc, char** argv)
+{
+    const std::vector<std::string> words(argv, argv + argc);
+    for (std::size_t i = 1; i < words.size() && words[i] != "--"; ++i) {
+        if (words[i] != "--at")
+            continue;
+        const std::string command = findUnquotedCommand(words, i + 2);
+        if (!command.empty())
+            throw CLI::ValidationError("--at " + words[i + 1], "quote COMMAND: '" + UserText::shown(command) + "'");
+    }
+}
+
+PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
+{
+    const ParsedTime time = parseTime(text.first);
+    if (!time.time)
+        throw CLI::ValidationError("--at " + text.first, time.error);
+    const ParsedCommand command = parsePanelCommand(text.second);
+    if (!command.command)
+        throw CLI::ValidationError("--at '" + text.second + "'", command.error);
+    if (CommandExecution::panelOf(*command.command) >= PanelBus::maxPanels)
+        throw CLI::ValidationError("--at '" + text.second + "'",
+                                   "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
+    return {*time.time, *command.command};
+}
+
+std::map<std::uint16_t, PanelScreen::Size> parseLcdSizes(const std::vector<std::string>& texts)
+{
+    std::map<std::uint16_t, PanelScreen::Size> sizes;
+    for (const std::string& text : texts) {
+        const ParsedLcdOption lcd = parseLcdOption(text);
+        if (!lcd.option)
+            throw CLI::ValidationError("--lcd", lcd.error);
+        if (!sizes.emplace(lcd.option->lcd, lcd.option->size).second)
+            throw CLI::ValidationError("--lcd", "LCD " + std::to_string(lcd.option->lcd) + " is given twice");
+    }
+    return sizes;
+}
+
+// Only digits: the parser would take -1 for the largest number there is.
+std::string refuseSign(const std::string& text)
+{
+    const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber ? "" : "expected a number from 0, found '" + text + "'";
+}
+
+std::string refuseEmpty(const std::string& text)
+{
+    return text.empty() ? "needs a name" : "";
+}
+
+std::chrono::nanoseconds parseChunkTime(const std::string& text)
+{
+    constexpr std::chrono::seconds longest{1000};
+    const ParsedTime time = parseTime(text, PlainTime::Milliseconds);
+    if (!time.time)
+        throw CLI::ValidationError("--chunk-time", time.error);
+    if (*time.time > longest)
+        throw CLI::ValidationError("--chunk-time", "at most 1000s, found '" + text + "'");
+    return *time.time;
+}
+
+// What is quoted of the command line is cut and made fit to be seen, wherever the parser
+// has put it.
+std::string makeShown(std::string message, int argc, char** argv)
+{
+    const std::vector<std::string> words(argv, argv + argc);
+    for (const std::string& word : words) {
+        // Of --option=VALUE, it may be VALUE alone.
+        const std::size_t equals = word.find('=');
+        for (const std::string& quoted : {word, equals != std::string::npos ? word.substr(equals + 1) : std::string()}) {
+            const std::string shown = UserText::shown(quoted);
+            if (shown == quoted)
+                continue;
+            for (auto at = message.find(quoted); at != std::string::npos; at = message.find(quoted, at + shown.size()))
+                message.replace(at, quoted.size(), shown);
+        }
+    }
+    return message;
+}
+
+// Help and version to standard output, a complaint to standard error: the exit code.
+int answer(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv)
+{
+    std::ostringstream complaint;
+    if (app.exit(error, std::cout, complaint) == 0)
+        return 0;
+    std::cerr << makeShown(complaint.str(), argc, argv);
+    return PanelsimExit::failure;
+}
+
+// What the command line says in words that need a second look.
+struct RawOptions {
+    std::vector<TimeAndCommand> timed;
+    std::vector<std::string> lcds;
+    std::string chunkTime;
+    bool withoutScatterGather = false;
+};
+
+void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& raw)
+{
+    command
+        .add_option("--seed", options.seed,
+                    "Device id in the packets of panel 0, and one more for each further panel; hosts replace it")
+        ->check(refuseSign, "")
+        ->capture_default_str();
+    command
+        .add_option("--max-packet", options.maxPacketSize,
+                    "Packet limit in bytes that the panels announce; hosts ignore 1024 or less and use 1100")
+        ->check(refuseSign, "")
+        ->capture_default_str();
+    command.add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
+        ->type_name("FILE")
+        ->check(refuseEmpty, "");
+    command.add_option("--lcd", raw.lcds, "Size of LCD L in pixels; may be repeated")
+        ->type_name("L=WxH")
+        ->allow_extra_args(false);
+    command.add_option("--png", options.pngFolder, "Write what the LCDs show at the end, as PNG files")
+        ->type_name("DIR")
+        ->check(refuseEmpty, "");
+    command.add_flag("--show", options.show, "Print what the LCDs show at the end");
+    command.add_option("--flash-dir", options.flashFolder, "Keep what is in the panels' flash memory, as files")
+        ->type_name("DIR")
+        ->check(refuseEmpty, "");
+    command
+        .add_option("--chunk-time", raw.chunkTime,
+                    "In which a panel writes a chunk of firmware, at most 1000s; a plain number is milliseconds")
+        ->type_name("TIME")
+        ->capture_default_str();
+}
+
+void addPanels(CLI::App& command, PanelsimOptions& options, const char* description)
+{
+    command.add_option("--panels", options.panels, description)
+        ->check(refuseSign, "")
+        ->check(CLI::Range(0U, PanelBus::maxPanels))
+        ->capture_default_str();
+}
+
+void addTimedCommands(CLI::App& command, RawOptions& raw, const char* description)
+{
+    command.add_option("--at", raw.timed, description)
+        ->type_name("TIME 'COMMAND'")
+        ->allow_extra_args(false); // would take the -- before PROGRAM for its own end
+}
+
+void addRun(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
+{
+    CLI::App* const run = app.add_subcommand("run", "Run PROGRAM on a bus of its own");
+    addPanels(*run, options, "Panels plugged in before PROGRAM starts");
+    addTimedCommands(*run, raw, "What happens TIME after PROGRAM's start; may be repeated");
+    addCommonOptions(*run, options, raw);
+    run->add_flag("--no-scatter-gather", raw.withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
+    run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
+    run->footer(PanelsimHelp::getRunFooter());
+    run->final_callback([&options] { options.command = PanelsimOptions::Command::Run; });
+}
+
+void addAttach(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
+{
+    CLI::App* const attach = app.add_subcommand("attach", "Plug panels into this machine's kernel, for any program");
+    addPanels(*attach, options, "Panels plugged in at the start");
+    addTimedCommands(*attach, raw, "What happens TIME after that; may be repeated");
+    addCommonOptions(*attach, options, raw);
+    attach->add_option("--vhci", options.vhciFolder, "Where sysfs has the kernel's first virtual host controller")
+        ->type_name("DIR")
+        ->capture_default_str();
+    attach->footer(PanelsimHelp::getAttachFooter());
+    attach->final_callback([&options] { options.command = PanelsimOptions::Command::Attach; });
+}
+
+} // namespace
+
+PanelsimArguments parsePanelsimArguments(int argc, char** argv)
+{
+    PanelsimArguments arguments;
+    PanelsimOptions& options = arguments.options;
+    RawOptions raw;
+    raw.chunkTime = std::to_string(options.chunkTime / std::chrono::milliseconds(1)) + "ms";
+
+    CLI::App app("Simulated panels, for a program that uses libusb or for the whole machine.", "panelsim");
+    app.set_version_flag("--version", "panelsim " MORVANE_VERSION);
+    app.require_subcommand(1);
+    addRun(app, options, raw);
+    addAttach(app, options, raw);
+    try {
+        refuseUnquotedCommands(argc, argv);
+        app.parse(argc, argv);
+        for (const TimeAndCommand& text : raw.timed)
+            options.timedCommands.push_back(parseTimedCommand(text));
+        options.lcdSizes = parseLcdSizes(raw.lcds);
+        options.chunkTime = parseChunkTime(raw.chunkTime);
+    } catch (const CLI::ParseError& error) {
+        arguments.exitCode = answer(app, error, argc, argv);
+        return arguments;
+    }
+    options.scatterGather = !raw.withoutScatterGather;
+    arguments.run = true;
+    return arguments;
+}
+
+} // namespace Vantor

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "simulator/panel/BootLoader.h"
+#include "simulator/bus/PanelCommand.h"
+#include "simulator/panel/PanelScreen.h"
+#include "simulator/usbip/VhciPorts.h"
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Vantor {
+
+// Exit codes of panelsim, beside those of the program that it runs.
+namespace PanelsimExit {
+constexpr int violation = 120; // all went well but that a panel saw a violation of the wire
+constexpr int failure = 125;   // wrong usage, or panelsim itself failed
+constexpr int notExecutable = 126;
+constexpr int notFound = 127;
+constexpr int signalBase = 128; // plus the number of the signal that ended the program
+} // namespace PanelsimExit
+
+// The command line of panelsim.
+struct PanelsimOptions {
+    enum class Command {
+        Run,    // a program on a virtual bus
+        Attach, // panels to the kernel's own bus
+    };
+
+    struct TimedCommand {
+        std::chrono::nanoseconds time; // after the start of the program, or of it all
+        PanelCommand command;
+    };
+
+    Command command = Command::Run;
+    unsigned int panels = 1; // plugged at the start
+    std::uint64_t seed = 1;
+    std::uint16_t maxPacketSize = 8192;
+    std::string logFile; // empty: none
+    std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
+    std::string pngFolder; // empty: no pictures
+    bool show = false;
+    std::string flashFolder; // empty: flash lasts as long as the run
+    std::chrono::nanoseconds chunkTime = BootLoader::Options{}.chunkTime;
+    std::vector<TimedCommand> timedCommands;
+
+    // Of Run.
+    bool scatterGather = true;
+    std::vector<std::string> program;
+
+    // Of Attach.
+    std::string vhciFolder = VhciPorts::defaultFolder;
+};
+
+struct PanelsimArguments {
+    PanelsimOptions options;
+    bool run = false; // false: everything is said already, exit with this code:
+    int exitCode = 0;
+};
+
+// Parses the command line; writes help, version and complaints itself.
+PanelsimArguments parsePanelsimArguments(int argc, char** argv);
+
+} // namespace Vantor

@@ -1,0 +1,177 @@
+#include "simulator/panelsim/PanelsimSession.h"
+
+#include "simulator/panelsim/FlashReport.h"
+#include "simulator/panelsim/PngWriter.h"
+#include "simulator/panelsim/ScreenText.h"
+#include "simulator/bus/UserText.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+// Before anything runs, so that a wrong DIR costs nobody a long run.
+void preparePngFolder(const std::string& folder)
+{
+    if (folder.empty())
+        return;
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error && access(folder.c_str(), W_OK | X_OK) != 0)
+        error.assign(errno, std::generic_category());
+    if (error)
+        throw std::runtime_error("cannot write pictures to '" + UserText::shown(folder) + "': " + error.message());
+}
+
+void complain(const std::string& line)
+{
+    std::fprintf(stderr, "panelsim: %s\n", line.c_str());
+}
+
+// By panel and LCD.
+std::map<std::pair<unsigned int, unsigned int>, PanelScreen> takeScreens(PanelBus& bus)
+{
+    std::map<std::pair<unsigned int, unsigned int>, PanelScreen> screens;
+    for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
+        bus.visit(panel, [&screens, panel](PanelModel& model) {
+            for (const auto& [lcd, screen] : model.getScreens())
+                screens.emplace(std::pair(panel, lcd), screen);
+        });
+    return screens;
+}
+
+void showScreen(unsigned int panel, unsigned int lcd, const PanelScreen& screen)
+{
+    const auto background =
+        isatty(STDOUT_FILENO) != 0 ? ScreenText::Background::Terminal : ScreenText::Background::Paper;
+    std::printf("panel %u, LCD %u (%ux%u):\n%s", panel, lcd, screen.getWidth(), screen.getHeight(),
+                ScreenText::render(screen, background).c_str());
+}
+
+// A picture that can't be written is a failure, and does not keep others from it.
+void reportScreens(PanelBus& bus, const PanelsimOptions& options, std::vector<std::string>& failures)
+{
+    if (!options.show && options.pngFolder.empty())
+        return;
+    const auto screens = takeScreens(bus);
+    if (screens.empty())
+        std::fprintf(stderr, "panelsim: no LCD was drawn on\n");
+    for (const auto& [number, screen] : screens) {
+        const auto& [panel, lcd] = number;
+        if (options.show)
+            showScreen(panel, lcd, screen);
+        if (options.pngFolder.empty())
+            continue;
+        try {
+            PngWriter::write(
+                options.pngFolder + "/panel" + std::to_string(panel) + "-lcd" + std::to_string(lcd) + ".png", screen);
+        } catch (const std::runtime_error& error) {
+            failures.emplace_back(error.what());
+        }
+    }
+}
+
+void reportUpgrades(unsigned int panel, const BootLoader& bootLoader)
+{
+    const auto lines = describeUpgrades(bootLoader.getFlash());
+    for (const std::string& line : lines)
+        std::fprintf(stderr, "panelsim: panel %u: %s\n", panel, line.c_str());
+    if (lines.empty() && bootLoader.getStatistics().records != 0)
+        std::fprintf(stderr, "panelsim: panel %u: firmware records, but none opened an upgrade\n", panel);
+}
+
+// The failures; one does not keep the other panels' flash from being saved.
+std::vector<std::string> finishFlash(PanelBus& bus, FlashFolder* folder)
+{
+    std::vector<std::string> failures;
+    const auto save = [&failures, folder](unsigned int panel, const BootLoader::Flash& flash) {
+        try {
+            folder->save(panel, flash);
+        } catch (const std::runtime_error& error) {
+            failures.emplace_back(error.what());
+        }
+    };
+    for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
+        bus.visit(panel, [panel, folder, &save](PanelModel& model) {
+            reportUpgrades(panel, model.getBootLoader());
+            if (folder != nullptr)
+                save(panel, model.getBootLoader().getFlash());
+        });
+    return failures;
+}
+
+} // namespace
+
+PanelsimSession::PanelsimSession(const PanelsimOptions& options) : m_options(options)
+{
+    preparePngFolder(options.pngFolder);
+    if (!options.flashFolder.empty())
+        m_flashFolder = std::make_unique<FlashFolder>(options.flashFolder);
+}
+
+void PanelsimSession::setUp(PanelBus::Options& bus)
+{
+    bus.panel.maxPacketSize = m_options.maxPacketSize;
+    bus.panel.seed = m_options.seed;
+    bus.panel.keepRecords = false;
+    bus.panel.lcdSizes = m_options.lcdSizes;
+    bus.panel.bootLoader.chunkTime = m_options.chunkTime;
+    if (m_flashFolder)
+        bus.keepFlash = [this](unsigned int panel, const BootLoader::Flash& flash) {
+            m_flashFolder->save(panel, flash);
+        };
+    if (!m_options.logFile.empty()) {
+        m_log = std::make_unique<LogFile>(m_options.logFile, complain);
+        bus.log = [this](const std::string& line) { m_log->write(line); };
+    }
+    if (m_options.logFile != "-") // which has the line already
+        bus.complain = complain;
+}
+
+void PanelsimSession::begin(PanelBus& bus)
+{
+    if (m_flashFolder)
+        for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
+            bus.setFlash(panel, m_flashFolder->load(panel, BootLoader::Options{}));
+    for (unsigned int panel = 0; panel < m_options.panels; ++panel)
+        bus.plug(panel);
+    for (const PanelsimOptions::TimedCommand& timed : m_options.timedCommands)
+        if (timed.time.count() == 0)
+            bus.execute(timed.command);
+}
+
+void PanelsimSession::schedule(PanelBus& bus) const
+{
+    for (const PanelsimOptions::TimedCommand& timed : m_options.timedCommands)
+        if (timed.time.count() != 0)
+            bus.schedule(timed.time, timed.command);
+}
+
+bool PanelsimSession::finish(PanelBus& bus)
+{
+    const auto violations = bus.getViolations();
+    for (const std::string& violation : violations)
+        std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
+    auto failures = finishFlash(bus, m_flashFolder.get());
+    reportScreens(bus, m_options, failures);
+    if (m_log && m_log->hasFailed())
+        failures.push_back("lines are missing in the log '" + UserText::shown(m_options.logFile) + "'");
+    for (std::size_t i = 1; i < failures.size(); ++i)
+        std::fprintf(stderr, "panelsim: %s\n", failures[i].c_str());
+    if (!failures.empty())
+        throw std::runtime_error(failures.front());
+    return violations.empty();
+}
+
+} // namespace Vantor

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "simulator/panelsim/FlashFolder.h"
+#include "simulator/panelsim/LogFile.h"
+#include "simulator/bus/PanelBus.h"
+#include "simulator/panelsim/PanelsimOptions.h"
+
+#include <memory>
+
+namespace Vantor {
+
+// What the subcommands of panelsim have in common: what happens to a bus before and after
+// whoever uses it. In this order.
+//
+// Threads: one at a time. Lifetime: outlives the bus; the options outlive it.
+class PanelsimSession {
+public:
+    // Before anything runs, so that a wrong folder costs nobody a long run: throws
+    // std::runtime_error for one that can't be made or written to.
+    explicit PanelsimSession(const PanelsimOptions& options);
+
+    // Throws std::runtime_error for a log that can't be written.
+    void setUp(PanelBus::Options& bus);
+
+    // Flash memory, panels, and the commands for time 0: they have happened before anyone
+    // sees the bus.
+    void begin(PanelBus& bus);
+
+    // The other commands, counted from now.
+    void schedule(PanelBus& bus) const;
+
+    // Reports violations and upgrades, writes flash memory and pictures. False when there
+    // were violations. Throws std::runtime_error when not all of it could be written.
+    bool finish(PanelBus& bus);
+
+private:
+    const PanelsimOptions& m_options;
+    std::unique_ptr<FlashFolder> m_flashFolder; // null when flash is not kept in files
+    std::unique_ptr<LogFile> m_log;             // null without one
+};
+
+} // namespace Vantor

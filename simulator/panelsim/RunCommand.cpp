@@ -1,0 +1,103 @@
+#include "simulator/panelsim/RunCommand.h"
+
+#include "simulator/usbfs/ClientProcess.h"
+#include "simulator/panelsim/PanelsimSession.h"
+#include "simulator/bus/UserText.h"
+#include "simulator/usbfs/VirtualBus.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <system_error>
+
+namespace Vantor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds patience{3}; // with a program that ignores a signal
+constexpr Clock::time_point never = Clock::time_point::max();
+
+sigset_t handledSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGCHLD);
+    return signals;
+}
+
+// The next handled signal, 0 when there is none until `end`.
+int waitForSignal(Clock::time_point end, siginfo_t& info)
+{
+    const sigset_t signals = handledSignals();
+    if (end == never)
+        return sigwaitinfo(&signals, &info);
+    const auto left = std::max(std::chrono::nanoseconds(end - Clock::now()), std::chrono::nanoseconds(0));
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    const timespec timeout{seconds.count(), (left - seconds).count()};
+    return std::max(sigtimedwait(&signals, &info, &timeout), 0);
+}
+
+// Until the program ends. A signal that a terminal sends reaches the program, too, so
+// only others go on to it.
+void attend(ClientProcess& program)
+{
+    Clock::time_point end = never;
+    while (!program.hasEnded()) {
+        siginfo_t info{};
+        const int number = waitForSignal(end, info);
+        if (number == SIGINT || number == SIGTERM) {
+            if (info.si_code == SI_KERNEL)
+                continue; // the program has it, too, and may want to be asked twice
+            program.sendSignal(number);
+            if (end == never)
+                end = Clock::now() + patience;
+        } else if (Clock::now() >= end) {
+            program.sendSignal(SIGKILL);
+            end = never;
+        }
+    }
+}
+
+VirtualBus::Options busOptions(const PanelsimOptions& options, PanelsimSession& session)
+{
+    VirtualBus::Options bus;
+    session.setUp(bus);
+    bus.scatterGather = options.scatterGather;
+    return bus;
+}
+
+} // namespace
+
+int runProgram(const PanelsimOptions& options)
+{
+    PanelsimSession session(options);
+    // Before there are threads, so that only waitForSignal takes these.
+    std::signal(SIGCHLD, SIG_DFL);
+    const sigset_t signals = handledSignals();
+    sigset_t originalMask;
+    pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
+
+    VirtualBus bus(busOptions(options, session));
+    session.begin(bus);
+    int exitCode = 0;
+    try {
+        ClientProcess program(options.program, VirtualBus::getClientEnvironment(), originalMask);
+        session.schedule(bus);
+        attend(program);
+        exitCode = program.getExitCode();
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "panelsim: cannot run %s: %s\n", UserText::shown(options.program.front()).c_str(),
+                     error.code().message().c_str());
+        return error.code() == std::errc::no_such_file_or_directory ? PanelsimExit::notFound
+                                                                    : PanelsimExit::notExecutable;
+    }
+    return session.finish(bus) ? exitCode : PanelsimExit::violation;
+}
+
+} // namespace Vantor

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "simulator/usbfs/VirtualPanel.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Vantor {
+
+// What sysfs shows of the virtual bus, in the form that umockdev_testbed_add_from_string
+// takes. Pure.
+namespace SysfsDescription {
+
+// The root hub of bus 1, device 1.
+std::string describeRootHub();
+
+// A panel behind a port of the root hub; `descriptors` as the kernel's attribute of that name.
+std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
+
+// Its interface, which comes after it.
+std::string describeInterface(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
+
+// Where sysfs has it and its interface, from /sys.
+std::string panelPath(const VirtualPanel::Address& address);
+std::string interfacePath(const VirtualPanel::Address& address);
+
+// The device node, from /dev.
+std::string nodePath(const VirtualPanel::Address& address);
+
+} // namespace SysfsDescription
+
+} // namespace Vantor

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "simulator/bus/CommandTimeline.h"
+#include "simulator/bus/PanelBus.h"
+#include "simulator/bus/PastViolations.h"
+#include "simulator/usbfs/UeventListeners.h"
+#include "simulator/usbfs/VirtualPanel.h"
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <umockdev.h>
+
+namespace Vantor {
+
+// A USB bus with simulated panels, for one client process at a time: any program that
+// uses libusb, started with getClientEnvironment. The panel with number P sits at port
+// P + 1 of bus 1, a root hub in front of it. Plugging and unplugging wait for a client
+// that does not read what it is told of earlier ones: it misses nothing.
+//
+// Threads: every operation from any thread. The bus has one thread of its own for what
+// happens in time, and umockdev has one for the client's ioctls; neither wakes while
+// nothing happens. One bus per process at a time.
+// Lifetime: the client must have ended before the bus is destroyed.
+class VirtualBus : public PanelBus {
+public:
+    struct Options : PanelBus::Options {
+        bool scatterGather = true; // false: libusb splits transfers into URBs of 16 KiB
+    };
+
+    // Throws std::runtime_error when the bus cannot be set up.
+    explicit VirtualBus(Options options);
+    ~VirtualBus() override;
+
+    // Environment for the client, this process's own included: NAME=VALUE.
+    static std::vector<std::string> getClientEnvironment();
+
+    void setFlash(unsigned int panel, BootLoader::Flash flash) override;
+    void plug(unsigned int panel) override;
+    void unplug(unsigned int panel) override;
+    void execute(const PanelCommand& command) override;
+    void schedule(std::chrono::nanoseconds delay, const PanelCommand& command) override;
+    bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
+    std::vector<std::string> getViolations() const override;
+
+private:
+    struct GObjectRelease {
+        void operator()(void* object) const;
+    };
+
+    void log(unsigned int panel, const std::string& line) const;
+    void complain(unsigned int panel, const std::string& line) const;
+    VirtualPanel* findPlugged(unsigned int panel) const;
+    VirtualPanel* findLast(unsigned int panel) const;
+    VirtualPanel* findPulled() const;
+    BootLoader::Flash takeFlash(unsigned int panel);
+    VirtualPanel::Address assignAddress(unsigned int panel);
+    void show(VirtualPanel& panel);
+    void remove(VirtualPanel& panel);
+    void removePulled();
+    void detachOld(unsigned int device);
+    void forgetOld();
+    bool awaitListeners(unsigned int panel);
+    void addToSysfs(const std::string& description);
+    void apply(const PanelCommand& command);
+
+    void runTime();
+    void attempt(unsigned int panel, const std::function<void()>& action) const;
+    std::chrono::nanoseconds nextWakeTime() const;
+
+    const Options m_options;
+    std::mutex m_hotplugMutex; // one plug or unplug at a time; taken before m_share.mutex
+
+    // Under m_share.mutex. The panel plugged in last under a number stays, others until
+    // they have been let go; only plug forgets any.
+    mutable BusShare m_share;
+    std::vector<std::unique_ptr<VirtualPanel>> m_panels;
+    PastViolations m_pastViolations; // of forgotten panels
+    std::map<unsigned int, BootLoader::Flash> m_flash; // for panels not plugged in yet
+    CommandTimeline m_timeline;
+    bool m_ending = false;
+
+    // Under m_hotplugMutex.
+    unsigned int m_lastDevice = 1; // number 1 is the root hub's
+
+    std::unique_ptr<UMockdevTestbed, GObjectRelease> m_testbed; // before the panels at the end
+    const std::string m_root;                                   // its folder
+    const UeventListeners m_listeners;
+    std::thread m_timeThread;
+};
+
+} // namespace Vantor

@@ -1,0 +1,180 @@
+#include "simulator/usbip/KernelPanel.h"
+
+#include "simulator/bus/CommandExecution.h"
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <system_error>
+#include <utility>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace Vantor {
+
+namespace {
+
+constexpr std::size_t readSize = 65536;
+
+// As long as the kernel leaves that much unread, nothing more is taken from it.
+constexpr std::size_t enoughOutput = std::size_t{1} << 20;
+
+bool isLater(int error)
+{
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+} // namespace
+
+KernelPanel::KernelPanel(unsigned int number, PanelModel::Options options, PanelModel::Clock clock,
+                         BootLoader::Flash flash, Log log)
+    : m_number(number), m_log(std::move(log)), m_model(std::move(options), std::move(clock), std::move(flash)),
+      m_usbIp(m_model)
+{
+    m_model.setRecordObserver([this](const PanelModel::Record& record) {
+        if (m_log)
+            m_log(describe(record));
+    });
+}
+
+KernelPanel::~KernelPanel()
+{
+    if (isPlugged())
+        close(m_socket);
+}
+
+void KernelPanel::plug(KernelPorts& ports, std::optional<unsigned int> preferredPort)
+{
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+        throw std::system_error(errno, std::generic_category(), "socketpair");
+    m_socket = ends[0];
+    try {
+        m_port = ports.attach(ends[1], preferredPort);
+    } catch (...) {
+        close(ends[1]);
+        throw;
+    }
+    close(ends[1]);
+}
+
+// What the panel has said before that still arrives.
+void KernelPanel::unplug()
+{
+    if (!m_model.isUnplugged())
+        static_cast<void>(send());
+    m_model.unplug();
+    close(m_socket);
+    m_socket = -1;
+    logViolations();
+}
+
+unsigned int KernelPanel::getNumber() const
+{
+    return m_number;
+}
+
+unsigned int KernelPanel::getPort() const
+{
+    return m_port;
+}
+
+PanelModel& KernelPanel::getModel()
+{
+    return m_model;
+}
+
+bool KernelPanel::isPlugged() const
+{
+    return m_socket >= 0;
+}
+
+bool KernelPanel::isConfigured() const
+{
+    return m_usbIp.isConfigured();
+}
+
+int KernelPanel::getSocket() const
+{
+    return m_socket;
+}
+
+short KernelPanel::getEvents() const
+{
+    return static_cast<short>((m_output.size() < enoughOutput ? POLLIN : 0) | (m_output.empty() ? 0 : POLLOUT));
+}
+
+bool KernelPanel::serve()
+{
+    return receive() && send();
+}
+
+// Once: whoever else waits has a turn.
+bool KernelPanel::receive()
+{
+    if ((getEvents() & POLLIN) == 0)
+        return true;
+    std::array<std::uint8_t, readSize> buffer;
+    const ssize_t size = recv(m_socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (size == 0)
+        return end("the kernel has let go of it");
+    if (size < 0)
+        return isLater(errno) || end("the connection to the kernel: " + std::generic_category().message(errno));
+    if (!m_usbIp.receive(buffer.data(), static_cast<std::size_t>(size)))
+        return end("the kernel sent " + m_usbIp.getError());
+    settle();
+    return true;
+}
+
+bool KernelPanel::send()
+{
+    std::size_t sent = 0;
+    ssize_t size = 0;
+    while (size >= 0 && sent < m_output.size()) {
+        size = ::send(m_socket, m_output.data() + sent, m_output.size() - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (size < 0 && !isLater(errno))
+            return end("the connection to the kernel: " + std::generic_category().message(errno));
+        sent += size > 0 ? static_cast<std::size_t>(size) : 0;
+    }
+    m_output.erase(m_output.begin(), m_output.begin() + static_cast<std::ptrdiff_t>(sent));
+    return true;
+}
+
+bool KernelPanel::end(const std::string& reason)
+{
+    m_reason = reason;
+    return false;
+}
+
+const std::string& KernelPanel::getReason() const
+{
+    return m_reason;
+}
+
+void KernelPanel::settle()
+{
+    m_usbIp.settle();
+    const std::vector<std::uint8_t> output = m_usbIp.takeOutput();
+    m_output.insert(m_output.end(), output.begin(), output.end());
+    if (isConfigured() != m_wasConfigured)
+        log(isConfigured() ? "configured" : "no longer configured");
+    m_wasConfigured = isConfigured();
+    logViolations();
+}
+
+void KernelPanel::log(const std::string& line) const
+{
+    if (m_log)
+        m_log(line);
+}
+
+void KernelPanel::logViolations()
+{
+    const auto& violations = m_model.getViolations();
+    for (; m_loggedViolations < violations.size(); ++m_loggedViolations)
+        log("violation: " + violations[m_loggedViolations]);
+}
+
+} // namespace Vantor

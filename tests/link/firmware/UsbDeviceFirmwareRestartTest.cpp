@@ -1,0 +1,156 @@
+// Main chunks that nobody answers: counted, and after five resends announced again.
+#include "tests/link/firmware/FirmwareRig.h"
+
+using namespace std::chrono_literals;
+
+namespace Vantor::Test {
+
+namespace {
+
+// Acknowledged up to the second chunk of threeChunks(), which has been sent.
+void goToSecondChunk(FirmwareRig& rig, const Bytes& frame)
+{
+    rig.startAndExpect();
+    rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 4096, Bytes(4096, 1)));
+    rig.acknowledgeAfter(100ms, mainMcu, 0, 4096);
+    rig.want.mainOffset = 4096;
+    rig.want.retries = 0;
+    rig.want.lastSentOffset = 0x1000;
+    rig.wantProgress();
+    rig.wantChunk(mainMcu, 0x1000, 4096);
+    rig.expectStep({frame}, {rig.successLine(mainMcu, 0, 4096), writingMain});
+}
+
+void resend(FirmwareRig& rig, std::uint32_t address, const Bytes& frame)
+{
+    rig.pollAfter(700ms);
+    rig.want.resends = (rig.want.resends + 1) % 256;
+    ++rig.want.retries;
+    rig.wantChunk(mainMcu, address, rig.want.length);
+    rig.expectStep({frame}, {writingMain, rig.resendLine()});
+}
+
+} // namespace
+
+TEST_P(UsbDeviceFirmware, fiveUnansweredResends_announceAgainWithTheOffsetUnchanged)
+{
+    FirmwareRig rig(GetParam(), threeChunks(), {});
+    const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
+    goToSecondChunk(rig, frame);
+    for (int i = 0; i < 5; ++i)
+        resend(rig, 0x1000, frame);
+    EXPECT_EQ(rig.want.retries, 5u);
+    rig.pollAfter(700ms - 1ns);
+    rig.expectNothing();
+    rig.pollAfter(1ns);
+    rig.want.retries = 0;
+    rig.wantRequest(); // state 2 again, through 1
+    rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x1000 uid 260\n"}});
+    rig.pollAfter(1s - 1ns);
+    rig.expectNothing();
+    rig.pollAfter(1ns);
+    // It goes on where it stood, which counts as a resend again.
+    rig.want.resends = 7;
+    rig.want.retries = 1;
+    rig.wantChunk(mainMcu, 0x1000, 4096);
+    rig.expectStep({frame}, {writingMain, rig.resendLine()});
+    rig.acknowledgeAfter(100ms, mainMcu, 0x1000, 4096);
+    rig.want.mainOffset = 8192;
+    rig.want.lastAckAddress = 0x1000;
+    rig.want.lastSentOffset = 0x2000;
+    rig.want.retries = 0;
+    rig.wantProgress();
+    rig.wantChunk(mainMcu, 0x2000, 1808);
+    rig.expectStep({Frame::chunk(mainMcu, 0x2000, 1808, Frame::over(Bytes(1808, 3), Bytes(4096, 2)))},
+                   {rig.successLine(mainMcu, 0x1000, 4096), writingMain});
+}
+
+// The first chunk of a fresh device is itself counted, so four resends are enough.
+TEST_P(UsbDeviceFirmware, fourUnansweredResendsOfAFreshDevicesFirstChunk_announceAgain)
+{
+    FirmwareRig rig(GetParam(), Bytes(9, 1), {});
+    rig.startAndExpect();
+    const Bytes frame = Frame::chunk(mainMcu, 0, 9, Frame::over(Bytes(9, 1), {}));
+    rig.sendFirstMainChunk(frame);
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 4; ++i)
+            resend(rig, 0, frame);
+        rig.pollAfter(700ms);
+        rig.want.retries = 0;
+        rig.wantRequest();
+        rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x0 uid 260\n"}});
+        rig.sendFirstMainChunk(frame);
+        EXPECT_EQ(rig.want.retries, 1u);
+    }
+}
+
+// A reply at the last moment starts the row again, even one that reports a failure.
+TEST_P(UsbDeviceFirmware, replyAfterFiveResends_preventsTheRestart)
+{
+    FirmwareRig rig(GetParam(), threeChunks(), {});
+    const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
+    goToSecondChunk(rig, frame);
+    for (int i = 0; i < 5; ++i)
+        resend(rig, 0x1000, frame);
+    rig.replyAfter(700ms, {FirmwareUpgradeCommand::SendAgain, mainMcu, 0x1000, 0, 0});
+    rig.want.retries = 1;
+    rig.want.resends = 7;
+    rig.wantChunk(mainMcu, 0x1000, 4096);
+    rig.expectStep({frame}, {writingMain, rig.resendLine()});
+}
+
+// The count has eight bits: 256 resends read as none.
+TEST_P(UsbDeviceFirmware, resendCount_wrapsAt256)
+{
+    FirmwareRig rig(GetParam(), Bytes(9, 1), {});
+    rig.startAndExpect();
+    const Bytes frame = Frame::chunk(mainMcu, 0, 9, Frame::over(Bytes(9, 1), {}));
+    rig.sendFirstMainChunk(frame);
+    for (unsigned int resends = 2; resends <= 257; ++resends) {
+        rig.replyAfter(100ms, {FirmwareUpgradeCommand::SendAgain, mainMcu, 0, 0, 0});
+        rig.want.resends = resends % 256;
+        rig.wantChunk(mainMcu, 0, 9);
+        rig.expectStep({frame}, {writingMain, rig.resendLine()});
+    }
+    EXPECT_EQ(rig.want.resends, 1u);
+}
+
+// To the second request "written" is no answer: the chunk that nobody acknowledged counts.
+TEST_P(UsbDeviceFirmware, requestAnsweredAsWrittenAfterARestart_skipsTheChunk)
+{
+    FirmwareRig rig(GetParam(), threeChunks(), {});
+    const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
+    goToSecondChunk(rig, frame);
+    for (int i = 0; i < 5; ++i)
+        resend(rig, 0x1000, frame);
+    rig.pollAfter(700ms);
+    rig.want.retries = 0;
+    rig.wantRequest();
+    rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x1000 uid 260\n"}});
+    rig.acknowledgeAfter(10ms, 0, 0, 0);
+    rig.want.mainOffset = 8192;
+    rig.want.timeout = 0.1;
+    rig.wantProgress();
+    rig.expectStep({}, {rig.successLine(0, 0, 0)});
+}
+
+// A panel that takes everything and says nothing is never given up: a request and five
+// chunks take 0.7 x 5 + 1 seconds, for ever.
+TEST_P(UsbDeviceFirmware, silentPanel_isNeverGivenUp)
+{
+    FirmwareRig rig(GetParam(), Bytes(9, 1), {});
+    rig.startAndExpect();
+    const Bytes frame = Frame::chunk(mainMcu, 0, 9, Frame::over(Bytes(9, 1), {}));
+    for (int round = 0; round < 100; ++round) {
+        rig.sendFirstMainChunk(frame);
+        for (int i = 0; i < 4; ++i)
+            resend(rig, 0, frame);
+        rig.pollAfter(700ms);
+        rig.want.retries = 0;
+        rig.wantRequest();
+        rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x0 uid 260\n"}});
+    }
+    EXPECT_TRUE(rig.device->isUpdating());
+}
+
+} // namespace Vantor::Test

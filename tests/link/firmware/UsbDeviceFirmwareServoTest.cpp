@@ -1,0 +1,143 @@
+// The servo image on its way: as the main one, but without any count of resends.
+#include "tests/link/firmware/FirmwareRig.h"
+
+using namespace std::chrono_literals;
+
+namespace Vantor::Test {
+
+TEST_P(UsbDeviceFirmware, servoImageAlone_isAnnouncedWithAnEmptyMainImage)
+{
+    FirmwareRig rig(GetParam(), {}, twoChunks());
+    rig.startAndExpect();
+    EXPECT_EQ(rig.want.mainCrc, 0u) << "of no bytes";
+    rig.pollAfter(1s - 1ns);
+    rig.expectNothing();
+    rig.pollAfter(1ns);
+    rig.wantChunk(servoMcu, 0, 4096);
+    rig.expectStep({Frame::chunk(servoMcu, 0, 4096, Bytes(4096, 4))}, {writingServo});
+
+    rig.acknowledgeAfter(100ms, servoMcu, 0, 4096);
+    rig.want.servoOffset = 4096;
+    rig.wantChunk(servoMcu, 0x1000, 1);
+    rig.wantProgress();
+    rig.expectStep({Frame::chunk(servoMcu, 0x1000, 1, Frame::over({5}, Bytes(4096, 4)))},
+                   {rig.successLine(servoMcu, 0, 4096), writingServo});
+
+    rig.acknowledgeAfter(100ms, servoMcu, 0x1000, 1);
+    rig.want.servoOffset = 4097;
+    rig.want.lastAckAddress = 0x1000;
+    rig.want.state = FirmwareState::announcing;
+    rig.want.address = 4097;
+    rig.want.length = 0;
+    rig.wantProgress();
+    rig.expectStep({}, {rig.successLine(servoMcu, 0x1000, 1),
+                        writingServo,
+                        {4, "[libusb] Written total of 4097 bytes to Servo F1 MCU\n"}});
+}
+
+TEST_P(UsbDeviceFirmware, servoImageBehindAMainImage_isNotAnnouncedAgain)
+{
+    FirmwareRig rig(GetParam(), Bytes(9, 1), {7});
+    rig.startAndExpect();
+    rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, Frame::over(Bytes(9, 1), {})));
+    rig.acknowledgeAfter(100ms, mainMcu, 0, 9);
+    rig.want.mainOffset = 9;
+    rig.want.retries = 0;
+    rig.want.state = FirmwareState::announcing;
+    rig.want.address = 9;
+    rig.want.length = 0;
+    rig.wantProgress();
+    rig.expectStep(
+        {}, {rig.successLine(mainMcu, 0, 9), writingMain, {4, "[libusb] Written total of 9 bytes to Main MCU\n"}});
+    rig.pollAfter(600ms - 1ns);
+    rig.expectNothing();
+    rig.pollAfter(1ns);
+    rig.want.state = FirmwareState::sendingServo;
+    rig.expectNothing();
+    rig.pollAfter(0s);
+    rig.wantChunk(servoMcu, 0, 1);
+    rig.expectStep({Frame::chunk(servoMcu, 0, 1, Frame::over({7}, Bytes(9, 1)))}, {writingServo});
+
+    // Its address 0 comes after the main image's 0, which never is a duplicate.
+    rig.acknowledgeAfter(100ms, servoMcu, 0, 1);
+    rig.want.servoOffset = 1;
+    rig.want.state = FirmwareState::announcing;
+    rig.want.address = 1;
+    rig.want.length = 0;
+    rig.wantProgress();
+    rig.expectStep(
+        {},
+        {rig.successLine(servoMcu, 0, 1), writingServo, {4, "[libusb] Written total of 1 bytes to Servo F1 MCU\n"}});
+}
+
+TEST_P(UsbDeviceFirmware, servoImageAroundTheChunkSize_endsWhereItEnds)
+{
+    for (const std::uint32_t size : {1u, 4095u, 4096u, 8192u}) {
+        SCOPED_TRACE(size);
+        FirmwareRig rig(GetParam(), {}, Bytes(size, 9));
+        rig.startAndExpect();
+        Bytes data(4096, 0);
+        const std::uint32_t length = std::min(size, 4096u);
+        data = Frame::over(Bytes(length, 9), data);
+        rig.sendFirstServoChunk(Frame::chunk(servoMcu, 0, length, data));
+        std::uint32_t address = 0;
+        for (std::uint32_t next = length; next < size; next += 4096) {
+            rig.acknowledgeAfter(100ms, servoMcu, address, 4096);
+            rig.want.servoOffset = next;
+            rig.want.lastAckAddress = address;
+            rig.wantChunk(servoMcu, next, 4096);
+            rig.wantProgress();
+            rig.expectStep({Frame::chunk(servoMcu, next, 4096, data)},
+                           {rig.successLine(servoMcu, address, 4096), writingServo});
+            address = next;
+        }
+        rig.acknowledgeAfter(100ms, servoMcu, address, length);
+        rig.want.servoOffset = size;
+        rig.want.lastAckAddress = address;
+        rig.want.state = FirmwareState::announcing;
+        rig.want.address = size;
+        rig.want.length = 0;
+        rig.wantProgress();
+        rig.expectStep({}, {rig.successLine(servoMcu, address, length),
+                            writingServo,
+                            {4, "[libusb] Written total of " + std::to_string(size) + " bytes to Servo F1 MCU\n"}});
+    }
+}
+
+// Without limit and without a count, at offset 0 too, where m_lastSentOffset agrees.
+TEST_P(UsbDeviceFirmware, unansweredServoChunk_isSentAgainAndNeverCounted)
+{
+    FirmwareRig rig(GetParam(), {}, twoChunks());
+    rig.startAndExpect();
+    const Bytes frame = Frame::chunk(servoMcu, 0, 4096, Bytes(4096, 4));
+    rig.sendFirstServoChunk(frame);
+    for (int i = 0; i < 20; ++i) {
+        rig.pollAfter(700ms - 1ns);
+        rig.expectNothing();
+        rig.pollAfter(1ns);
+        rig.wantChunk(servoMcu, 0, 4096);
+        rig.expectStep({frame}, {writingServo});
+    }
+}
+
+TEST_P(UsbDeviceFirmware, servoOffsetPastTheEnd_isAFinishedImage)
+{
+    FirmwareRig rig(GetParam(), {}, {7, 8});
+    rig.startAndExpect();
+    rig.sendFirstServoChunk(Frame::chunk(servoMcu, 0, 2, Frame::over({7, 8}, {})));
+    for (const std::uint32_t offset : {2u, 4u}) {
+        rig.acknowledgeAfter(10ms, servoMcu, 0, 2);
+        rig.want.servoOffset = offset;
+        rig.want.timeout = 0.1;
+        rig.wantProgress();
+        rig.expectStep({}, {rig.successLine(servoMcu, 0, 2)});
+    }
+    rig.pollAfter(80ms);
+    rig.want.state = FirmwareState::announcing;
+    rig.want.timeout = 0.7;
+    rig.want.address = 4;
+    rig.want.length = 0;
+    rig.expectStep({}, {writingServo, {4, "[libusb] Written total of 4 bytes to Servo F1 MCU\n"}});
+}
+
+} // namespace Vantor::Test

@@ -1,0 +1,37 @@
+#include "simulator/bus/CommandTimeline.h"
+
+#include <gtest/gtest.h>
+
+namespace Vantor {
+namespace {
+
+using std::chrono::nanoseconds;
+
+// The panel of the next command that is due, -1 when there is none.
+int takeDue(CommandTimeline& timeline, long long now)
+{
+    const auto command = timeline.takeDue(nanoseconds(now));
+    return command ? static_cast<int>(std::get<PlugCommand>(*command).panel) : -1;
+}
+
+TEST(CommandTimeline, commands_comeInTheirOrderAtTheirTime)
+{
+    CommandTimeline timeline;
+    EXPECT_FALSE(timeline.getNextTime());
+    EXPECT_EQ(takeDue(timeline, 1000), -1);
+    timeline.add(nanoseconds(20), PlugCommand{2});
+    timeline.add(nanoseconds(10), PlugCommand{1});
+    timeline.add(nanoseconds(20), PlugCommand{3});
+    EXPECT_EQ(timeline.getNextTime(), nanoseconds(10));
+    EXPECT_EQ(takeDue(timeline, 9), -1);
+    EXPECT_EQ(takeDue(timeline, 10), 1);
+    EXPECT_EQ(timeline.getNextTime(), nanoseconds(20));
+    EXPECT_EQ(takeDue(timeline, 19), -1);
+    EXPECT_EQ(takeDue(timeline, 99), 2);
+    EXPECT_EQ(takeDue(timeline, 99), 3);
+    EXPECT_EQ(takeDue(timeline, 99), -1);
+    EXPECT_FALSE(timeline.getNextTime());
+}
+
+} // namespace
+} // namespace Vantor

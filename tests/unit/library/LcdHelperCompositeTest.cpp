@@ -1,0 +1,231 @@
+// Grey pictures on 1-bit LCDs.
+
+#include "libMorvaneHostUsb/LcdHelper.h"
+
+#include "tests/support/PackedBytes.h"
+
+#include "tests/support/LiteralComposite.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <map>
+#include <random>
+
+#include <gtest/gtest.h>
+
+namespace Vantor {
+namespace {
+
+const Bytes black(8 * 8, 0);
+constexpr int mid = 128;
+
+// The bytes that are not 0, by their index.
+std::map<std::size_t, int> setBytes(const std::uint8_t* bytes, std::size_t size)
+{
+    std::map<std::size_t, int> set;
+    for (std::size_t i = 0; i < size; ++i) {
+        if (bytes[i] != 0)
+            set[i] = bytes[i];
+    }
+    return set;
+}
+
+template <typename Lcd> std::map<std::size_t, int> setBytes(const Lcd& lcd)
+{
+    return setBytes(lcd.data, sizeof lcd.data);
+}
+
+using Set = std::map<std::size_t, int>;
+
+// A black square of `size` pixels a side, at most 8.
+template <typename Lcd> Lcd withSquare(unsigned int size, int x, int y)
+{
+    Lcd lcd{};
+    LcdHelper::compositeToLcd(&lcd, black.data(), size, size, x, y, mid);
+    return lcd;
+}
+
+} // namespace
+
+TEST(LcdHelper, lcdBitmapPictureOf8RowsAtRow60_setsTheUpperHalfOfPage7)
+{
+    LcdBitmap lcd{};
+    LcdHelper::compositeToLcd(&lcd, black.data(), 1, 8, 5, 60, mid);
+    EXPECT_EQ(setBytes(lcd), (Set{{7 * 128 + 5, 0xF0}}));
+}
+
+TEST(LcdHelper, lcdBitmapPage_hasItsTopRowInBit0)
+{
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(1, 0, 0)), (Set{{0, 0x01}}));
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(1, 0, 7)), (Set{{0, 0x80}}));
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(1, 3, 8)), (Set{{128 + 3, 0x01}}));
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(1, 127, 63)), (Set{{1023, 0x80}}));
+}
+
+TEST(LcdHelper, lcdBitmapEdges_clip)
+{
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, 126, 61)), (Set{{7 * 128 + 126, 0xE0}, {7 * 128 + 127, 0xE0}}));
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, 128, 0)), Set{});
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, 0, 64)), Set{});
+}
+
+TEST(LcdHelper, transLcdBitmapRow_hasItsLeftmostPixelInBit7)
+{
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 0, 0)), (Set{{0, 0x80}}));
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 143, 0)), (Set{{17, 0x01}}));
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 0, 1)), (Set{{18, 0x80}}));
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 10, 2)), (Set{{2 * 18 + 1, 0x20}}));
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 143, 167)), (Set{{3023, 0x01}}));
+}
+
+TEST(LcdHelper, transLcdBitmapEdges_clip)
+{
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, 142, 166)), (Set{{166 * 18 + 17, 0x03}, {167 * 18 + 17, 0x03}}));
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, 144, 0)), Set{});
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, 0, 168)), Set{});
+}
+
+// Ten columns and twelve rows: two pages of ten bytes, the second half used.
+TEST(LcdHelper, rawLcd_isPagesOfItsOwnWidth)
+{
+    Bytes lcd(20, 0);
+    LcdHelper::compositeToLcd(lcd.data(), black.data(), 2, 2, 10, 12, 8, 10, mid);
+    EXPECT_EQ(setBytes(lcd.data(), lcd.size()), (Set{{18, 0x0C}, {19, 0x0C}}));
+}
+
+TEST(LcdHelper, rawLcdEdges_clip)
+{
+    Bytes lcd(20, 0);
+    LcdHelper::compositeToLcd(lcd.data(), black.data(), 8, 8, 10, 12, 9, 11, mid);
+    EXPECT_EQ(setBytes(lcd.data(), lcd.size()), (Set{{19, 0x08}}));
+}
+
+TEST(LcdHelper, negativePositions_clipAtTheLeftAndTop)
+{
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, -2, -3)), (Set{{0, 0x01}, {1, 0x01}}));
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, -2, -3)), (Set{{0, 0xC0}}));
+    EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, -4, 0)), Set{});
+    EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, 0, -4)), Set{});
+    Bytes lcd(20, 0);
+    LcdHelper::compositeToLcd(lcd.data(), black.data(), 4, 4, 10, 12, -3, -2, mid);
+    EXPECT_EQ(setBytes(lcd.data(), lcd.size()), (Set{{0, 0x03}}));
+}
+
+TEST(LcdHelper, farPositions_drawNothing)
+{
+    for (const int far : {INT_MIN, INT_MIN + 1, -1000, 1000, INT_MAX - 3, INT_MAX}) {
+        for (const auto& [x, y] : {std::pair{far, 0}, {0, far}, {far, far}}) {
+            EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, x, y)), Set{});
+            EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, x, y)), Set{});
+            Bytes lcd(20, 0);
+            LcdHelper::compositeToLcd(lcd.data(), black.data(), 4, 4, 10, 12, x, y, mid);
+            EXPECT_EQ(setBytes(lcd.data(), lcd.size()), Set{});
+        }
+    }
+}
+
+TEST(LcdHelper, pixel_isSetBelowTheThresholdOnly)
+{
+    const Bytes greys = {0, 127, 128, 129, 255};
+    TransLcdBitmap lcd{};
+    LcdHelper::compositeToLcd(&lcd, greys.data(), 5, 1, 0, 0, 128);
+    EXPECT_EQ(lcd.data[0], 0xC0);
+    LcdHelper::compositeToLcd(&lcd, greys.data(), 5, 1, 0, 1, 0);
+    EXPECT_EQ(lcd.data[18], 0x00);
+    LcdHelper::compositeToLcd(&lcd, greys.data(), 5, 1, 0, 2, 256);
+    EXPECT_EQ(lcd.data[36], 0xF8);
+}
+
+TEST(LcdHelper, lightPixels_clearNothing)
+{
+    const Bytes white(64, 255);
+    LcdBitmap pages = withSquare<LcdBitmap>(8, 0, 0);
+    TransLcdBitmap rows = withSquare<TransLcdBitmap>(8, 0, 0);
+    const Set pagesBefore = setBytes(pages);
+    const Set rowsBefore = setBytes(rows);
+    LcdHelper::compositeToLcd(&pages, white.data(), 8, 8, 0, 0, mid);
+    LcdHelper::compositeToLcd(&rows, white.data(), 8, 8, 0, 0, mid);
+    EXPECT_EQ(setBytes(pages), pagesBefore);
+    EXPECT_EQ(setBytes(rows), rowsBefore);
+}
+
+TEST(LcdHelper, laterPicture_isAddedToTheEarlierOne)
+{
+    TransLcdBitmap lcd = withSquare<TransLcdBitmap>(1, 0, 0);
+    LcdHelper::compositeToLcd(&lcd, black.data(), 1, 1, 3, 0, mid);
+    EXPECT_EQ(setBytes(lcd), (Set{{0, 0x90}}));
+}
+
+TEST(LcdHelper, headersOfTheLcds_areUntouched)
+{
+    const Bytes picture(200 * 200, 0);
+    LcdBitmap pages{{0xA1, 0xA2}, {}};
+    TransLcdBitmap rows{{0xB1, 0xB2}, {}};
+    LcdHelper::compositeToLcd(&pages, picture.data(), 200, 200, -10, -10, mid);
+    LcdHelper::compositeToLcd(&rows, picture.data(), 200, 200, -10, -10, mid);
+    EXPECT_EQ(Bytes(pages.header, pages.header + 2), (Bytes{0xA1, 0xA2}));
+    EXPECT_EQ(Bytes(rows.header, rows.header + 2), (Bytes{0xB1, 0xB2}));
+    EXPECT_TRUE(std::all_of(std::begin(pages.data), std::end(pages.data), [](int byte) { return byte == 0xFF; }));
+    EXPECT_TRUE(std::all_of(std::begin(rows.data), std::end(rows.data), [](int byte) { return byte == 0xFF; }));
+}
+
+TEST(LcdHelper, pictureWithoutPixels_drawsNothing)
+{
+    LcdBitmap pages{};
+    TransLcdBitmap rows{};
+    for (const auto& [width, height] : {std::pair{0U, UINT_MAX}, {UINT_MAX, 0U}, {0U, 0U}}) {
+        LcdHelper::compositeToLcd(&pages, nullptr, width, height, 0, 0, mid);
+        LcdHelper::compositeToLcd(&rows, nullptr, width, height, 0, 0, mid);
+        LcdHelper::compositeToLcd(nullptr, nullptr, width, height, 8, 8, 0, 0, mid);
+    }
+    EXPECT_EQ(setBytes(pages), Set{});
+    EXPECT_EQ(setBytes(rows), Set{});
+}
+
+TEST(LcdHelper, lcdWithoutPixels_isLeftAlone)
+{
+    LcdHelper::compositeToLcd(nullptr, black.data(), 8, 8, 0, 8, 0, 0, mid);
+    LcdHelper::compositeToLcd(nullptr, black.data(), 8, 8, 8, 0, 0, 0, mid);
+}
+
+TEST(LcdHelper, compositeAtRandomPositions_isTheLiteralOne)
+{
+    std::mt19937 engine(3);
+    const auto below = [&engine](unsigned int end) { return static_cast<unsigned int>(engine() % end); };
+    for (int round = 0; round < 300; ++round) {
+        const unsigned int width = below(170);
+        const unsigned int height = below(200);
+        Bytes grey(std::size_t{width} * height);
+        for (std::uint8_t& byte : grey)
+            byte = static_cast<std::uint8_t>(below(256));
+        const int x = static_cast<int>(below(400)) - 200;
+        const int y = static_cast<int>(below(440)) - 220;
+        const int threshold = static_cast<int>(below(260));
+        SCOPED_TRACE(testing::Message() << "round " << round << ": " << width << " × " << height << " at " << x << ", "
+                                        << y << ", threshold " << threshold);
+        const LiteralComposite literal{grey, width, height, x, y, threshold};
+
+        LcdBitmap pages{};
+        Bytes expected(sizeof pages.data, 0);
+        literal.drawPages(expected, 128, 64);
+        LcdHelper::compositeToLcd(&pages, grey.data(), width, height, x, y, threshold);
+        ASSERT_EQ(Bytes(std::begin(pages.data), std::end(pages.data)), expected);
+
+        TransLcdBitmap rows{};
+        expected.assign(sizeof rows.data, 0);
+        literal.drawRows(expected, 144, 168);
+        LcdHelper::compositeToLcd(&rows, grey.data(), width, height, x, y, threshold);
+        ASSERT_EQ(Bytes(std::begin(rows.data), std::end(rows.data)), expected);
+
+        const unsigned int lcdWidth = 1 + below(150);
+        const unsigned int lcdHeight = 1 + below(80);
+        expected.assign(std::size_t{(lcdHeight + 7) / 8} * lcdWidth, 0);
+        Bytes raw = expected;
+        literal.drawPages(expected, lcdWidth, lcdHeight);
+        LcdHelper::compositeToLcd(raw.data(), grey.data(), width, height, lcdWidth, lcdHeight, x, y, threshold);
+        ASSERT_EQ(raw, expected) << lcdWidth << " × " << lcdHeight;
+    }
+}
+
+} // namespace Vantor

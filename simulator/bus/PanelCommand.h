@@ -24,10 +24,9 @@ namespace Vantor {
 //   emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]
 //
 // P is a panel's number from 0, 0 when it is left out; TIME is parseTime's, a plain number
-// milliseconds; a fault is for once unless it is sticky. ERRNO is a name (EPROTO), CODE one or two hexadecimal digits, T 0 to 255; skip
-// is 0 when left out; size=N stands for N bytes 0, 1, 2 … 255,
-// 0 …; count is 1 and every 0 when left out. The words of emit's tail may come in any
-// order.
+// milliseconds; a fault is for once unless it is sticky. ERRNO is a name (EPROTO), CODE one or two hexadecimal digits,
+// T 0 to 255; skip is 0 when left out; size=N stands for N bytes 0, 1, 2 … 255, 0 …; count is 1 and every 0 when left
+// out. The words of emit's tail may come in any order.
 
 struct PlugCommand {
     unsigned int panel;

@@ -35,9 +35,8 @@ template <typename Urb> auto findUrb(std::deque<Urb>& urbs, PanelModel::UrbId id
 } // namespace
 
 PanelModel::PanelModel(Options options, Clock clock, BootLoader::Flash flash)
-    : m_options(std::move(options)), m_clock(std::move(clock)),
-      m_packetLimit(m_options.maxPacketSize), m_decoder(m_packetLimit.at(m_clock())),
-      m_bootLoader(m_options.bootLoader, std::move(flash))
+    : m_options(std::move(options)), m_clock(std::move(clock)), m_packetLimit(m_options.maxPacketSize),
+      m_decoder(m_packetLimit.at(m_clock())), m_bootLoader(m_options.bootLoader, std::move(flash))
 {
     for (const auto& [lcd, size] : m_options.lcdSizes)
         if (!PanelScreen::isPossible(size))

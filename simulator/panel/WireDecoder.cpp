@@ -123,9 +123,9 @@ void WireDecoder::decodeRecords(const std::uint8_t* packet, std::uint64_t offset
             return;
         }
         if (static_cast<PacketType>(header.type) == PacketType::EncodedLcdSlice && !decoded.records.empty())
-            result.violations.push_back(at(offset + position, "encoded slice behind " +
-                                                                  records(decoded.records.size()) +
-                                                                  ", it is a packet's first"));
+            result.violations.push_back(
+                at(offset + position,
+                   "encoded slice behind " + records(decoded.records.size()) + ", it is a packet's first"));
         const std::uint8_t* const payload = packet + position + sizeof header;
         decoded.records.push_back({static_cast<PacketType>(header.type), {payload, payload + header.length}});
         position += sizeof header + header.length;

@@ -116,7 +116,8 @@ std::string makeShown(std::string message, int argc, char** argv)
     for (const std::string& word : words) {
         // Of --option=VALUE, it may be VALUE alone.
         const std::size_t equals = word.find('=');
-        for (const std::string& quoted : {word, equals != std::string::npos ? word.substr(equals + 1) : std::string()}) {
+        for (const std::string& quoted :
+             {word, equals != std::string::npos ? word.substr(equals + 1) : std::string()}) {
             const std::string shown = UserText::shown(quoted);
             if (shown == quoted)
                 continue;

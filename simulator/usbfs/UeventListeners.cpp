@@ -24,8 +24,8 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
-        m_isConnected =
-            m_descriptor >= 0 && connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        m_isConnected = m_descriptor >= 0 &&
+                        connect(m_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
     ~Probe() { close(m_descriptor); }
     Probe(const Probe&) = delete;

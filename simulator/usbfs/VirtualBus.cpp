@@ -55,8 +55,9 @@ void VirtualBus::GObjectRelease::operator()(void* object) const
     g_object_unref(object);
 }
 
-VirtualBus::VirtualBus(Options options) : m_options(std::move(options)), m_testbed(umockdev_testbed_new()),
-      m_root(rootOf(m_testbed.get())), m_listeners(m_root)
+VirtualBus::VirtualBus(Options options)
+    : m_options(std::move(options)), m_testbed(umockdev_testbed_new()), m_root(rootOf(m_testbed.get())),
+      m_listeners(m_root)
 {
     m_share.clock = startClock();
     m_share.log = m_options.log;
@@ -120,8 +121,8 @@ void VirtualBus::show(VirtualPanel& panel)
     detachOld(address.device);
     forgetOld();
     GError* error = nullptr;
-    umockdev_testbed_attach_ioctl(m_testbed.get(), SysfsDescription::nodePath(address).c_str(),
-                                  panel.getIoctlHandler(), &error);
+    umockdev_testbed_attach_ioctl(m_testbed.get(), SysfsDescription::nodePath(address).c_str(), panel.getIoctlHandler(),
+                                  &error);
     throwOnError(error, "attach");
     const auto descriptors = panel.getModel().getDescriptors();
     // One at a time, as each is an event.

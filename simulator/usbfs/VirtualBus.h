@@ -81,7 +81,7 @@ private:
     // they have been let go; only plug forgets any.
     mutable BusShare m_share;
     std::vector<std::unique_ptr<VirtualPanel>> m_panels;
-    PastViolations m_pastViolations; // of forgotten panels
+    PastViolations m_pastViolations;                   // of forgotten panels
     std::map<unsigned int, BootLoader::Flash> m_flash; // for panels not plugged in yet
     CommandTimeline m_timeline;
     bool m_ending = false;

@@ -35,7 +35,8 @@ constexpr std::chrono::milliseconds pause{2};
     if (error == EACCES || error == EPERM)
         fail("only root may attach panels to the kernel's USB bus (" + UserText::shown(file) + ": " +
              std::generic_category().message(error) + ")");
-    fail("cannot attach to the kernel's USB bus: " + UserText::shown(file) + ": " + std::generic_category().message(error));
+    fail("cannot attach to the kernel's USB bus: " + UserText::shown(file) + ": " +
+         std::generic_category().message(error));
 }
 
 } // namespace
@@ -80,7 +81,8 @@ unsigned int VhciPorts::attach(int socket, std::optional<unsigned int> preferred
 {
     std::vector<Port> ports = list();
     if (ports.empty())
-        fail("this kernel has no virtual host controller: modprobe vhci-hcd (found none at " + UserText::shown(m_folder) + ")");
+        fail("this kernel has no virtual host controller: modprobe vhci-hcd (found none at " +
+             UserText::shown(m_folder) + ")");
     const std::size_t number = ports.size();
     std::stable_partition(ports.begin(), ports.end(),
                           [preferred](const Port& port) { return port.number == preferred; });

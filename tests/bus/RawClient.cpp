@@ -20,7 +20,6 @@ constexpr unsigned int timeout = 1000; // ms
 
 int urbsInTheKernel = 0;
 
-
 bool send(libusb_device_handle* handle, const std::string& hex)
 {
     std::vector<unsigned char> bytes;

@@ -23,9 +23,9 @@ TEST_F(CommandExecutionTest, describe_usesTheWordsOfTheCommand)
     EXPECT_EQ(describe("fault clear"), "fault clear");
     for (const std::string line :
          {"fault out stall once", "fault in silent sticky", "fault in short=7 once", "fault out status=EPROTO once",
-          "fault out delay=250 sticky", "fault in delay=0.5 once", "fault in delay=0 once", "fault boot reply=f0 once", "fault boot lose skip=2 sticky",
-          "fault boot ignore once", "fault boot delay=5 once", "fault boot duplicate once",
-          "fault boot corrupt=13 once", "fault boot unplug skip=9 once"})
+          "fault out delay=250 sticky", "fault in delay=0.5 once", "fault in delay=0 once", "fault boot reply=f0 once",
+          "fault boot lose skip=2 sticky", "fault boot ignore once", "fault boot delay=5 once",
+          "fault boot duplicate once", "fault boot corrupt=13 once", "fault boot unplug skip=9 once"})
         EXPECT_EQ(describe(line), line);
     EXPECT_EQ(describe("emit type=5 hex=01"), "emit type 5, 1 byte");
     EXPECT_EQ(describe("emit type=255 size=20"), "emit type 255, 20 bytes");

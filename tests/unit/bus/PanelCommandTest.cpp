@@ -27,8 +27,7 @@ template <typename Command> Command parsed(const std::string& line)
     return std::get<Command>(*result.command);
 }
 
-const std::string badTime =
-    "expected a time such as 250ms, 2s, 1.5s or 250 (milliseconds), at most 1000000s, found ";
+const std::string badTime = "expected a time such as 250ms, 2s, 1.5s or 250 (milliseconds), at most 1000000s, found ";
 
 std::string errorOf(const std::string& line)
 {

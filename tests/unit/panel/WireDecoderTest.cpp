@@ -255,8 +255,8 @@ TEST(WireDecoder, everySplitIntoTwo_sameAsWhole)
         EXPECT_EQ(recordsIn(first) + recordsIn(second), 5u) << size;
         std::vector<std::string> violations = first.violations;
         violations.insert(violations.end(), second.violations.begin(), second.violations.end());
-        EXPECT_THAT(violations, ElementsAre(furtherPacket(15), "byte 15: packet counts 9 records, it holds 1",
-                                            furtherPacket(28)))
+        EXPECT_THAT(violations,
+                    ElementsAre(furtherPacket(15), "byte 15: packet counts 9 records, it holds 1", furtherPacket(28)))
             << size;
         EXPECT_THAT(end.violations, ElementsAre("byte 43: 3 bytes behind the last packet, a packet header has 8"))
             << size;

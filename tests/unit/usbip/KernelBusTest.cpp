@@ -268,7 +268,7 @@ TEST_F(KernelBusTest, panelThatLeavesWithinAnEmission_isNotComplainedOf)
     EXPECT_TRUE(m_complaints.empty());
 }
 
-// A panel that stayed would take what its LCDs show, here 97 KB.
+// A panel that stayed would take some 5 KB, and what its LCDs show.
 TEST_F(KernelBusTest, manyPlugs_doNotMakeItGrow)
 {
     const auto plugOften = [this] {

@@ -1,5 +1,5 @@
-# What an application may include. LogOutput.h, TransferAccount.h, EventPump.h and
-# UsbMessageQueue.h are the library's own.
+# What an application may include. LogOutput.h, ThreadName.h, TransferAccount.h, EventPump.h
+# and UsbMessageQueue.h are the library's own.
 set(morvaneProtocolHeaders
   protocol/DataPacketUnion.h
   protocol/DeviceInformation.h

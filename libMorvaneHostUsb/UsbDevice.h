@@ -56,6 +56,10 @@ public:
     // stays in place but is overwritten, unlocked, if the panel sends another.
     const DeviceInformation* getDeviceInfo() const;
 
+    // False for a panel that could not be opened or claimed, has left, or failed for good:
+    // nothing is sent to it or received from it any more, and that never changes.
+    bool isAlive() const;
+
     // True while a firmware upgrade runs.
     bool isUpdating() const;
 
@@ -126,7 +130,6 @@ public:
     // Closes the handle of a dead device; does nothing on a live one.
     void cleanup();
 
-    bool isAlive() const;
     libusb_device* getDevice() const;
     void* getIdAsPtr() const; // the id as user data of the transfers
     void setDeviceInfo(const DeviceInformation& info);

@@ -2,39 +2,19 @@
 
 #include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/LogOutput.h"
-#include "libMorvaneHostUsb/TransferAccount.h"
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
-#include "protocol/PacketHeader.h"
 #include "wire/PanelLink.h"
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <exception>
 #include <utility>
-
-#include <pthread.h>
-#include <sys/time.h>
 
 namespace Vantor {
 
 namespace {
 
 constexpr std::uint16_t productionVendorId = MORVANE_PRODUCTION_VENDOR_ID;
-constexpr timeval eventTimeout{1, 50000};
-constexpr std::chrono::nanoseconds registryCheckPeriod = std::chrono::seconds(5);
-
-bool isPanel(const libusb_device_descriptor& descriptor)
-{
-    return (descriptor.idVendor == PanelLink::developmentVendorId || descriptor.idVendor == productionVendorId) &&
-           descriptor.idProduct == PanelLink::productId;
-}
-
-void setCurrentThreadName(const std::string& name)
-{
-    constexpr std::size_t longestName = 15; // the kernel's limit
-    pthread_setname_np(pthread_self(), name.substr(0, longestName).c_str());
-}
 
 class DeviceReference {
 public:
@@ -58,18 +38,6 @@ struct RegisteredDevice {
     std::shared_ptr<libusb_context> context;
     DeviceReference reference;
     UsbDevice device;
-};
-
-// Lowers the account when a completion callback returns, whatever became of it.
-class Completion {
-public:
-    explicit Completion(const libusb_transfer* transfer) : m_transfer(transfer) {}
-    ~Completion() { TransferAccount::instance().lower(m_transfer); }
-    Completion(const Completion&) = delete;
-    Completion& operator=(const Completion&) = delete;
-
-private:
-    const libusb_transfer* m_transfer;
 };
 
 } // namespace
@@ -268,6 +236,12 @@ std::vector<std::shared_ptr<UsbDevice>> UsbManager::getDeviceListSafe() const
     return m_devices;
 }
 
+bool UsbManager::isPanel(const libusb_device_descriptor& descriptor)
+{
+    return (descriptor.idVendor == PanelLink::developmentVendorId || descriptor.idVendor == productionVendorId) &&
+           descriptor.idProduct == PanelLink::productId;
+}
+
 int UsbManager::hotplugCallback(libusb_context* /*context*/, libusb_device* device, libusb_hotplug_event event,
                                 void* /*userData*/) noexcept
 {
@@ -348,204 +322,6 @@ std::shared_ptr<UsbDevice> UsbManager::findDevice(const libusb_device* device) c
     const auto found = std::find_if(m_devices.begin(), m_devices.end(),
                                     [device](const auto& known) { return known->getDevice() == device; });
     return found != m_devices.end() ? *found : nullptr;
-}
-
-void UsbManager::workerThread()
-{
-    setCurrentThreadName("MorvaneWorker");
-    const EventPump::Worker worker(m_context);
-    auto lastCheck = std::chrono::system_clock::now();
-    std::set<libusb_device*> known;
-    while (m_initialised)
-        runWorkerPass(lastCheck, known);
-}
-
-void UsbManager::runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known)
-{
-    EventPump::handleEvents(m_context, eventTimeout);
-
-    Devices batch;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        batch = m_removedDevices;
-    }
-    // Pumps events, and their callbacks take m_mutex.
-    for (const auto& device : batch)
-        device->drain(false);
-
-    Devices retired;
-    Devices arrived;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        retired = retire(batch);
-        arrived.swap(m_arrivedDevices);
-    }
-    announce(retired, arrived);
-
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto now = std::chrono::system_clock::now();
-    for (const auto& device : m_devices)
-        device->poll(now);
-    if (now - lastCheck > registryCheckPeriod) {
-        checkRegistry(known);
-        lastCheck = now;
-    }
-}
-
-// The batch may name a device twice, or one that closeAllDevices has taken since.
-UsbManager::Devices UsbManager::retire(const Devices& batch)
-{
-    Devices retired;
-    for (const auto& device : batch) {
-        const auto listed = std::find(m_removedDevices.begin(), m_removedDevices.end(), device);
-        if (listed != m_removedDevices.end())
-            m_removedDevices.erase(listed);
-        const auto registered = std::find(m_devices.begin(), m_devices.end(), device);
-        if (registered == m_devices.end())
-            continue;
-        forgetId(*device);
-        device->cleanup();
-        m_devices.erase(registered);
-        retired.push_back(device);
-    }
-    return retired;
-}
-
-// Read anew for each call: one that has unregistered itself gets no further one.
-template <typename Call> void UsbManager::tell(Call call) const
-{
-    Observer* const observer = m_observer;
-    if (observer != nullptr)
-        call(*observer);
-}
-
-void UsbManager::announce(const Devices& retired, const Devices& arrived) const
-{
-    for (const auto& device : retired)
-        tell([&device](Observer& observer) { observer.onDeviceRemoved(device->getUid()); });
-    for (const auto& device : arrived)
-        tell([&device](Observer& observer) { observer.onDeviceAdded(device->getUid()); });
-}
-
-void UsbManager::checkRegistry(std::set<libusb_device*>& known)
-{
-    retireDeadDevices(known);
-    takeInStrayDevices(known);
-    known.clear();
-}
-
-void UsbManager::retireDeadDevices(std::set<libusb_device*>& known)
-{
-    for (const auto& device : m_devices) {
-        if (device->isAlive()) {
-            known.insert(device->getDevice());
-            continue;
-        }
-        // Left during this pass: the next one retires it.
-        if (std::find(m_removedDevices.begin(), m_removedDevices.end(), device) != m_removedDevices.end())
-            continue;
-        MORVANE_LOG(3, "[libusb] found dead device: uid=%x id=%x\n", device->getUid(), device->getId());
-        forgetId(*device);
-        m_removedDevices.push_back(device);
-    }
-}
-
-void UsbManager::takeInStrayDevices(const std::set<libusb_device*>& known)
-{
-    libusb_device** list = nullptr;
-    const ssize_t count = libusb_get_device_list(m_context, &list);
-    for (ssize_t i = 0; i < count; ++i) {
-        libusb_device_descriptor descriptor{};
-        libusb_get_device_descriptor(list[i], &descriptor);
-        if (!isPanel(descriptor) || known.count(list[i]) != 0)
-            continue;
-        const std::shared_ptr<UsbDevice> stray = makeDevice(list[i]);
-        // Labelled uid, but it is the id.
-        MORVANE_LOG(3, "[libusb] Found stray device uid=%x\n", stray->getId());
-        enterDevice(stray);
-    }
-    libusb_free_device_list(list, 1);
-}
-
-void UsbManager::receiveMsgThread()
-{
-    setCurrentThreadName("MorvaneRecv");
-    MORVANE_LOG_LINE(4, "[libusb] Init receive thread");
-    std::unique_ptr<UsbMessage> message;
-    while (m_initialised && m_messageQueue) {
-        MORVANE_LOG_LINE(4, "[libusb] Wait for message...");
-        message = m_messageQueue->getMessage();
-        MORVANE_LOG_LINE(4, "[libusb] Got message...");
-        if (message)
-            dispatch(*message);
-    }
-}
-
-void UsbManager::dispatch(UsbMessage& message)
-{
-    // Without an observer nothing is parsed at all.
-    if (message.size <= sizeof(PacketHeader) || m_observer == nullptr)
-        return;
-    const std::uint32_t deviceId = message.id;
-    std::memcpy(message.data + offsetof(PacketHeader, deviceId), &deviceId, sizeof deviceId);
-    tell([&message](Observer& observer) { observer.onMessageBegin(message.id, message); });
-    m_parser.parse(message.data, message.size);
-    tell([&message](Observer& observer) { observer.onMessageEnd(message.id); });
-}
-
-void UsbManager::handleParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
-                                    unsigned int length)
-{
-    if (type == PacketType::DeviceInformation || type == PacketType::FirmwareUpgradeCommand) {
-        // The panel may have gone since the buffer came in.
-        const std::shared_ptr<UsbDevice> device = getDevice(deviceId);
-        if (device && type == PacketType::DeviceInformation)
-            device->setDeviceInfo(data.deviceInformation);
-        else if (device)
-            device->handleFirmwareUpgrade(data.firmwareUpgradeCommand);
-    }
-    tell([&](Observer& observer) { observer.onParsedPacket(deviceId, type, data, length); });
-}
-
-void UsbManager::transferSendCallback(libusb_transfer* transfer) noexcept
-{
-    const Completion completion(transfer);
-    UsbManager* const manager = s_instance;
-    if (manager != nullptr && manager->m_initialised)
-        manager->handleTransferSendCallback(transfer);
-}
-
-void UsbManager::transferReceiveCallback(libusb_transfer* transfer) noexcept
-{
-    const Completion completion(transfer);
-    UsbManager* const manager = s_instance;
-    if (manager != nullptr && manager->m_initialised)
-        manager->handleTransferRecvCallback(transfer);
-}
-
-void UsbManager::handleTransferSendCallback(libusb_transfer* transfer)
-{
-    if (transfer == nullptr)
-        return;
-    if (const auto device = deviceOfTransfer(*transfer, "handleTransferSendCallback"))
-        device->onSentMessage(transfer);
-}
-
-void UsbManager::handleTransferRecvCallback(libusb_transfer* transfer)
-{
-    if (transfer == nullptr)
-        return;
-    if (const auto device = deviceOfTransfer(*transfer, "handleTransferRecvCallback"))
-        device->onRecvMessage(transfer);
-}
-
-// Empty for a device that has left: its completions are dropped.
-std::shared_ptr<UsbDevice> UsbManager::deviceOfTransfer(const libusb_transfer& transfer, const char* operation)
-{
-    const auto id = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(transfer.user_data));
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    MORVANE_LOG(5, "[libusb] %s id=%u vec=%u\n", operation, id, static_cast<unsigned int>(m_devicesById.size()));
-    return id < m_devicesById.size() ? m_devicesById[id] : nullptr;
 }
 
 } // namespace Vantor

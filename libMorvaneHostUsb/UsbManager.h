@@ -149,6 +149,7 @@ private:
     HotplugHandles registerHotplug(std::uint16_t vendorId);
     void deregisterHotplug(const HotplugHandles& handles);
     void undoInitialise(const HotplugHandles& development);
+    static bool isPanel(const libusb_device_descriptor& descriptor);
     std::shared_ptr<UsbDevice> makeDevice(libusb_device* device) const;
     void addDevice(libusb_device* device);
     void removeDevice(libusb_device* device);
@@ -160,7 +161,16 @@ private:
     void runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known);
     Devices retire(const Devices& batch) MORVANE_REQUIRES(m_mutex);
     void announce(const Devices& retired, const Devices& arrived) const;
-    template <typename Call> void tell(Call call) const;
+
+    // The observer is read anew for each call: one that has unregistered itself gets no
+    // further one.
+    template <typename Call> void tell(Call call) const
+    {
+        Observer* const observer = m_observer;
+        if (observer != nullptr)
+            call(*observer);
+    }
+
     void checkRegistry(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void retireDeadDevices(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void takeInStrayDevices(const std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);

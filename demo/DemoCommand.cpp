@@ -1,15 +1,15 @@
 #include "demo/DemoCommand.h"
 
-#include "libMorvaneHostUsb/UsbManager.h"
-#include "panelctl/session/Diagnosis.h"
-#include "panelctl/terminal/Failure.h"
-#include "panelctl/terminal/Output.h"
-#include "panelctl/terminal/Wording.h"
 #include "demo/DemoFormat.h"
 #include "demo/LatencyMeter.h"
 #include "demo/PictureScene.h"
 #include "demo/ThroughputMeter.h"
 #include "demo/UnplugScene.h"
+#include "libMorvaneHostUsb/UsbManager.h"
+#include "panelctl/session/Diagnosis.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <algorithm>
 #include <string>

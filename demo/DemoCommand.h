@@ -1,8 +1,8 @@
 #pragma once
 
+#include "demo/DemoAccounts.h"
 #include "panelctl/command/Command.h"
 #include "panelctl/session/Session.h"
-#include "demo/DemoAccounts.h"
 
 namespace Vantor {
 

@@ -1,9 +1,9 @@
 #include "demo/LatencyMeter.h"
 
+#include "demo/DemoRecords.h"
 #include "panelctl/command/Delivery.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/terminal/Failure.h"
-#include "demo/DemoRecords.h"
 
 #include <algorithm>
 

@@ -1,10 +1,10 @@
 #include "demo/PictureScene.h"
 
-#include "panelctl/command/Drawing.h"
-#include "panelctl/terminal/Output.h"
-#include "panelctl/session/Session.h"
 #include "demo/DemoFormat.h"
 #include "demo/DemoPictures.h"
+#include "panelctl/command/Drawing.h"
+#include "panelctl/session/Session.h"
+#include "panelctl/terminal/Output.h"
 
 #include <chrono>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "panelctl/session/Panel.h"
 #include "panelctl/picture/PictureLayers.h"
+#include "panelctl/session/Panel.h"
 
 #include <cstdint>
 #include <string>

@@ -1,9 +1,9 @@
 #include "demo/ThroughputMeter.h"
 
+#include "demo/DemoRecords.h"
 #include "panelctl/command/Delivery.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Wording.h"
-#include "demo/DemoRecords.h"
 #include "protocol/PacketHeader.h"
 
 #include <algorithm>

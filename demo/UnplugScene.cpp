@@ -1,10 +1,10 @@
 #include "demo/UnplugScene.h"
 
+#include "demo/DemoFormat.h"
 #include "libMorvaneHostUsb/Log.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
 #include "panelctl/terminal/Wording.h"
-#include "demo/DemoFormat.h"
 
 #include <algorithm>
 

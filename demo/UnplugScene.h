@@ -1,8 +1,8 @@
 #pragma once
 
-#include "panelctl/session/Session.h"
 #include "demo/DemoAccounts.h"
 #include "demo/LoadStream.h"
+#include "panelctl/session/Session.h"
 
 #include <chrono>
 #include <cstdint>

@@ -2,14 +2,14 @@
 
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "panelctl/command/DrawCommand.h"
-#include "panelctl/terminal/Failure.h"
 #include "panelctl/command/InfoCommand.h"
 #include "panelctl/command/ListCommand.h"
 #include "panelctl/command/SendCommand.h"
-#include "panelctl/session/UsbIds.h"
 #include "panelctl/command/WatchCommand.h"
-#include "panelctl/terminal/Wording.h"
 #include "panelctl/flash/FlashCommand.h"
+#include "panelctl/session/UsbIds.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Wording.h"
 #include "protocol/PacketType.h"
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 #include "panelctl/command/DrawCommand.h"
 
 #include "panelctl/command/Drawing.h"
+#include "panelctl/picture/PngReader.h"
+#include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
-#include "panelctl/session/Session.h"
 #include "panelctl/terminal/Wording.h"
-#include "panelctl/picture/PngReader.h"
 
 #include <cinttypes>
 

@@ -1,8 +1,8 @@
 #include "panelctl/command/Drawing.h"
 
 #include "panelctl/session/Diagnosis.h"
-#include "panelctl/terminal/Failure.h"
 #include "panelctl/session/Session.h"
+#include "panelctl/terminal/Failure.h"
 
 #include <utility>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "libMorvaneHostUsb/ClientLcdBitmap.h"
+#include "panelctl/picture/PacketForecast.h"
 #include "panelctl/session/Panel.h"
 #include "panelctl/session/TakenBytes.h"
-#include "panelctl/picture/PacketForecast.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "panelctl/command/InfoCommand.h"
 
-#include "panelctl/terminal/Output.h"
 #include "panelctl/session/Session.h"
+#include "panelctl/terminal/Output.h"
 #include "wire/PanelLink.h"
 
 #include <utility>

@@ -1,9 +1,9 @@
 #include "panelctl/command/ListCommand.h"
 
 #include "panelctl/session/Diagnosis.h"
+#include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
-#include "panelctl/session/Session.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #include "panelctl/command/WatchCommand.h"
 
+#include "panelctl/command/HexText.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/terminal/Failure.h"
-#include "panelctl/command/HexText.h"
 #include "panelctl/terminal/Output.h"
 #include "panelctl/terminal/Wording.h"
 

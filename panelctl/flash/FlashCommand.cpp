@@ -1,14 +1,14 @@
 #include "panelctl/flash/FlashCommand.h"
 
-#include "panelctl/session/Diagnosis.h"
-#include "panelctl/terminal/Failure.h"
-#include "panelctl/session/Interrupt.h"
-#include "panelctl/terminal/Output.h"
-#include "panelctl/session/Question.h"
-#include "panelctl/session/Session.h"
-#include "panelctl/terminal/Wording.h"
 #include "panelctl/flash/FlashDiagnosis.h"
 #include "panelctl/flash/FlashRun.h"
+#include "panelctl/session/Diagnosis.h"
+#include "panelctl/session/Interrupt.h"
+#include "panelctl/session/Question.h"
+#include "panelctl/session/Session.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Wording.h"
 #include "protocol/FirmwareData.h"
 
 namespace Vantor {

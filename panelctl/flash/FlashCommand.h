@@ -1,8 +1,8 @@
 #pragma once
 
 #include "panelctl/command/Command.h"
-#include "panelctl/session/Panel.h"
 #include "panelctl/flash/FirmwareImages.h"
+#include "panelctl/session/Panel.h"
 
 #include <chrono>
 #include <optional>

@@ -1,8 +1,8 @@
 #include "panelctl/flash/FlashDiagnosis.h"
 
+#include "panelctl/flash/FlashRun.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/terminal/Wording.h"
-#include "panelctl/flash/FlashRun.h"
 #include "protocol/PacketHeader.h"
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"

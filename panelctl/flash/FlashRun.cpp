@@ -1,9 +1,9 @@
 #include "panelctl/flash/FlashRun.h"
 
-#include "panelctl/session/Interrupt.h"
-#include "panelctl/terminal/Output.h"
 #include "panelctl/flash/FlashDiagnosis.h"
 #include "panelctl/flash/ProgressDisplay.h"
+#include "panelctl/session/Interrupt.h"
+#include "panelctl/terminal/Output.h"
 
 namespace Vantor {
 

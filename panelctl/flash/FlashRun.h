@@ -1,9 +1,9 @@
 #pragma once
 
-#include "panelctl/session/Panel.h"
-#include "panelctl/session/Session.h"
 #include "panelctl/flash/FirmwareImages.h"
 #include "panelctl/flash/FlashReplies.h"
+#include "panelctl/session/Panel.h"
+#include "panelctl/session/Session.h"
 
 #include <atomic>
 #include <chrono>

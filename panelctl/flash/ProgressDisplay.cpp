@@ -1,8 +1,8 @@
 #include "panelctl/flash/ProgressDisplay.h"
 
 #include "libMorvaneHostUsb/Log.h"
-#include "panelctl/terminal/Output.h"
 #include "panelctl/flash/ProgressBar.h"
+#include "panelctl/terminal/Output.h"
 
 namespace Vantor {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "panelctl/terminal/StatusLine.h"
 #include "panelctl/flash/FirmwareImages.h"
 #include "panelctl/flash/ProgressMeter.h"
+#include "panelctl/terminal/StatusLine.h"
 
 #include <optional>
 #include <string>

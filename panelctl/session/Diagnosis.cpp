@@ -4,8 +4,8 @@
 #include "panelctl/session/UsbIds.h"
 #include "panelctl/terminal/Wording.h"
 #include "protocol/PacketHeader.h"
-#include "wire/PanelLink.h"
 #include "protocol/ReqDeviceInfo.h"
+#include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
 
 #include <cerrno>

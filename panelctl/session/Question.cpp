@@ -1,8 +1,8 @@
 #include "panelctl/session/Question.h"
 
+#include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
-#include "panelctl/session/Session.h"
 
 #include <algorithm>
 #include <array>

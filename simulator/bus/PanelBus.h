@@ -1,7 +1,7 @@
 #pragma once
 
-#include "simulator/panel/BootLoader.h"
 #include "simulator/bus/PanelCommand.h"
+#include "simulator/panel/BootLoader.h"
 #include "simulator/panel/PanelModel.h"
 
 #include <chrono>

@@ -1,8 +1,8 @@
 #include "simulator/bus/PanelCommand.h"
 
 #include "protocol/FirmwareUpgradeCommand.h"
-#include "simulator/panel/PanelModel.h"
 #include "simulator/bus/UserText.h"
+#include "simulator/panel/PanelModel.h"
 
 #include <cerrno>
 #include <charconv>

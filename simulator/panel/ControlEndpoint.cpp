@@ -1,7 +1,7 @@
 #include "simulator/panel/ControlEndpoint.h"
 
-#include "wire/PanelLink.h"
 #include "simulator/panel/PanelDescriptors.h"
+#include "wire/PanelLink.h"
 
 #include <algorithm>
 #include <cerrno>

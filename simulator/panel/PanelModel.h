@@ -2,8 +2,6 @@
 
 #include "protocol/PacketHeader.h"
 #include "protocol/PacketType.h"
-#include "wire/PanelLink.h"
-#include "wire/RecordHeader.h"
 #include "protocol/TransLcdBitmap.h"
 #include "simulator/panel/BootFault.h"
 #include "simulator/panel/BootLoader.h"
@@ -13,6 +11,8 @@
 #include "simulator/panel/PanelOutbox.h"
 #include "simulator/panel/PanelScreen.h"
 #include "simulator/panel/WireDecoder.h"
+#include "wire/PanelLink.h"
+#include "wire/RecordHeader.h"
 
 #include <chrono>
 #include <cstddef>

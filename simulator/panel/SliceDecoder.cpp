@@ -1,7 +1,7 @@
 #include "simulator/panel/SliceDecoder.h"
 
-#include "wire/SliceHeader.h"
 #include "simulator/panel/PanelScreen.h"
+#include "wire/SliceHeader.h"
 
 #include <cstddef>
 #include <cstring>

@@ -1,10 +1,10 @@
 #include "simulator/panelsim/AttachCommand.h"
 
 #include "simulator/bus/CommandExecution.h"
-#include "simulator/panelsim/CommandInput.h"
-#include "simulator/usbip/KernelBus.h"
-#include "simulator/panelsim/PanelsimSession.h"
 #include "simulator/bus/UserText.h"
+#include "simulator/panelsim/CommandInput.h"
+#include "simulator/panelsim/PanelsimSession.h"
+#include "simulator/usbip/KernelBus.h"
 #include "simulator/usbip/VhciPorts.h"
 
 #include <cerrno>

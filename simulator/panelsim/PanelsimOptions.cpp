@@ -1,10 +1,10 @@
 #include "simulator/panelsim/PanelsimOptions.h"
 
 #include "simulator/bus/CommandExecution.h"
-#include "simulator/panelsim/LcdOption.h"
 #include "simulator/bus/PanelBus.h"
-#include "simulator/panelsim/PanelsimHelp.h"
 #include "simulator/bus/UserText.h"
+#include "simulator/panelsim/LcdOption.h"
+#include "simulator/panelsim/PanelsimHelp.h"
 
 #include <algorithm>
 #include <cstddef>

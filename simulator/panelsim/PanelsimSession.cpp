@@ -1,9 +1,9 @@
 #include "simulator/panelsim/PanelsimSession.h"
 
+#include "simulator/bus/UserText.h"
 #include "simulator/panelsim/FlashReport.h"
 #include "simulator/panelsim/PngWriter.h"
 #include "simulator/panelsim/ScreenText.h"
-#include "simulator/bus/UserText.h"
 
 #include <cerrno>
 #include <cstdio>

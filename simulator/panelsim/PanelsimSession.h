@@ -1,8 +1,8 @@
 #pragma once
 
+#include "simulator/bus/PanelBus.h"
 #include "simulator/panelsim/FlashFolder.h"
 #include "simulator/panelsim/LogFile.h"
-#include "simulator/bus/PanelBus.h"
 #include "simulator/panelsim/PanelsimOptions.h"
 
 #include <memory>

@@ -1,7 +1,7 @@
 #include "simulator/panelsim/PngWriter.h"
 
-#include "simulator/panelsim/OutputFile.h"
 #include "simulator/bus/UserText.h"
+#include "simulator/panelsim/OutputFile.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,8 +1,8 @@
 #include "simulator/panelsim/RunCommand.h"
 
-#include "simulator/usbfs/ClientProcess.h"
-#include "simulator/panelsim/PanelsimSession.h"
 #include "simulator/bus/UserText.h"
+#include "simulator/panelsim/PanelsimSession.h"
+#include "simulator/usbfs/ClientProcess.h"
 #include "simulator/usbfs/VirtualBus.h"
 
 #include <algorithm>

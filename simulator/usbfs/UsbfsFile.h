@@ -1,8 +1,8 @@
 #pragma once
 
-#include "simulator/usbfs/ClientMemory.h"
 #include "simulator/panel/ControlEndpoint.h"
 #include "simulator/panel/PanelModel.h"
+#include "simulator/usbfs/ClientMemory.h"
 
 #include <cstdint>
 #include <deque>

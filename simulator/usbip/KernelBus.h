@@ -1,10 +1,10 @@
 #pragma once
 
 #include "simulator/bus/CommandTimeline.h"
-#include "simulator/usbip/KernelPanel.h"
-#include "simulator/usbip/KernelPorts.h"
 #include "simulator/bus/PanelBus.h"
 #include "simulator/bus/PastViolations.h"
+#include "simulator/usbip/KernelPanel.h"
+#include "simulator/usbip/KernelPorts.h"
 
 #include <map>
 #include <memory>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "simulator/usbip/KernelPorts.h"
 #include "simulator/panel/PanelModel.h"
+#include "simulator/usbip/KernelPorts.h"
 #include "simulator/usbip/UsbIpPanel.h"
 
 #include <cstddef>

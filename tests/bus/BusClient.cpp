@@ -91,13 +91,20 @@ public:
         if (command == "exit")
             return false;
         const std::map<std::string, void (Application::*)(std::istringstream&)> commands{
-            {"start", &Application::start},       {"startBusily", &Application::startBusily},
-            {"add", &Application::add},           {"set", &Application::set},
-            {"load", &Application::load},         {"drain", &Application::drain},
-            {"counters", &Application::counters}, {"list", &Application::list},
-            {"hold", &Application::hold},         {"touch", &Application::touch},
-            {"drop", &Application::drop},         {"stop", &Application::stopLoad},
-            {"upgrade", &Application::upgrade},   {"closeAll", &Application::closeAll},
+            {"start", &Application::start},
+            {"startBusily", &Application::startBusily},
+            {"add", &Application::add},
+            {"set", &Application::set},
+            {"load", &Application::load},
+            {"drain", &Application::drain},
+            {"counters", &Application::counters},
+            {"list", &Application::list},
+            {"hold", &Application::hold},
+            {"touch", &Application::touch},
+            {"drop", &Application::drop},
+            {"stop", &Application::stopLoad},
+            {"upgrade", &Application::upgrade},
+            {"closeAll", &Application::closeAll},
             {"destroy", &Application::destroyNow},
         };
         const auto found = commands.find(command);

@@ -516,8 +516,8 @@ TEST_F(Panelsim, manyPlugs_doNotMakeItGrow)
                              "size() { awk '/VmRSS/ { print $2 }' /proc/$PPID/status; }; ";
     arguments.insert(arguments.end(),
                      {"--", "sh", "-c",
-                      "while kill -0 $PPID; do " MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 "; done > /dev/null 2>&1 & " + wait +
-                          "awaits " + std::to_string(warmUp) + "; size; awaits " + std::to_string(all) +
+                      "while kill -0 $PPID; do " MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 "; done > /dev/null 2>&1 & " +
+                          wait + "awaits " + std::to_string(warmUp) + "; size; awaits " + std::to_string(all) +
                           "; size; kill $!"});
     start(arguments);
     const Result result = finish(std::chrono::seconds(120));

@@ -17,11 +17,11 @@ using ::testing::Not;
 TEST(Demo, unplugUnderLoad_endsInOrder)
 {
     const TemporaryFolder folder;
-    const ToolResult result = runTool(
-        onBus({"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12",
-                    "--at", "500ms", "emit 1 type=21 size=32 count=12", "--at", "3900ms", "fault 1 out silent", "--at",
-                    "4s", "unplug 1", "--at", "4500ms", "plug 1"},
-                   {MORVANE_DEMO}));
+    const ToolResult result =
+        runTool(onBus({"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12",
+                       "--at", "500ms", "emit 1 type=21 size=32 count=12", "--at", "3900ms", "fault 1 out silent",
+                       "--at", "4s", "unplug 1", "--at", "4500ms", "plug 1"},
+                      {MORVANE_DEMO}));
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr("   0102 says: \"Simulated panel\", packets of up to 8192 bytes"));
     EXPECT_THAT(result.output, HasSubstr("\n   4,000 records, "));

@@ -2,9 +2,9 @@
 // operations, each a byte that says which and a few that say how (see Script). Records
 // have their right checksum here, which no fuzzer guesses; those with a wrong one come as
 // raw bytes.
-#include "tests/fuzz/Require.h"
 #include "simulator/panel/BootLoader.h"
 #include "simulator/panel/ImageCrc.h"
+#include "tests/fuzz/Require.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,9 +1,9 @@
 // LCD slices in sound packets, so that all of the input is about slices: a sequence of
 // slices, each a byte (bit 0: encoded), a 16-bit payload size and the payload. What a
 // panel shows afterwards is compared with a slow reading of the wire, bit by bit.
-#include "tests/fuzz/Require.h"
 #include "simulator/panel/PanelModel.h"
 #include "simulator/panel/SliceDecoder.h"
+#include "tests/fuzz/Require.h"
 
 #include <algorithm>
 #include <chrono>

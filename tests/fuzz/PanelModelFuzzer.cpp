@@ -1,8 +1,8 @@
 // What a host may do to a panel: any bytes, in URBs of any size, one every 20 ms. An input
 // is a sequence of URBs, each a 16-bit word (bits 0 to 14: its size, bit 15: it ends a
 // transfer) and its bytes.
-#include "tests/fuzz/Require.h"
 #include "simulator/panel/PanelModel.h"
+#include "tests/fuzz/Require.h"
 
 #include <algorithm>
 #include <chrono>

@@ -2,8 +2,8 @@
 // cursor say anything, in packets of any limit. An input is a 16-bit packet limit and a
 // sequence of actions, each a byte (see act) and what it needs; what the input no longer
 // has is 0.
-#include "tests/fuzz/Require.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
+#include "tests/fuzz/Require.h"
 
 #include <algorithm>
 #include <cstddef>

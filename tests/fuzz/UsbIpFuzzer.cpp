@@ -1,8 +1,8 @@
 // What a kernel may send to a panel that is plugged into it. An input is a sequence of
 // steps, a byte that says which and what it needs: transfers and unlinkings whose answers
 // are counted, packets from the panel, and bytes as they are, with which it may end.
-#include "tests/fuzz/Require.h"
 #include "simulator/usbip/UsbIpPanel.h"
+#include "tests/fuzz/Require.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,5 +1,5 @@
-#include "tests/support/ToolRun.h"
 #include "panelctl/session/UsbIds.h"
+#include "tests/support/ToolRun.h"
 
 #include <csignal>
 
@@ -342,8 +342,8 @@ TEST(PanelctlArguments, help_hasEveryCommandAndExitCodeIn80Columns)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
     for (const char* const text :
-         {"list ", "info ", "watch ", "send ", "draw ", "flash ", "--version", "--log-level", "--timeout",
-          "\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  6 ", "\n  7 ", "\n  130 "})
+         {"list ", "info ", "watch ", "send ", "draw ", "flash ", "--version", "--log-level", "--timeout", "\n  0 ",
+          "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  6 ", "\n  7 ", "\n  130 "})
         EXPECT_THAT(result.output, HasSubstr(text));
     EXPECT_THAT(result.output, HasSubstr("3 summaries, 4 device life, threads and firmware,\n"));
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));

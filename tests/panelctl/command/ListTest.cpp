@@ -1,5 +1,5 @@
-#include "tests/support/ToolRun.h"
 #include "panelctl/session/UsbIds.h"
+#include "tests/support/ToolRun.h"
 
 #include <algorithm>
 

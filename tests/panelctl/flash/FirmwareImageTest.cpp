@@ -1,8 +1,8 @@
 #include "panelctl/flash/FirmwareImage.h"
 
-#include "tests/support/ToolRun.h"
-#include "panelctl/terminal/Failure.h"
 #include "panelctl/flash/FirmwareImages.h"
+#include "panelctl/terminal/Failure.h"
+#include "tests/support/ToolRun.h"
 
 #include <fstream>
 #include <functional>

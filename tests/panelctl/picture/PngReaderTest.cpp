@@ -1,7 +1,7 @@
 #include "panelctl/picture/PngReader.h"
+#include "panelctl/terminal/Failure.h"
 #include "tests/support/PngSample.h"
 #include "tests/support/ToolRun.h"
-#include "panelctl/terminal/Failure.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

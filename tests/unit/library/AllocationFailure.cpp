@@ -45,7 +45,8 @@ AllocationFailure::~AllocationFailure()
     t_allocationsToFailure = 0;
 }
 
-// A member, so that it is asked of an object that is there. NOLINTNEXTLINE(readability-convert-member-functions-to-static)
+// A member, so that it is asked of an object that is there.
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 bool AllocationFailure::hasHappened() const
 {
     return t_hasHappened;

@@ -3,8 +3,8 @@
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
-#include "tests/unit/library/AllocationFailure.h"
 #include "tests/support/PackedBytes.h"
+#include "tests/unit/library/AllocationFailure.h"
 
 #include <new>
 
@@ -54,9 +54,7 @@ template <typename Write, typename Check> void failEachAllocationOf(Write write,
 
 TEST(PacketQueueMemory, keyedWriteThatFailed_canBeRepeated)
 {
-    const auto write = [](PacketQueue& queue, const Bytes& payload) {
-        queue.addStructData(payload, typeOf(3), 7u);
-    };
+    const auto write = [](PacketQueue& queue, const Bytes& payload) { queue.addStructData(payload, typeOf(3), 7u); };
     failEachAllocationOf(write, [](PacketQueue& queue, PriorityPacker& packer, bool) {
         queue.addStructData(Bytes{1, 2, 3}, typeOf(3), 7u);
         EXPECT_EQ(drained(queue, packer), (Records{{3, {1, 2, 3}}}));
@@ -65,9 +63,7 @@ TEST(PacketQueueMemory, keyedWriteThatFailed_canBeRepeated)
 
 TEST(PacketQueueMemory, keyedWriteThatFailed_leavesNothingBehind)
 {
-    const auto write = [](PacketQueue& queue, const Bytes& payload) {
-        queue.addStructData(payload, typeOf(3), 7u);
-    };
+    const auto write = [](PacketQueue& queue, const Bytes& payload) { queue.addStructData(payload, typeOf(3), 7u); };
     failEachAllocationOf(write, [](PacketQueue& queue, PriorityPacker& packer, bool taken) {
         EXPECT_EQ(drained(queue, packer), taken ? (Records{{3, {1, 2, 3}}}) : Records{});
     });

@@ -9,7 +9,8 @@ namespace Vantor {
 // Verbosity of the library's log, which goes to standard output.
 namespace LogLevel {
 enum Level : int {
-    Silent = 0, // nothing is printed; 1 and negative values print nothing either
+    Silent = 0, // nothing is printed, nor at negative values
+    Quiet = 1,  // nothing is printed either: no message has this level
     Error = 2,  // failures and refused requests
     Info = 3,   // summaries; the level at start
     Detail = 4, // per-packet detail

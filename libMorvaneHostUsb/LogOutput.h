@@ -37,12 +37,12 @@ inline bool isLogged(int level)
 // Source position and text are two lock periods; another thread's line may fall between.
 #define MORVANE_TRACE(...)                                                                                             \
     do {                                                                                                               \
-        MORVANE_LOG(5, "%s:%d: ", __FILE__, __LINE__);                                                                 \
-        MORVANE_LOG(5, __VA_ARGS__);                                                                                   \
+        MORVANE_LOG(::Vantor::LogLevel::Trace, "%s:%d: ", __FILE__, __LINE__);                                         \
+        MORVANE_LOG(::Vantor::LogLevel::Trace, __VA_ARGS__);                                                           \
     } while (false)
 
 #define MORVANE_TRACE_LINE(text)                                                                                       \
     do {                                                                                                               \
-        MORVANE_LOG(5, "%s:%d: ", __FILE__, __LINE__);                                                                 \
-        MORVANE_LOG_LINE(5, text);                                                                                     \
+        MORVANE_LOG(::Vantor::LogLevel::Trace, "%s:%d: ", __FILE__, __LINE__);                                         \
+        MORVANE_LOG_LINE(::Vantor::LogLevel::Trace, text);                                                             \
     } while (false)

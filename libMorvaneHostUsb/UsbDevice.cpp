@@ -52,7 +52,7 @@ UsbDevice::UsbDevice(std::shared_ptr<UsbMessageQueue> queue, libusb_context* con
     const std::uint8_t bus = libusb_get_bus_number(m_device);
 
     // Printed before the uid is assigned: its uid field always shows 0.
-    MORVANE_LOG(4, "[libusb] UsbDevice() uid=%x bus=%x port=%x\n", m_uid, bus, port);
+    MORVANE_LOG(LogLevel::Detail, "[libusb] UsbDevice() uid=%x bus=%x port=%x\n", m_uid, bus, port);
     assignIdentity(bus, port);
     m_vendorId = descriptor.idVendor;
     m_productId = descriptor.idProduct;
@@ -93,24 +93,24 @@ UsbDevice::~UsbDevice()
     libusb_free_transfer(m_rxTransfer);
     m_txTransfer = nullptr;
     m_rxTransfer = nullptr;
-    MORVANE_LOG(4, "[libusb] ~UsbDevice() uid=%x\n", m_uid);
+    MORVANE_LOG(LogLevel::Detail, "[libusb] ~UsbDevice() uid=%x\n", m_uid);
 }
 
 void UsbDevice::open()
 {
-    MORVANE_LOG(4, "[libusb] UsbDevice::open uid=%x id=%u\n", m_uid, m_id);
+    MORVANE_LOG(LogLevel::Detail, "[libusb] UsbDevice::open uid=%x id=%u\n", m_uid, m_id);
     if (libusb_open(m_device, &m_devHandle) != 0) {
-        MORVANE_LOG(2, "[libusb] Cannot open device uid=%x %p\n", m_uid, static_cast<void*>(m_devHandle));
+        MORVANE_LOG(LogLevel::Error, "[libusb] Cannot open device uid=%x %p\n", m_uid, static_cast<void*>(m_devHandle));
         m_alive = false;
         return;
     }
     MORVANE_TRACE("Device Opened uid=%x %p\n", m_uid, static_cast<void*>(m_devHandle));
 
     if (libusb_set_auto_detach_kernel_driver(m_devHandle, 1) == LIBUSB_ERROR_NOT_SUPPORTED)
-        MORVANE_LOG(3, "[libusb] Auto kernel detach not supported for uid=%x\n", m_uid);
+        MORVANE_LOG(LogLevel::Info, "[libusb] Auto kernel detach not supported for uid=%x\n", m_uid);
     MORVANE_TRACE("libusb_kernel_driver_active uid=%x %p\n", m_uid, static_cast<void*>(m_devHandle));
     if (libusb_kernel_driver_active(m_devHandle, PanelLink::interfaceNumber) != 0)
-        MORVANE_LOG_LINE(4, "[libusb] Kernel Driver Active");
+        MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Kernel Driver Active");
 
     if (!claimInterface()) {
         m_alive = false; // the handle stays open until cleanup
@@ -129,16 +129,16 @@ bool UsbDevice::claimInterface()
     case LIBUSB_SUCCESS:
         return true;
     case LIBUSB_ERROR_NOT_FOUND:
-        MORVANE_LOG_LINE(2, "[libusb] Unable to claim USB interface. Device not found. Aborting.");
+        MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Unable to claim USB interface. Device not found. Aborting.");
         return false;
     case LIBUSB_ERROR_NO_DEVICE:
-        MORVANE_LOG_LINE(2, "[libusb] Unable to claim USB interface. No device. Aborting.");
+        MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Unable to claim USB interface. No device. Aborting.");
         return false;
     case LIBUSB_ERROR_BUSY:
-        MORVANE_LOG_LINE(2, "[libusb] Unable to claim USB interface. Device busy. Aborting.");
+        MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Unable to claim USB interface. Device busy. Aborting.");
         return false;
     default:
-        MORVANE_LOG(2, "[libusb] Unable to claim USB interface. Error %d. Aborting.\n", result);
+        MORVANE_LOG(LogLevel::Error, "[libusb] Unable to claim USB interface. Error %d. Aborting.\n", result);
         return false;
     }
 }
@@ -146,7 +146,7 @@ bool UsbDevice::claimInterface()
 void UsbDevice::markDead()
 {
     MORVANE_TRACE("UsbDevice::markDead() %p\n", static_cast<void*>(m_devHandle));
-    MORVANE_LOG(4, "[libusb] UsbDevice::markDead() uid=%x\n", m_uid);
+    MORVANE_LOG(LogLevel::Detail, "[libusb] UsbDevice::markDead() uid=%x\n", m_uid);
     if (!m_alive)
         return;
     m_cancelPending = true;
@@ -173,7 +173,7 @@ void UsbDevice::drain(bool wasAlive)
     const Clock::time_point end = Clock::now() + drainLimit;
     while (account.isHeld(m_txTransfer) || account.isHeld(m_rxTransfer)) {
         if (Clock::now() >= end) {
-            MORVANE_LOG(2, "[libusb] Transfers still pending after cancelling, uid=%x\n", m_uid);
+            MORVANE_LOG(LogLevel::Error, "[libusb] Transfers still pending after cancelling, uid=%x\n", m_uid);
             return;
         }
         cancelTransfers();
@@ -201,7 +201,7 @@ void UsbDevice::cleanup()
     if (handle == nullptr || !dead)
         return;
 
-    MORVANE_LOG(4, "[libusb] UsbDevice::cleanup() uid=%x\n", m_uid);
+    MORVANE_LOG(LogLevel::Detail, "[libusb] UsbDevice::cleanup() uid=%x\n", m_uid);
     m_alive = false;
     m_packer.stopWaiting();
     MORVANE_TRACE("m_devHandle=%p\n", static_cast<void*>(handle));

@@ -66,9 +66,9 @@ std::vector<unsigned char> readImage(const std::string& path)
     bool good = false;
     std::vector<unsigned char> image = readWhole(path, good);
     if (good)
-        MORVANE_LOG(4, "[libusb] > Read file=%s size=%u bytes\n", path.c_str(), sizeOf(image));
+        MORVANE_LOG(LogLevel::Detail, "[libusb] > Read file=%s size=%u bytes\n", path.c_str(), sizeOf(image));
     else
-        MORVANE_LOG(2, "[libusb] > Error opening file=%s\n", path.c_str());
+        MORVANE_LOG(LogLevel::Error, "[libusb] > Error opening file=%s\n", path.c_str());
     return image;
 }
 
@@ -79,7 +79,7 @@ void UsbDevice::startFirmwareUpgrade(const std::string& mainPath, const std::str
 {
     const std::lock_guard<std::mutex> lock(m_firmwareMutex);
     if (m_firmwareState != idle) {
-        MORVANE_LOG_LINE(2, "[libusb] Trying to update during an update!");
+        MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Trying to update during an update!");
         return;
     }
     m_progressCallback = std::move(callback);
@@ -103,7 +103,8 @@ void UsbDevice::sendNextFirmwarePacket()
     m_firmwareTimeout = afterChunk;
     if (m_retryCount > retriesBeforeRestart) {
         // The offsets are kept: the upgrade is announced again and goes on where it stood.
-        MORVANE_LOG(2, "[libusb] Re-starting Firmware upgrade. offset 0x%X uid %d\n", m_mainOffset, m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] Re-starting Firmware upgrade. offset 0x%X uid %d\n", m_mainOffset,
+                    m_uid);
         m_firmwareState.exchange(announcing);
         m_retryCount = 0;
     }
@@ -166,10 +167,11 @@ void UsbDevice::fillFirmwareChunk(FirmwareData::Board board, const std::vector<u
 
 void UsbDevice::sendMainChunk(const std::chrono::system_clock::time_point& now)
 {
-    MORVANE_LOG_LINE(4, "[libusb] Writing main:");
+    MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Writing main:");
     fillFirmwareChunk(FirmwareData::MainMcu, m_mainImage, m_mainOffset);
     if (m_firmwareData.length == 0) {
-        MORVANE_LOG(4, "[libusb] Written total of %d bytes to Main MCU\n", static_cast<int>(m_firmwareData.address));
+        MORVANE_LOG(LogLevel::Detail, "[libusb] Written total of %d bytes to Main MCU\n",
+                    static_cast<int>(m_firmwareData.address));
         m_firmwareState.exchange(announcing);
         return;
     }
@@ -178,7 +180,8 @@ void UsbDevice::sendMainChunk(const std::chrono::system_clock::time_point& now)
     // m_lastSentOffset starts at 0 and is never cleared: the first chunk of a fresh
     // device counts as a resend.
     if (m_mainOffset == m_lastSentOffset) {
-        MORVANE_LOG(4, "[libusb] Re-sending Firmware upgrade packet at offset 0x%X uid %d\n", m_mainOffset, m_uid);
+        MORVANE_LOG(LogLevel::Detail, "[libusb] Re-sending Firmware upgrade packet at offset 0x%X uid %d\n",
+                    m_mainOffset, m_uid);
         ++m_resendCount;
         ++m_retryCount;
     }
@@ -189,10 +192,10 @@ void UsbDevice::sendMainChunk(const std::chrono::system_clock::time_point& now)
 // re-starts the upgrade.
 void UsbDevice::sendServoChunk(const std::chrono::system_clock::time_point& now)
 {
-    MORVANE_LOG_LINE(4, "[libusb] Writing servo:");
+    MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Writing servo:");
     fillFirmwareChunk(FirmwareData::ServoMcu, m_servoImage, m_servoOffset);
     if (m_firmwareData.length == 0) {
-        MORVANE_LOG(4, "[libusb] Written total of %d bytes to Servo F1 MCU\n",
+        MORVANE_LOG(LogLevel::Detail, "[libusb] Written total of %d bytes to Servo F1 MCU\n",
                     static_cast<int>(m_firmwareData.address));
         m_firmwareState.exchange(announcing);
         return;
@@ -208,13 +211,13 @@ void UsbDevice::finishFirmwareUpgrade()
     m_servoOffset = 0;
     m_mainOffset = 0;
     m_firmwareState.exchange(idle);
-    MORVANE_LOG(3,
+    MORVANE_LOG(LogLevel::Info,
                 "[libusb] Firmware Upgrade Finished for uid=%d with %d resend packets and %d duplicate packets "
                 "detected during transfer.\n",
                 m_uid, m_resendCount, m_duplicateCount);
     m_resendCount = 0;
     m_duplicateCount = 0;
-    MORVANE_LOG_LINE(4, "[libusb] Finished!");
+    MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Finished!");
 }
 
 void UsbDevice::handleFirmwareUpgrade(const FirmwareUpgradeCommand& command)
@@ -222,7 +225,7 @@ void UsbDevice::handleFirmwareUpgrade(const FirmwareUpgradeCommand& command)
     const std::lock_guard<std::mutex> lock(m_firmwareMutex);
     switch (command.command) {
     case FirmwareUpgradeCommand::Invalid:
-        MORVANE_LOG(2, "[libusb] Invalid command %d\n", command.command);
+        MORVANE_LOG(LogLevel::Error, "[libusb] Invalid command %d\n", command.command);
         break;
     case FirmwareUpgradeCommand::ChunkWritten:
         acknowledgeChunk(command);
@@ -232,13 +235,14 @@ void UsbDevice::handleFirmwareUpgrade(const FirmwareUpgradeCommand& command)
         sendAgain();
         break;
     case FirmwareUpgradeCommand::WriteFailed:
-        MORVANE_LOG(2, "[libusb] Failed to write %d bytes to board %x address=0x%x status=0x%x uid=%d\n\n",
+        MORVANE_LOG(LogLevel::Error,
+                    "[libusb] Failed to write %d bytes to board %x address=0x%x status=0x%x uid=%d\n\n",
                     static_cast<int>(command.length), command.board, command.address, command.command, m_uid);
         sendAgain();
         break;
     case FirmwareUpgradeCommand::EraseFailed:
-        MORVANE_LOG(2, "[libusb] Failed to erase sector on board %x address=0x%x status=0x%x uid=%d\n\n", command.board,
-                    command.address, command.command, m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] Failed to erase sector on board %x address=0x%x status=0x%x uid=%d\n\n",
+                    command.board, command.address, command.command, m_uid);
         sendAgain();
         break;
     default:
@@ -250,15 +254,15 @@ void UsbDevice::acknowledgeChunk(const FirmwareUpgradeCommand& command)
 {
     // A repeated address of 0 is not a duplicate.
     if (command.address != 0 && command.address == m_lastAckAddress) {
-        MORVANE_LOG(4,
+        MORVANE_LOG(LogLevel::Detail,
                     "[libusb] Duplicate packet written to STM. Skipping increment. address=0x%x checksum=0x%x "
                     "previous address=0x%x uid=%d\n",
                     command.address, command.checksum, m_lastAckAddress, m_uid);
         ++m_duplicateCount;
         return;
     }
-    MORVANE_LOG(4, "[libusb] Success! Wrote %d bytes to board %x address=0x%x\n", static_cast<int>(command.length),
-                command.board, command.address);
+    MORVANE_LOG(LogLevel::Detail, "[libusb] Success! Wrote %d bytes to board %x address=0x%x\n",
+                static_cast<int>(command.length), command.board, command.address);
     m_lastAckAddress = command.address;
     // By the host's own record of the chunk, not by the length the panel reports.
     if (m_firmwareState == sendingMain)

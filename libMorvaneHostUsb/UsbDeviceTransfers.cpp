@@ -39,37 +39,10 @@ int statusOf(const libusb_transfer& transfer)
     return status;
 }
 
-// Null for a code without a name of its own.
-const char* submitErrorName(int error)
+// LIBUSB_ERROR_OTHER, though libusb has a name for it, counts as unknown.
+bool isKnownSubmitError(int error)
 {
-    switch (error) {
-    case LIBUSB_ERROR_IO:
-        return "LIBUSB_ERROR_IO";
-    case LIBUSB_ERROR_INVALID_PARAM:
-        return "LIBUSB_ERROR_INVALID_PARAM";
-    case LIBUSB_ERROR_ACCESS:
-        return "LIBUSB_ERROR_ACCESS";
-    case LIBUSB_ERROR_NO_DEVICE:
-        return "LIBUSB_ERROR_NO_DEVICE";
-    case LIBUSB_ERROR_NOT_FOUND:
-        return "LIBUSB_ERROR_NOT_FOUND";
-    case LIBUSB_ERROR_BUSY:
-        return "LIBUSB_ERROR_BUSY";
-    case LIBUSB_ERROR_TIMEOUT:
-        return "LIBUSB_ERROR_TIMEOUT";
-    case LIBUSB_ERROR_OVERFLOW:
-        return "LIBUSB_ERROR_OVERFLOW";
-    case LIBUSB_ERROR_PIPE:
-        return "LIBUSB_ERROR_PIPE";
-    case LIBUSB_ERROR_INTERRUPTED:
-        return "LIBUSB_ERROR_INTERRUPTED";
-    case LIBUSB_ERROR_NO_MEM:
-        return "LIBUSB_ERROR_NO_MEM";
-    case LIBUSB_ERROR_NOT_SUPPORTED:
-        return "LIBUSB_ERROR_NOT_SUPPORTED";
-    default:
-        return nullptr;
-    }
+    return error <= LIBUSB_ERROR_IO && error >= LIBUSB_ERROR_NOT_SUPPORTED;
 }
 
 bool isFatalSubmitError(int error)
@@ -117,8 +90,8 @@ void UsbDevice::onSentMessage(libusb_transfer* transfer)
     bool goOn = false;
     {
         const std::lock_guard<std::mutex> lock(m_txMutex);
-        MORVANE_LOG(5, "[libusb] onSentMessage size=%u status=%d\n", static_cast<unsigned int>(transfer->actual_length),
-                    statusOf(*transfer));
+        MORVANE_LOG(LogLevel::Trace, "[libusb] onSentMessage size=%u status=%d\n",
+                    static_cast<unsigned int>(transfer->actual_length), statusOf(*transfer));
         const bool completed = statusOf(*transfer) == LIBUSB_TRANSFER_COMPLETED;
         if (m_transferTxInProgress && completed && transfer->actual_length > 0) {
             addToCounter(m_sentBytes, static_cast<std::uint32_t>(transfer->actual_length));
@@ -142,7 +115,7 @@ void UsbDevice::recvNextPacket()
     m_transferRxInProgress = true;
     m_rxStartTime = std::chrono::system_clock::now();
     const int result = submit(m_rxTransfer);
-    MORVANE_LOG(5, "[libusb] recvNextPacket transferring status=%d\n", result);
+    MORVANE_LOG(LogLevel::Trace, "[libusb] recvNextPacket transferring status=%d\n", result);
     if (result != LIBUSB_SUCCESS) {
         handleTransferRxStatus(result);
         m_transferRxInProgress = false;
@@ -151,9 +124,10 @@ void UsbDevice::recvNextPacket()
 
 void UsbDevice::onRecvMessage(libusb_transfer* transfer)
 {
-    MORVANE_LOG(5, "[libusb] onRecvMessage size=%u\n", static_cast<unsigned int>(transfer->actual_length));
+    MORVANE_LOG(LogLevel::Trace, "[libusb] onRecvMessage size=%u\n",
+                static_cast<unsigned int>(transfer->actual_length));
     if (m_transferRxInProgress && statusOf(*transfer) == LIBUSB_TRANSFER_COMPLETED) {
-        MORVANE_LOG(5, "[libusb] onRecvMessage transferRxInProgress transferred=%d status=%d\n",
+        MORVANE_LOG(LogLevel::Trace, "[libusb] onRecvMessage transferRxInProgress transferred=%d status=%d\n",
                     transfer->actual_length, statusOf(*transfer));
         if (transfer->actual_length > 0)
             deliver(*transfer);
@@ -180,23 +154,23 @@ void UsbDevice::handleTxStatus(libusb_transfer* transfer)
     case LIBUSB_TRANSFER_CANCELLED:
         break;
     case LIBUSB_TRANSFER_ERROR:
-        MORVANE_LOG(2, "[libusb] TX LIBUSB_ERROR uid=%x size=%d actual=%d\n", m_uid, transfer->length,
+        MORVANE_LOG(LogLevel::Error, "[libusb] TX LIBUSB_ERROR uid=%x size=%d actual=%d\n", m_uid, transfer->length,
                     transfer->actual_length);
         markDead();
         break;
     case LIBUSB_TRANSFER_STALL:
-        MORVANE_LOG(2, "[libusb] TX Transfer stalled uid=%x\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] TX Transfer stalled uid=%x\n", m_uid);
         clearHalt();
         break;
     case LIBUSB_TRANSFER_NO_DEVICE:
-        MORVANE_LOG(2, "[libusb] TX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] TX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
         markDead();
         break;
     case LIBUSB_TRANSFER_OVERFLOW:
-        MORVANE_LOG(2, "[libusb] TX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] TX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
         break;
     default:
-        MORVANE_LOG(2, "[libusb] TX Unknown error=%d!!\n", statusOf(*transfer));
+        MORVANE_LOG(LogLevel::Error, "[libusb] TX Unknown error=%d!!\n", statusOf(*transfer));
         break;
     }
 }
@@ -218,20 +192,20 @@ void UsbDevice::handleRxStatus(libusb_transfer* transfer)
     case LIBUSB_TRANSFER_CANCELLED:
         break;
     case LIBUSB_TRANSFER_ERROR:
-        MORVANE_LOG(4, "[libusb] RX LIBUSB_ERROR uid=%x\n", m_uid);
+        MORVANE_LOG(LogLevel::Detail, "[libusb] RX LIBUSB_ERROR uid=%x\n", m_uid);
         break;
     case LIBUSB_TRANSFER_STALL:
-        MORVANE_LOG(2, "[libusb] RX Transfer stalled uid=%x\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] RX Transfer stalled uid=%x\n", m_uid);
         clearHalt();
         break;
     case LIBUSB_TRANSFER_NO_DEVICE:
-        MORVANE_LOG(2, "[libusb] RX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] RX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
         break;
     case LIBUSB_TRANSFER_OVERFLOW:
-        MORVANE_LOG(2, "[libusb] RX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] RX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
         break;
     default:
-        MORVANE_LOG(2, "[libusb] RX Unknown error=%d!!\n", statusOf(*transfer));
+        MORVANE_LOG(LogLevel::Error, "[libusb] RX Unknown error=%d!!\n", statusOf(*transfer));
         break;
     }
 }
@@ -250,11 +224,10 @@ void UsbDevice::handleSubmitError(const char* direction, int error)
 {
     if (error == LIBUSB_SUCCESS)
         return;
-    const char* const name = submitErrorName(error);
-    if (name != nullptr)
-        MORVANE_LOG(2, "[libusb] %s %s\n", direction, name);
+    if (isKnownSubmitError(error))
+        MORVANE_LOG(LogLevel::Error, "[libusb] %s %s\n", direction, libusb_error_name(error));
     else
-        MORVANE_LOG(2, "[libusb] %s Unknown error=%d!!\n", direction, error);
+        MORVANE_LOG(LogLevel::Error, "[libusb] %s Unknown error=%d!!\n", direction, error);
     if (isFatalSubmitError(error))
         markDead();
 }
@@ -295,7 +268,7 @@ void UsbDevice::checkTxWatchdog(const std::chrono::system_clock::time_point& now
     const std::lock_guard<std::mutex> lock(m_txMutex);
     if (now - m_txStartTime <= watchdogLimit)
         return;
-    MORVANE_LOG(2, "[libusb] Tx timeout dev=%x\n", m_uid);
+    MORVANE_LOG(LogLevel::Error, "[libusb] Tx timeout dev=%x\n", m_uid);
     libusb_cancel_transfer(m_txTransfer);
     m_transferTxInProgress = false;
 }
@@ -304,7 +277,7 @@ void UsbDevice::checkRxWatchdog(const std::chrono::system_clock::time_point& now
 {
     if (now - m_rxStartTime <= watchdogLimit || !m_transferRxInProgress)
         return;
-    MORVANE_LOG(2, "[libusb] Rx timeout dev=%x\n", m_uid);
+    MORVANE_LOG(LogLevel::Error, "[libusb] Rx timeout dev=%x\n", m_uid);
     libusb_cancel_transfer(m_rxTransfer);
     m_transferRxInProgress = false;
     recvNextPacket();

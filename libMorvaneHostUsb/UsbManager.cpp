@@ -67,16 +67,18 @@ UsbManager::UsbManager()
     : m_parser(this), m_context(nullptr), m_observer(nullptr), m_hotplugArrivedHandle(0), m_hotplugLeftHandle(0),
       m_initialised(false)
 {
-    MORVANE_LOG(4, "[libusb] --- Has capability CAP=%d ---\n", libusb_has_capability(LIBUSB_CAP_HAS_CAPABILITY));
-    MORVANE_LOG(4, "[libusb] --- Has hotplug CAP=%d ---\n", libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG));
-    MORVANE_LOG(4, "[libusb] --- Has supports detach CAP=%d ---\n",
+    MORVANE_LOG(LogLevel::Detail, "[libusb] --- Has capability CAP=%d ---\n",
+                libusb_has_capability(LIBUSB_CAP_HAS_CAPABILITY));
+    MORVANE_LOG(LogLevel::Detail, "[libusb] --- Has hotplug CAP=%d ---\n",
+                libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG));
+    MORVANE_LOG(LogLevel::Detail, "[libusb] --- Has supports detach CAP=%d ---\n",
                 libusb_has_capability(LIBUSB_CAP_SUPPORTS_DETACH_KERNEL_DRIVER));
     if (libusb_init(&m_context) == LIBUSB_SUCCESS) {
         // The version built against, not the one that runs.
-        MORVANE_LOG(3, "[libusb] Libusb version = %d.%d.%d\n", 1, 0, 22);
+        MORVANE_LOG(LogLevel::Info, "[libusb] Libusb version = %d.%d.%d\n", 1, 0, 22);
         m_initialised = false;
     } else {
-        MORVANE_LOG_LINE(4, "[libusb] Init Error ");
+        MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Init Error ");
     }
     m_contextOwner = std::shared_ptr<libusb_context>(m_context, libusb_exit);
 }
@@ -115,7 +117,7 @@ void UsbManager::initialise()
         m_workerThread = std::thread(&UsbManager::workerThread, this);
         m_receiveThread = std::thread(&UsbManager::receiveMsgThread, this);
     } catch (const std::exception& failure) {
-        MORVANE_LOG(2, "[libusb] Cannot start a thread: %s\n", failure.what());
+        MORVANE_LOG(LogLevel::Error, "[libusb] Cannot start a thread: %s\n", failure.what());
         undoInitialise(development);
     }
 }
@@ -254,15 +256,15 @@ int UsbManager::hotplugCallback(libusb_context* /*context*/, libusb_device* devi
     const bool running = manager != nullptr && manager->m_initialised;
 
     if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED) {
-        MORVANE_LOG(3, "[libusb] >> New device: %4x:%4x bus=%u port=%u dev=%p\n", descriptor.idVendor,
+        MORVANE_LOG(LogLevel::Info, "[libusb] >> New device: %4x:%4x bus=%u port=%u dev=%p\n", descriptor.idVendor,
                     descriptor.idProduct, libusb_get_bus_number(device), libusb_get_port_number(device),
                     static_cast<void*>(device));
         if (running && isPanel(descriptor))
             manager->addDevice(device);
         MORVANE_TRACE_LINE(">> New device end");
     } else if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT) {
-        MORVANE_LOG(3, "[libusb] >> Device unplugged: %4x:%4x dev=%p\n", descriptor.idVendor, descriptor.idProduct,
-                    static_cast<void*>(device));
+        MORVANE_LOG(LogLevel::Info, "[libusb] >> Device unplugged: %4x:%4x dev=%p\n", descriptor.idVendor,
+                    descriptor.idProduct, static_cast<void*>(device));
         if (running)
             manager->removeDevice(device);
         MORVANE_TRACE_LINE(">> Device unplugged end");

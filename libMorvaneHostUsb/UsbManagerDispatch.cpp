@@ -31,12 +31,12 @@ private:
 void UsbManager::receiveMsgThread()
 {
     setCurrentThreadName("MorvaneRecv");
-    MORVANE_LOG_LINE(4, "[libusb] Init receive thread");
+    MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Init receive thread");
     std::unique_ptr<UsbMessage> message;
     while (m_initialised && m_messageQueue) {
-        MORVANE_LOG_LINE(4, "[libusb] Wait for message...");
+        MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Wait for message...");
         message = m_messageQueue->getMessage();
-        MORVANE_LOG_LINE(4, "[libusb] Got message...");
+        MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Got message...");
         if (message)
             dispatch(*message);
     }
@@ -105,7 +105,8 @@ std::shared_ptr<UsbDevice> UsbManager::deviceOfTransfer(const libusb_transfer& t
 {
     const auto id = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(transfer.user_data));
     const std::lock_guard<std::mutex> lock(m_mutex);
-    MORVANE_LOG(5, "[libusb] %s id=%u vec=%u\n", operation, id, static_cast<unsigned int>(m_devicesById.size()));
+    MORVANE_LOG(LogLevel::Trace, "[libusb] %s id=%u vec=%u\n", operation, id,
+                static_cast<unsigned int>(m_devicesById.size()));
     return id < m_devicesById.size() ? m_devicesById[id] : nullptr;
 }
 

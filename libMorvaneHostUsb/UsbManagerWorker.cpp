@@ -103,7 +103,7 @@ void UsbManager::retireDeadDevices(std::set<libusb_device*>& known)
         // Left during this pass: the next one retires it.
         if (std::find(m_removedDevices.begin(), m_removedDevices.end(), device) != m_removedDevices.end())
             continue;
-        MORVANE_LOG(3, "[libusb] found dead device: uid=%x id=%x\n", device->getUid(), device->getId());
+        MORVANE_LOG(LogLevel::Info, "[libusb] found dead device: uid=%x id=%x\n", device->getUid(), device->getId());
         forgetId(*device);
         m_removedDevices.push_back(device);
     }
@@ -120,7 +120,7 @@ void UsbManager::takeInStrayDevices(const std::set<libusb_device*>& known)
             continue;
         const std::shared_ptr<UsbDevice> stray = makeDevice(list[i]);
         // Labelled uid, but it is the id.
-        MORVANE_LOG(3, "[libusb] Found stray device uid=%x\n", stray->getId());
+        MORVANE_LOG(LogLevel::Info, "[libusb] Found stray device uid=%x\n", stray->getId());
         enterDevice(stray);
     }
     libusb_free_device_list(list, 1);

@@ -2,6 +2,7 @@
 #include "panelctl/command/Program.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <string>
 
@@ -24,7 +25,7 @@ void run(int argc, char** argv, Output& output, const Interrupt& interrupt)
         output.text(app.help());
         return;
     } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::Usage, std::string(error.what()) + "\n`morvane-demo --help` shows what there is.");
+        throw Failure(ExitCode::Usage, makePrintable(error.what()) + "\n`morvane-demo --help` shows what there is.");
     }
     DemoCommand demo(anyPanel);
     runCommand(demo, logLevel, output, interrupt);

@@ -104,8 +104,8 @@ std::string FirmwareImage::describe() const
 {
     char crc[16];
     std::snprintf(crc, sizeof crc, "0x%08x", m_crc);
-    return formatNumber(m_size, "byte") + " in " + formatNumber(getChunks(), "chunk") + ", CRC-32 " + crc + ", from '" +
-           m_path + "'";
+    return formatNumber(m_size, "byte") + " in " + formatNumber(getChunks(), "chunk") + ", CRC-32 " + crc + ", from " +
+           quote(m_path);
 }
 
 } // namespace Vantor

@@ -2,9 +2,9 @@
 
 #include "libMorvaneHostUsb/Log.h"
 #include "panelctl/command/Command.h"
-#include "panelctl/session/Interrupt.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/LogRelay.h"
 #include "panelctl/terminal/Output.h"
 

@@ -2,7 +2,7 @@
 
 #include "panelctl/flash/FlashDiagnosis.h"
 #include "panelctl/flash/ProgressDisplay.h"
-#include "panelctl/session/Interrupt.h"
+#include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/Output.h"
 
 namespace Vantor {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "libMorvaneHostUsb/UsbManager.h"
-#include "panelctl/session/Interrupt.h"
 #include "panelctl/session/Panel.h"
+#include "panelctl/terminal/Interrupt.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,13 +1,18 @@
 #include "panelctl/terminal/Output.h"
 
 #include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/StatusLine.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
+#include <cstdio>
 #include <system_error>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace Vantor {
@@ -29,20 +34,15 @@ void sendLibraryLogToStandardError()
 
 } // namespace
 
-Output::Output() : m_stream(nullptr)
+Output::Output() : m_descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
 {
-    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (own >= 0)
-        m_stream = fdopen(own, "w");
-    if (m_stream != nullptr)
-        std::setvbuf(m_stream, nullptr, _IOLBF, BUFSIZ);
     sendLibraryLogToStandardError();
 }
 
 Output::~Output()
 {
-    if (m_stream != nullptr)
-        std::fclose(m_stream);
+    if (m_descriptor >= 0)
+        close(m_descriptor);
 }
 
 void Output::fail(int error)
@@ -58,31 +58,47 @@ void Output::fail(int error)
 
 void Output::line(const char* format, ...)
 {
-    if (!m_trouble.empty())
-        return;
-    if (m_stream == nullptr)
-        return fail(EBADF);
     va_list arguments;
     va_start(arguments, format);
-    const int written = std::vfprintf(m_stream, format, arguments);
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    std::string whole(static_cast<std::size_t>(std::max(length, 0)) + 1, '\n');
+    std::vsnprintf(whole.data(), whole.size(), format, again);
+    va_end(again);
     va_end(arguments);
-    if (written < 0 || std::fputc('\n', m_stream) == EOF || std::fflush(m_stream) != 0)
-        fail(errno);
+    whole.back() = '\n'; // over the terminator
+    text(whole);
 }
 
 int Output::getDescriptor() const
 {
-    return m_stream == nullptr ? -1 : fileno(m_stream);
+    return m_descriptor;
 }
 
 void Output::text(const std::string& text)
 {
-    if (!m_trouble.empty())
-        return;
-    if (m_stream == nullptr)
-        return fail(EBADF);
-    if (std::fputs(text.c_str(), m_stream) == EOF || std::fflush(m_stream) != 0)
-        fail(errno);
+    if (m_descriptor < 0 && m_trouble.empty())
+        fail(EBADF);
+    for (std::size_t done = 0; done < text.size() && m_trouble.empty();) {
+        awaitRoom();
+        const ssize_t written =
+            write(m_descriptor, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
+        if (written >= 0)
+            done += static_cast<std::size_t>(written);
+        else if (errno != EINTR)
+            fail(errno);
+    }
+}
+
+// A reader that has stopped must not keep a signal from ending the command. With room a
+// pipe takes PIPE_BUF bytes without waiting.
+void Output::awaitRoom() const
+{
+    constexpr int lookForSignals = 100; // ms
+    pollfd room{m_descriptor, POLLOUT, 0};
+    while (poll(&room, 1, lookForSignals) <= 0)
+        Interrupt::check();
 }
 
 void printError(const std::string& text)

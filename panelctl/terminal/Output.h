@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdio>
 #include <string>
 
 namespace Vantor {
@@ -23,7 +22,8 @@ public:
     // Why something could not be written since then: "Broken pipe"; empty while all could.
     const std::string& getTrouble() const { return m_trouble; }
 
-    // One whole line; the newline is added. Throws Failure when it can't be written.
+    // One whole line; the newline is added. Throws Failure when it can't be written. Waits
+    // for a reader that has stopped; a signal ends that wait as any other.
     __attribute__((format(printf, 2, 3))) void line(const char* format, ...);
 
     // Text of any number of lines, as it is.
@@ -34,8 +34,9 @@ public:
 
 private:
     void fail(int error);
+    void awaitRoom() const;
 
-    std::FILE* m_stream;
+    int m_descriptor;
     bool m_isTolerant = false;
     std::string m_trouble;
 };

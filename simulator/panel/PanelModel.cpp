@@ -201,6 +201,11 @@ void PanelModel::unplug()
     m_bootLoader.powerOff(m_clock());
 }
 
+bool PanelModel::isBeingRead() const
+{
+    return !m_inUrbs.empty();
+}
+
 bool PanelModel::isUnplugged() const
 {
     return m_unplugged;

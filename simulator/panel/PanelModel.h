@@ -137,6 +137,9 @@ public:
     // it does here, and takes the panel off its bus.
     bool isUnplugged() const;
 
+    // Whether a read of the host waits for something to read.
+    bool isBeingRead() const;
+
     // What has completed by now, in order.
     std::vector<Completion> takeCompletions();
 

@@ -2,6 +2,11 @@
 
 #include <csignal>
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -58,6 +63,27 @@ TEST(PanelctlShutdown, interruptWhileNothingIsTaken_endsInOrder)
     EXPECT_LT(run.getSeconds(), orderlySeconds);
     EXPECT_EQ(run.getOutput(), "");
     EXPECT_EQ(run.getErrors(), "panelctl: interrupted\n");
+}
+
+TEST(PanelctlShutdown, interruptWhileNobodyReadsTheOutput_endsInOrder)
+{
+    const TemporaryFolder folder;
+    const std::string output = folder.getPath() + "/output";
+    ASSERT_EQ(mkfifo(output.c_str(), 0600), 0);
+    const int reader = open(output.c_str(), O_RDWR | O_CLOEXEC); // which never reads
+    ASSERT_GE(reader, 0);
+    ToolRun run(onBus({"--at", "0s", "emit type=5 size=4000 count=100 every=1"},
+                      {"sh", "-c", "exec " + panelctl({"watch"}).front() + " watch > " + output}));
+    constexpr int nearlyFull = 50000; // of 65,536: the next packet's line is longer than the rest
+    for (int waiting = 0; waiting < nearlyFull;) {
+        run.let(std::chrono::milliseconds(10));
+        ASSERT_EQ(ioctl(reader, FIONREAD, &waiting), 0);
+    }
+    run.sendSignalToTool(SIGINT);
+    EXPECT_EQ(run.finish(), 130);
+    EXPECT_LT(run.getSeconds(), orderlySeconds + 2);
+    EXPECT_EQ(run.getErrors(), "panelctl: interrupted\n");
+    close(reader);
 }
 
 TEST(PanelctlShutdown, readerThatHasGone_endsWatchQuietly)

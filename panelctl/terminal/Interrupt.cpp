@@ -1,4 +1,4 @@
-#include "panelctl/session/Interrupt.h"
+#include "panelctl/terminal/Interrupt.h"
 
 #include "panelctl/terminal/Failure.h"
 

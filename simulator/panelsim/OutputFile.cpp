@@ -33,7 +33,7 @@ std::string makeTemporary(const std::string& path, int& descriptor)
 {
     constexpr int attempts = 100;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        const std::string name = path + "." + std::to_string(getpid()) + "-" + std::to_string(attempt);
+        std::string name = path + "." + std::to_string(getpid()) + "-" + std::to_string(attempt);
         descriptor = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, fileMode);
         if (descriptor >= 0)
             return name;

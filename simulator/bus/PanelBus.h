@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/bus/PanelCommand.h"
+#include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/BootLoader.h"
 #include "simulator/panel/PanelModel.h"
 
@@ -43,10 +43,10 @@ public:
     virtual void unplug(unsigned int panel) = 0;
 
     // Carries out a command now; a repeated emission goes on in its own time.
-    virtual void execute(const PanelCommand& command) = 0;
+    virtual void execute(const PanelOrder& command) = 0;
 
     // As execute, `delay` from now.
-    virtual void schedule(std::chrono::nanoseconds delay, const PanelCommand& command) = 0;
+    virtual void schedule(std::chrono::nanoseconds delay, const PanelOrder& command) = 0;
 
     // Hands over the panel plugged in last under this number, while nothing else
     // happens on the bus; false when there has been none.

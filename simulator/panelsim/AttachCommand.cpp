@@ -1,10 +1,10 @@
 #include "simulator/panelsim/AttachCommand.h"
 
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 #include "simulator/bus/UserText.h"
-#include "simulator/panelsim/CommandInput.h"
-#include "simulator/panelsim/PanelsimSession.h"
-#include "simulator/usbip/KernelBus.h"
+#include "simulator/panelsim/LineInput.h"
+#include "simulator/panelsim/Simulation.h"
+#include "simulator/usbip/UsbIpBus.h"
 #include "simulator/usbip/VhciPorts.h"
 
 #include <cerrno>
@@ -56,9 +56,9 @@ private:
     int m_descriptor;
 };
 
-KernelBus::Options busOptions(PanelsimSession& session)
+UsbIpBus::Options busOptions(Simulation& session)
 {
-    KernelBus::Options bus;
+    UsbIpBus::Options bus;
     session.setUp(bus);
     bus.tell = [](const std::string& line) {
         std::printf("%s\n", line.c_str());
@@ -72,12 +72,12 @@ void complain(const std::string& line, const std::string& error)
     std::fprintf(stderr, "panelsim: '%s': %s\n", UserText::shown(line).c_str(), error.c_str());
 }
 
-void execute(KernelBus& bus, const std::string& line)
+void execute(UsbIpBus& bus, const std::string& line)
 {
-    const ParsedCommand parsed = parsePanelCommand(line);
+    const ParsedOrder parsed = parsePanelOrder(line);
     if (!parsed.command)
         return complain(line, parsed.error);
-    if (CommandExecution::panelOf(*parsed.command) >= PanelBus::maxPanels)
+    if (OrderExecution::panelOf(*parsed.command) >= PanelBus::maxPanels)
         return complain(line, "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
     try {
         bus.execute(*parsed.command);
@@ -87,7 +87,7 @@ void execute(KernelBus& bus, const std::string& line)
 }
 
 // False for the word that ends it all.
-bool takeLine(KernelBus& bus, const std::string& line)
+bool takeLine(UsbIpBus& bus, const std::string& line)
 {
     const std::size_t begin = line.find_first_not_of(" \t\r");
     if (begin == std::string::npos || line[begin] == '#')
@@ -99,7 +99,7 @@ bool takeLine(KernelBus& bus, const std::string& line)
     return true;
 }
 
-bool takeLines(KernelBus& bus, CommandInput& input)
+bool takeLines(UsbIpBus& bus, LineInput& input)
 {
     while (const auto line = input.takeLine())
         if (!takeLine(bus, *line))
@@ -110,9 +110,9 @@ bool takeLines(KernelBus& bus, CommandInput& input)
 // Until a signal, or somebody at the terminal, or a line says so. Where the input is no
 // terminal its end only means that no more commands come; the same goes for a terminal at
 // which somebody types for another program, this one being in the background.
-void serveUntilTheEnd(KernelBus& bus, const EndSignals& signals)
+void serveUntilTheEnd(UsbIpBus& bus, const EndSignals& signals)
 {
-    CommandInput input(STDIN_FILENO);
+    LineInput input(STDIN_FILENO);
     const bool isTerminal = isatty(STDIN_FILENO) != 0;
     bool goesOn = true;
     while (goesOn) {
@@ -128,14 +128,14 @@ void serveUntilTheEnd(KernelBus& bus, const EndSignals& signals)
 
 int attachPanels(const PanelsimOptions& options)
 {
-    PanelsimSession session(options);
+    Simulation session(options);
     const EndSignals signals;
     // In the background of a terminal, reading from it fails rather than stops.
     std::signal(SIGTTIN, SIG_IGN);
     // Who waited for a line of the output may have gone; the panels and their flash stay.
     std::signal(SIGPIPE, SIG_IGN);
     VhciPorts ports(options.vhciFolder);
-    KernelBus bus(busOptions(session), ports);
+    UsbIpBus bus(busOptions(session), ports);
     session.begin(bus);
     session.schedule(bus);
     serveUntilTheEnd(bus, signals);

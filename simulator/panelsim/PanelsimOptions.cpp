@@ -1,6 +1,6 @@
 #include "simulator/panelsim/PanelsimOptions.h"
 
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 #include "simulator/bus/PanelBus.h"
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/LcdOption.h"
@@ -40,7 +40,7 @@ std::string findUnquotedCommand(const std::vector<std::string>& words, std::size
     for (std::size_t i = first + 1; i < words.size() && !isOption(words[i]); ++i) {
         command += " " + words[i];
         // Without a separator, PROGRAM may be among these words.
-        if (hasSeparator || parsePanelCommand(command).command)
+        if (hasSeparator || parsePanelOrder(command).command)
             unquoted = command;
     }
     return unquoted;
@@ -63,10 +63,10 @@ PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
     const ParsedTime time = parseTime(text.first);
     if (!time.time)
         throw CLI::ValidationError("--at " + text.first, time.error);
-    const ParsedCommand command = parsePanelCommand(text.second);
+    const ParsedOrder command = parsePanelOrder(text.second);
     if (!command.command)
         throw CLI::ValidationError("--at '" + text.second + "'", command.error);
-    if (CommandExecution::panelOf(*command.command) >= PanelBus::maxPanels)
+    if (OrderExecution::panelOf(*command.command) >= PanelBus::maxPanels)
         throw CLI::ValidationError("--at '" + text.second + "'",
                                    "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
     return {*time.time, *command.command};

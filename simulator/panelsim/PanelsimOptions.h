@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/bus/PanelCommand.h"
+#include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/BootLoader.h"
 #include "simulator/panel/PanelScreen.h"
 #include "simulator/usbip/VhciPorts.h"
@@ -31,7 +31,7 @@ struct PanelsimOptions {
 
     struct TimedCommand {
         std::chrono::nanoseconds time; // after the start of the program, or of it all
-        PanelCommand command;
+        PanelOrder command;
     };
 
     Command command = Command::Run;

@@ -1,9 +1,9 @@
 #include "simulator/panelsim/RunCommand.h"
 
 #include "simulator/bus/UserText.h"
-#include "simulator/panelsim/PanelsimSession.h"
+#include "simulator/panelsim/Simulation.h"
 #include "simulator/usbfs/ClientProcess.h"
-#include "simulator/usbfs/VirtualBus.h"
+#include "simulator/usbfs/UsbfsBus.h"
 
 #include <algorithm>
 #include <chrono>
@@ -64,9 +64,9 @@ void attend(ClientProcess& program)
     }
 }
 
-VirtualBus::Options busOptions(const PanelsimOptions& options, PanelsimSession& session)
+UsbfsBus::Options busOptions(const PanelsimOptions& options, Simulation& session)
 {
-    VirtualBus::Options bus;
+    UsbfsBus::Options bus;
     session.setUp(bus);
     bus.scatterGather = options.scatterGather;
     return bus;
@@ -76,18 +76,18 @@ VirtualBus::Options busOptions(const PanelsimOptions& options, PanelsimSession& 
 
 int runProgram(const PanelsimOptions& options)
 {
-    PanelsimSession session(options);
+    Simulation session(options);
     // Before there are threads, so that only waitForSignal takes these.
     std::signal(SIGCHLD, SIG_DFL);
     const sigset_t signals = handledSignals();
     sigset_t originalMask;
     pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
 
-    VirtualBus bus(busOptions(options, session));
+    UsbfsBus bus(busOptions(options, session));
     session.begin(bus);
     int exitCode = 0;
     try {
-        ClientProcess program(options.program, VirtualBus::getClientEnvironment(), originalMask);
+        ClientProcess program(options.program, UsbfsBus::getClientEnvironment(), originalMask);
         session.schedule(bus);
         attend(program);
         exitCode = program.getExitCode();

@@ -63,7 +63,7 @@ std::string attributes(const NamesAndValues& list)
     return lines;
 }
 
-std::string describe(const std::string& path, const VirtualPanel::Address& address, unsigned int ports,
+std::string describe(const std::string& path, const UsbfsPanel::Address& address, unsigned int ports,
                      const std::vector<std::uint8_t>& descriptors, const NamesAndValues& moreAttributes)
 {
     const unsigned int vendor = word(descriptors, 8);
@@ -127,28 +127,28 @@ std::string describeRootHub()
            describeOnlyInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
 }
 
-std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
+std::string describePanel(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
 {
     const NamesAndValues names{{"manufacturer", PanelStrings::manufacturer}, {"product", PanelStrings::product}};
     return describe(panelPath(address), address, 0, descriptors, names);
 }
 
-std::string describeInterface(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
+std::string describeInterface(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
 {
     return describeOnlyInterface(interfacePath(address), descriptors);
 }
 
-std::string panelPath(const VirtualPanel::Address& address)
+std::string panelPath(const UsbfsPanel::Address& address)
 {
     return rootHubPath + format("/%u-%u", address.bus, address.port);
 }
 
-std::string interfacePath(const VirtualPanel::Address& address)
+std::string interfacePath(const UsbfsPanel::Address& address)
 {
     return panelPath(address) + format("/%u-%u:1.0", address.bus, address.port);
 }
 
-std::string nodePath(const VirtualPanel::Address& address)
+std::string nodePath(const UsbfsPanel::Address& address)
 {
     return format("/dev/bus/usb/%03u/%03u", address.bus, address.device);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/usbfs/VirtualPanel.h"
+#include "simulator/usbfs/UsbfsPanel.h"
 
 #include <cstdint>
 #include <string>
@@ -16,17 +16,17 @@ namespace SysfsDescription {
 std::string describeRootHub();
 
 // A panel behind a port of the root hub; `descriptors` as the kernel's attribute of that name.
-std::string describePanel(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
+std::string describePanel(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
 
 // Its interface, which comes after it.
-std::string describeInterface(const VirtualPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
+std::string describeInterface(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
 
 // Where sysfs has it and its interface, from /sys.
-std::string panelPath(const VirtualPanel::Address& address);
-std::string interfacePath(const VirtualPanel::Address& address);
+std::string panelPath(const UsbfsPanel::Address& address);
+std::string interfacePath(const UsbfsPanel::Address& address);
 
 // The device node, from /dev.
-std::string nodePath(const VirtualPanel::Address& address);
+std::string nodePath(const UsbfsPanel::Address& address);
 
 } // namespace SysfsDescription
 

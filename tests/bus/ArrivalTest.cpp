@@ -8,7 +8,7 @@ class Arrival : public BusTest {};
 
 TEST_F(Arrival, pluggedBeforeTheStart_isAddedAndInformsOfItself)
 {
-    VirtualBus::Options options;
+    UsbfsBus::Options options;
     options.panel.description = "A panel";
     options.panel.maxPacketSize = 0x1234;
     makeBus(options);

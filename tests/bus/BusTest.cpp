@@ -66,13 +66,13 @@ void BusTest::SetUp()
     std::signal(SIGPIPE, SIG_IGN); // of a client that has died
 }
 
-void BusTest::makeBus(VirtualBus::Options options)
+void BusTest::makeBus(UsbfsBus::Options options)
 {
     options.log = [this](const std::string& line) {
         const std::lock_guard<std::mutex> lock(m_busLogMutex);
         m_busLog.push_back(line);
     };
-    m_bus = std::make_unique<VirtualBus>(std::move(options));
+    m_bus = std::make_unique<UsbfsBus>(std::move(options));
 }
 
 void BusTest::useClient(const std::string& program)
@@ -86,7 +86,7 @@ void BusTest::startClient()
     const Pipe events;
     const Pipe log;
     const Pipe errors;
-    std::vector<std::string> environment = VirtualBus::getClientEnvironment();
+    std::vector<std::string> environment = UsbfsBus::getClientEnvironment();
     environment.emplace_back("LIBUSB_DEBUG=4");
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
@@ -115,7 +115,7 @@ void BusTest::startClientWithPanel()
 
 void BusTest::execute(const std::string& command)
 {
-    const ParsedCommand parsed = parsePanelCommand(command);
+    const ParsedOrder parsed = parsePanelOrder(command);
     ASSERT_TRUE(parsed.command) << parsed.error;
     bus().execute(*parsed.command);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "simulator/usbfs/ClientProcess.h"
-#include "simulator/usbfs/VirtualBus.h"
+#include "simulator/usbfs/UsbfsBus.h"
 #include "tests/bus/LineReader.h"
 
 #include <chrono>
@@ -29,7 +29,7 @@ public:
 
 protected:
     void useClient(const std::string& program); // instead of the ordinary one
-    void makeBus(VirtualBus::Options options = {});
+    void makeBus(UsbfsBus::Options options = {});
     void startClient();
     void startClientWithPanel(); // bus and panel 0, added
     void signalClient(int number);
@@ -37,7 +37,7 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    VirtualBus& bus() { return *m_bus; }
+    UsbfsBus& bus() { return *m_bus; }
     void execute(const std::string& command); // in the simulator's language
 
     // To the client.
@@ -72,7 +72,7 @@ private:
 
     std::string m_program = MORVANE_BUS_CLIENT;
 
-    std::unique_ptr<VirtualBus> m_bus;
+    std::unique_ptr<UsbfsBus> m_bus;
     std::unique_ptr<ClientProcess> m_client;
     int m_commands = -1; // the client's input
     std::unique_ptr<LineReader> m_events;

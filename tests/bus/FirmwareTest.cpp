@@ -138,7 +138,7 @@ TEST_F(Firmware, panelPulledHalfWay_isFlashedAgain)
 {
     allowLog(R"(\[libusb\] [RT]X LIBUSB_ERROR_NO_DEVICE( uid=\w+!)?)");
     FlashFolder folder(m_folder);
-    VirtualBus::Options options;
+    UsbfsBus::Options options;
     options.keepFlash = [&folder](unsigned int panel, const BootLoader::Flash& flash) { folder.save(panel, flash); };
     makeBus(options);
     bus().plug(0);

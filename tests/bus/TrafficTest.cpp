@@ -20,7 +20,7 @@ protected:
 
     void startClientWithLimit(std::uint16_t maxPacketSize, bool scatterGather)
     {
-        VirtualBus::Options options;
+        UsbfsBus::Options options;
         options.panel.maxPacketSize = maxPacketSize;
         options.scatterGather = scatterGather;
         makeBus(std::move(options));

@@ -99,11 +99,11 @@ TEST_F(Unplug, programThatIsStopped_isToldOfEverythingWhenItGoesOn)
     ASSERT_TRUE(waitUntil([this] { return isBeingRead(0); }));
     signalClient(SIGSTOP);
     for (int i = 0; i < 6; ++i) {
-        bus().schedule({}, UnplugCommand{0});
-        bus().schedule({}, PlugCommand{0});
+        bus().schedule({}, UnplugOrder{0});
+        bus().schedule({}, PlugOrder{0});
     }
-    bus().schedule({}, UnplugCommand{0});
-    bus().schedule({}, PlugCommand{1});
+    bus().schedule({}, UnplugOrder{0});
+    bus().schedule({}, PlugOrder{1});
     awaitBusLog("waits until the program has read what it was told of earlier");
     signalClient(SIGCONT);
     ASSERT_TRUE(waitUntil([this] { return isBeingRead(1); }));

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "simulator/bus/CommandTimeline.h"
+#include "simulator/bus/OrderTimeline.h"
 #include "simulator/bus/PanelBus.h"
 #include "simulator/bus/PastViolations.h"
 #include "simulator/usbfs/UeventListeners.h"
-#include "simulator/usbfs/VirtualPanel.h"
+#include "simulator/usbfs/UsbfsPanel.h"
 
 #include <chrono>
 #include <functional>
@@ -28,15 +28,15 @@ namespace Vantor {
 // happens in time, and umockdev has one for the client's ioctls; neither wakes while
 // nothing happens. One bus per process at a time.
 // Lifetime: the client must have ended before the bus is destroyed.
-class VirtualBus : public PanelBus {
+class UsbfsBus : public PanelBus {
 public:
     struct Options : PanelBus::Options {
         bool scatterGather = true; // false: libusb splits transfers into URBs of 16 KiB
     };
 
     // Throws std::runtime_error when the bus cannot be set up.
-    explicit VirtualBus(Options options);
-    ~VirtualBus() override;
+    explicit UsbfsBus(Options options);
+    ~UsbfsBus() override;
 
     // Environment for the client, this process's own included: NAME=VALUE.
     static std::vector<std::string> getClientEnvironment();
@@ -44,8 +44,8 @@ public:
     void setFlash(unsigned int panel, BootLoader::Flash flash) override;
     void plug(unsigned int panel) override;
     void unplug(unsigned int panel) override;
-    void execute(const PanelCommand& command) override;
-    void schedule(std::chrono::nanoseconds delay, const PanelCommand& command) override;
+    void execute(const PanelOrder& command) override;
+    void schedule(std::chrono::nanoseconds delay, const PanelOrder& command) override;
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
     std::vector<std::string> getViolations() const override;
 
@@ -56,19 +56,19 @@ private:
 
     void log(unsigned int panel, const std::string& line) const;
     void complain(unsigned int panel, const std::string& line) const;
-    VirtualPanel* findPlugged(unsigned int panel) const;
-    VirtualPanel* findLast(unsigned int panel) const;
-    VirtualPanel* findPulled() const;
+    UsbfsPanel* findPlugged(unsigned int panel) const;
+    UsbfsPanel* findLast(unsigned int panel) const;
+    UsbfsPanel* findPulled() const;
     BootLoader::Flash takeFlash(unsigned int panel);
-    VirtualPanel::Address assignAddress(unsigned int panel);
-    void show(VirtualPanel& panel);
-    void remove(VirtualPanel& panel);
+    UsbfsPanel::Address assignAddress(unsigned int panel);
+    void show(UsbfsPanel& panel);
+    void remove(UsbfsPanel& panel);
     void removePulled();
     void detachOld(unsigned int device);
     void forgetOld();
     bool awaitListeners(unsigned int panel);
     void addToSysfs(const std::string& description);
-    void apply(const PanelCommand& command);
+    void apply(const PanelOrder& command);
 
     void runTime();
     void attempt(unsigned int panel, const std::function<void()>& action) const;
@@ -80,10 +80,10 @@ private:
     // Under m_share.mutex. The panel plugged in last under a number stays, others until
     // they have been let go; only plug forgets any.
     mutable BusShare m_share;
-    std::vector<std::unique_ptr<VirtualPanel>> m_panels;
+    std::vector<std::unique_ptr<UsbfsPanel>> m_panels;
     PastViolations m_pastViolations;                   // of forgotten panels
     std::map<unsigned int, BootLoader::Flash> m_flash; // for panels not plugged in yet
-    CommandTimeline m_timeline;
+    OrderTimeline m_timeline;
     bool m_ending = false;
 
     // Under m_hotplugMutex.

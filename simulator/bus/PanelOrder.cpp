@@ -1,4 +1,4 @@
-#include "simulator/bus/PanelCommand.h"
+#include "simulator/bus/PanelOrder.h"
 
 #include "protocol/FirmwareUpgradeCommand.h"
 #include "simulator/bus/UserText.h"
@@ -101,9 +101,9 @@ class LineParser {
 public:
     explicit LineParser(std::string_view line) : m_rest(line) { advance(); }
 
-    ParsedCommand parse()
+    ParsedOrder parse()
     {
-        std::optional<PanelCommand> command = parseCommand();
+        std::optional<PanelOrder> command = parseCommand();
         if (m_error.empty() && !m_word.empty())
             fail("the end");
         if (!m_error.empty())
@@ -112,12 +112,12 @@ public:
     }
 
 private:
-    std::optional<PanelCommand> parseCommand()
+    std::optional<PanelOrder> parseCommand()
     {
         if (takeWord("plug"))
-            return PlugCommand{takeLastPanel()};
+            return PlugOrder{takeLastPanel()};
         if (takeWord("unplug"))
-            return UnplugCommand{takeLastPanel()};
+            return UnplugOrder{takeLastPanel()};
         if (takeWord("fault"))
             return parseFault();
         if (takeWord("emit"))
@@ -126,13 +126,13 @@ private:
         return std::nullopt;
     }
 
-    PanelCommand parseFault()
+    PanelOrder parseFault()
     {
         const unsigned int panel = takePanel();
         if (takeWord("clear"))
-            return ClearFaultsCommand{panel};
+            return ClearFaultsOrder{panel};
         if (takeWord("boot"))
-            return BootFaultCommand{panel, parseBootFault()};
+            return BootFaultOrder{panel, parseBootFault()};
         PanelFault fault;
         if (takeWord("in"))
             fault.direction = PanelFault::Direction::In;
@@ -140,7 +140,7 @@ private:
             fail("out, in, boot or clear");
         parseKind(fault);
         fault.sticky = takeDuration("once or sticky");
-        return FaultCommand{panel, fault};
+        return FaultOrder{panel, fault};
     }
 
     BootFault parseBootFault()
@@ -233,9 +233,9 @@ private:
         return 0;
     }
 
-    PanelCommand parseEmit()
+    PanelOrder parseEmit()
     {
-        EmitCommand emit{takePanel(), PacketType{}, {}, 1, {}, false};
+        EmitOrder emit{takePanel(), PacketType{}, {}, 1, {}, false};
         bool hasType = false;
         bool hasPayload = false;
         bool hasCount = false;
@@ -356,7 +356,7 @@ private:
 
 } // namespace
 
-ParsedCommand parsePanelCommand(std::string_view line)
+ParsedOrder parsePanelOrder(std::string_view line)
 {
     return LineParser(line).parse();
 }

@@ -1,4 +1,4 @@
-#include "simulator/panelsim/PanelsimSession.h"
+#include "simulator/panelsim/Simulation.h"
 
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/FlashReport.h"
@@ -113,14 +113,14 @@ std::vector<std::string> finishFlash(PanelBus& bus, FlashFolder* folder)
 
 } // namespace
 
-PanelsimSession::PanelsimSession(const PanelsimOptions& options) : m_options(options)
+Simulation::Simulation(const PanelsimOptions& options) : m_options(options)
 {
     preparePngFolder(options.pngFolder);
     if (!options.flashFolder.empty())
         m_flashFolder = std::make_unique<FlashFolder>(options.flashFolder);
 }
 
-void PanelsimSession::setUp(PanelBus::Options& bus)
+void Simulation::setUp(PanelBus::Options& bus)
 {
     bus.panel.maxPacketSize = m_options.maxPacketSize;
     bus.panel.seed = m_options.seed;
@@ -139,7 +139,7 @@ void PanelsimSession::setUp(PanelBus::Options& bus)
         bus.complain = complain;
 }
 
-void PanelsimSession::begin(PanelBus& bus)
+void Simulation::begin(PanelBus& bus)
 {
     if (m_flashFolder)
         for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
@@ -151,14 +151,14 @@ void PanelsimSession::begin(PanelBus& bus)
             bus.execute(timed.command);
 }
 
-void PanelsimSession::schedule(PanelBus& bus) const
+void Simulation::schedule(PanelBus& bus) const
 {
     for (const PanelsimOptions::TimedCommand& timed : m_options.timedCommands)
         if (timed.time.count() != 0)
             bus.schedule(timed.time, timed.command);
 }
 
-bool PanelsimSession::finish(PanelBus& bus)
+bool Simulation::finish(PanelBus& bus)
 {
     const auto violations = bus.getViolations();
     for (const std::string& violation : violations)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/bus/PanelCommand.h"
+#include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/PanelModel.h"
 
 #include <cstddef>
@@ -10,26 +10,26 @@
 namespace Vantor {
 
 // What commands mean on every bus. Pure.
-namespace CommandExecution {
+namespace OrderExecution {
 
-unsigned int panelOf(const PanelCommand& command);
+unsigned int panelOf(const PanelOrder& command);
 
 // As the log has it, without the panel: "fault out stall once".
-std::string describe(const PanelCommand& command);
+std::string describe(const PanelOrder& command);
 
 // Whether a panel that is not plugged is worth a complaint: a fault that meets nobody and
 // an emission by nobody are somebody's mistake; a panel that leaves within a repeated
 // emission, or with faults, is not.
-bool needsPanel(const PanelCommand& command);
+bool needsPanel(const PanelOrder& command);
 
 // Does it to the model of the plugged panel; nothing for plug and unplug, which are the
 // bus's.
-void carryOut(const PanelCommand& command, PanelModel& model);
+void carryOut(const PanelOrder& command, PanelModel& model);
 
 // What is left of a repeated emission, to be carried out `every` later.
-std::optional<EmitCommand> restOf(const PanelCommand& command);
+std::optional<EmitOrder> restOf(const PanelOrder& command);
 
-} // namespace CommandExecution
+} // namespace OrderExecution
 
 // The log's words for what a panel has got; only the first bytes of a long one.
 std::string describe(const PanelModel::Record& record);

@@ -1,4 +1,4 @@
-#include "simulator/usbip/KernelBus.h"
+#include "simulator/usbip/UsbIpBus.h"
 
 #include "tests/unit/usbip/UsbIpBytes.h"
 
@@ -89,18 +89,18 @@ private:
     bool m_full = false;
 };
 
-class KernelBusTest : public testing::Test {
+class UsbIpBusTest : public testing::Test {
 protected:
     void SetUp() override
     {
         m_ready = eventfd(1, EFD_CLOEXEC);
         ASSERT_GE(m_ready, 0);
-        KernelBus::Options options;
+        UsbIpBus::Options options;
         options.log = [this](const std::string& line) { m_log.push_back(line); };
         options.complain = [this](const std::string& line) { m_complaints.push_back(line); };
         options.tell = [this](const std::string& line) { m_told.push_back(line); };
         options.keepFlash = [this](unsigned int panel, const BootLoader::Flash&) { m_kept.push_back(panel); };
-        m_bus = std::make_unique<KernelBus>(options, m_kernel);
+        m_bus = std::make_unique<UsbIpBus>(options, m_kernel);
     }
 
     void TearDown() override { close(m_ready); }
@@ -123,14 +123,14 @@ protected:
 
     void execute(const std::string& line)
     {
-        const ParsedCommand parsed = parsePanelCommand(line);
+        const ParsedOrder parsed = parsePanelOrder(line);
         ASSERT_TRUE(parsed.command) << parsed.error;
         m_bus->execute(*parsed.command);
     }
 
     void schedule(std::chrono::nanoseconds delay, const std::string& line)
     {
-        m_bus->schedule(delay, *parsePanelCommand(line).command);
+        m_bus->schedule(delay, *parsePanelOrder(line).command);
     }
 
     void configure(unsigned int port = 0)
@@ -158,10 +158,10 @@ protected:
     std::vector<std::string> m_complaints;
     std::vector<std::string> m_told;
     std::vector<unsigned int> m_kept;
-    std::unique_ptr<KernelBus> m_bus;
+    std::unique_ptr<UsbIpBus> m_bus;
 };
 
-TEST_F(KernelBusTest, panel_isAttachedAndFound)
+TEST_F(UsbIpBusTest, panel_isAttachedAndFound)
 {
     m_bus->plug(0);
     EXPECT_THAT(m_told, testing::ElementsAre("panel 0: attached at vhci port 0"));
@@ -177,7 +177,7 @@ TEST_F(KernelBusTest, panel_isAttachedAndFound)
     EXPECT_TRUE(m_complaints.empty());
 }
 
-TEST_F(KernelBusTest, records_arriveAndAreLogged)
+TEST_F(UsbIpBusTest, records_arriveAndAreLogged)
 {
     m_bus->plug(0);
     configure();
@@ -190,7 +190,7 @@ TEST_F(KernelBusTest, records_arriveAndAreLogged)
     EXPECT_FALSE(m_bus->visit(1, [](PanelModel&) { FAIL(); }));
 }
 
-TEST_F(KernelBusTest, commands_reachTheirPanel)
+TEST_F(UsbIpBusTest, commands_reachTheirPanel)
 {
     m_bus->plug(0);
     m_bus->plug(1);
@@ -205,7 +205,7 @@ TEST_F(KernelBusTest, commands_reachTheirPanel)
     EXPECT_EQ(m_log.back(), "panel 1: emit type 5, 1 byte");
 }
 
-TEST_F(KernelBusTest, repeatedEmission_goesOnInItsTime)
+TEST_F(UsbIpBusTest, repeatedEmission_goesOnInItsTime)
 {
     m_bus->plug(0);
     configure();
@@ -221,7 +221,7 @@ TEST_F(KernelBusTest, repeatedEmission_goesOnInItsTime)
     EXPECT_EQ(answerTo(read(2)).size(), 48U + 3 * 12); // which had to wait together
 }
 
-TEST_F(KernelBusTest, scheduledCommand_comesAtItsTimeAndComplains)
+TEST_F(UsbIpBusTest, scheduledCommand_comesAtItsTimeAndComplains)
 {
     schedule(std::chrono::nanoseconds(0), "unplug 3");
     schedule(std::chrono::hours(1), "unplug 4");
@@ -229,7 +229,7 @@ TEST_F(KernelBusTest, scheduledCommand_comesAtItsTimeAndComplains)
     EXPECT_THAT(m_complaints, testing::ElementsAre("panel 3: is not plugged"));
 }
 
-TEST_F(KernelBusTest, delay_wakesTheBus)
+TEST_F(UsbIpBusTest, delay_wakesTheBus)
 {
     m_bus->plug(0);
     configure();
@@ -244,7 +244,7 @@ TEST_F(KernelBusTest, delay_wakesTheBus)
     EXPECT_EQ(answer, usbIpHeader({3, 2}));
 }
 
-TEST_F(KernelBusTest, impossiblePlugs_areComplainedOf)
+TEST_F(UsbIpBusTest, impossiblePlugs_areComplainedOf)
 {
     m_bus->plug(0);
     m_bus->plug(0);
@@ -258,7 +258,7 @@ TEST_F(KernelBusTest, impossiblePlugs_areComplainedOf)
                                      "panel 5: is not plugged: emit type 5, 1 byte"));
 }
 
-TEST_F(KernelBusTest, panelThatLeavesWithinAnEmission_isNotComplainedOf)
+TEST_F(UsbIpBusTest, panelThatLeavesWithinAnEmission_isNotComplainedOf)
 {
     m_bus->plug(0);
     execute("emit type=5 hex=0a count=2");
@@ -269,7 +269,7 @@ TEST_F(KernelBusTest, panelThatLeavesWithinAnEmission_isNotComplainedOf)
 }
 
 // A panel that stayed would take some 5 KB, and what its LCDs show.
-TEST_F(KernelBusTest, manyPlugs_doNotMakeItGrow)
+TEST_F(UsbIpBusTest, manyPlugs_doNotMakeItGrow)
 {
     const auto plugOften = [this] {
         for (int i = 0; i < 300; ++i) {
@@ -291,7 +291,7 @@ TEST_F(KernelBusTest, manyPlugs_doNotMakeItGrow)
     EXPECT_LT(plugOften(), before + 500'000);
 }
 
-TEST_F(KernelBusTest, noPort_isThrownAndLaterComplainedOf)
+TEST_F(UsbIpBusTest, noPort_isThrownAndLaterComplainedOf)
 {
     m_kernel.refuse();
     EXPECT_THROW(m_bus->plug(0), std::runtime_error);
@@ -302,7 +302,7 @@ TEST_F(KernelBusTest, noPort_isThrownAndLaterComplainedOf)
     EXPECT_EQ(m_complaints.back(), "panel 0: is not plugged");
 }
 
-TEST_F(KernelBusTest, unplug_closesAndWaitsForThePort)
+TEST_F(UsbIpBusTest, unplug_closesAndWaitsForThePort)
 {
     m_bus->plug(0);
     m_bus->plug(1);
@@ -315,7 +315,7 @@ TEST_F(KernelBusTest, unplug_closesAndWaitsForThePort)
     EXPECT_EQ(m_told.back(), "panel 1: attached at vhci port 2");
 }
 
-TEST_F(KernelBusTest, replug_getsItsPortAndIsANewPanel)
+TEST_F(UsbIpBusTest, replug_getsItsPortAndIsANewPanel)
 {
     m_bus->plug(0);
     m_bus->plug(1);
@@ -327,7 +327,7 @@ TEST_F(KernelBusTest, replug_getsItsPortAndIsANewPanel)
     configure(1);
 }
 
-TEST_F(KernelBusTest, flash_outlivesUnplugging)
+TEST_F(UsbIpBusTest, flash_outlivesUnplugging)
 {
     BootLoader::Flash flash;
     flash.main.bytes = {1, 2, 3};
@@ -340,7 +340,7 @@ TEST_F(KernelBusTest, flash_outlivesUnplugging)
     });
 }
 
-TEST_F(KernelBusTest, whatWasSaidBeforeUnplugging_arrives)
+TEST_F(UsbIpBusTest, whatWasSaidBeforeUnplugging_arrives)
 {
     m_bus->plug(0);
     configure();
@@ -352,7 +352,7 @@ TEST_F(KernelBusTest, whatWasSaidBeforeUnplugging_arrives)
     EXPECT_TRUE(m_kernel.isClosed(0));
 }
 
-TEST_F(KernelBusTest, kernelThatLetsGo_hasUnpluggedThePanel)
+TEST_F(UsbIpBusTest, kernelThatLetsGo_hasUnpluggedThePanel)
 {
     m_bus->plug(0);
     m_kernel.detach(0);
@@ -364,7 +364,7 @@ TEST_F(KernelBusTest, kernelThatLetsGo_hasUnpluggedThePanel)
     EXPECT_EQ(m_told.back(), "panel 0: attached at vhci port 0");
 }
 
-TEST_F(KernelBusTest, messageThatIsNone_unplugsThePanel)
+TEST_F(UsbIpBusTest, messageThatIsNone_unplugsThePanel)
 {
     m_bus->plug(0);
     m_bus->plug(1);
@@ -375,7 +375,7 @@ TEST_F(KernelBusTest, messageThatIsNone_unplugsThePanel)
     configure(1); // the other one goes on
 }
 
-TEST_F(KernelBusTest, panelThatCutsTheLink_isUnplugged)
+TEST_F(UsbIpBusTest, panelThatCutsTheLink_isUnplugged)
 {
     m_bus->plug(0);
     configure();
@@ -389,7 +389,7 @@ TEST_F(KernelBusTest, panelThatCutsTheLink_isUnplugged)
 }
 
 // More than the connection holds: the rest waits until the kernel reads.
-TEST_F(KernelBusTest, kernelThatDoesNotRead_isWaitedFor)
+TEST_F(UsbIpBusTest, kernelThatDoesNotRead_isWaitedFor)
 {
     m_bus->plug(0);
     configure();
@@ -422,7 +422,7 @@ TEST_F(KernelBusTest, kernelThatDoesNotRead_isWaitedFor)
     EXPECT_EQ(std::count(all.begin(), all.end(), 7), reads * 32767 + 1); // and the number of one message
 }
 
-TEST_F(KernelBusTest, violations_areLoggedAndOutliveUnplugging)
+TEST_F(UsbIpBusTest, violations_areLoggedAndOutliveUnplugging)
 {
     m_bus->plug(0);
     configure();
@@ -438,7 +438,7 @@ TEST_F(KernelBusTest, violations_areLoggedAndOutliveUnplugging)
     EXPECT_THAT(m_bus->getViolations(), testing::ElementsAre(violation));
 }
 
-TEST_F(KernelBusTest, unplugAll_leavesNone)
+TEST_F(UsbIpBusTest, unplugAll_leavesNone)
 {
     m_bus->plug(0);
     m_bus->plug(1);
@@ -448,7 +448,7 @@ TEST_F(KernelBusTest, unplugAll_leavesNone)
     EXPECT_TRUE(m_complaints.empty());
 }
 
-TEST_F(KernelBusTest, end_closesTheConnections)
+TEST_F(UsbIpBusTest, end_closesTheConnections)
 {
     m_bus->plug(0);
     EXPECT_FALSE(m_kernel.isClosed(0));

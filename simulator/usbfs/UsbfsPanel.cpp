@@ -1,6 +1,6 @@
-#include "simulator/usbfs/VirtualPanel.h"
+#include "simulator/usbfs/UsbfsPanel.h"
 
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -30,8 +30,8 @@ const char* nameOf(unsigned long request)
 
 } // namespace
 
-VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options,
-                           BootLoader::Flash flash, const std::string& nodePath)
+UsbfsPanel::UsbfsPanel(BusShare& share, const Address& address, PanelModel::Options options, BootLoader::Flash flash,
+                       const std::string& nodePath)
     : m_share(share), m_address(address), m_model(std::move(options), share.clock, std::move(flash)),
       m_control(m_model, ControlEndpoint::onlyConfiguration), m_node(nodePath),
       m_handler(umockdev_ioctl_base_new(), g_object_unref), m_livingHandler(m_handler.get())
@@ -44,7 +44,7 @@ VirtualPanel::VirtualPanel(BusShare& share, const Address& address, PanelModel::
     g_object_weak_ref(G_OBJECT(m_handler.get()), onHandlerGone, this);
 }
 
-VirtualPanel::~VirtualPanel()
+UsbfsPanel::~UsbfsPanel()
 {
     if (m_livingHandler != nullptr) {
         g_signal_handlers_disconnect_by_data(m_livingHandler, this);
@@ -54,42 +54,42 @@ VirtualPanel::~VirtualPanel()
         g_object_weak_unref(static_cast<GObject*>(client), onClientGone, this);
 }
 
-UMockdevIoctlBase* VirtualPanel::getIoctlHandler() const
+UMockdevIoctlBase* UsbfsPanel::getIoctlHandler() const
 {
     return m_handler.get();
 }
 
-void VirtualPanel::letGo()
+void UsbfsPanel::letGo()
 {
     m_handler.reset();
 }
 
-bool VirtualPanel::hasBeenLetGo() const
+bool UsbfsPanel::hasBeenLetGo() const
 {
     return m_livingHandler == nullptr;
 }
 
-const VirtualPanel::Address& VirtualPanel::getAddress() const
+const UsbfsPanel::Address& UsbfsPanel::getAddress() const
 {
     return m_address;
 }
 
-PanelModel& VirtualPanel::getModel()
+PanelModel& UsbfsPanel::getModel()
 {
     return m_model;
 }
 
-bool VirtualPanel::isPlugged() const
+bool UsbfsPanel::isPlugged() const
 {
     return m_plugged;
 }
 
-bool VirtualPanel::isPulled() const
+bool UsbfsPanel::isPulled() const
 {
     return m_plugged && m_model.isUnplugged();
 }
 
-void VirtualPanel::unplug()
+void UsbfsPanel::unplug()
 {
     m_plugged = false;
     m_model.unplug();
@@ -99,7 +99,7 @@ void VirtualPanel::unplug()
     m_node.hangUp();
 }
 
-void VirtualPanel::settle()
+void UsbfsPanel::settle()
 {
     for (auto completions = m_model.takeCompletions(); !completions.empty(); completions = m_model.takeCompletions()) {
         for (const PanelModel::Completion& completion : completions) {
@@ -117,14 +117,14 @@ void VirtualPanel::settle()
         m_share.deadlineMoved.notify_one();
 }
 
-gboolean VirtualPanel::onIoctl(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer self)
+gboolean UsbfsPanel::onIoctl(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer self)
 {
-    const int result = static_cast<VirtualPanel*>(self)->handleIoctl(client);
+    const int result = static_cast<UsbfsPanel*>(self)->handleIoctl(client);
     umockdev_ioctl_client_complete(client, result < 0 ? -1 : result, result < 0 ? -result : 0);
     return TRUE;
 }
 
-int VirtualPanel::handleIoctl(UMockdevIoctlClient* client)
+int UsbfsPanel::handleIoctl(UMockdevIoctlClient* client)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     const unsigned long request = umockdev_ioctl_client_get_request(client);
@@ -142,7 +142,7 @@ int VirtualPanel::handleIoctl(UMockdevIoctlClient* client)
 }
 
 // umockdev reports no closed file, but it drops the client then.
-UsbfsFile& VirtualPanel::fileOf(UMockdevIoctlClient* client)
+UsbfsFile& UsbfsPanel::fileOf(UMockdevIoctlClient* client)
 {
     std::unique_ptr<UsbfsFile>& file = m_files[client];
     if (!file) {
@@ -154,29 +154,29 @@ UsbfsFile& VirtualPanel::fileOf(UMockdevIoctlClient* client)
     return *file;
 }
 
-void VirtualPanel::onClientGone(gpointer self, GObject* client)
+void UsbfsPanel::onClientGone(gpointer self, GObject* client)
 {
-    auto* const panel = static_cast<VirtualPanel*>(self);
+    auto* const panel = static_cast<UsbfsPanel*>(self);
     const std::lock_guard<std::mutex> lock(panel->m_share.mutex);
     panel->m_files.erase(client);
     panel->settle();
 }
 
 // Its clients had a share each and went before it.
-void VirtualPanel::onHandlerGone(gpointer self, GObject* /*handler*/)
+void UsbfsPanel::onHandlerGone(gpointer self, GObject* /*handler*/)
 {
-    auto* const panel = static_cast<VirtualPanel*>(self);
+    auto* const panel = static_cast<UsbfsPanel*>(self);
     const std::lock_guard<std::mutex> lock(panel->m_share.mutex);
     panel->m_livingHandler = nullptr;
 }
 
-void VirtualPanel::log(const std::string& line) const
+void UsbfsPanel::log(const std::string& line) const
 {
     if (m_share.log)
         m_share.log("panel " + std::to_string(m_address.panel) + ": " + line);
 }
 
-void VirtualPanel::logViolations()
+void UsbfsPanel::logViolations()
 {
     const auto& violations = m_model.getViolations();
     for (; m_loggedViolations < violations.size(); ++m_loggedViolations)

@@ -1,4 +1,4 @@
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 
 #include <algorithm>
 #include <chrono>
@@ -75,20 +75,20 @@ const char* howLong(bool sticky)
 }
 
 struct Words {
-    std::string operator()(const PlugCommand& /*command*/) const { return "plug"; }
-    std::string operator()(const UnplugCommand& /*command*/) const { return "unplug"; }
-    std::string operator()(const FaultCommand& command) const
+    std::string operator()(const PlugOrder& /*command*/) const { return "plug"; }
+    std::string operator()(const UnplugOrder& /*command*/) const { return "unplug"; }
+    std::string operator()(const FaultOrder& command) const
     {
         const bool isOut = command.fault.direction == PanelFault::Direction::Out;
         return (isOut ? "fault out " : "fault in ") + nameOf(command.fault) + howLong(command.fault.sticky);
     }
-    std::string operator()(const BootFaultCommand& command) const
+    std::string operator()(const BootFaultOrder& command) const
     {
         const std::string skip = command.fault.skip != 0 ? " skip=" + std::to_string(command.fault.skip) : "";
         return "fault boot " + nameOf(command.fault) + skip + howLong(command.fault.sticky);
     }
-    std::string operator()(const ClearFaultsCommand& /*command*/) const { return "fault clear"; }
-    std::string operator()(const EmitCommand& command) const
+    std::string operator()(const ClearFaultsOrder& /*command*/) const { return "fault clear"; }
+    std::string operator()(const EmitOrder& command) const
     {
         return "emit type " + std::to_string(static_cast<int>(command.type)) + ", " +
                formatBytes(command.payload.size());
@@ -97,41 +97,41 @@ struct Words {
 
 } // namespace
 
-unsigned int CommandExecution::panelOf(const PanelCommand& command)
+unsigned int OrderExecution::panelOf(const PanelOrder& command)
 {
     return std::visit([](const auto& alternative) { return alternative.panel; }, command);
 }
 
-std::string CommandExecution::describe(const PanelCommand& command)
+std::string OrderExecution::describe(const PanelOrder& command)
 {
     return std::visit(Words{}, command);
 }
 
-bool CommandExecution::needsPanel(const PanelCommand& command)
+bool OrderExecution::needsPanel(const PanelOrder& command)
 {
-    if (const auto* const emission = std::get_if<EmitCommand>(&command))
+    if (const auto* const emission = std::get_if<EmitOrder>(&command))
         return !emission->isBegun;
-    return std::holds_alternative<FaultCommand>(command) || std::holds_alternative<BootFaultCommand>(command);
+    return std::holds_alternative<FaultOrder>(command) || std::holds_alternative<BootFaultOrder>(command);
 }
 
-void CommandExecution::carryOut(const PanelCommand& command, PanelModel& model)
+void OrderExecution::carryOut(const PanelOrder& command, PanelModel& model)
 {
-    if (const auto* const fault = std::get_if<FaultCommand>(&command))
+    if (const auto* const fault = std::get_if<FaultOrder>(&command))
         model.inject(fault->fault);
-    else if (const auto* const bootFault = std::get_if<BootFaultCommand>(&command))
+    else if (const auto* const bootFault = std::get_if<BootFaultOrder>(&command))
         model.inject(bootFault->fault);
-    else if (std::holds_alternative<ClearFaultsCommand>(command))
+    else if (std::holds_alternative<ClearFaultsOrder>(command))
         model.clearFaults();
-    else if (const auto* const emission = std::get_if<EmitCommand>(&command))
+    else if (const auto* const emission = std::get_if<EmitOrder>(&command))
         model.emit(emission->type, emission->payload);
 }
 
-std::optional<EmitCommand> CommandExecution::restOf(const PanelCommand& command)
+std::optional<EmitOrder> OrderExecution::restOf(const PanelOrder& command)
 {
-    const auto* const emission = std::get_if<EmitCommand>(&command);
+    const auto* const emission = std::get_if<EmitOrder>(&command);
     if (emission == nullptr || emission->count <= 1)
         return std::nullopt;
-    EmitCommand rest = *emission;
+    EmitOrder rest = *emission;
     --rest.count;
     rest.isBegun = true;
     return rest;

@@ -1,18 +1,18 @@
-#include "simulator/bus/CommandTimeline.h"
+#include "simulator/bus/OrderTimeline.h"
 
 namespace Vantor {
 
-void CommandTimeline::add(std::chrono::nanoseconds time, const PanelCommand& command)
+void OrderTimeline::add(std::chrono::nanoseconds time, const PanelOrder& command)
 {
     m_commands.emplace(time, command);
 }
 
-std::optional<std::chrono::nanoseconds> CommandTimeline::getNextTime() const
+std::optional<std::chrono::nanoseconds> OrderTimeline::getNextTime() const
 {
     return m_commands.empty() ? std::nullopt : std::optional(m_commands.begin()->first);
 }
 
-std::optional<PanelCommand> CommandTimeline::takeDue(std::chrono::nanoseconds now)
+std::optional<PanelOrder> OrderTimeline::takeDue(std::chrono::nanoseconds now)
 {
     if (m_commands.empty() || m_commands.begin()->first > now)
         return std::nullopt;

@@ -1,22 +1,22 @@
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 
 #include "tests/unit/panel/PanelModelFixture.h"
 
 namespace Vantor {
 
-class CommandExecutionTest : public PanelModelFixture {
+class OrderExecutionTest : public PanelModelFixture {
 protected:
-    static PanelCommand parse(const std::string& line)
+    static PanelOrder parse(const std::string& line)
     {
-        const ParsedCommand parsed = parsePanelCommand(line);
+        const ParsedOrder parsed = parsePanelOrder(line);
         EXPECT_TRUE(parsed.command) << parsed.error;
-        return parsed.command.value_or(PlugCommand{99});
+        return parsed.command.value_or(PlugOrder{99});
     }
 
-    static std::string describe(const std::string& line) { return CommandExecution::describe(parse(line)); }
+    static std::string describe(const std::string& line) { return OrderExecution::describe(parse(line)); }
 };
 
-TEST_F(CommandExecutionTest, describe_usesTheWordsOfTheCommand)
+TEST_F(OrderExecutionTest, describe_usesTheWordsOfTheCommand)
 {
     EXPECT_EQ(describe("plug 3"), "plug");
     EXPECT_EQ(describe("unplug"), "unplug");
@@ -31,52 +31,52 @@ TEST_F(CommandExecutionTest, describe_usesTheWordsOfTheCommand)
     EXPECT_EQ(describe("emit type=255 size=20"), "emit type 255, 20 bytes");
 }
 
-TEST_F(CommandExecutionTest, panelOf_isTheCommandsPanel)
+TEST_F(OrderExecutionTest, panelOf_isTheCommandsPanel)
 {
     for (const std::string line :
          {"plug 7", "unplug 7", "fault 7 out stall", "fault 7 boot lose", "fault 7 clear", "emit 7 type=5 hex=01"})
-        EXPECT_EQ(CommandExecution::panelOf(parse(line)), 7U) << line;
+        EXPECT_EQ(OrderExecution::panelOf(parse(line)), 7U) << line;
 }
 
-TEST_F(CommandExecutionTest, faultsAndNewEmissions_needAPanel)
+TEST_F(OrderExecutionTest, faultsAndNewEmissions_needAPanel)
 {
-    EXPECT_TRUE(CommandExecution::needsPanel(parse("fault out stall")));
-    EXPECT_TRUE(CommandExecution::needsPanel(parse("fault boot lose")));
-    EXPECT_FALSE(CommandExecution::needsPanel(parse("fault clear")));
-    EXPECT_TRUE(CommandExecution::needsPanel(parse("emit type=5 hex=01")));
-    const auto rest = CommandExecution::restOf(parse("emit type=5 hex=01 count=2"));
+    EXPECT_TRUE(OrderExecution::needsPanel(parse("fault out stall")));
+    EXPECT_TRUE(OrderExecution::needsPanel(parse("fault boot lose")));
+    EXPECT_FALSE(OrderExecution::needsPanel(parse("fault clear")));
+    EXPECT_TRUE(OrderExecution::needsPanel(parse("emit type=5 hex=01")));
+    const auto rest = OrderExecution::restOf(parse("emit type=5 hex=01 count=2"));
     ASSERT_TRUE(rest);
-    EXPECT_FALSE(CommandExecution::needsPanel(*rest));
+    EXPECT_FALSE(OrderExecution::needsPanel(*rest));
 }
 
-TEST_F(CommandExecutionTest, carryOut_doesItToTheModel)
+TEST_F(OrderExecutionTest, carryOut_doesItToTheModel)
 {
     PanelModel panel(options(), [] { return std::chrono::nanoseconds(0); });
-    CommandExecution::carryOut(parse("fault out stall sticky"), panel);
+    OrderExecution::carryOut(parse("fault out stall sticky"), panel);
     EXPECT_TRUE(panel.isHalted(0x02));
-    CommandExecution::carryOut(parse("fault clear"), panel);
+    OrderExecution::carryOut(parse("fault clear"), panel);
     EXPECT_FALSE(panel.isHalted(0x02));
-    CommandExecution::carryOut(parse("emit type=5 hex=0a count=3"), panel); // the first of them
+    OrderExecution::carryOut(parse("emit type=5 hex=0a count=3"), panel); // the first of them
     EXPECT_EQ(panel.submitIn(this, 1, 512), 0);
     const auto completions = panel.takeCompletions();
     ASSERT_EQ(completions.size(), 1U);
     EXPECT_THAT(completions[0].data, testing::ElementsAre(12, 0, 1, 0, 1, 0, 0, 0, 5, 1, 0, 0x0A));
-    CommandExecution::carryOut(parse("unplug"), panel); // the bus's to do
+    OrderExecution::carryOut(parse("unplug"), panel); // the bus's to do
     EXPECT_FALSE(panel.isUnplugged());
 }
 
-TEST_F(CommandExecutionTest, restOf_countsDown)
+TEST_F(OrderExecutionTest, restOf_countsDown)
 {
-    const auto rest = CommandExecution::restOf(parse("emit 2 type=5 hex=0a count=3 every=10"));
+    const auto rest = OrderExecution::restOf(parse("emit 2 type=5 hex=0a count=3 every=10"));
     ASSERT_TRUE(rest);
     EXPECT_EQ(rest->panel, 2U);
     EXPECT_EQ(rest->count, 2U);
     EXPECT_EQ(rest->every, std::chrono::milliseconds(10));
-    EXPECT_FALSE(CommandExecution::restOf(parse("emit type=5 hex=0a count=1 every=10")));
-    EXPECT_FALSE(CommandExecution::restOf(parse("plug")));
+    EXPECT_FALSE(OrderExecution::restOf(parse("emit type=5 hex=0a count=1 every=10")));
+    EXPECT_FALSE(OrderExecution::restOf(parse("plug")));
 }
 
-TEST_F(CommandExecutionTest, record_isLoggedWithItsFirstBytes)
+TEST_F(OrderExecutionTest, record_isLoggedWithItsFirstBytes)
 {
     const auto lineOf = [](std::size_t size) {
         return Vantor::describe(PanelModel::Record{PacketType{9}, Bytes(size, 0xAB), {}});

@@ -17,16 +17,16 @@ namespace Vantor {
 // connection that it speaks USB/IP on. Nothing here waits.
 //
 // Threads: one at a time.
-class KernelPanel {
+class UsbIpConnection {
 public:
     using Log = std::function<void(const std::string& line)>;
 
     // `log`: what happens to the panel, the lines without its number; may be empty.
-    KernelPanel(unsigned int number, PanelModel::Options options, PanelModel::Clock clock, BootLoader::Flash flash,
-                Log log);
-    ~KernelPanel();
-    KernelPanel(const KernelPanel&) = delete;
-    KernelPanel& operator=(const KernelPanel&) = delete;
+    UsbIpConnection(unsigned int number, PanelModel::Options options, PanelModel::Clock clock, BootLoader::Flash flash,
+                    Log log);
+    ~UsbIpConnection();
+    UsbIpConnection(const UsbIpConnection&) = delete;
+    UsbIpConnection& operator=(const UsbIpConnection&) = delete;
 
     // Once. Throws what the ports throw, and std::system_error.
     void plug(KernelPorts& ports, std::optional<unsigned int> preferredPort);

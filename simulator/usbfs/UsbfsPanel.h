@@ -38,7 +38,7 @@ struct BusShare {
 // Threads: every operation but letGo with the bus's mutex held; ioctls come in on
 // umockdev's thread, which takes the mutex itself. Lifetime: that thread may look at it
 // until hasBeenLetGo, or until the testbed is no more.
-class VirtualPanel {
+class UsbfsPanel {
 public:
     struct Address {
         unsigned int panel; // number on the command line
@@ -48,11 +48,11 @@ public:
     };
 
     // `nodePath`: where clients find the node.
-    VirtualPanel(BusShare& share, const Address& address, PanelModel::Options options, BootLoader::Flash flash,
-                 const std::string& nodePath);
-    ~VirtualPanel();
-    VirtualPanel(const VirtualPanel&) = delete;
-    VirtualPanel& operator=(const VirtualPanel&) = delete;
+    UsbfsPanel(BusShare& share, const Address& address, PanelModel::Options options, BootLoader::Flash flash,
+               const std::string& nodePath);
+    ~UsbfsPanel();
+    UsbfsPanel(const UsbfsPanel&) = delete;
+    UsbfsPanel& operator=(const UsbfsPanel&) = delete;
 
     // What to attach to the node; null after letGo.
     UMockdevIoctlBase* getIoctlHandler() const;

@@ -1,4 +1,4 @@
-#include "simulator/bus/CommandTimeline.h"
+#include "simulator/bus/OrderTimeline.h"
 
 #include <gtest/gtest.h>
 
@@ -8,20 +8,20 @@ namespace {
 using std::chrono::nanoseconds;
 
 // The panel of the next command that is due, -1 when there is none.
-int takeDue(CommandTimeline& timeline, long long now)
+int takeDue(OrderTimeline& timeline, long long now)
 {
     const auto command = timeline.takeDue(nanoseconds(now));
-    return command ? static_cast<int>(std::get<PlugCommand>(*command).panel) : -1;
+    return command ? static_cast<int>(std::get<PlugOrder>(*command).panel) : -1;
 }
 
-TEST(CommandTimeline, commands_comeInTheirOrderAtTheirTime)
+TEST(OrderTimeline, commands_comeInTheirOrderAtTheirTime)
 {
-    CommandTimeline timeline;
+    OrderTimeline timeline;
     EXPECT_FALSE(timeline.getNextTime());
     EXPECT_EQ(takeDue(timeline, 1000), -1);
-    timeline.add(nanoseconds(20), PlugCommand{2});
-    timeline.add(nanoseconds(10), PlugCommand{1});
-    timeline.add(nanoseconds(20), PlugCommand{3});
+    timeline.add(nanoseconds(20), PlugOrder{2});
+    timeline.add(nanoseconds(10), PlugOrder{1});
+    timeline.add(nanoseconds(20), PlugOrder{3});
     EXPECT_EQ(timeline.getNextTime(), nanoseconds(10));
     EXPECT_EQ(takeDue(timeline, 9), -1);
     EXPECT_EQ(takeDue(timeline, 10), 1);

@@ -1,4 +1,4 @@
-#include "simulator/panelsim/CommandInput.h"
+#include "simulator/panelsim/LineInput.h"
 
 #include <algorithm>
 #include <array>
@@ -9,19 +9,19 @@
 
 namespace Vantor {
 
-CommandInput::CommandInput(int descriptor) : m_descriptor(descriptor) {}
+LineInput::LineInput(int descriptor) : m_descriptor(descriptor) {}
 
-int CommandInput::getDescriptor() const
+int LineInput::getDescriptor() const
 {
     return m_descriptor;
 }
 
-bool CommandInput::hasEnded() const
+bool LineInput::hasEnded() const
 {
     return m_hasEnded;
 }
 
-void CommandInput::read()
+void LineInput::read()
 {
     if (m_descriptor < 0)
         return;
@@ -39,7 +39,7 @@ void CommandInput::read()
         endLine();
 }
 
-void CommandInput::take(const char* bytes, std::size_t size)
+void LineInput::take(const char* bytes, std::size_t size)
 {
     for (const char* const end = bytes + size; bytes != end; ++bytes) {
         if (*bytes == '\n')
@@ -49,12 +49,12 @@ void CommandInput::take(const char* bytes, std::size_t size)
     }
 }
 
-void CommandInput::endLine()
+void LineInput::endLine()
 {
     m_lines.push_back(std::exchange(m_begun, {}));
 }
 
-std::optional<std::string> CommandInput::takeLine()
+std::optional<std::string> LineInput::takeLine()
 {
     if (m_lines.empty())
         return std::nullopt;

@@ -1,4 +1,4 @@
-#include "simulator/panelsim/CommandInput.h"
+#include "simulator/panelsim/LineInput.h"
 
 #include <array>
 #include <memory>
@@ -11,12 +11,12 @@
 
 namespace Vantor {
 
-class CommandInputTest : public testing::Test {
+class LineInputTest : public testing::Test {
 protected:
     void SetUp() override
     {
         ASSERT_EQ(pipe(m_ends.data()), 0);
-        m_input = std::make_unique<CommandInput>(m_ends[0]);
+        m_input = std::make_unique<LineInput>(m_ends[0]);
     }
 
     void TearDown() override
@@ -47,10 +47,10 @@ protected:
     }
 
     std::array<int, 2> m_ends{-1, -1};
-    std::unique_ptr<CommandInput> m_input;
+    std::unique_ptr<LineInput> m_input;
 };
 
-TEST_F(CommandInputTest, lines_inAnyPieces)
+TEST_F(LineInputTest, lines_inAnyPieces)
 {
     write("pl");
     EXPECT_THAT(lines(), testing::IsEmpty());
@@ -60,7 +60,7 @@ TEST_F(CommandInputTest, lines_inAnyPieces)
     EXPECT_THAT(lines(), testing::ElementsAre("emit"));
 }
 
-TEST_F(CommandInputTest, end_completesTheLastLine)
+TEST_F(LineInputTest, end_completesTheLastLine)
 {
     write("quit");
     EXPECT_EQ(m_input->getDescriptor(), m_ends[0]);
@@ -74,24 +74,24 @@ TEST_F(CommandInputTest, end_completesTheLastLine)
     EXPECT_THAT(lines(), testing::IsEmpty());
 }
 
-TEST_F(CommandInputTest, descriptorThatCannotBeRead_givesNoMoreButHasNotEnded)
+TEST_F(LineInputTest, descriptorThatCannotBeRead_givesNoMoreButHasNotEnded)
 {
-    CommandInput input(m_ends[1]);
+    LineInput input(m_ends[1]);
     input.read();
     EXPECT_EQ(input.getDescriptor(), -1);
     EXPECT_FALSE(input.hasEnded());
     EXPECT_FALSE(input.takeLine());
 }
 
-TEST_F(CommandInputTest, endlessLine_isKeptInPartOnly)
+TEST_F(LineInputTest, endlessLine_isKeptInPartOnly)
 {
     const std::string piece(4096, 'x');
-    for (std::size_t i = 0; i < CommandInput::longestLine / piece.size() + 10; ++i)
+    for (std::size_t i = 0; i < LineInput::longestLine / piece.size() + 10; ++i)
         write(piece);
     write("\nplug\n");
     const auto taken = lines();
     ASSERT_EQ(taken.size(), 2U);
-    EXPECT_EQ(taken[0].size(), CommandInput::longestLine + 1);
+    EXPECT_EQ(taken[0].size(), LineInput::longestLine + 1);
     EXPECT_EQ(taken[1], "plug");
 }
 

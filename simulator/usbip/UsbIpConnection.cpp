@@ -1,6 +1,6 @@
-#include "simulator/usbip/KernelPanel.h"
+#include "simulator/usbip/UsbIpConnection.h"
 
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 
 #include <array>
 #include <cerrno>
@@ -28,8 +28,8 @@ bool isLater(int error)
 
 } // namespace
 
-KernelPanel::KernelPanel(unsigned int number, PanelModel::Options options, PanelModel::Clock clock,
-                         BootLoader::Flash flash, Log log)
+UsbIpConnection::UsbIpConnection(unsigned int number, PanelModel::Options options, PanelModel::Clock clock,
+                                 BootLoader::Flash flash, Log log)
     : m_number(number), m_log(std::move(log)), m_model(std::move(options), std::move(clock), std::move(flash)),
       m_usbIp(m_model)
 {
@@ -39,13 +39,13 @@ KernelPanel::KernelPanel(unsigned int number, PanelModel::Options options, Panel
     });
 }
 
-KernelPanel::~KernelPanel()
+UsbIpConnection::~UsbIpConnection()
 {
     if (isPlugged())
         close(m_socket);
 }
 
-void KernelPanel::plug(KernelPorts& ports, std::optional<unsigned int> preferredPort)
+void UsbIpConnection::plug(KernelPorts& ports, std::optional<unsigned int> preferredPort)
 {
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
@@ -61,7 +61,7 @@ void KernelPanel::plug(KernelPorts& ports, std::optional<unsigned int> preferred
 }
 
 // What the panel has said before that still arrives.
-void KernelPanel::unplug()
+void UsbIpConnection::unplug()
 {
     if (!m_model.isUnplugged())
         static_cast<void>(send());
@@ -71,48 +71,48 @@ void KernelPanel::unplug()
     logViolations();
 }
 
-unsigned int KernelPanel::getNumber() const
+unsigned int UsbIpConnection::getNumber() const
 {
     return m_number;
 }
 
-unsigned int KernelPanel::getPort() const
+unsigned int UsbIpConnection::getPort() const
 {
     return m_port;
 }
 
-PanelModel& KernelPanel::getModel()
+PanelModel& UsbIpConnection::getModel()
 {
     return m_model;
 }
 
-bool KernelPanel::isPlugged() const
+bool UsbIpConnection::isPlugged() const
 {
     return m_socket >= 0;
 }
 
-bool KernelPanel::isConfigured() const
+bool UsbIpConnection::isConfigured() const
 {
     return m_usbIp.isConfigured();
 }
 
-int KernelPanel::getSocket() const
+int UsbIpConnection::getSocket() const
 {
     return m_socket;
 }
 
-short KernelPanel::getEvents() const
+short UsbIpConnection::getEvents() const
 {
     return static_cast<short>((m_output.size() < enoughOutput ? POLLIN : 0) | (m_output.empty() ? 0 : POLLOUT));
 }
 
-bool KernelPanel::serve()
+bool UsbIpConnection::serve()
 {
     return receive() && send();
 }
 
 // Once: whoever else waits has a turn.
-bool KernelPanel::receive()
+bool UsbIpConnection::receive()
 {
     if ((getEvents() & POLLIN) == 0)
         return true;
@@ -128,7 +128,7 @@ bool KernelPanel::receive()
     return true;
 }
 
-bool KernelPanel::send()
+bool UsbIpConnection::send()
 {
     std::size_t sent = 0;
     ssize_t size = 0;
@@ -142,18 +142,18 @@ bool KernelPanel::send()
     return true;
 }
 
-bool KernelPanel::end(const std::string& reason)
+bool UsbIpConnection::end(const std::string& reason)
 {
     m_reason = reason;
     return false;
 }
 
-const std::string& KernelPanel::getReason() const
+const std::string& UsbIpConnection::getReason() const
 {
     return m_reason;
 }
 
-void KernelPanel::settle()
+void UsbIpConnection::settle()
 {
     m_usbIp.settle();
     const std::vector<std::uint8_t> output = m_usbIp.takeOutput();
@@ -164,13 +164,13 @@ void KernelPanel::settle()
     logViolations();
 }
 
-void KernelPanel::log(const std::string& line) const
+void UsbIpConnection::log(const std::string& line) const
 {
     if (m_log)
         m_log(line);
 }
 
-void KernelPanel::logViolations()
+void UsbIpConnection::logViolations()
 {
     const auto& violations = m_model.getViolations();
     for (; m_loggedViolations < violations.size(); ++m_loggedViolations)

@@ -1,6 +1,6 @@
-#include "simulator/usbip/KernelBus.h"
+#include "simulator/usbip/UsbIpBus.h"
 
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -21,44 +21,44 @@ PanelModel::Clock startClock()
 
 } // namespace
 
-KernelBus::KernelBus(Options options, KernelPorts& ports)
+UsbIpBus::UsbIpBus(Options options, KernelPorts& ports)
     : m_options(std::move(options)), m_ports(ports), m_clock(startClock())
 {}
 
-KernelBus::~KernelBus() = default;
+UsbIpBus::~UsbIpBus() = default;
 
-void KernelBus::setFlash(unsigned int panel, BootLoader::Flash flash)
+void UsbIpBus::setFlash(unsigned int panel, BootLoader::Flash flash)
 {
     m_flash[panel] = std::move(flash);
 }
 
-BootLoader::Flash KernelBus::takeFlash(unsigned int panel)
+BootLoader::Flash UsbIpBus::takeFlash(unsigned int panel)
 {
     if (auto set = m_flash.extract(panel))
         return std::move(set.mapped());
-    KernelPanel* const last = findLast(panel);
+    UsbIpConnection* const last = findLast(panel);
     return last != nullptr ? last->getModel().takeFlash() : BootLoader::Flash{};
 }
 
-void KernelBus::plug(unsigned int panel)
+void UsbIpBus::plug(unsigned int panel)
 {
     if (panel >= maxPanels)
         return complain(panel, "has no port");
     if (findPlugged(panel) != nullptr)
         return complain(panel, "is plugged already");
-    const KernelPanel* const last = findLast(panel);
+    const UsbIpConnection* const last = findLast(panel);
     const auto port = last != nullptr ? std::optional(last->getPort()) : std::nullopt;
     PanelModel::Options options = m_options.panel;
     options.seed += panel;
-    auto plugged = std::make_unique<KernelPanel>(panel, std::move(options), m_clock, takeFlash(panel),
-                                                 [this, panel](const std::string& line) { log(panel, line); });
+    auto plugged = std::make_unique<UsbIpConnection>(panel, std::move(options), m_clock, takeFlash(panel),
+                                                     [this, panel](const std::string& line) { log(panel, line); });
     plugged->plug(m_ports, port);
     tell(panel, "attached at vhci port " + std::to_string(plugged->getPort()));
     forgetLast(panel);
     m_panels.push_back(std::move(plugged));
 }
 
-void KernelBus::forgetLast(unsigned int panel)
+void UsbIpBus::forgetLast(unsigned int panel)
 {
     const auto last = std::find_if(m_panels.begin(), m_panels.end(),
                                    [panel](const auto& known) { return known->getNumber() == panel; });
@@ -68,15 +68,15 @@ void KernelBus::forgetLast(unsigned int panel)
     m_panels.erase(last);
 }
 
-void KernelBus::unplug(unsigned int panel)
+void UsbIpBus::unplug(unsigned int panel)
 {
-    KernelPanel* const plugged = findPlugged(panel);
+    UsbIpConnection* const plugged = findPlugged(panel);
     if (plugged == nullptr)
         return complain(panel, "is not plugged");
     remove(*plugged);
 }
 
-void KernelBus::unplugAll()
+void UsbIpBus::unplugAll()
 {
     for (const auto& panel : m_panels)
         if (panel->isPlugged())
@@ -84,7 +84,7 @@ void KernelBus::unplugAll()
 }
 
 // Waits for the port, so that the panel finds it free when it comes back at once.
-void KernelBus::remove(KernelPanel& panel)
+void UsbIpBus::remove(UsbIpConnection& panel)
 {
     log(panel.getNumber(), "unplug");
     panel.unplug();
@@ -93,42 +93,42 @@ void KernelBus::remove(KernelPanel& panel)
         m_options.keepFlash(panel.getNumber(), panel.getModel().getBootLoader().getFlash());
 }
 
-void KernelBus::execute(const PanelCommand& command)
+void UsbIpBus::execute(const PanelOrder& command)
 {
-    if (const auto* const plugIn = std::get_if<PlugCommand>(&command))
+    if (const auto* const plugIn = std::get_if<PlugOrder>(&command))
         plug(plugIn->panel);
-    else if (const auto* const pullOut = std::get_if<UnplugCommand>(&command))
+    else if (const auto* const pullOut = std::get_if<UnplugOrder>(&command))
         unplug(pullOut->panel);
     else
         apply(command);
 }
 
-void KernelBus::apply(const PanelCommand& command)
+void UsbIpBus::apply(const PanelOrder& command)
 {
-    const unsigned int panel = CommandExecution::panelOf(command);
-    const std::string line = CommandExecution::describe(command);
-    KernelPanel* const plugged = findPlugged(panel);
+    const unsigned int panel = OrderExecution::panelOf(command);
+    const std::string line = OrderExecution::describe(command);
+    UsbIpConnection* const plugged = findPlugged(panel);
     if (plugged != nullptr) {
         log(panel, line);
-        CommandExecution::carryOut(command, plugged->getModel());
+        OrderExecution::carryOut(command, plugged->getModel());
         plugged->settle();
-    } else if (CommandExecution::needsPanel(command)) {
+    } else if (OrderExecution::needsPanel(command)) {
         complain(panel, "is not plugged: " + line);
     } else {
         log(panel, "is not plugged: " + line);
     }
-    if (const auto rest = CommandExecution::restOf(command))
+    if (const auto rest = OrderExecution::restOf(command))
         schedule(rest->every, *rest);
 }
 
-void KernelBus::schedule(std::chrono::nanoseconds delay, const PanelCommand& command)
+void UsbIpBus::schedule(std::chrono::nanoseconds delay, const PanelOrder& command)
 {
     m_timeline.add(m_clock() + delay, command);
 }
 
-bool KernelBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
+bool UsbIpBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
 {
-    KernelPanel* const last = findLast(panel);
+    UsbIpConnection* const last = findLast(panel);
     if (last == nullptr)
         return false;
     visitor(last->getModel());
@@ -136,7 +136,7 @@ bool KernelBus::visit(unsigned int panel, const std::function<void(PanelModel&)>
     return true;
 }
 
-std::vector<std::string> KernelBus::getViolations() const
+std::vector<std::string> UsbIpBus::getViolations() const
 {
     std::vector<std::string> violations = m_pastViolations.getLines();
     for (const auto& panel : m_panels)
@@ -144,11 +144,11 @@ std::vector<std::string> KernelBus::getViolations() const
     return violations;
 }
 
-void KernelBus::serve(std::vector<pollfd>& others)
+void UsbIpBus::serve(std::vector<pollfd>& others)
 {
     executeDue();
     std::vector<pollfd> descriptors = others;
-    std::vector<KernelPanel*> panels;
+    std::vector<UsbIpConnection*> panels;
     for (const auto& panel : m_panels) {
         if (!panel->isPlugged())
             continue;
@@ -161,7 +161,7 @@ void KernelBus::serve(std::vector<pollfd>& others)
         attend(*panels[i], descriptors[others.size() + i].revents);
 }
 
-void KernelBus::wait(std::vector<pollfd>& descriptors) const
+void UsbIpBus::wait(std::vector<pollfd>& descriptors) const
 {
     timespec timeout{};
     const auto next = getNextTime();
@@ -175,7 +175,7 @@ void KernelBus::wait(std::vector<pollfd>& descriptors) const
         throw std::system_error(errno, std::generic_category(), "ppoll");
 }
 
-std::optional<std::chrono::nanoseconds> KernelBus::getNextTime() const
+std::optional<std::chrono::nanoseconds> UsbIpBus::getNextTime() const
 {
     auto next = m_timeline.getNextTime();
     for (const auto& panel : m_panels) {
@@ -186,14 +186,14 @@ std::optional<std::chrono::nanoseconds> KernelBus::getNextTime() const
     return next;
 }
 
-void KernelBus::executeDue()
+void UsbIpBus::executeDue()
 {
     while (const auto command = m_timeline.takeDue(m_clock()))
-        attempt(CommandExecution::panelOf(*command), [this, &command] { execute(*command); });
+        attempt(OrderExecution::panelOf(*command), [this, &command] { execute(*command); });
 }
 
 // Time may have come for something even if the kernel has said nothing.
-void KernelBus::attend(KernelPanel& panel, short events)
+void UsbIpBus::attend(UsbIpConnection& panel, short events)
 {
     const bool wasConfigured = panel.isConfigured();
     panel.settle();
@@ -206,14 +206,14 @@ void KernelBus::attend(KernelPanel& panel, short events)
         attempt(panel.getNumber(), [this, &panel] { remove(panel); });
 }
 
-void KernelBus::greet(const KernelPanel& panel) const
+void UsbIpBus::greet(const UsbIpConnection& panel) const
 {
     const std::string device = m_ports.findDevice(panel.getPort());
     tell(panel.getNumber(), "found by the kernel" + (device.empty() ? "" : ", which calls it " + device));
 }
 
 // There is nobody to throw to.
-void KernelBus::attempt(unsigned int panel, const std::function<void()>& action) const
+void UsbIpBus::attempt(unsigned int panel, const std::function<void()>& action) const
 {
     try {
         action();
@@ -222,35 +222,35 @@ void KernelBus::attempt(unsigned int panel, const std::function<void()>& action)
     }
 }
 
-KernelPanel* KernelBus::findPlugged(unsigned int panel) const
+UsbIpConnection* UsbIpBus::findPlugged(unsigned int panel) const
 {
-    KernelPanel* const last = findLast(panel);
+    UsbIpConnection* const last = findLast(panel);
     return last != nullptr && last->isPlugged() ? last : nullptr;
 }
 
 // Plugged in last under this number.
-KernelPanel* KernelBus::findLast(unsigned int panel) const
+UsbIpConnection* UsbIpBus::findLast(unsigned int panel) const
 {
     const auto found = std::find_if(m_panels.begin(), m_panels.end(),
                                     [panel](const auto& known) { return known->getNumber() == panel; });
     return found != m_panels.end() ? found->get() : nullptr;
 }
 
-void KernelBus::complain(unsigned int panel, const std::string& line) const
+void UsbIpBus::complain(unsigned int panel, const std::string& line) const
 {
     log(panel, line);
     if (m_options.complain)
         m_options.complain("panel " + std::to_string(panel) + ": " + line);
 }
 
-void KernelBus::tell(unsigned int panel, const std::string& line) const
+void UsbIpBus::tell(unsigned int panel, const std::string& line) const
 {
     log(panel, line);
     if (m_options.tell)
         m_options.tell("panel " + std::to_string(panel) + ": " + line);
 }
 
-void KernelBus::log(unsigned int panel, const std::string& line) const
+void UsbIpBus::log(unsigned int panel, const std::string& line) const
 {
     if (m_options.log)
         m_options.log("panel " + std::to_string(panel) + ": " + line);

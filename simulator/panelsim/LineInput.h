@@ -10,12 +10,12 @@ namespace Vantor {
 // Lines from a descriptor, for a program that must not wait for them.
 //
 // Threads: one at a time. Lifetime: the descriptor stays open, and the caller's.
-class CommandInput {
+class LineInput {
 public:
     // A line of which nobody needs the end.
     static constexpr std::size_t longestLine = std::size_t{1} << 20;
 
-    explicit CommandInput(int descriptor);
+    explicit LineInput(int descriptor);
 
     // For poll; -1 when nothing more can come.
     int getDescriptor() const;

@@ -1,6 +1,6 @@
-#include "simulator/usbfs/VirtualBus.h"
+#include "simulator/usbfs/UsbfsBus.h"
 
-#include "simulator/bus/CommandExecution.h"
+#include "simulator/bus/OrderExecution.h"
 #include "simulator/usbfs/SysfsDescription.h"
 
 #include <algorithm>
@@ -50,12 +50,12 @@ std::string rootOf(UMockdevTestbed* testbed)
 
 } // namespace
 
-void VirtualBus::GObjectRelease::operator()(void* object) const
+void UsbfsBus::GObjectRelease::operator()(void* object) const
 {
     g_object_unref(object);
 }
 
-VirtualBus::VirtualBus(Options options)
+UsbfsBus::UsbfsBus(Options options)
     : m_options(std::move(options)), m_testbed(umockdev_testbed_new()), m_root(rootOf(m_testbed.get())),
       m_listeners(m_root)
 {
@@ -63,10 +63,10 @@ VirtualBus::VirtualBus(Options options)
     m_share.log = m_options.log;
     m_share.capabilities = capabilities | (m_options.scatterGather ? USBDEVFS_CAP_BULK_SCATTER_GATHER : 0U);
     addToSysfs(SysfsDescription::describeRootHub());
-    m_timeThread = std::thread(&VirtualBus::runTime, this);
+    m_timeThread = std::thread(&UsbfsBus::runTime, this);
 }
 
-VirtualBus::~VirtualBus()
+UsbfsBus::~UsbfsBus()
 {
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
@@ -77,7 +77,7 @@ VirtualBus::~VirtualBus()
     m_testbed.reset(); // ends umockdev's thread
 }
 
-std::vector<std::string> VirtualBus::getClientEnvironment()
+std::vector<std::string> UsbfsBus::getClientEnvironment()
 {
     constexpr std::string_view preload = "LD_PRELOAD=";
     std::vector<std::string> environment;
@@ -93,21 +93,21 @@ std::vector<std::string> VirtualBus::getClientEnvironment()
     return environment;
 }
 
-void VirtualBus::plug(unsigned int panel)
+void UsbfsBus::plug(unsigned int panel)
 {
     const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
-    VirtualPanel* plugged = nullptr;
+    UsbfsPanel* plugged = nullptr;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
         if (panel >= maxPanels)
             return complain(panel, "has no port");
         if (findPlugged(panel) != nullptr)
             return complain(panel, "is plugged already");
-        const VirtualPanel::Address address = assignAddress(panel);
+        const UsbfsPanel::Address address = assignAddress(panel);
         PanelModel::Options options = m_options.panel;
         options.seed += panel;
-        m_panels.push_back(std::make_unique<VirtualPanel>(m_share, address, std::move(options), takeFlash(panel),
-                                                          m_root + SysfsDescription::nodePath(address)));
+        m_panels.push_back(std::make_unique<UsbfsPanel>(m_share, address, std::move(options), takeFlash(panel),
+                                                        m_root + SysfsDescription::nodePath(address)));
         plugged = m_panels.back().get();
         log(panel, "plug, port " + std::to_string(address.port) + ", device " + std::to_string(address.device));
     }
@@ -115,9 +115,9 @@ void VirtualBus::plug(unsigned int panel)
 }
 
 // With m_hotplugMutex, without m_share.mutex: umockdev's thread takes it.
-void VirtualBus::show(VirtualPanel& panel)
+void UsbfsBus::show(UsbfsPanel& panel)
 {
-    const VirtualPanel::Address& address = panel.getAddress();
+    const UsbfsPanel::Address& address = panel.getAddress();
     detachOld(address.device);
     forgetOld();
     GError* error = nullptr;
@@ -133,9 +133,9 @@ void VirtualBus::show(VirtualPanel& panel)
 
 // Takes unplugged panels off umockdev, all but the last few, and one that had this device
 // number. With m_hotplugMutex, without m_share.mutex.
-void VirtualBus::detachOld(unsigned int device)
+void UsbfsBus::detachOld(unsigned int device)
 {
-    std::vector<VirtualPanel*> old;
+    std::vector<UsbfsPanel*> old;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
         std::size_t kept = 0;
@@ -145,7 +145,7 @@ void VirtualBus::detachOld(unsigned int device)
                 old.push_back(panel->get());
         }
     }
-    for (VirtualPanel* const panel : old) {
+    for (UsbfsPanel* const panel : old) {
         GError* error = nullptr;
         umockdev_testbed_detach_ioctl(m_testbed.get(), SysfsDescription::nodePath(panel->getAddress()).c_str(), &error);
         throwOnError(error, "detach");
@@ -154,7 +154,7 @@ void VirtualBus::detachOld(unsigned int device)
 }
 
 // With m_hotplugMutex, without m_share.mutex.
-void VirtualBus::forgetOld()
+void UsbfsBus::forgetOld()
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     for (auto panel = m_panels.begin(); panel != m_panels.end();) {
@@ -169,7 +169,7 @@ void VirtualBus::forgetOld()
 
 // Waits until the client can be told of one more thing; false at the end of the bus. With
 // m_hotplugMutex, without m_share.mutex.
-bool VirtualBus::awaitListeners(unsigned int panel)
+bool UsbfsBus::awaitListeners(unsigned int panel)
 {
     constexpr std::chrono::milliseconds pass{20};
     bool isLogged = false;
@@ -186,24 +186,24 @@ bool VirtualBus::awaitListeners(unsigned int panel)
     return true;
 }
 
-void VirtualBus::setFlash(unsigned int panel, BootLoader::Flash flash)
+void UsbfsBus::setFlash(unsigned int panel, BootLoader::Flash flash)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     m_flash[panel] = std::move(flash);
 }
 
-BootLoader::Flash VirtualBus::takeFlash(unsigned int panel)
+BootLoader::Flash UsbfsBus::takeFlash(unsigned int panel)
 {
     if (auto set = m_flash.extract(panel))
         return std::move(set.mapped());
-    VirtualPanel* const last = findLast(panel);
+    UsbfsPanel* const last = findLast(panel);
     return last != nullptr ? last->getModel().takeFlash() : BootLoader::Flash{};
 }
 
-void VirtualBus::unplug(unsigned int panel)
+void UsbfsBus::unplug(unsigned int panel)
 {
     const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
-    VirtualPanel* plugged = nullptr;
+    UsbfsPanel* plugged = nullptr;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
         plugged = findPlugged(panel);
@@ -214,10 +214,10 @@ void VirtualBus::unplug(unsigned int panel)
 }
 
 // A panel that a fault has unplugged, off the bus.
-void VirtualBus::removePulled()
+void UsbfsBus::removePulled()
 {
     const std::lock_guard<std::mutex> hotplugLock(m_hotplugMutex);
-    VirtualPanel* pulled = nullptr;
+    UsbfsPanel* pulled = nullptr;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
         pulled = findPulled();
@@ -227,7 +227,7 @@ void VirtualBus::removePulled()
 }
 
 // With m_hotplugMutex, without m_share.mutex.
-void VirtualBus::remove(VirtualPanel& panel)
+void UsbfsBus::remove(UsbfsPanel& panel)
 {
     const unsigned int number = panel.getAddress().panel;
     const std::string sysfsPath = "/sys" + SysfsDescription::panelPath(panel.getAddress());
@@ -249,48 +249,48 @@ void VirtualBus::remove(VirtualPanel& panel)
         m_options.keepFlash(number, flash);
 }
 
-void VirtualBus::execute(const PanelCommand& command)
+void UsbfsBus::execute(const PanelOrder& command)
 {
-    if (const auto* const plugIn = std::get_if<PlugCommand>(&command))
+    if (const auto* const plugIn = std::get_if<PlugOrder>(&command))
         return plug(plugIn->panel);
-    if (const auto* const pullOut = std::get_if<UnplugCommand>(&command))
+    if (const auto* const pullOut = std::get_if<UnplugOrder>(&command))
         return unplug(pullOut->panel);
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     apply(command);
 }
 
 // The rest of a repeated emission goes back to the timeline.
-void VirtualBus::apply(const PanelCommand& command)
+void UsbfsBus::apply(const PanelOrder& command)
 {
-    const unsigned int panel = CommandExecution::panelOf(command);
-    const std::string line = CommandExecution::describe(command);
-    VirtualPanel* const plugged = findPlugged(panel);
+    const unsigned int panel = OrderExecution::panelOf(command);
+    const std::string line = OrderExecution::describe(command);
+    UsbfsPanel* const plugged = findPlugged(panel);
     if (plugged != nullptr) {
         log(panel, line);
-        CommandExecution::carryOut(command, plugged->getModel());
+        OrderExecution::carryOut(command, plugged->getModel());
         plugged->settle();
-    } else if (CommandExecution::needsPanel(command)) {
+    } else if (OrderExecution::needsPanel(command)) {
         complain(panel, "is not plugged: " + line);
     } else {
         log(panel, "is not plugged: " + line);
     }
-    if (const auto rest = CommandExecution::restOf(command)) {
+    if (const auto rest = OrderExecution::restOf(command)) {
         m_timeline.add(m_share.clock() + rest->every, *rest);
         m_share.deadlineMoved.notify_one();
     }
 }
 
-void VirtualBus::schedule(std::chrono::nanoseconds delay, const PanelCommand& command)
+void UsbfsBus::schedule(std::chrono::nanoseconds delay, const PanelOrder& command)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     m_timeline.add(m_share.clock() + delay, command);
     m_share.deadlineMoved.notify_one();
 }
 
-bool VirtualBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
+bool UsbfsBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    VirtualPanel* const last = findLast(panel);
+    UsbfsPanel* const last = findLast(panel);
     if (last == nullptr)
         return false;
     visitor(last->getModel());
@@ -298,7 +298,7 @@ bool VirtualBus::visit(unsigned int panel, const std::function<void(PanelModel&)
     return true;
 }
 
-std::vector<std::string> VirtualBus::getViolations() const
+std::vector<std::string> UsbfsBus::getViolations() const
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     std::vector<std::string> violations = m_pastViolations.getLines();
@@ -307,20 +307,20 @@ std::vector<std::string> VirtualBus::getViolations() const
     return violations;
 }
 
-void VirtualBus::complain(unsigned int panel, const std::string& line) const
+void UsbfsBus::complain(unsigned int panel, const std::string& line) const
 {
     log(panel, line);
     if (m_options.complain)
         m_options.complain("panel " + std::to_string(panel) + ": " + line);
 }
 
-void VirtualBus::log(unsigned int panel, const std::string& line) const
+void UsbfsBus::log(unsigned int panel, const std::string& line) const
 {
     if (m_share.log)
         m_share.log("panel " + std::to_string(panel) + ": " + line);
 }
 
-VirtualPanel* VirtualBus::findPlugged(unsigned int panel) const
+UsbfsPanel* UsbfsBus::findPlugged(unsigned int panel) const
 {
     const auto found = std::find_if(m_panels.begin(), m_panels.end(), [panel](const auto& known) {
         return known->isPlugged() && known->getAddress().panel == panel;
@@ -329,14 +329,14 @@ VirtualPanel* VirtualBus::findPlugged(unsigned int panel) const
 }
 
 // Plugged in last under this number.
-VirtualPanel* VirtualBus::findLast(unsigned int panel) const
+UsbfsPanel* UsbfsBus::findLast(unsigned int panel) const
 {
     const auto found = std::find_if(m_panels.rbegin(), m_panels.rend(),
                                     [panel](const auto& known) { return known->getAddress().panel == panel; });
     return found != m_panels.rend() ? found->get() : nullptr;
 }
 
-VirtualPanel* VirtualBus::findPulled() const
+UsbfsPanel* UsbfsBus::findPulled() const
 {
     const auto found =
         std::find_if(m_panels.begin(), m_panels.end(), [](const auto& known) { return known->isPulled(); });
@@ -344,7 +344,7 @@ VirtualPanel* VirtualBus::findPulled() const
 }
 
 // Device numbers go up, as the kernel's, and start again when they run out.
-VirtualPanel::Address VirtualBus::assignAddress(unsigned int panel)
+UsbfsPanel::Address UsbfsBus::assignAddress(unsigned int panel)
 {
     const auto isTaken = [this](unsigned int device) {
         return std::any_of(m_panels.begin(), m_panels.end(), [device](const auto& known) {
@@ -357,21 +357,21 @@ VirtualPanel::Address VirtualBus::assignAddress(unsigned int panel)
     return {panel, 1, panel + 1, m_lastDevice};
 }
 
-void VirtualBus::addToSysfs(const std::string& description)
+void UsbfsBus::addToSysfs(const std::string& description)
 {
     GError* error = nullptr;
     umockdev_testbed_add_from_string(m_testbed.get(), description.c_str(), &error);
     throwOnError(error, "virtual bus");
 }
 
-void VirtualBus::runTime()
+void UsbfsBus::runTime()
 {
     std::unique_lock<std::mutex> lock(m_share.mutex);
     while (!m_ending) {
         const auto now = m_share.clock();
         for (const auto& panel : m_panels)
             panel->settle();
-        if (const VirtualPanel* const pulled = findPulled()) {
+        if (const UsbfsPanel* const pulled = findPulled()) {
             const unsigned int panel = pulled->getAddress().panel;
             lock.unlock();
             attempt(panel, [this] { removePulled(); });
@@ -380,7 +380,7 @@ void VirtualBus::runTime()
         }
         if (const auto command = m_timeline.takeDue(now)) {
             lock.unlock();
-            attempt(CommandExecution::panelOf(*command), [this, &command] { execute(*command); });
+            attempt(OrderExecution::panelOf(*command), [this, &command] { execute(*command); });
             lock.lock();
             continue;
         }
@@ -393,7 +393,7 @@ void VirtualBus::runTime()
 }
 
 // There is nobody to throw to.
-void VirtualBus::attempt(unsigned int panel, const std::function<void()>& action) const
+void UsbfsBus::attempt(unsigned int panel, const std::function<void()>& action) const
 {
     try {
         action();
@@ -403,7 +403,7 @@ void VirtualBus::attempt(unsigned int panel, const std::function<void()>& action
     }
 }
 
-std::chrono::nanoseconds VirtualBus::nextWakeTime() const
+std::chrono::nanoseconds UsbfsBus::nextWakeTime() const
 {
     auto time = m_timeline.getNextTime().value_or(std::chrono::nanoseconds::max());
     for (const auto& panel : m_panels)

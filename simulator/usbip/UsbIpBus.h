@@ -1,10 +1,10 @@
 #pragma once
 
-#include "simulator/bus/CommandTimeline.h"
+#include "simulator/bus/OrderTimeline.h"
 #include "simulator/bus/PanelBus.h"
 #include "simulator/bus/PastViolations.h"
-#include "simulator/usbip/KernelPanel.h"
 #include "simulator/usbip/KernelPorts.h"
+#include "simulator/usbip/UsbIpConnection.h"
 
 #include <map>
 #include <memory>
@@ -19,20 +19,20 @@ namespace Vantor {
 //
 // Threads: one at a time, and nothing happens but in `serve`.
 // Lifetime: the ports must outlive it. Its end unplugs all panels.
-class KernelBus : public PanelBus {
+class UsbIpBus : public PanelBus {
 public:
     struct Options : PanelBus::Options {
         Log tell; // what the kernel has given, each line with the panel's number
     };
 
-    KernelBus(Options options, KernelPorts& ports);
-    ~KernelBus() override;
+    UsbIpBus(Options options, KernelPorts& ports);
+    ~UsbIpBus() override;
 
     void setFlash(unsigned int panel, BootLoader::Flash flash) override;
     void plug(unsigned int panel) override;
     void unplug(unsigned int panel) override;
-    void execute(const PanelCommand& command) override;
-    void schedule(std::chrono::nanoseconds delay, const PanelCommand& command) override;
+    void execute(const PanelOrder& command) override;
+    void schedule(std::chrono::nanoseconds delay, const PanelOrder& command) override;
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
     std::vector<std::string> getViolations() const override;
 
@@ -48,26 +48,26 @@ private:
     void tell(unsigned int panel, const std::string& line) const;
     void complain(unsigned int panel, const std::string& line) const;
     void attempt(unsigned int panel, const std::function<void()>& action) const;
-    KernelPanel* findPlugged(unsigned int panel) const;
-    KernelPanel* findLast(unsigned int panel) const;
+    UsbIpConnection* findPlugged(unsigned int panel) const;
+    UsbIpConnection* findLast(unsigned int panel) const;
     void forgetLast(unsigned int panel);
     BootLoader::Flash takeFlash(unsigned int panel);
-    void remove(KernelPanel& panel);
-    void apply(const PanelCommand& command);
+    void remove(UsbIpConnection& panel);
+    void apply(const PanelOrder& command);
 
     void wait(std::vector<pollfd>& descriptors) const;
     std::optional<std::chrono::nanoseconds> getNextTime() const;
     void executeDue();
-    void attend(KernelPanel& panel, short events);
-    void greet(const KernelPanel& panel) const;
+    void attend(UsbIpConnection& panel, short events);
+    void greet(const UsbIpConnection& panel) const;
 
     const Options m_options;
     KernelPorts& m_ports;
     const PanelModel::Clock m_clock;
-    std::vector<std::unique_ptr<KernelPanel>> m_panels; // plugged in last under each number
-    PastViolations m_pastViolations;                    // of those before them
-    std::map<unsigned int, BootLoader::Flash> m_flash;  // for panels not plugged in yet
-    CommandTimeline m_timeline;
+    std::vector<std::unique_ptr<UsbIpConnection>> m_panels; // plugged in last under each number
+    PastViolations m_pastViolations;                        // of those before them
+    std::map<unsigned int, BootLoader::Flash> m_flash;      // for panels not plugged in yet
+    OrderTimeline m_timeline;
 };
 
 } // namespace Vantor

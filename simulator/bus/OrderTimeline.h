@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/bus/PanelCommand.h"
+#include "simulator/bus/PanelOrder.h"
 
 #include <chrono>
 #include <map>
@@ -12,18 +12,18 @@ namespace Vantor {
 // were added.
 //
 // Threads: one at a time.
-class CommandTimeline {
+class OrderTimeline {
 public:
-    void add(std::chrono::nanoseconds time, const PanelCommand& command);
+    void add(std::chrono::nanoseconds time, const PanelOrder& command);
 
     // When the next one is due.
     std::optional<std::chrono::nanoseconds> getNextTime() const;
 
     // The next one, if it is due.
-    std::optional<PanelCommand> takeDue(std::chrono::nanoseconds now);
+    std::optional<PanelOrder> takeDue(std::chrono::nanoseconds now);
 
 private:
-    std::multimap<std::chrono::nanoseconds, PanelCommand> m_commands;
+    std::multimap<std::chrono::nanoseconds, PanelOrder> m_commands;
 };
 
 } // namespace Vantor

@@ -13,11 +13,11 @@ namespace Vantor {
 // whoever uses it. In this order.
 //
 // Threads: one at a time. Lifetime: outlives the bus; the options outlive it.
-class PanelsimSession {
+class Simulation {
 public:
     // Before anything runs, so that a wrong folder costs nobody a long run: throws
     // std::runtime_error for one that can't be made or written to.
-    explicit PanelsimSession(const PanelsimOptions& options);
+    explicit Simulation(const PanelsimOptions& options);
 
     // Throws std::runtime_error for a log that can't be written.
     void setUp(PanelBus::Options& bus);

@@ -1,4 +1,4 @@
-#include "simulator/bus/PanelCommand.h"
+#include "simulator/bus/PanelOrder.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -18,7 +18,7 @@ using testing::ElementsAre;
 // The command of a line that must be one of this kind.
 template <typename Command> Command parsed(const std::string& line)
 {
-    const ParsedCommand result = parsePanelCommand(line);
+    const ParsedOrder result = parsePanelOrder(line);
     EXPECT_EQ(result.error, "") << line;
     if (!result.command || !std::holds_alternative<Command>(*result.command)) {
         ADD_FAILURE() << "another command: " << line;
@@ -31,45 +31,45 @@ const std::string badTime = "expected a time such as 250ms, 2s, 1.5s or 250 (mil
 
 std::string errorOf(const std::string& line)
 {
-    const ParsedCommand result = parsePanelCommand(line);
+    const ParsedOrder result = parsePanelOrder(line);
     EXPECT_FALSE(result.command) << line;
     return result.error;
 }
 
-TEST(PanelCommand, plugAndUnplug_panelIsZeroUnlessGiven)
+TEST(PanelOrder, plugAndUnplug_panelIsZeroUnlessGiven)
 {
-    EXPECT_EQ(parsed<PlugCommand>("plug").panel, 0u);
-    EXPECT_EQ(parsed<PlugCommand>("plug 3").panel, 3u);
-    EXPECT_EQ(parsed<UnplugCommand>("unplug").panel, 0u);
-    EXPECT_EQ(parsed<UnplugCommand>(" \tunplug   12 \r\n").panel, 12u);
+    EXPECT_EQ(parsed<PlugOrder>("plug").panel, 0u);
+    EXPECT_EQ(parsed<PlugOrder>("plug 3").panel, 3u);
+    EXPECT_EQ(parsed<UnplugOrder>("unplug").panel, 0u);
+    EXPECT_EQ(parsed<UnplugOrder>(" \tunplug   12 \r\n").panel, 12u);
 }
 
-TEST(PanelCommand, fault_everyKind)
+TEST(PanelOrder, fault_everyKind)
 {
-    auto fault = parsed<FaultCommand>("fault out stall").fault;
+    auto fault = parsed<FaultOrder>("fault out stall").fault;
     EXPECT_EQ(fault.direction, PanelFault::Direction::Out);
     EXPECT_EQ(fault.kind, PanelFault::Kind::Stall);
     EXPECT_FALSE(fault.sticky);
 
-    fault = parsed<FaultCommand>("fault in silent sticky").fault;
+    fault = parsed<FaultOrder>("fault in silent sticky").fault;
     EXPECT_EQ(fault.direction, PanelFault::Direction::In);
     EXPECT_EQ(fault.kind, PanelFault::Kind::NoAnswer);
     EXPECT_TRUE(fault.sticky);
 
-    fault = parsed<FaultCommand>("fault out short=0 once").fault;
+    fault = parsed<FaultOrder>("fault out short=0 once").fault;
     EXPECT_EQ(fault.kind, PanelFault::Kind::Short);
     EXPECT_EQ(fault.bytes, 0u);
     EXPECT_FALSE(fault.sticky);
-    EXPECT_EQ(parsed<FaultCommand>("fault out short=4294967295").fault.bytes, 4294967295u);
+    EXPECT_EQ(parsed<FaultOrder>("fault out short=4294967295").fault.bytes, 4294967295u);
 
-    EXPECT_EQ(parsed<FaultCommand>("fault in delay=1.5s").fault.delay, 1500ms);
-    EXPECT_EQ(parsed<FaultCommand>("fault in delay=200ms").fault.delay, 200ms);
-    fault = parsed<FaultCommand>("fault in delay=1500").fault;
+    EXPECT_EQ(parsed<FaultOrder>("fault in delay=1.5s").fault.delay, 1500ms);
+    EXPECT_EQ(parsed<FaultOrder>("fault in delay=200ms").fault.delay, 200ms);
+    fault = parsed<FaultOrder>("fault in delay=1500").fault;
     EXPECT_EQ(fault.kind, PanelFault::Kind::Delay);
     EXPECT_EQ(fault.delay, 1500ms);
 }
 
-TEST(PanelCommand, faultStatus_everyName)
+TEST(PanelOrder, faultStatus_everyName)
 {
     struct Case {
         const char* name;
@@ -79,50 +79,50 @@ TEST(PanelCommand, faultStatus_everyName)
                           Case{"EPIPE", -EPIPE}, Case{"ECOMM", -ECOMM}, Case{"ENOSR", -ENOSR}, Case{"EIO", -EIO},
                           Case{"EREMOTEIO", -EREMOTEIO}, Case{"ENODEV", -ENODEV}, Case{"EXDEV", -EXDEV},
                           Case{"EINVAL", -EINVAL}, Case{"EOVERFLOW", -EOVERFLOW}, Case{"ESHUTDOWN", -ESHUTDOWN}}) {
-        const auto fault = parsed<FaultCommand>(std::string("fault in status=") + c.name).fault;
+        const auto fault = parsed<FaultOrder>(std::string("fault in status=") + c.name).fault;
         EXPECT_EQ(fault.kind, PanelFault::Kind::Status);
         EXPECT_EQ(fault.status, c.status) << c.name;
     }
 }
 
-TEST(PanelCommand, bootFault_everyKind)
+TEST(PanelOrder, bootFault_everyKind)
 {
-    auto fault = parsed<BootFaultCommand>("fault boot reply=f0").fault;
+    auto fault = parsed<BootFaultOrder>("fault boot reply=f0").fault;
     EXPECT_EQ(fault.kind, BootFault::Kind::Reply);
     EXPECT_EQ(fault.code, 0xF0);
     EXPECT_EQ(fault.skip, 0u);
     EXPECT_FALSE(fault.sticky);
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot reply=2").fault.code, 2);
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot reply=00").fault.code, 0);
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot reply=2").fault.code, 2);
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot reply=00").fault.code, 0);
 
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot lose").fault.kind, BootFault::Kind::Lose);
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot ignore").fault.kind, BootFault::Kind::Ignore);
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot duplicate").fault.kind, BootFault::Kind::Duplicate);
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot unplug").fault.kind, BootFault::Kind::Unplug);
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot lose").fault.kind, BootFault::Kind::Lose);
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot ignore").fault.kind, BootFault::Kind::Ignore);
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot duplicate").fault.kind, BootFault::Kind::Duplicate);
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot unplug").fault.kind, BootFault::Kind::Unplug);
 
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot delay=1.5s").fault.delay, 1500ms);
-    fault = parsed<BootFaultCommand>("fault boot delay=1500").fault;
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot delay=1.5s").fault.delay, 1500ms);
+    fault = parsed<BootFaultOrder>("fault boot delay=1500").fault;
     EXPECT_EQ(fault.kind, BootFault::Kind::Delay);
     EXPECT_EQ(fault.delay, 1500ms);
 
-    fault = parsed<BootFaultCommand>("fault boot corrupt=13").fault;
+    fault = parsed<BootFaultOrder>("fault boot corrupt=13").fault;
     EXPECT_EQ(fault.kind, BootFault::Kind::Corrupt);
     EXPECT_EQ(fault.offset, 13u);
-    EXPECT_EQ(parsed<BootFaultCommand>("fault boot corrupt=0").fault.offset, 0u);
+    EXPECT_EQ(parsed<BootFaultOrder>("fault boot corrupt=0").fault.offset, 0u);
 }
 
-TEST(PanelCommand, bootFault_panelSkipAndDuration)
+TEST(PanelOrder, bootFault_panelSkipAndDuration)
 {
-    const auto command = parsed<BootFaultCommand>("fault 3 boot lose skip=7 sticky");
+    const auto command = parsed<BootFaultOrder>("fault 3 boot lose skip=7 sticky");
     EXPECT_EQ(command.panel, 3u);
     EXPECT_EQ(command.fault.skip, 7u);
     EXPECT_TRUE(command.fault.sticky);
-    EXPECT_FALSE(parsed<BootFaultCommand>("fault boot lose once").fault.sticky);
-    EXPECT_FALSE(parsed<BootFaultCommand>("fault boot lose skip=1000000000 once").fault.sticky);
-    EXPECT_TRUE(parsed<BootFaultCommand>("fault boot lose sticky").fault.sticky);
+    EXPECT_FALSE(parsed<BootFaultOrder>("fault boot lose once").fault.sticky);
+    EXPECT_FALSE(parsed<BootFaultOrder>("fault boot lose skip=1000000000 once").fault.sticky);
+    EXPECT_TRUE(parsed<BootFaultOrder>("fault boot lose sticky").fault.sticky);
 }
 
-TEST(PanelCommand, badBootFault_errorNamesTheWordAndWhatIsAllowed)
+TEST(PanelOrder, badBootFault_errorNamesTheWordAndWhatIsAllowed)
 {
     const std::string kinds =
         "expected reply=CODE, lose, ignore, delay=TIME, duplicate, corrupt=OFFSET or unplug, found ";
@@ -142,17 +142,17 @@ TEST(PanelCommand, badBootFault_errorNamesTheWordAndWhatIsAllowed)
     EXPECT_EQ(errorOf("fault boot lose skip=1 skip=1"), "expected once or sticky, found \"skip=1\"");
 }
 
-TEST(PanelCommand, fault_panelAndClear)
+TEST(PanelOrder, fault_panelAndClear)
 {
-    EXPECT_EQ(parsed<FaultCommand>("fault 2 in stall").panel, 2u);
-    EXPECT_EQ(parsed<FaultCommand>("fault in stall").panel, 0u);
-    EXPECT_EQ(parsed<ClearFaultsCommand>("fault 2 clear").panel, 2u);
-    EXPECT_EQ(parsed<ClearFaultsCommand>("fault clear").panel, 0u);
+    EXPECT_EQ(parsed<FaultOrder>("fault 2 in stall").panel, 2u);
+    EXPECT_EQ(parsed<FaultOrder>("fault in stall").panel, 0u);
+    EXPECT_EQ(parsed<ClearFaultsOrder>("fault 2 clear").panel, 2u);
+    EXPECT_EQ(parsed<ClearFaultsOrder>("fault clear").panel, 0u);
 }
 
-TEST(PanelCommand, emit_hex)
+TEST(PanelOrder, emit_hex)
 {
-    const auto emit = parsed<EmitCommand>("emit 1 type=40 hex=00fFA9");
+    const auto emit = parsed<EmitOrder>("emit 1 type=40 hex=00fFA9");
     EXPECT_EQ(emit.panel, 1u);
     EXPECT_EQ(emit.type, PacketType::FirmwareUpgradeCommand);
     EXPECT_THAT(emit.payload, ElementsAre(0x00, 0xFF, 0xA9));
@@ -160,10 +160,10 @@ TEST(PanelCommand, emit_hex)
     EXPECT_EQ(emit.every, 0ms);
 }
 
-TEST(PanelCommand, emit_sizeCountsUpAndOrderIsFree)
+TEST(PanelOrder, emit_sizeCountsUpAndOrderIsFree)
 {
-    EXPECT_EQ(parsed<EmitCommand>("emit every=0.5s type=1 size=0").every, 500ms);
-    const auto emit = parsed<EmitCommand>("emit every=20 count=7 size=258 type=255");
+    EXPECT_EQ(parsed<EmitOrder>("emit every=0.5s type=1 size=0").every, 500ms);
+    const auto emit = parsed<EmitOrder>("emit every=20 count=7 size=258 type=255");
     EXPECT_EQ(emit.panel, 0u);
     EXPECT_EQ(emit.type, static_cast<PacketType>(255));
     ASSERT_EQ(emit.payload.size(), 258u);
@@ -172,18 +172,18 @@ TEST(PanelCommand, emit_sizeCountsUpAndOrderIsFree)
     EXPECT_EQ(emit.payload[257], 1);
     EXPECT_EQ(emit.count, 7u);
     EXPECT_EQ(emit.every, 20ms);
-    EXPECT_TRUE(parsed<EmitCommand>("emit type=0 size=0").payload.empty());
+    EXPECT_TRUE(parsed<EmitOrder>("emit type=0 size=0").payload.empty());
 }
 
-TEST(PanelCommand, emit_largestPayload)
+TEST(PanelOrder, emit_largestPayload)
 {
-    EXPECT_EQ(parsed<EmitCommand>("emit type=0 size=65524").payload.size(), 65524u);
+    EXPECT_EQ(parsed<EmitOrder>("emit type=0 size=65524").payload.size(), 65524u);
     EXPECT_EQ(errorOf("emit type=0 size=65525"), "expected size=0 to 65524, found \"size=65525\"");
-    EXPECT_EQ(parsed<EmitCommand>("emit type=0 hex=" + std::string(131048, '0')).payload.size(), 65524u);
+    EXPECT_EQ(parsed<EmitOrder>("emit type=0 hex=" + std::string(131048, '0')).payload.size(), 65524u);
     EXPECT_NE(errorOf("emit type=0 hex=" + std::string(131050, '0')), "");
 }
 
-TEST(PanelCommand, errors_nameTheWordAndWhatIsAllowed)
+TEST(PanelOrder, errors_nameTheWordAndWhatIsAllowed)
 {
     EXPECT_EQ(errorOf(""), "expected plug, unplug, fault or emit, found the end");
     EXPECT_EQ(errorOf("  "), "expected plug, unplug, fault or emit, found the end");
@@ -216,7 +216,7 @@ TEST(PanelCommand, errors_nameTheWordAndWhatIsAllowed)
     EXPECT_EQ(errorOf("emit type=1 size=0 every=1000000001"), badTime + "\"1000000001\"");
 }
 
-TEST(PanelCommand, badHex_error)
+TEST(PanelOrder, badHex_error)
 {
     const std::string allowed = "expected hex= and 1 to 65524 bytes of two hexadecimal digits each, found ";
     EXPECT_EQ(errorOf("emit type=1 hex="), allowed + "\"hex=\"");
@@ -225,7 +225,7 @@ TEST(PanelCommand, badHex_error)
     EXPECT_EQ(errorOf("emit type=1 hex=0x00"), allowed + "\"hex=0x00\"");
 }
 
-TEST(PanelCommand, emitWordTwiceOrUnknown_error)
+TEST(PanelOrder, emitWordTwiceOrUnknown_error)
 {
     const std::string allowed = "expected type=T, hex=HEX or size=N, count=C, every=TIME, each once, found ";
     EXPECT_EQ(errorOf("emit type=1 type=1 size=0"), allowed + "\"type=1\"");
@@ -236,7 +236,7 @@ TEST(PanelCommand, emitWordTwiceOrUnknown_error)
     EXPECT_EQ(errorOf("emit type=1 size=0 1"), allowed + "\"1\"");
 }
 
-TEST(PanelCommand, time_unitsAndPlaces)
+TEST(PanelOrder, time_unitsAndPlaces)
 {
     EXPECT_EQ(parseTime("250ms").time, 250ms);
     EXPECT_EQ(parseTime("2s").time, 2s);
@@ -252,7 +252,7 @@ TEST(PanelCommand, time_unitsAndPlaces)
     EXPECT_EQ(parseTime("2s").error, "");
 }
 
-TEST(PanelCommand, plainTime_isOfTheUnitAskedFor)
+TEST(PanelOrder, plainTime_isOfTheUnitAskedFor)
 {
     EXPECT_EQ(parseTime("250", PlainTime::Milliseconds).time, 250ms);
     EXPECT_EQ(parseTime("0.5", PlainTime::Milliseconds).time, 500us);
@@ -262,14 +262,14 @@ TEST(PanelCommand, plainTime_isOfTheUnitAskedFor)
     EXPECT_FALSE(parseTime("1000000001", PlainTime::Milliseconds).time);
 }
 
-TEST(PanelCommand, longWord_isQuotedInPart)
+TEST(PanelOrder, longWord_isQuotedInPart)
 {
     EXPECT_EQ(errorOf(std::string(81, 'x')),
               "expected plug, unplug, fault or emit, found \"" + std::string(80, 'x') + "...\"");
     EXPECT_EQ(errorOf("plug \x1B[31m"), "expected a panel's number or the end, found \"?[31m\"");
 }
 
-TEST(PanelCommand, badTime_error)
+TEST(PanelOrder, badTime_error)
 {
     for (const char* text : {"", "s", "ms", ".5", "5.", "-1", "+1", "1,5", "1 s", "1m", "1.5.5", "1e3", "s1", "1ss",
                              "0.0000000001s", "1000001", "1000000001ms", "99999999999999999999"}) {

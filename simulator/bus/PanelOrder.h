@@ -28,30 +28,30 @@ namespace Vantor {
 // T 0 to 255; skip is 0 when left out; size=N stands for N bytes 0, 1, 2 … 255, 0 …; count is 1 and every 0 when left
 // out. The words of emit's tail may come in any order.
 
-struct PlugCommand {
+struct PlugOrder {
     unsigned int panel;
 };
 
-struct UnplugCommand {
+struct UnplugOrder {
     unsigned int panel;
 };
 
-struct FaultCommand {
+struct FaultOrder {
     unsigned int panel;
     PanelFault fault;
 };
 
-struct BootFaultCommand {
+struct BootFaultOrder {
     unsigned int panel;
     BootFault fault;
 };
 
-struct ClearFaultsCommand {
+struct ClearFaultsOrder {
     unsigned int panel;
 };
 
 // `count` packets with one record each, `every` apart, the first at once.
-struct EmitCommand {
+struct EmitOrder {
     unsigned int panel;
     PacketType type;
     std::vector<std::uint8_t> payload;
@@ -60,12 +60,11 @@ struct EmitCommand {
     bool isBegun = false; // what is left of a repeated emission
 };
 
-using PanelCommand =
-    std::variant<PlugCommand, UnplugCommand, FaultCommand, BootFaultCommand, ClearFaultsCommand, EmitCommand>;
+using PanelOrder = std::variant<PlugOrder, UnplugOrder, FaultOrder, BootFaultOrder, ClearFaultsOrder, EmitOrder>;
 
 // Without a command: `error` names the word that is wrong and what is allowed in its place.
-struct ParsedCommand {
-    std::optional<PanelCommand> command;
+struct ParsedOrder {
+    std::optional<PanelOrder> command;
     std::string error;
 };
 
@@ -75,7 +74,7 @@ struct ParsedTime {
 };
 
 // Pure; throw nothing but what exhausted memory throws.
-ParsedCommand parsePanelCommand(std::string_view line);
+ParsedOrder parsePanelOrder(std::string_view line);
 
 // 250ms, 2s, 1.5s, or a plain number of the unit. Up to nine places, at most 1,000,000 s.
 enum class PlainTime { Seconds, Milliseconds };

@@ -18,7 +18,7 @@ TEST_F(Arrival, pluggedBeforeTheStart_isAddedAndInformsOfItself)
     tell("list");
     expectEvent("list 101");
     // 80 bytes of text, the limit, a reserved byte.
-    std::vector<std::uint8_t> information(83);
+    Bytes information(83);
     const std::string text = "A panel";
     std::copy(text.begin(), text.end(), information.begin());
     information[80] = 0x34;
@@ -48,7 +48,7 @@ TEST_F(Arrival, noAnswerToTheRequest_isAskedAgainEveryTwoSeconds)
     const auto requests = awaitRecords(0, 1, 3);
     ASSERT_GE(requests.size(), 3U);
     for (const PanelModel::Record& request : requests)
-        EXPECT_EQ(request.payload, (std::vector<std::uint8_t>{1, 0, 0, 0}));
+        EXPECT_EQ(request.payload, (Bytes{1, 0, 0, 0}));
     // Between the first and the third; on a loaded machine the first one is on its way for
     // a while. How late they may be is for virtual time to say.
     EXPECT_GT(requests[2].time - requests[0].time, std::chrono::seconds(3));

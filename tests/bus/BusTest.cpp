@@ -257,7 +257,7 @@ void BusTest::describeRun()
         std::puts(line.c_str());
 }
 
-std::string packetEvent(const std::string& uid, int type, const std::vector<std::uint8_t>& payload)
+std::string packetEvent(const std::string& uid, int type, const Bytes& payload)
 {
     std::string line = "packet " + uid + " " + std::to_string(type) + " ";
     for (const std::uint8_t byte : payload) {

@@ -3,6 +3,7 @@
 #include "simulator/usbfs/ClientProcess.h"
 #include "simulator/usbfs/UsbfsBus.h"
 #include "tests/bus/LineReader.h"
+#include "tests/support/Bytes.h"
 
 #include <chrono>
 #include <cstddef>
@@ -86,6 +87,6 @@ private:
 };
 
 // "packet UID TYPE HEX" for the record `number` of TestRecord.h.
-std::string packetEvent(const std::string& uid, int type, const std::vector<std::uint8_t>& payload);
+std::string packetEvent(const std::string& uid, int type, const Bytes& payload);
 
 } // namespace Vantor

@@ -1,11 +1,9 @@
 #include "simulator/panelsim/FlashFolder.h"
 #include "tests/bus/BusTest.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace Vantor {
 
@@ -14,22 +12,6 @@ namespace Vantor {
 // the next chunk then waits for the next pass of the worker.
 class Firmware : public BusTest {
 protected:
-    using Bytes = std::vector<std::uint8_t>;
-
-    void SetUp() override
-    {
-        BusTest::SetUp();
-        char name[] = "/tmp/firmwareTest.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        m_folder = name;
-    }
-
-    void TearDown() override
-    {
-        BusTest::TearDown();
-        std::filesystem::remove_all(m_folder);
-    }
-
     // `factor`: so that no two images are alike.
     static Bytes image(std::size_t size, unsigned int factor)
     {
@@ -41,19 +23,15 @@ protected:
 
     std::string write(const std::string& name, const Bytes& bytes)
     {
-        const std::string path = m_folder + "/" + name;
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        const std::string path = m_folder / name;
+        writeFile(path, bytes);
         return path;
     }
 
     // Waits for it: the host may notice an unplug before the file is there.
     void expectFile(const std::string& name, const Bytes& expected) const
     {
-        const auto read = [&] {
-            std::ifstream file(m_folder + "/" + name, std::ios::binary);
-            return Bytes{std::istreambuf_iterator<char>(file), {}};
-        };
+        const auto read = [&] { return contentOf<Bytes>(m_folder / name); };
         EXPECT_TRUE(waitUntil([&] { return read() == expected; })) << name << ": " << read().size() << " bytes";
     }
 
@@ -71,7 +49,7 @@ protected:
         EXPECT_TRUE(bus().visit(0, [&visitor](PanelModel& model) { visitor(model.getBootLoader()); }));
     }
 
-    std::string m_folder;
+    const TemporaryFolder m_folder;
 };
 
 TEST_F(Firmware, bothImages_arriveAndVerify)
@@ -137,7 +115,7 @@ TEST_F(Firmware, faults_areRecoveredFrom)
 TEST_F(Firmware, panelPulledHalfWay_isFlashedAgain)
 {
     allowLog(R"(\[libusb\] [RT]X LIBUSB_ERROR_NO_DEVICE( uid=\w+!)?)");
-    FlashFolder folder(m_folder);
+    FlashFolder folder(m_folder.getPath());
     UsbfsBus::Options options;
     options.keepFlash = [&folder](unsigned int panel, const BootLoader::Flash& flash) { folder.save(panel, flash); };
     makeBus(options);
@@ -151,7 +129,7 @@ TEST_F(Firmware, panelPulledHalfWay_isFlashedAgain)
     expectEvent("gone 101");
     expectEvent("removed 101");
     expectFile("panel0-main.bin", Bytes(main.begin(), main.begin() + 8192));
-    EXPECT_FALSE(std::filesystem::exists(m_folder + "/panel0-servo.bin"));
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "panel0-servo.bin"));
 
     bus().plug(0);
     expectEvent("added 101");

@@ -1,5 +1,6 @@
 #include "simulator/usbfs/ClientProcess.h"
 #include "tests/bus/BusTest.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -22,27 +23,9 @@ protected:
         std::string output; // with the errors
     };
 
-    void SetUp() override
-    {
-        char name[] = "/tmp/panelsimTest.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        m_folder = name;
-    }
+    void TearDown() override { m_process.reset(); }
 
-    void TearDown() override
-    {
-        m_process.reset();
-        std::filesystem::remove_all(m_folder);
-    }
-
-    std::string fileName(const std::string& name) const { return m_folder + "/" + name; }
-
-    static std::string contentOf(const std::string& path)
-    {
-        std::ostringstream content;
-        content << std::ifstream(path).rdbuf();
-        return content.str();
-    }
+    std::string fileName(const std::string& name) const { return m_folder / name; }
 
     // With the text as its standard input.
     void start(std::vector<std::string> arguments, const std::string& input = "")
@@ -128,7 +111,7 @@ protected:
     }
 
 private:
-    std::string m_folder;
+    const TemporaryFolder m_folder;
     std::unique_ptr<ClientProcess> m_process;
 };
 

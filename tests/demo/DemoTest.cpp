@@ -1,4 +1,5 @@
 #include "tests/support/PngSample.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
 #include <csignal>

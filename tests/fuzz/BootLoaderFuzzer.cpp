@@ -5,18 +5,18 @@
 #include "simulator/panel/BootLoader.h"
 #include "simulator/panel/ImageCrc.h"
 #include "tests/fuzz/Require.h"
+#include "tests/support/BootRecords.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 using namespace Vantor;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using BootRecords::sign;
 
 // So small that an input fills it.
 constexpr std::uint32_t mainCapacity = 20000;
@@ -28,21 +28,6 @@ BootLoader::Options options()
     result.mainCapacity = mainCapacity;
     result.servoCapacity = servoCapacity;
     return result;
-}
-
-void put(Bytes& bytes, std::size_t offset, std::uint32_t value)
-{
-    for (std::size_t i = 0; i < 4; ++i)
-        bytes[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
-
-Bytes sign(Bytes bytes)
-{
-    std::uint32_t sum = 0;
-    for (std::size_t i = 0; i < bytes.size() - 4; ++i)
-        sum += bytes[i];
-    put(bytes, bytes.size() - 4, sum);
-    return bytes;
 }
 
 class Script {

@@ -4,18 +4,16 @@
 #include "simulator/panel/PanelModel.h"
 #include "simulator/panel/SliceDecoder.h"
 #include "tests/fuzz/Require.h"
+#include "tests/support/Bytes.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 using namespace Vantor;
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
 
 // `count` bits from `position` on, the most significant first.
 std::uint32_t bitsAt(const std::uint8_t* data, std::size_t position, unsigned int count)

@@ -4,18 +4,16 @@
 // has is 0.
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "tests/fuzz/Require.h"
+#include "tests/support/Bytes.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <vector>
 
 using namespace Vantor;
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
 
 class Input {
 public:

@@ -3,13 +3,13 @@
 // are counted, packets from the panel, and bytes as they are, with which it may end.
 #include "simulator/usbip/UsbIpPanel.h"
 #include "tests/fuzz/Require.h"
+#include "tests/support/Bytes.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <vector>
 
 using namespace Vantor;
 
@@ -46,10 +46,10 @@ private:
         return *m_data++;
     }
 
-    std::vector<std::uint8_t> take(std::size_t size)
+    Bytes take(std::size_t size)
     {
         const std::size_t taken = std::min(size, m_left);
-        const std::vector<std::uint8_t> bytes(m_data, m_data + taken);
+        const Bytes bytes(m_data, m_data + taken);
         m_data += taken;
         m_left -= taken;
         return bytes;
@@ -81,7 +81,7 @@ private:
     }
 
     // What follows may be taken for the rest of it: answers can't be told apart any more.
-    void sendAnything(const std::vector<std::uint8_t>& bytes)
+    void sendAnything(const Bytes& bytes)
     {
         m_isTame = m_isTame && bytes.empty();
         send(bytes);
@@ -99,22 +99,22 @@ private:
         m_model.inject(fault);
     }
 
-    static void append(std::vector<std::uint8_t>& bytes, std::uint32_t word)
+    static void append(Bytes& bytes, std::uint32_t word)
     {
         for (int shift = 24; shift >= 0; shift -= 8)
             bytes.push_back(static_cast<std::uint8_t>(word >> shift));
     }
 
-    void submit(bool isIn, std::uint32_t endpoint, std::uint32_t length, std::vector<std::uint8_t> setup)
+    void submit(bool isIn, std::uint32_t endpoint, std::uint32_t length, Bytes setup)
     {
-        std::vector<std::uint8_t> message;
+        Bytes message;
         for (const std::uint32_t word :
              {1U, ++m_number, 0x10002U, isIn ? 1U : 0U, endpoint, length & 0x41U, length, 0U, 0U, 0U})
             append(message, word);
         setup.resize(8);
         message.insert(message.end(), setup.begin(), setup.end());
         if (!isIn) {
-            std::vector<std::uint8_t> data = take(length);
+            Bytes data = take(length);
             data.resize(length);
             message.insert(message.end(), data.begin(), data.end());
         }
@@ -124,7 +124,7 @@ private:
 
     void unlink(std::uint32_t target)
     {
-        std::vector<std::uint8_t> message;
+        Bytes message;
         for (const std::uint32_t word : {2U, ++m_number, 0x10002U, 0U, 0U, target})
             append(message, word);
         message.resize(headerSize);
@@ -132,7 +132,7 @@ private:
         send(message);
     }
 
-    void send(const std::vector<std::uint8_t>& bytes)
+    void send(const Bytes& bytes)
     {
         m_connected = m_usbIp.receive(bytes.data(), bytes.size());
         require(m_connected || !m_isTame, "what a kernel may send is understood");
@@ -147,7 +147,7 @@ private:
 
     void readAnswers()
     {
-        const std::vector<std::uint8_t> output = m_usbIp.takeOutput();
+        const Bytes output = m_usbIp.takeOutput();
         for (std::size_t at = 0; m_isTame && at < output.size();) {
             require(output.size() - at >= headerSize, "an answer has a header");
             const std::uint8_t* const header = output.data() + at;

@@ -2,13 +2,13 @@
 #include "tests/support/Contender.h"
 #include "tests/support/DeviceRig.h"
 #include "tests/support/Meeting.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/TransferAccount.h"
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <future>
@@ -199,8 +199,7 @@ TEST(UsbDevice, changeOfThePackersObserver_waitsForTheNotification)
 
 TEST(UsbDevice, everythingOfAnUpgrade_waitsForAFirmwareStep)
 {
-    const std::string path = testing::TempDir() + "locks-image" + std::to_string(getpid());
-    std::ofstream(path, std::ios::binary) << "12345";
+    const TemporaryFile image("12345");
     const std::function<void(UsbDevice&)> operations[] = {
         [](UsbDevice& device) { device.handleFirmwareUpgrade(FirmwareUpgradeCommand{}); },
         [](UsbDevice& device) { device.startFirmwareUpgrade("/nonexistent", "/nonexistent", nullptr); }};
@@ -210,10 +209,9 @@ TEST(UsbDevice, everythingOfAnUpgrade_waitsForAFirmwareStep)
         rig.open();
         const Meeting meeting(rig.usb, "submit_transfer 0x02", Meeting::Expected::HeldUp,
                               [&] { operation(*rig.device); });
-        rig.device->startFirmwareUpgrade(path, "/nonexistent", nullptr);
+        rig.device->startFirmwareUpgrade(image.getPath(), "/nonexistent", nullptr);
         EXPECT_TRUE(meeting.wasAsExpected());
     }
-    std::remove(path.c_str());
 }
 
 TEST(UsbDevice, firmwareReply_waitsForTheProgressCallback)

@@ -423,10 +423,10 @@ TEST(UsbDevice, packetLimit_is1100BytesBeforeTheInformation)
 {
     DeviceRig rig;
     rig.open();
-    rig.add(5, std::vector<std::uint8_t>(1089)); // and 11 bytes of framing
+    rig.add(5, Bytes(1089)); // and 11 bytes of framing
     ASSERT_EQ(rig.sends().size(), 1u);
     rig.finishSend();
-    rig.add(5, std::vector<std::uint8_t>(1090));
+    rig.add(5, Bytes(1090));
     EXPECT_EQ(rig.sends().size(), 0u);
 }
 
@@ -435,7 +435,7 @@ TEST(UsbDevice, informationOf1024Bytes_leavesThePacketLimit)
     DeviceRig rig;
     rig.open();
     rig.device->setDeviceInfo(informationWith(1024));
-    rig.add(5, std::vector<std::uint8_t>(1089));
+    rig.add(5, Bytes(1089));
     EXPECT_EQ(rig.sends().size(), 1u);
 }
 
@@ -444,12 +444,12 @@ TEST(UsbDevice, informationOf1025Bytes_setsThePacketLimit)
     DeviceRig rig;
     rig.open();
     rig.device->setDeviceInfo(informationWith(1025));
-    rig.add(5, std::vector<std::uint8_t>(1014));
+    rig.add(5, Bytes(1014));
     const auto sends = rig.sends();
     ASSERT_EQ(sends.size(), 1u);
     EXPECT_EQ(sends[0].length, 1025);
     rig.finishSend();
-    rig.add(5, std::vector<std::uint8_t>(1015));
+    rig.add(5, Bytes(1015));
     EXPECT_EQ(rig.sends().size(), 0u);
 }
 

@@ -24,8 +24,6 @@ namespace {
 constexpr auto completed = LIBUSB_TRANSFER_COMPLETED;
 constexpr auto timedOut = LIBUSB_TRANSFER_TIMED_OUT;
 
-using Bytes = std::vector<std::uint8_t>;
-
 // One packet: 8 bytes of header (length, count, 0), then 3 of record header (type, length).
 const Bytes packetOfAbc = {14, 0, 1, 0, 0, 0, 0, 0, 5, 3, 0, 'a', 'b', 'c'};
 const Bytes packetOfInfoRequest = {15, 0, 1, 0, 0, 0, 0, 0, 1, 4, 0, 1, 0, 0, 0};

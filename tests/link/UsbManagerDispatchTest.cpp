@@ -15,8 +15,6 @@ namespace Vantor::Test {
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
 // One record of type 5, with the bytes that a panel may have in the device-id field.
 const Bytes oneRecord = {12, 0, 1, 0, 0xAA, 0xBB, 0xCC, 0xDD, 5, 1, 0, 42};
 

@@ -10,7 +10,6 @@
 #include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -249,7 +248,7 @@ TEST(UsbManager, sync_keepsTheRegistryLocked)
     ManagerRig rig;
     rig.start();
     rig.arrive();
-    const std::vector<std::uint8_t> tooLarge(2000);
+    const Bytes tooLarge(2000);
     rig.manager->getDevice(0x104)->getPacker().addStructData(tooLarge.data(), 2000u, static_cast<PacketType>(5));
     std::unique_ptr<Contender> other;
     bool waits = false;

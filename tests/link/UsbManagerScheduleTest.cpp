@@ -1,11 +1,11 @@
 // Short lives of a manager under random schedules, each from one seed.
 #include "tests/support/ManagerRig.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <random>
 #include <set>
 #include <thread>
 
@@ -17,19 +17,6 @@ using namespace std::chrono_literals;
 namespace Vantor::Test {
 
 namespace {
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr unsigned int runs = 400;
-#else
-constexpr unsigned int runs = 3000;
-#endif
-#else
-constexpr unsigned int runs = 3000;
-#endif
-
-constexpr unsigned int firstSeed = 1;
-constexpr const char* seedVariable = "MORVANE_LINK_SEED";
 
 class Schedule {
 public:
@@ -58,7 +45,7 @@ public:
     }
 
 private:
-    int pick(int below) { return static_cast<int>(m_random() % static_cast<unsigned int>(below)); }
+    int pick(int below) { return static_cast<int>(m_random.below(static_cast<unsigned int>(below))); }
     bool chance(int percent) { return pick(100) < percent; }
 
     FakeLibusb::Panel randomPanel()
@@ -111,7 +98,7 @@ private:
     void send()
     {
         const auto devices = m_rig.manager->getDeviceListSafe();
-        const std::vector<std::uint8_t> payload(static_cast<std::size_t>(pick(1200))); // some too large
+        const Bytes payload(static_cast<std::size_t>(pick(1200))); // some too large
         for (const auto& device : devices)
             device->getPacker().addStructData(payload.data(), static_cast<unsigned int>(payload.size()),
                                               static_cast<PacketType>(pick(47)));
@@ -128,12 +115,10 @@ private:
             m_rig.usb.complete(panel, anyEndpoint(), pick(8), pick(64));
     }
 
-    std::vector<std::uint8_t> randomBytes()
+    Bytes randomBytes()
     {
         // Sometimes a packet, more often noise.
-        std::vector<std::uint8_t> bytes(static_cast<std::size_t>(pick(120)));
-        for (auto& byte : bytes)
-            byte = static_cast<std::uint8_t>(m_random());
+        Bytes bytes = m_random.bytes(m_random.below(120));
         if (bytes.size() >= 12 && chance(60)) {
             bytes[0] = static_cast<std::uint8_t>(bytes.size());
             bytes[1] = 0;
@@ -198,7 +183,7 @@ private:
         EXPECT_EQ(m_rig.manager->getDeviceList(), devices);
     }
 
-    std::mt19937 m_random;
+    Random m_random;
     ManagerRig m_rig;
     std::vector<libusb_device*> m_panels;
     std::vector<std::shared_ptr<UsbDevice>> m_held;
@@ -209,15 +194,7 @@ private:
 // The rig checks after every run that nothing was misused and every reference dropped.
 TEST(UsbManager, randomSchedule_endsClean)
 {
-    const char* const chosen = std::getenv(seedVariable);
-    const unsigned int first =
-        chosen != nullptr ? static_cast<unsigned int>(std::strtoul(chosen, nullptr, 10)) : firstSeed;
-    const unsigned int count = chosen != nullptr ? 1 : runs;
-    for (unsigned int seed = first; seed < first + count && !HasFailure(); ++seed) {
-        SCOPED_TRACE("replay: " + std::string(seedVariable) + "=" + std::to_string(seed) +
-                     " bin/linkScheduleTests --gtest_filter=UsbManager.randomSchedule_endsClean");
-        Schedule(seed).run();
-    }
+    runSeeds(slowBuild ? 400 : 3000, [](unsigned int seed) { Schedule(seed).run(); });
 }
 
 // Application threads beside the worker and the receive thread; the order is the system's.

@@ -358,7 +358,7 @@ TEST(UsbManager, sync_waitsForEveryDeviceInTurn)
     rig.arrive(panelAt(4));
     rig.arrive(panelAt(5));
     for (const auto& device : rig.manager->getDeviceListSafe()) {
-        const std::vector<std::uint8_t> tooLarge(2000);
+        const Bytes tooLarge(2000);
         device->getPacker().addStructData(tooLarge.data(), 2000u, static_cast<PacketType>(5));
     }
     rig.manager->sync();

@@ -1,8 +1,8 @@
 // The worker's passes and its check of the registry against the bus.
 #include "tests/support/ManagerRig.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <fstream>
 #include <utility>
 
@@ -495,10 +495,9 @@ TEST(UsbManager, upgradeThroughTheWorker_isDrivenByPassesAndReplies)
     DeviceInformation info{};
     info.maxPacketSize = 5000;
     device->setDeviceInfo(info);
-    const std::string path = testing::TempDir() + "manager-image";
-    std::ofstream(path, std::ios::binary) << "12345";
+    const TemporaryFile image("12345");
     std::vector<std::uint32_t> progress;
-    device->startFirmwareUpgrade(path, "/nonexistent", [&progress](const UsbDevice::FirmwareProgress& step) {
+    device->startFirmwareUpgrade(image.getPath(), "/nonexistent", [&progress](const UsbDevice::FirmwareProgress& step) {
         progress.push_back(step.bytesWritten);
     });
     EXPECT_EQ(rig.log.take(), "[libusb] > Error opening file=/nonexistent\n");
@@ -514,7 +513,6 @@ TEST(UsbManager, upgradeThroughTheWorker_isDrivenByPassesAndReplies)
     rig.usb.passAfter(700ms);
     rig.usb.passAfter(0s);
     EXPECT_FALSE(device->isUpdating());
-    std::remove(path.c_str());
 }
 
 } // namespace Vantor::Test

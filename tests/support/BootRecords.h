@@ -1,10 +1,11 @@
 #pragma once
 
+#include "tests/support/Bytes.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <numeric>
-#include <vector>
 
 namespace Vantor {
 
@@ -12,16 +13,8 @@ namespace Vantor {
 // byte: no record type and no checksum function of the code under test.
 namespace BootRecords {
 
-using Bytes = std::vector<std::uint8_t>;
-
 constexpr std::uint8_t mainBoard = 1;
 constexpr std::uint8_t servoBoard = 15;
-
-inline void put(Bytes& bytes, std::size_t offset, std::uint32_t value)
-{
-    for (std::size_t i = 0; i < 4; ++i)
-        bytes[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
 
 // Renews the checksum, the last four bytes.
 inline Bytes sign(Bytes bytes)

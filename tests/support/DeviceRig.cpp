@@ -77,7 +77,7 @@ void DeviceRig::poll(std::chrono::nanoseconds later)
     poll();
 }
 
-void DeviceRig::add(std::uint8_t type, const std::vector<std::uint8_t>& payload)
+void DeviceRig::add(std::uint8_t type, const Bytes& payload)
 {
     device->getPacker().addStructData(payload.data(), static_cast<unsigned int>(payload.size()),
                                       static_cast<PacketType>(type));

@@ -38,7 +38,7 @@ public:
     void poll(std::chrono::nanoseconds later);
 
     // Records go out as they are added, so the last one names the packet.
-    void add(std::uint8_t type, const std::vector<std::uint8_t>& payload);
+    void add(std::uint8_t type, const Bytes& payload);
 
     std::vector<FakeLibusb::Submission> sends();
     std::vector<FakeLibusb::Submission> reads();

@@ -238,7 +238,7 @@ libusb_transfer* FakeLibusb::inFlight(libusb_device* device, std::uint8_t endpoi
     return state != nullptr ? state->submission.transfer : nullptr;
 }
 
-bool FakeLibusb::post(TransferState* state, int status, int actualLength, std::vector<std::uint8_t> bytes)
+bool FakeLibusb::post(TransferState* state, int status, int actualLength, Bytes bytes)
 {
     if (state == nullptr || state->completionPending)
         return false;
@@ -273,7 +273,7 @@ bool FakeLibusb::completeSend(libusb_device* device)
     return state != nullptr && post(state, LIBUSB_TRANSFER_COMPLETED, state->submission.length, {});
 }
 
-bool FakeLibusb::receive(libusb_device* device, const std::vector<std::uint8_t>& bytes)
+bool FakeLibusb::receive(libusb_device* device, const Bytes& bytes)
 {
     const Lock lock(m_mutex);
     return post(findInFlight(device, inEndpoint), LIBUSB_TRANSFER_COMPLETED, static_cast<int>(bytes.size()), bytes);

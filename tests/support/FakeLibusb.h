@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Bytes.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -42,7 +44,7 @@ public:
         std::uint8_t port = 4;
         std::uint16_t vendorId = 0xDEAD;
         std::uint16_t productId = 0xBEEF;
-        std::vector<std::uint8_t> ports = {4};
+        Bytes ports = {4};
     };
 
     // One accepted submission.
@@ -58,7 +60,7 @@ public:
         void* userData = nullptr;
         libusb_transfer_cb_fn callback = nullptr;
         unsigned char* buffer = nullptr;
-        std::vector<std::uint8_t> bytes; // of a send
+        Bytes bytes; // of a send
         std::chrono::system_clock::time_point time;
     };
 
@@ -94,7 +96,7 @@ public:
     libusb_transfer* inFlight(libusb_device* device, std::uint8_t endpoint);
     bool complete(libusb_device* device, std::uint8_t endpoint, int status, int actualLength);
     bool completeSend(libusb_device* device); // whole
-    bool receive(libusb_device* device, const std::vector<std::uint8_t>& bytes);
+    bool receive(libusb_device* device, const Bytes& bytes);
     void completeAfter(std::chrono::nanoseconds delay, libusb_device* device, std::uint8_t endpoint, int status,
                        int actualLength);
     void ignoreCancel(bool ignore); // cancelled transfers do not come back
@@ -155,7 +157,7 @@ public:
         libusb_device* device = nullptr;
         int status = 0; // or the hotplug event
         int actualLength = 0;
-        std::vector<std::uint8_t> bytes;
+        Bytes bytes;
     };
     static FakeLibusb& current();
     static FakeLibusb& enter(const std::string& function); // calls the hook
@@ -204,7 +206,7 @@ private:
     int result(const std::string& function, int otherwise);
     void changeReferences(libusb_device* device, int change);
     TransferState* findInFlight(libusb_device* device, std::uint8_t endpoint);
-    bool post(TransferState* state, int status, int actualLength, std::vector<std::uint8_t> bytes);
+    bool post(TransferState* state, int status, int actualLength, Bytes bytes);
     void forgetCompletion(const libusb_transfer* transfer);
     void postDue();
     std::optional<std::chrono::system_clock::time_point> nextDue();

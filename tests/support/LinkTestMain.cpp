@@ -1,5 +1,6 @@
 // The main function of the tests on a scripted libusb.
 #include "tests/support/LogCapture.h"
+#include "tests/support/Seeds.h"
 
 #include <csignal>
 #include <cstdio>
@@ -54,7 +55,8 @@ private:
 void reportHang(int /*signal*/)
 {
     constexpr char text[] = "the test hangs: a thread waits for something that does not come\n";
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, sizeof text - 1);
+    [[maybe_unused]] ssize_t written = write(STDERR_FILENO, text, sizeof text - 1);
+    written = write(STDERR_FILENO, Vantor::s_replay.data(), Vantor::s_replay.size());
     std::abort();
 }
 

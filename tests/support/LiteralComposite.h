@@ -1,8 +1,9 @@
 #pragma once
 
+#include "tests/support/Bytes.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace Vantor {
 
@@ -10,7 +11,7 @@ namespace Vantor {
 // LcdHelper's compositing, which goes pixel by pixel of the picture, is measured
 // against.
 struct LiteralComposite {
-    const std::vector<std::uint8_t>& grey;
+    const Bytes& grey;
     unsigned int width;
     unsigned int height;
     int x; // of the picture on the LCD
@@ -28,7 +29,7 @@ struct LiteralComposite {
     }
 
     // Pages of eight rows, the top row in the least significant bit; what was set stays.
-    void drawPages(std::vector<std::uint8_t>& lcd, unsigned int lcdWidth, unsigned int lcdHeight) const
+    void drawPages(Bytes& lcd, unsigned int lcdWidth, unsigned int lcdHeight) const
     {
         for (unsigned int row = 0; row < lcdHeight; ++row) {
             for (unsigned int column = 0; column < lcdWidth; ++column) {
@@ -39,7 +40,7 @@ struct LiteralComposite {
     }
 
     // Rows of whole bytes, the leftmost pixel in the most significant bit.
-    void drawRows(std::vector<std::uint8_t>& lcd, unsigned int lcdWidth, unsigned int lcdHeight) const
+    void drawRows(Bytes& lcd, unsigned int lcdWidth, unsigned int lcdHeight) const
     {
         for (unsigned int row = 0; row < lcdHeight; ++row) {
             for (unsigned int column = 0; column < lcdWidth; ++column) {

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "tests/support/Bytes.h"
+
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <vector>
 
@@ -12,19 +13,18 @@ namespace Vantor {
 class LiteralDither {
 public:
     // `type`: 1 Atkinson, 2 Floyd-Steinberg, 3 Stucki, anything else no diffusion.
-    static std::vector<std::uint8_t> dither(const std::vector<std::uint8_t>& grey, int width, int height, int type,
-                                            int threshold)
+    static Bytes dither(const Bytes& grey, int width, int height, int type, int threshold)
     {
         LiteralDither dither(grey, width, height);
         for (int y = 0; y < height; ++y) {
             for (int x = 0; x < width; ++x)
                 dither.visit(x, y, type, threshold);
         }
-        return std::vector<std::uint8_t>(dither.m_levels.begin(), dither.m_levels.end());
+        return Bytes(dither.m_levels.begin(), dither.m_levels.end());
     }
 
 private:
-    LiteralDither(const std::vector<std::uint8_t>& grey, int width, int height)
+    LiteralDither(const Bytes& grey, int width, int height)
         : m_levels(grey.begin(), grey.end()), m_width(width), m_height(height)
     {}
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Bytes.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -30,9 +32,9 @@ inline std::uint32_t literalColour(unsigned int depth, std::uint32_t code)
 
 // One run of bits, the most significant bit first, filled up to a whole byte with zeros.
 // The two bytes of a 16-bit code go low byte first.
-inline std::vector<std::uint8_t> literalBits(unsigned int depth, const std::vector<std::uint32_t>& codes)
+inline Bytes literalBits(unsigned int depth, const std::vector<std::uint32_t>& codes)
 {
-    std::vector<std::uint8_t> bytes((codes.size() * depth + 7) / 8);
+    Bytes bytes((codes.size() * depth + 7) / 8);
     std::size_t at = 0;
     for (std::uint32_t code : codes) {
         if (depth == 16)

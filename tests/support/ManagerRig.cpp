@@ -50,7 +50,7 @@ libusb_device* ManagerRig::arrive(const FakeLibusb::Panel& panel)
     return device;
 }
 
-void ManagerRig::receive(libusb_device* panel, const std::vector<std::uint8_t>& bytes)
+void ManagerRig::receive(libusb_device* panel, const Bytes& bytes)
 {
     usb.receive(panel, bytes);
     usb.pass();

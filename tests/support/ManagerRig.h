@@ -6,8 +6,6 @@
 #include "libMorvaneHostUsb/UsbManager.h"
 
 #include <chrono>
-#include <cstdint>
-#include <vector>
 
 namespace Vantor::Test {
 
@@ -30,7 +28,7 @@ public:
     libusb_device* arrive(const FakeLibusb::Panel& panel = {});
 
     // Lets the buffer come in and waits until it is dispatched.
-    void receive(libusb_device* panel, const std::vector<std::uint8_t>& bytes);
+    void receive(libusb_device* panel, const Bytes& bytes);
 
     // From another thread than the worker, which delivers what comes back meanwhile. Every
     // read of the steady clock takes `tick`.

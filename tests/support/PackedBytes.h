@@ -1,6 +1,7 @@
 #pragma once
 
 #include "protocol/PacketPacker.h"
+#include "tests/support/Bytes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,8 +10,6 @@
 #include <vector>
 
 namespace Vantor {
-
-using Bytes = std::vector<std::uint8_t>;
 
 // One record as it stands in a packet.
 struct PackedRecord {

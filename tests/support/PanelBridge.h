@@ -18,8 +18,6 @@ namespace Vantor::Test {
 // Threads: one at a time. Lifetime: within that of what it is given.
 class PanelBridge {
 public:
-    using Bytes = std::vector<std::uint8_t>;
-
     PanelBridge(FakeLibusb& usb, libusb_device* device, PanelModel& model);
 
     // Sees, and may change, every send before the panel does, and every received buffer

@@ -41,7 +41,7 @@ std::string PngSample::encode() const
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     writeColours(*this, png, info);
     png_write_info(png, info);
-    std::vector<std::uint8_t> copy = rows;
+    Bytes copy = rows;
     std::vector<png_bytep> starts;
     for (unsigned int y = 0; y < height; ++y)
         starts.push_back(copy.data() + y * png_get_rowbytes(png, info));
@@ -52,7 +52,7 @@ std::string PngSample::encode() const
     return file;
 }
 
-std::string encodeGrey(unsigned int width, unsigned int height, const std::vector<std::uint8_t>& pixels)
+std::string encodeGrey(unsigned int width, unsigned int height, const Bytes& pixels)
 {
     return PngSample{width, height, PngSample::Grey, 8, pixels}.encode();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Bytes.h"
+
 #include <array>
 #include <cstdint>
 #include <string>
@@ -21,10 +23,10 @@ struct PngSample {
     unsigned int width;
     unsigned int height;
     ColourType type;
-    int depth;                      // bits a sample
-    std::vector<std::uint8_t> rows; // as in the file: packed, high byte first, rows padded to bytes
+    int depth;  // bits a sample
+    Bytes rows; // as in the file: packed, high byte first, rows padded to bytes
     std::vector<std::array<std::uint8_t, 3>> palette = {};
-    std::vector<std::uint8_t> paletteAlpha = {};
+    Bytes paletteAlpha = {};
     bool interlaced = false;
     bool hasTransparentGrey = false; // for Grey: samples of 0 are transparent
     double gamma = 0;                // 0: none is stated
@@ -34,13 +36,13 @@ struct PngSample {
 };
 
 // A grey picture of 8 bits from one byte a pixel.
-std::string encodeGrey(unsigned int width, unsigned int height, const std::vector<std::uint8_t>& pixels);
+std::string encodeGrey(unsigned int width, unsigned int height, const Bytes& pixels);
 
 // A PNG file of grey pixels, as panelsim writes it.
 struct GreyFile {
     unsigned int width = 0;
     unsigned int height = 0;
-    std::vector<std::uint8_t> pixels;
+    Bytes pixels;
 
     // Fails the test when it can't be read.
     static GreyFile read(const std::string& path);

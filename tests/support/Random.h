@@ -1,9 +1,10 @@
 #pragma once
 
+#include "tests/support/Bytes.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <random>
-#include <vector>
 
 namespace Vantor {
 
@@ -17,9 +18,9 @@ public:
     unsigned int between(unsigned int first, unsigned int last) { return first + below(last - first + 1); }
     bool oneIn(unsigned int times) { return below(times) == 0; }
 
-    std::vector<std::uint8_t> bytes(std::size_t size)
+    Bytes bytes(std::size_t size)
     {
-        std::vector<std::uint8_t> bytes(size);
+        Bytes bytes(size);
         for (std::uint8_t& byte : bytes)
             byte = static_cast<std::uint8_t>(below(256));
         return bytes;

@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -240,38 +237,6 @@ ToolRun::Arguments onBus(const ToolRun::Arguments& bus, const ToolRun::Arguments
 ToolRun::Arguments panelctlOn(const ToolRun::Arguments& bus, const ToolRun::Arguments& arguments)
 {
     return onBus(bus, panelctl(arguments));
-}
-
-TemporaryFile::TemporaryFile(const std::string& content) : m_path("/tmp/panelctlTest.XXXXXX")
-{
-    const int descriptor = mkstemp(m_path.data());
-    if (descriptor < 0)
-        throw std::runtime_error("no temporary file");
-    close(descriptor);
-    std::ofstream(m_path, std::ios::binary) << content;
-}
-
-TemporaryFile::~TemporaryFile()
-{
-    std::remove(m_path.c_str());
-}
-
-std::string TemporaryFile::read() const
-{
-    std::ostringstream content;
-    content << std::ifstream(m_path, std::ios::binary).rdbuf();
-    return content.str();
-}
-
-TemporaryFolder::TemporaryFolder() : m_path("/tmp/panelctlTest.XXXXXX")
-{
-    if (mkdtemp(m_path.data()) == nullptr)
-        throw std::runtime_error("no temporary folder");
-}
-
-TemporaryFolder::~TemporaryFolder()
-{
-    std::filesystem::remove_all(m_path);
 }
 
 } // namespace Vantor

@@ -93,33 +93,4 @@ ToolRun::Arguments panelctl(const ToolRun::Arguments& arguments);
 ToolRun::Arguments onBus(const ToolRun::Arguments& bus, const ToolRun::Arguments& program);
 ToolRun::Arguments panelctlOn(const ToolRun::Arguments& bus, const ToolRun::Arguments& arguments);
 
-// A file for the length of a test.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const std::string& content = "");
-    ~TemporaryFile();
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    const std::string& getPath() const { return m_path; }
-    std::string read() const;
-
-private:
-    std::string m_path;
-};
-
-// The same for a folder and all that is in it.
-class TemporaryFolder {
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::string& getPath() const { return m_path; }
-
-private:
-    std::string m_path;
-};
-
 } // namespace Vantor

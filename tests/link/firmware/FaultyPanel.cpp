@@ -22,13 +22,13 @@ PanelModel::Options panelOptions(const FaultyPanel::Options& options)
     return panel;
 }
 
-std::uint32_t wordAt(const FaultyPanel::Bytes& bytes, std::size_t at)
+std::uint32_t wordAt(const Bytes& bytes, std::size_t at)
 {
     return static_cast<std::uint32_t>(bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16) |
            static_cast<std::uint32_t>(bytes[at + 3]) << 24;
 }
 
-std::string compare(const char* name, const BootLoader::Image& flash, const FaultyPanel::Bytes& image)
+std::string compare(const char* name, const BootLoader::Image& flash, const Bytes& image)
 {
     if (image.empty() || flash.bytes == image)
         return "";

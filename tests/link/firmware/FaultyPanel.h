@@ -8,7 +8,6 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace Vantor::Test {
 
@@ -26,7 +25,6 @@ struct FirmwarePacket {
 // Threads: one at a time. Lifetime: within that of what it is given.
 class FaultyPanel {
 public:
-    using Bytes = std::vector<std::uint8_t>;
     // Called for every firmware packet.
     using FaultSource = std::function<std::optional<FirmwareFault>(const FirmwarePacket&)>;
 

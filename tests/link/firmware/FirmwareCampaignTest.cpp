@@ -2,8 +2,7 @@
 #include "tests/link/firmware/ManagedUpgrade.h"
 #include "tests/link/firmware/SurvivableFaults.h"
 #include "tests/link/firmware/UpgradeRun.h"
-
-#include <cstdlib>
+#include "tests/support/Seeds.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -14,24 +13,8 @@ namespace Vantor::Test {
 
 namespace {
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr unsigned int slowdown = 10;
-#else
-constexpr unsigned int slowdown = 1;
-#endif
-#else
-constexpr unsigned int slowdown = 1;
-#endif
-
 // Virtual, after the last fault: of the largest images, at a pass of the worker a chunk.
 constexpr std::chrono::minutes limit{30};
-
-unsigned int numberFrom(const char* variable, unsigned int otherwise)
-{
-    const char* const text = std::getenv(variable);
-    return text != nullptr ? static_cast<unsigned int>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
 
 std::string sizes(const FaultyPanel::Options& options)
 {
@@ -87,30 +70,26 @@ std::string runManager(unsigned int seed)
 }
 
 // Every run has as long as else a whole test, before it counts as hanging.
-void runSeeds(const char* test, unsigned int count, std::string (*run)(unsigned int))
+void runCampaign(unsigned int count, std::string (*run)(unsigned int))
 {
-    constexpr const char* seedVariable = "MORVANE_FIRMWARE_SEED";
     constexpr unsigned int secondsOfARun = 100;
-    const unsigned int only = numberFrom(seedVariable, 0);
-    const unsigned int last = only != 0 ? only : numberFrom("MORVANE_FIRMWARE_RUNS", count / slowdown);
-    for (unsigned int seed = only != 0 ? only : 1; seed <= last && !testing::Test::HasFailure(); ++seed) {
+    runSeeds(slowBuild ? count / 10 : count, [run](unsigned int seed) {
         alarm(secondsOfARun);
-        EXPECT_EQ(run(seed), "") << "replay: " << seedVariable << "=" << seed
-                                 << " bin/linkFirmwareTests --gtest_filter=FirmwareCampaign." << test;
-    }
+        EXPECT_EQ(run(seed), "");
+    });
 }
 
 } // namespace
 
 TEST(FirmwareCampaign, everyUpgradeWhoseFaultsEnd_endsWithTheImagesInFlash)
 {
-    runSeeds("everyUpgradeWhoseFaultsEnd_endsWithTheImagesInFlash", 3000, runDevice);
+    runCampaign(3000, runDevice);
 }
 
 // The same with the manager's own worker and receive thread, whose order is the system's.
 TEST(FirmwareCampaign, everyUpgradeUnderTheManager_endsWithTheImagesInFlash)
 {
-    runSeeds("everyUpgradeUnderTheManager_endsWithTheImagesInFlash", 500, runManager);
+    runCampaign(500, runManager);
 }
 
 } // namespace Vantor::Test

@@ -1,9 +1,9 @@
 #include "tests/link/firmware/FirmwareRig.h"
+#include "tests/support/BootRecords.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
-#include <numeric>
 
 #include <unistd.h>
 
@@ -11,71 +11,21 @@ using namespace std::chrono_literals;
 
 namespace Vantor::Test {
 
-namespace {
-
-void append(Bytes& bytes, std::uint32_t value, int width)
-{
-    for (int i = 0; i < width; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-}
-
-void appendChecksum(Bytes& frame, std::size_t start)
-{
-    append(frame, std::accumulate(frame.begin() + static_cast<std::ptrdiff_t>(start), frame.end(), std::uint32_t{0}),
-           4);
-}
-
-constexpr std::size_t headers = 8 + 3;
-
-} // namespace
-
-ImageFile::ImageFile(const Bytes& content)
-{
-    static int s_count = 0;
-    m_path = testing::TempDir() + "image" + std::to_string(getpid()) + "-" + std::to_string(++s_count);
-    write(content);
-}
-
-ImageFile::~ImageFile()
-{
-    std::remove(m_path.c_str());
-}
-
-void ImageFile::write(const Bytes& content) const
-{
-    std::ofstream file(m_path, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
-    file.close();
-    EXPECT_TRUE(file) << m_path;
-}
-
 namespace Frame {
 
 Bytes request(std::uint32_t mainSize, std::uint32_t mainCrc, std::uint32_t servoSize, std::uint32_t servoCrc)
 {
     // Packet of 45 bytes with one record; record of type 41 with 34 bytes.
-    Bytes frame = {45, 0, 1, 0, 0, 0, 0, 0, 41, 34, 0};
-    frame.insert(frame.end(), 10, 0);
-    append(frame, mainSize, 4);
-    append(frame, mainCrc, 4);
-    append(frame, 0x3000, 2);
-    append(frame, 0, 2);
-    append(frame, servoSize, 4);
-    append(frame, servoCrc, 4);
-    appendChecksum(frame, headers);
-    return frame;
+    return joined({{45, 0, 1, 0, 0, 0, 0, 0, 41, 34, 0}, BootRecords::request(mainSize, mainCrc, servoSize, servoCrc)});
 }
 
 Bytes chunk(std::uint8_t board, std::uint32_t address, std::uint32_t length, const Bytes& data)
 {
     EXPECT_EQ(data.size(), 4096u);
+    Bytes record = BootRecords::chunk(board, address, data);
+    put(record, 5, length);
     // Packet of 4,120 = 0x1018 bytes with one record; record of type 44 with 4,109 = 0x100D bytes.
-    Bytes frame = {0x18, 0x10, 1, 0, 0, 0, 0, 0, 44, 0x0D, 0x10, board};
-    append(frame, address, 4);
-    append(frame, length, 4);
-    frame.insert(frame.end(), data.begin(), data.end());
-    appendChecksum(frame, headers);
-    return frame;
+    return joined({{0x18, 0x10, 1, 0, 0, 0, 0, 0, 44, 0x0D, 0x10}, BootRecords::sign(record)});
 }
 
 Bytes over(const Bytes& fresh, const Bytes& before)
@@ -138,7 +88,7 @@ void FirmwareRig::acknowledgeAfter(std::chrono::nanoseconds time, std::uint8_t b
 
 void FirmwareRig::start()
 {
-    device->startFirmwareUpgrade(main.path(), servo.path(), [this](const UsbDevice::FirmwareProgress& step) {
+    device->startFirmwareUpgrade(main.getPath(), servo.getPath(), [this](const UsbDevice::FirmwareProgress& step) {
         EXPECT_EQ(step.reserved, 0u);
         m_progress.emplace_back(step.bytesWritten, step.totalBytes);
     });
@@ -194,8 +144,8 @@ void FirmwareRig::startAndExpect()
     wantProgress();
     expectStep(
         {requestFrame()},
-        {{4, "[libusb] > Read file=" + main.path() + " size=" + std::to_string(mainBytes.size()) + " bytes\n"},
-         {4, "[libusb] > Read file=" + servo.path() + " size=" + std::to_string(servoBytes.size()) + " bytes\n"}});
+        {{4, "[libusb] > Read file=" + main.getPath() + " size=" + std::to_string(mainBytes.size()) + " bytes\n"},
+         {4, "[libusb] > Read file=" + servo.getPath() + " size=" + std::to_string(servoBytes.size()) + " bytes\n"}});
 }
 
 void FirmwareRig::sendFirstMainChunk(const Bytes& chunk)

@@ -2,6 +2,7 @@
 
 #include "tests/link/firmware/FirmwareState.h"
 #include "tests/support/DeviceRig.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <chrono>
 #include <cstdint>
@@ -13,25 +14,8 @@
 
 namespace Vantor::Test {
 
-using Bytes = std::vector<std::uint8_t>;
-
 constexpr std::uint8_t mainMcu = 1;
 constexpr std::uint8_t servoMcu = 0x0F;
-
-// A file with that content, as long as the object lives.
-class ImageFile {
-public:
-    explicit ImageFile(const Bytes& content);
-    ~ImageFile();
-    ImageFile(const ImageFile&) = delete;
-    ImageFile& operator=(const ImageFile&) = delete;
-
-    const std::string& path() const { return m_path; }
-    void write(const Bytes& content) const;
-
-private:
-    std::string m_path;
-};
 
 // What a device prints, and the level from which it does.
 struct LogLine {
@@ -102,8 +86,8 @@ public:
 
     const Bytes mainBytes;
     const Bytes servoBytes;
-    const ImageFile main;
-    const ImageFile servo;
+    const TemporaryFile main;
+    const TemporaryFile servo;
     FirmwareState want;
 
 private:

@@ -17,7 +17,6 @@ namespace Vantor::Test {
 namespace {
 
 using Kind = FirmwareFault::Kind;
-using Bytes = FaultyPanel::Bytes;
 
 struct Result {
     bool ended;

@@ -1,6 +1,7 @@
 #include "tests/link/firmware/ManagedUpgrade.h"
 
 #include "tests/link/firmware/FirmwareRig.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <algorithm>
 
@@ -36,9 +37,9 @@ std::string ManagedUpgrade::run(const FaultyPanel::FaultSource& faults, std::chr
     while (device.getDeviceInfo() == nullptr && PanelBridge::time() - start < limit)
         pass();
     m_panel->beginFaults(faults);
-    const ImageFile main(m_options.main);
-    const ImageFile servo(m_options.servo);
-    device.startFirmwareUpgrade(main.path(), servo.path(),
+    const TemporaryFile main(m_options.main);
+    const TemporaryFile servo(m_options.servo);
+    device.startFirmwareUpgrade(main.getPath(), servo.getPath(),
                                 [this](const UsbDevice::FirmwareProgress& step) { m_progress = step.bytesWritten; });
     while (device.isUpdating() && PanelBridge::time() - m_panel->lastFault() < limit)
         pass();

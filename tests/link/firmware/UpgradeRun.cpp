@@ -1,6 +1,7 @@
 #include "tests/link/firmware/UpgradeRun.h"
 
 #include "tests/link/firmware/FirmwareRig.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
 
@@ -52,11 +53,11 @@ UpgradeRun::Outcome UpgradeRun::run(const FaultyPanel::FaultSource& faults, std:
 {
     m_panel.beginFaults(faults);
     m_progress = 0;
-    const ImageFile main(m_options.main);
-    const ImageFile servo(m_options.servo);
+    const TemporaryFile main(m_options.main);
+    const TemporaryFile servo(m_options.servo);
     const auto start = PanelBridge::time();
     m_lastPass = start;
-    device->startFirmwareUpgrade(main.path(), servo.path(),
+    device->startFirmwareUpgrade(main.getPath(), servo.getPath(),
                                  [this](const UsbDevice::FirmwareProgress& step) { m_progress = step.bytesWritten; });
     while (device->isUpdating() && PanelBridge::time() - m_panel.lastFault() < limit)
         pass();

@@ -18,7 +18,6 @@ namespace Vantor::Test {
 // or after 1.05 s, then the device is polled; what was received is handled before that.
 class UpgradeRun : public DeviceRig, private PackedPacketParser::Observer {
 public:
-    using Bytes = FaultyPanel::Bytes;
     struct Options : FaultyPanel::Options {
         bool pollFirst = false; // the worker is quicker than the receive thread
     };

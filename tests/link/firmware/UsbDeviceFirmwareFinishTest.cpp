@@ -239,13 +239,13 @@ TEST_P(UsbDeviceFirmware, secondStart_replacesTheCallback)
     wantFinished(rig);
     rig.expectStep({}, finishedLines("1", "0"));
     VirtualClock::advance(1s);
-    rig.device->startFirmwareUpgrade(rig.main.path(), "/nonexistent", nullptr);
+    rig.device->startFirmwareUpgrade(rig.main.getPath(), "/nonexistent", nullptr);
     rig.want.hasCallback = false;
     rig.want.mainSize = 9;
     rig.want.mainCrc = Frame::crc32(rig.mainBytes);
     rig.want.state = FirmwareState::sendingMain;
     rig.wantRequest();
-    rig.expectStep({rig.requestFrame()}, {{4, "[libusb] > Read file=" + rig.main.path() + " size=9 bytes\n"},
+    rig.expectStep({rig.requestFrame()}, {{4, "[libusb] > Read file=" + rig.main.getPath() + " size=9 bytes\n"},
                                           {2, "[libusb] > Error opening file=/nonexistent\n"}});
     rig.acknowledgeAfter(10ms, mainMcu, 0, 9);
     rig.want.timeout = 0.1;

@@ -163,7 +163,7 @@ TEST_P(UsbDeviceFirmware, pollDuringAProgressCallback_leavesTheStepToTheNextPass
 {
     FirmwareRig rig(GetParam(), {}, {7});
     bool polled = false;
-    rig.device->startFirmwareUpgrade(rig.main.path(), rig.servo.path(), [&](const UsbDevice::FirmwareProgress&) {
+    rig.device->startFirmwareUpgrade(rig.main.getPath(), rig.servo.getPath(), [&](const UsbDevice::FirmwareProgress&) {
         const FirmwareState before = FirmwareState::of(*rig.device);
         EXPECT_EQ(before.state, FirmwareState::announcing);
         std::thread([&rig] { rig.device->poll(VirtualClock::now()); }).join();
@@ -176,8 +176,8 @@ TEST_P(UsbDeviceFirmware, pollDuringAProgressCallback_leavesTheStepToTheNextPass
     rig.want.servoCrc = Frame::crc32({7});
     rig.want.hasCallback = true;
     rig.wantRequest();
-    rig.expectStep({rig.requestFrame()}, {{4, "[libusb] > Read file=" + rig.main.path() + " size=0 bytes\n"},
-                                          {4, "[libusb] > Read file=" + rig.servo.path() + " size=1 bytes\n"}});
+    rig.expectStep({rig.requestFrame()}, {{4, "[libusb] > Read file=" + rig.main.getPath() + " size=0 bytes\n"},
+                                          {4, "[libusb] > Read file=" + rig.servo.getPath() + " size=1 bytes\n"}});
 }
 
 } // namespace Vantor::Test

@@ -17,7 +17,7 @@ protected:
 TEST_F(UsbDeviceProgress, bothImages_riseByEachChunk)
 {
     FirmwareRig rig(1, threeChunks(), twoChunks());
-    rig.device->startFirmwareUpgrade(rig.main.path(), rig.servo.path(), [this](const auto& step) {
+    rig.device->startFirmwareUpgrade(rig.main.getPath(), rig.servo.getPath(), [this](const auto& step) {
         m_seen.emplace_back(step.bytesWritten, step.totalBytes);
     });
     rig.pollAfter(1s);
@@ -40,7 +40,7 @@ TEST_F(UsbDeviceProgress, callback_mayUseTheDevice)
 {
     FirmwareRig rig(1, Bytes(9, 1), {});
     const Bytes payload = {1, 2, 3};
-    rig.device->startFirmwareUpgrade(rig.main.path(), rig.servo.path(), [&](const auto& step) {
+    rig.device->startFirmwareUpgrade(rig.main.getPath(), rig.servo.getPath(), [&](const auto& step) {
         m_seen.emplace_back(step.bytesWritten, step.totalBytes);
         EXPECT_TRUE(rig.device->isUpdating());
         EXPECT_EQ(rig.device->getUid(), 260);
@@ -59,7 +59,7 @@ TEST_F(UsbDeviceProgress, callback_mayUseTheDevice)
 TEST_F(UsbDeviceProgress, callback_mayAnswerToNobody)
 {
     FirmwareRig rig(1, Bytes(9, 1), {});
-    rig.device->startFirmwareUpgrade(rig.main.path(), rig.servo.path(), nullptr);
+    rig.device->startFirmwareUpgrade(rig.main.getPath(), rig.servo.getPath(), nullptr);
     rig.pollAfter(1s);
     rig.acknowledgeAfter(100ms, mainMcu, 0, 9);
     EXPECT_EQ(FirmwareState::of(*rig.device).mainOffset, 9u);

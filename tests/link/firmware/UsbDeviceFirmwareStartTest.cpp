@@ -1,7 +1,7 @@
 // How an upgrade begins: the files, the announcement, the refusal of a second one.
 #include "tests/link/firmware/FirmwareRig.h"
+#include "tests/support/TemporaryFolder.h"
 
-#include <cstdio>
 #include <fstream>
 
 #include <sys/stat.h>
@@ -50,8 +50,8 @@ TEST_P(UsbDeviceFirmware, start_announcesBothImages)
     const Bytes request = {0x2D, 0, 1, 0, 0, 0, 0, 0,    0x29, 0x22, 0,    0,    0,    0,    0,
                            0,    0, 0, 0, 0, 0, 9, 0,    0,    0,    0x26, 0x39, 0xF4, 0xCB, 0,
                            0x30, 0, 0, 1, 0, 0, 0, 0x43, 0xBE, 0xB7, 0xE8, 0xF8, 0x04, 0,    0};
-    rig.expectStep({request}, {{4, "[libusb] > Read file=" + rig.main.path() + " size=9 bytes\n"},
-                               {4, "[libusb] > Read file=" + rig.servo.path() + " size=1 bytes\n"}});
+    rig.expectStep({request}, {{4, "[libusb] > Read file=" + rig.main.getPath() + " size=9 bytes\n"},
+                               {4, "[libusb] > Read file=" + rig.servo.getPath() + " size=1 bytes\n"}});
 }
 
 // The clock of a system without one begins at its epoch, as does the time of the last send.
@@ -65,8 +65,8 @@ TEST_P(UsbDeviceFirmware, startAtTheEpochOfTheClock_waitsThreeTenthsOfASecond)
     rig.want.servoCrc = 0xE8B7BE43;
     rig.want.hasCallback = true;
     rig.wantProgress();
-    rig.expectStep({}, {{4, "[libusb] > Read file=" + rig.main.path() + " size=0 bytes\n"},
-                        {4, "[libusb] > Read file=" + rig.servo.path() + " size=1 bytes\n"}});
+    rig.expectStep({}, {{4, "[libusb] > Read file=" + rig.main.getPath() + " size=0 bytes\n"},
+                        {4, "[libusb] > Read file=" + rig.servo.getPath() + " size=1 bytes\n"}});
     rig.pollAfter(1ns);
     rig.want.state = FirmwareState::sendingServo;
     rig.wantRequest();
@@ -81,8 +81,8 @@ TEST_P(UsbDeviceFirmware, noImages_endsWithoutSending)
     rig.want.timeout = 0.7;
     rig.want.hasCallback = true;
     rig.wantProgress();
-    rig.expectStep({}, {{4, "[libusb] > Read file=" + rig.main.path() + " size=0 bytes\n"},
-                        {4, "[libusb] > Read file=" + rig.servo.path() + " size=0 bytes\n"}});
+    rig.expectStep({}, {{4, "[libusb] > Read file=" + rig.main.getPath() + " size=0 bytes\n"},
+                        {4, "[libusb] > Read file=" + rig.servo.getPath() + " size=0 bytes\n"}});
     EXPECT_TRUE(rig.device->isUpdating());
     rig.pollAfter(0s);
     rig.want.state = FirmwareState::idle;
@@ -96,32 +96,31 @@ TEST_P(UsbDeviceFirmware, noImages_endsWithoutSending)
 // ends before its size, as the kernel's own files do: half an image is none.
 TEST_P(UsbDeviceFirmware, pathWithoutAnImage_isAnEmptyImage)
 {
-    const std::string fifo = testing::TempDir() + "fifo" + std::to_string(getpid());
-    const std::string loop = testing::TempDir() + "loop" + std::to_string(getpid());
+    const TemporaryFolder folder;
+    const std::string fifo = folder / "fifo";
+    const std::string loop = folder / "loop";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     ASSERT_EQ(symlink(loop.c_str(), loop.c_str()), 0);
     for (const std::string& path :
-         {std::string("/nonexistent/image"), std::string(), testing::TempDir(), fifo, loop, std::string("/dev/zero"),
+         {std::string("/nonexistent/image"), std::string(), folder.getPath(), fifo, loop, std::string("/dev/zero"),
           std::string("/sys/devices/system/cpu/online"), std::string(5000, 'x')}) {
         FirmwareRig rig(GetParam(), {}, {'a'});
-        rig.device->startFirmwareUpgrade(path, rig.servo.path(), nullptr);
+        rig.device->startFirmwareUpgrade(path, rig.servo.getPath(), nullptr);
         rig.want.state = FirmwareState::sendingServo;
         rig.want.servoSize = 1;
         rig.want.servoCrc = 0xE8B7BE43;
         rig.wantRequest();
         rig.expectStep({Frame::request(0, 0, 1, 0xE8B7BE43)},
-                       {openingError(path), {4, "[libusb] > Read file=" + rig.servo.path() + " size=1 bytes\n"}});
+                       {openingError(path), {4, "[libusb] > Read file=" + rig.servo.getPath() + " size=1 bytes\n"}});
     }
-    std::remove(fifo.c_str());
-    std::remove(loop.c_str());
 }
 
 TEST_P(UsbDeviceFirmware, fileWithoutPermission_isAnEmptyImage)
 {
     FirmwareRig rig(GetParam(), nineDigits, {});
-    ASSERT_EQ(chmod(rig.main.path().c_str(), 0), 0);
+    ASSERT_EQ(chmod(rig.main.getPath().c_str(), 0), 0);
     // Root reads it all the same; then the directory that leads there is a file.
-    const std::string path = geteuid() == 0 ? rig.main.path() + "/image" : rig.main.path();
+    const std::string path = geteuid() == 0 ? rig.main.getPath() + "/image" : rig.main.getPath();
     rig.device->startFirmwareUpgrade(path, path, nullptr);
     rig.want.state = FirmwareState::finishing;
     rig.want.timeout = 0.7;
@@ -132,12 +131,12 @@ TEST_P(UsbDeviceFirmware, fileWithoutPermission_isAnEmptyImage)
 TEST_P(UsbDeviceFirmware, imageOfFourGigabytes_isAnEmptyImage)
 {
     FirmwareRig rig(GetParam(), {}, {});
-    ASSERT_TRUE(std::ofstream(rig.main.path(), std::ios::binary).seekp(std::streamoff{0xFFFFFFFF}).put(0));
-    rig.device->startFirmwareUpgrade(rig.main.path(), rig.servo.path(), nullptr);
+    ASSERT_TRUE(std::ofstream(rig.main.getPath(), std::ios::binary).seekp(std::streamoff{0xFFFFFFFF}).put(0));
+    rig.device->startFirmwareUpgrade(rig.main.getPath(), rig.servo.getPath(), nullptr);
     rig.want.state = FirmwareState::finishing;
     rig.want.timeout = 0.7;
     rig.expectStep(
-        {}, {openingError(rig.main.path()), {4, "[libusb] > Read file=" + rig.servo.path() + " size=0 bytes\n"}});
+        {}, {openingError(rig.main.getPath()), {4, "[libusb] > Read file=" + rig.servo.getPath() + " size=0 bytes\n"}});
 }
 
 // The images stand in memory: what happens to the files later does not matter.
@@ -154,7 +153,8 @@ TEST_P(UsbDeviceFirmware, secondStart_isRefusedInEveryStateAndChangesNothing)
     bool called = false;
     FirmwareRig rig(GetParam(), nineDigits, {'a'});
     const auto startAgain = [&] {
-        rig.device->startFirmwareUpgrade(rig.servo.path(), rig.main.path(), [&called](const auto&) { called = true; });
+        rig.device->startFirmwareUpgrade(rig.servo.getPath(), rig.main.getPath(),
+                                         [&called](const auto&) { called = true; });
         rig.expectStep({}, {{2, "[libusb] Trying to update during an update!\n"}});
     };
     const auto stepTo = [&rig](std::uint32_t state, const std::vector<LogLine>& lines) {
@@ -209,8 +209,8 @@ TEST_P(UsbDeviceFirmware, startOnADeadDevice_keepsTheRequestInThePacker)
     rig.want.hasCallback = true;
     rig.wantRequest();
     rig.wantProgress();
-    rig.expectStep({}, {{4, "[libusb] > Read file=" + rig.main.path() + " size=9 bytes\n"},
-                        {4, "[libusb] > Read file=" + rig.servo.path() + " size=0 bytes\n"}});
+    rig.expectStep({}, {{4, "[libusb] > Read file=" + rig.main.getPath() + " size=9 bytes\n"},
+                        {4, "[libusb] > Read file=" + rig.servo.getPath() + " size=0 bytes\n"}});
     EXPECT_TRUE(rig.device->getPacker().hasMoreData());
     rig.pollAfter(10s);
     rig.expectNothing();

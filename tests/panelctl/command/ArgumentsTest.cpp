@@ -1,4 +1,5 @@
 #include "panelctl/session/UsbIds.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
 #include <csignal>

@@ -1,3 +1,4 @@
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
 #include <csignal>

@@ -2,7 +2,7 @@
 
 #include "panelctl/flash/FirmwareImages.h"
 #include "panelctl/terminal/Failure.h"
-#include "tests/support/ToolRun.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <fstream>
 #include <functional>

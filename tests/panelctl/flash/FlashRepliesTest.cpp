@@ -1,14 +1,13 @@
 #include "panelctl/flash/FlashReplies.h"
 
-#include "tests/support/ToolRun.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 namespace Vantor {
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint8_t mainMcu = 1;
 constexpr std::uint8_t servoMcu = 15;

@@ -1,4 +1,5 @@
 #include "tests/support/PngSample.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
 #include <gmock/gmock.h>
@@ -16,7 +17,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-using Pixels = std::vector<std::uint8_t>;
+using Pixels = Bytes;
 
 struct Picture {
     unsigned int width;

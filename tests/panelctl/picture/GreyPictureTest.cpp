@@ -1,4 +1,5 @@
 #include "panelctl/picture/GreyPicture.h"
+#include "tests/support/Bytes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +12,7 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
-GreyPicture pictureOf(unsigned int width, unsigned int height, const std::vector<std::uint8_t>& pixels)
+GreyPicture pictureOf(unsigned int width, unsigned int height, const Bytes& pixels)
 {
     GreyPicture picture(width, height);
     for (unsigned int y = 0; y < height; ++y)
@@ -41,7 +42,7 @@ TEST(GreyPicture, colours_areWeighed)
 
 TEST(GreyPicture, exactSize_isNotTouched)
 {
-    const std::vector<std::uint8_t> pixels{0, 1, 254, 255, 127, 128};
+    const Bytes pixels{0, 1, 254, 255, 127, 128};
     EXPECT_THAT(pictureOf(3, 2, pixels).scaledInto(3, 2).getPixels(), ElementsAreArray(pixels));
 }
 

@@ -1,7 +1,7 @@
 #include "panelctl/picture/PngReader.h"
 #include "panelctl/terminal/Failure.h"
 #include "tests/support/PngSample.h"
-#include "tests/support/ToolRun.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::MatchesRegex;
 
-std::vector<std::uint8_t> readBack(const PngSample& sample)
+Bytes readBack(const PngSample& sample)
 {
     const TemporaryFile file(sample.encode());
     const GreyPicture picture = PngReader::read(file.getPath());
@@ -41,14 +41,14 @@ std::string complaintAbout(const std::string& content)
 
 std::string anyPng()
 {
-    return encodeGrey(20, 20, std::vector<std::uint8_t>(400, 77));
+    return encodeGrey(20, 20, Bytes(400, 77));
 }
 
 } // namespace
 
 TEST(PngReader, grey8_isUnchanged)
 {
-    std::vector<std::uint8_t> shades(256);
+    Bytes shades(256);
     for (std::size_t i = 0; i < shades.size(); ++i)
         shades[i] = static_cast<std::uint8_t>(i);
     EXPECT_THAT(readBack({16, 16, PngSample::Grey, 8, shades}), ElementsAreArray(shades));
@@ -123,7 +123,7 @@ TEST(PngReader, interlaced_isTheSame)
     PngSample sample{11, 9, PngSample::Rgb, 8, {}};
     for (unsigned int i = 0; i < 11 * 9 * 3; ++i)
         sample.rows.push_back(static_cast<std::uint8_t>(i * 7));
-    const std::vector<std::uint8_t> plain = readBack(sample);
+    const Bytes plain = readBack(sample);
     sample.interlaced = true;
     EXPECT_THAT(readBack(sample), ElementsAreArray(plain));
 }
@@ -131,7 +131,7 @@ TEST(PngReader, interlaced_isTheSame)
 TEST(PngReader, interlacedOneBit_isTheSame)
 {
     PngSample sample{10, 3, PngSample::Grey, 1, {0xAB, 0x40, 0x12, 0x80, 0xFF, 0x00}};
-    const std::vector<std::uint8_t> plain = readBack(sample);
+    const Bytes plain = readBack(sample);
     sample.interlaced = true;
     EXPECT_THAT(readBack(sample), ElementsAreArray(plain));
 }
@@ -202,17 +202,17 @@ TEST(PngReader, absurdSizes_areRefusedBeforeMemoryIsTaken)
 {
     const std::string rest = " pixels, at most 16384 a side and 16777216 in all are read.\n"
                              "Scale it down first: an LCD shows 255x255 of it at most.";
-    PngSample wide{16385, 1, PngSample::Grey, 1, std::vector<std::uint8_t>(2049)};
+    PngSample wide{16385, 1, PngSample::Grey, 1, Bytes(2049)};
     EXPECT_EQ(complaintAbout(wide.encode()), "is too large: 16385x1" + rest);
-    PngSample high{1, 16385, PngSample::Grey, 1, std::vector<std::uint8_t>(16385)};
+    PngSample high{1, 16385, PngSample::Grey, 1, Bytes(16385)};
     EXPECT_EQ(complaintAbout(high.encode()), "is too large: 1x16385" + rest);
-    PngSample large{4097, 4096, PngSample::Grey, 1, std::vector<std::uint8_t>(513 * 4096)};
+    PngSample large{4097, 4096, PngSample::Grey, 1, Bytes(513 * 4096)};
     EXPECT_EQ(complaintAbout(large.encode()), "is too large: 4097x4096" + rest);
 }
 
 TEST(PngReader, largestSize_isRead)
 {
-    const PngSample wide{16384, 1, PngSample::Grey, 1, std::vector<std::uint8_t>(2048, 0xFF)};
+    const PngSample wide{16384, 1, PngSample::Grey, 1, Bytes(2048, 0xFF)};
     EXPECT_EQ(readBack(wide).back(), 255);
 }
 

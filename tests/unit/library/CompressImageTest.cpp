@@ -13,14 +13,6 @@ using Pixels = std::vector<unsigned int>;
 
 const Bytes marker = {0xFF, 0xFF, 0xFF, 0xFF};
 
-Bytes joined(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 // A bitmap with a buffer of `size` bytes 0xEE.
 ClientLcdBitmap withBuffer(std::size_t size)
 {

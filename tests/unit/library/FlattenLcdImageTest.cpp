@@ -5,8 +5,8 @@
 
 #include "tests/support/PackedBytes.h"
 #include "tests/support/PrivateMember.h"
-
-#include <random>
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <gtest/gtest.h>
 
@@ -198,18 +198,20 @@ TEST(PriorityPacker, flattenOfEncodedLayers_readsThemAsPixels)
 
 TEST(PriorityPacker, flattenOfRandomLayers_leavesThem)
 {
-    std::mt19937 engine(4);
-    const auto byte = [&engine] { return static_cast<int>(engine() % 256); };
-    for (int round = 0; round < 200 && !HasFailure(); ++round) {
-        SCOPED_TRACE(testing::Message() << "round " << round);
-        std::vector<ClientLcdBitmap> layers;
-        for (int i = byte() % 4; i >= 0; --i) {
-            const int depths[] = {0, 1, 2, 8, 12, 16, 24, 32};
-            layers.push_back(layer(byte(), byte(), byte(), byte(), depths[byte() % 8]));
-            layers.back().buffer.resize(static_cast<std::size_t>(byte()) * 17);
+    runSeeds(1, [](unsigned int seed) {
+        Random random(seed);
+        const auto byte = [&random] { return static_cast<int>(random.below(256)); };
+        for (int round = 0; round < 200 && !HasFailure(); ++round) {
+            SCOPED_TRACE(testing::Message() << "round " << round);
+            std::vector<ClientLcdBitmap> layers;
+            for (int i = byte() % 4; i >= 0; --i) {
+                const int depths[] = {0, 1, 2, 8, 12, 16, 24, 32};
+                layers.push_back(layer(byte(), byte(), byte(), byte(), depths[byte() % 8]));
+                layers.back().buffer.resize(static_cast<std::size_t>(byte()) * 17);
+            }
+            expectUntouched(layers);
         }
-        expectUntouched(layers);
-    }
+    });
 }
 
 } // namespace Vantor

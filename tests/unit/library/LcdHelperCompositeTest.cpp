@@ -5,12 +5,13 @@
 #include "tests/support/PackedBytes.h"
 
 #include "tests/support/LiteralComposite.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <map>
-#include <random>
 
 #include <gtest/gtest.h>
 
@@ -191,41 +192,40 @@ TEST(LcdHelper, lcdWithoutPixels_isLeftAlone)
 
 TEST(LcdHelper, compositeAtRandomPositions_isTheLiteralOne)
 {
-    std::mt19937 engine(3);
-    const auto below = [&engine](unsigned int end) { return static_cast<unsigned int>(engine() % end); };
-    for (int round = 0; round < 300; ++round) {
-        const unsigned int width = below(170);
-        const unsigned int height = below(200);
-        Bytes grey(std::size_t{width} * height);
-        for (std::uint8_t& byte : grey)
-            byte = static_cast<std::uint8_t>(below(256));
-        const int x = static_cast<int>(below(400)) - 200;
-        const int y = static_cast<int>(below(440)) - 220;
-        const int threshold = static_cast<int>(below(260));
-        SCOPED_TRACE(testing::Message() << "round " << round << ": " << width << " × " << height << " at " << x << ", "
-                                        << y << ", threshold " << threshold);
-        const LiteralComposite literal{grey, width, height, x, y, threshold};
+    runSeeds(1, [](unsigned int seed) {
+        Random random(seed);
+        for (int round = 0; round < 300; ++round) {
+            const unsigned int width = random.below(170);
+            const unsigned int height = random.below(200);
+            const Bytes grey = random.bytes(std::size_t{width} * height);
+            const int x = static_cast<int>(random.below(400)) - 200;
+            const int y = static_cast<int>(random.below(440)) - 220;
+            const int threshold = static_cast<int>(random.below(260));
+            SCOPED_TRACE(testing::Message() << "round " << round << ": " << width << " × " << height << " at " << x
+                                            << ", " << y << ", threshold " << threshold);
+            const LiteralComposite literal{grey, width, height, x, y, threshold};
 
-        LcdBitmap pages{};
-        Bytes expected(sizeof pages.data, 0);
-        literal.drawPages(expected, 128, 64);
-        LcdHelper::compositeToLcd(&pages, grey.data(), width, height, x, y, threshold);
-        ASSERT_EQ(Bytes(std::begin(pages.data), std::end(pages.data)), expected);
+            LcdBitmap pages{};
+            Bytes expected(sizeof pages.data, 0);
+            literal.drawPages(expected, 128, 64);
+            LcdHelper::compositeToLcd(&pages, grey.data(), width, height, x, y, threshold);
+            ASSERT_EQ(Bytes(std::begin(pages.data), std::end(pages.data)), expected);
 
-        TransLcdBitmap rows{};
-        expected.assign(sizeof rows.data, 0);
-        literal.drawRows(expected, 144, 168);
-        LcdHelper::compositeToLcd(&rows, grey.data(), width, height, x, y, threshold);
-        ASSERT_EQ(Bytes(std::begin(rows.data), std::end(rows.data)), expected);
+            TransLcdBitmap rows{};
+            expected.assign(sizeof rows.data, 0);
+            literal.drawRows(expected, 144, 168);
+            LcdHelper::compositeToLcd(&rows, grey.data(), width, height, x, y, threshold);
+            ASSERT_EQ(Bytes(std::begin(rows.data), std::end(rows.data)), expected);
 
-        const unsigned int lcdWidth = 1 + below(150);
-        const unsigned int lcdHeight = 1 + below(80);
-        expected.assign(std::size_t{(lcdHeight + 7) / 8} * lcdWidth, 0);
-        Bytes raw = expected;
-        literal.drawPages(expected, lcdWidth, lcdHeight);
-        LcdHelper::compositeToLcd(raw.data(), grey.data(), width, height, lcdWidth, lcdHeight, x, y, threshold);
-        ASSERT_EQ(raw, expected) << lcdWidth << " × " << lcdHeight;
-    }
+            const unsigned int lcdWidth = 1 + random.below(150);
+            const unsigned int lcdHeight = 1 + random.below(80);
+            expected.assign(std::size_t{(lcdHeight + 7) / 8} * lcdWidth, 0);
+            Bytes raw = expected;
+            literal.drawPages(expected, lcdWidth, lcdHeight);
+            LcdHelper::compositeToLcd(raw.data(), grey.data(), width, height, lcdWidth, lcdHeight, x, y, threshold);
+            ASSERT_EQ(raw, expected) << lcdWidth << " × " << lcdHeight;
+        }
+    });
 }
 
 } // namespace Vantor

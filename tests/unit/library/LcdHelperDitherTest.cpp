@@ -3,9 +3,10 @@
 #include "tests/support/PackedBytes.h"
 
 #include "tests/support/LiteralDither.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <climits>
-#include <random>
 
 #include <gtest/gtest.h>
 
@@ -28,20 +29,11 @@ Bytes added(Bytes grey, int x, int y, int width, int height, int delta)
     return grey;
 }
 
-// The same seed gives the same pictures everywhere.
-Bytes noise(std::mt19937& engine, std::size_t size)
-{
-    Bytes bytes(size);
-    for (std::uint8_t& byte : bytes)
-        byte = static_cast<std::uint8_t>(engine() % 256);
-    return bytes;
-}
-
-std::vector<Bytes> picturesOf(int width, int height, std::mt19937& engine)
+std::vector<Bytes> picturesOf(int width, int height, Random& random)
 {
     const auto size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    std::vector<Bytes> pictures = {Bytes(size, 0),   Bytes(size, 255),    Bytes(size, 127),
-                                   Bytes(size, 128), noise(engine, size), noise(engine, size)};
+    std::vector<Bytes> pictures = {Bytes(size, 0),   Bytes(size, 255),   Bytes(size, 127),
+                                   Bytes(size, 128), random.bytes(size), random.bytes(size)};
     Bytes across(size);
     Bytes down(size);
     Bytes checks(size);
@@ -56,9 +48,9 @@ std::vector<Bytes> picturesOf(int width, int height, std::mt19937& engine)
     return pictures;
 }
 
-void expectLiteralResult(int width, int height, std::mt19937& engine)
+void expectLiteralResult(int width, int height, Random& random)
 {
-    for (const Bytes& picture : picturesOf(width, height, engine)) {
+    for (const Bytes& picture : picturesOf(width, height, random)) {
         for (int type = 0; type <= 3; ++type) {
             for (const int threshold : {0, 1, 60, 128, 255, 256}) {
                 ASSERT_EQ(dithered(picture, width, height, type, threshold),
@@ -223,24 +215,25 @@ TEST(LcdHelper, ditherWithoutPixels_touchesNothing)
 
 TEST(LcdHelper, ditherOfEverySmallPicture_isTheLiteralOne)
 {
-    std::mt19937 engine(1);
-    for (int height = 1; height <= 9; ++height) {
-        for (int width = 1; width <= 9; ++width) {
-            expectLiteralResult(width, height, engine);
-            if (HasFatalFailure())
-                return;
+    runSeeds(1, [](unsigned int seed) {
+        Random random(seed);
+        for (int height = 1; height <= 9 && !HasFailure(); ++height) {
+            for (int width = 1; width <= 9 && !HasFailure(); ++width)
+                expectLiteralResult(width, height, random);
         }
-    }
+    });
 }
 
 TEST(LcdHelper, ditherOfLargerPictures_isTheLiteralOne)
 {
-    std::mt19937 engine(2);
-    for (const auto& [width, height] : {std::pair{33, 17}, {127, 5}, {3, 101}, {145, 61}, {144, 168}}) {
-        expectLiteralResult(width, height, engine);
-        if (HasFatalFailure())
-            return;
-    }
+    runSeeds(1, [](unsigned int seed) {
+        Random random(seed);
+        for (const auto& [width, height] : {std::pair{33, 17}, {127, 5}, {3, 101}, {145, 61}, {144, 168}}) {
+            expectLiteralResult(width, height, random);
+            if (HasFailure())
+                return;
+        }
+    });
 }
 
 } // namespace Vantor

@@ -357,12 +357,12 @@ private:
 
 TEST(PackerOracle, records_comeOutWholeOnceAndInOrder)
 {
-    runSeeds<RecordSchedule>(300);
+    runSeeds(300, [](unsigned int seed) { RecordSchedule(seed).run(); });
 }
 
 TEST(PackerOracle, layers_comeOutWholeOnceAndInOrder)
 {
-    runSeeds<LcdSchedule>(100);
+    runSeeds(100, [](unsigned int seed) { LcdSchedule(seed).run(); });
 }
 
 } // namespace Vantor

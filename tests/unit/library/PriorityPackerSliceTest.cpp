@@ -27,14 +27,6 @@ Bytes countedFrom(std::uint8_t first, std::size_t size)
     return bytes;
 }
 
-Bytes joined(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 const Bytes marker = {0xFF, 0xFF, 0xFF, 0xFF};
 
 // A row of two run-length words.

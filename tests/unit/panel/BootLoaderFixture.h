@@ -1,7 +1,7 @@
 #pragma once
 
 #include "simulator/panel/BootLoader.h"
-#include "tests/unit/panel/BootRecords.h"
+#include "tests/support/BootRecords.h"
 
 #include <algorithm>
 
@@ -13,7 +13,6 @@ namespace Vantor {
 // A boot loader in virtual time.
 class BootLoaderFixture : public testing::Test {
 protected:
-    using Bytes = BootRecords::Bytes;
     using State = BootLoader::State;
 
     static constexpr auto requestType = static_cast<PacketType>(41);

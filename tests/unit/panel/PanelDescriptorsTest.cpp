@@ -1,4 +1,5 @@
 #include "simulator/panel/PanelDescriptors.h"
+#include "tests/support/Bytes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,8 +26,7 @@ TEST(PanelDescriptors, bytes_asTheUsbSpecificationLaysThemOut)
 TEST(PanelDescriptors, ids_asGiven)
 {
     const auto bytes = makePanelDescriptors(0x1234, 0x5678);
-    EXPECT_THAT(std::vector<std::uint8_t>(bytes.begin() + 8, bytes.begin() + 12),
-                testing::ElementsAre(0x34, 0x12, 0x78, 0x56));
+    EXPECT_THAT(Bytes(bytes.begin() + 8, bytes.begin() + 12), testing::ElementsAre(0x34, 0x12, 0x78, 0x56));
 }
 
 TEST(PanelDescriptors, strings_inUtf16)

@@ -1,4 +1,4 @@
-#include "tests/unit/panel/BootRecords.h"
+#include "tests/support/BootRecords.h"
 #include "tests/unit/panel/PanelModelFixture.h"
 
 #include <cerrno>
@@ -19,20 +19,11 @@ class PanelModelFirmware : public PanelModelFixture {
 protected:
     static Bytes packet(std::uint8_t type, const Bytes& payload)
     {
+        const auto low = [](std::size_t size) { return static_cast<std::uint8_t>(size); };
         const std::size_t size = 11 + payload.size();
-        Bytes bytes{static_cast<std::uint8_t>(size),
-                    static_cast<std::uint8_t>(size >> 8),
-                    1,
-                    0,
-                    0,
-                    0,
-                    0,
-                    0,
-                    type,
-                    static_cast<std::uint8_t>(payload.size()),
-                    static_cast<std::uint8_t>(payload.size() >> 8)};
-        bytes.insert(bytes.end(), payload.begin(), payload.end());
-        return bytes;
+        return joined({{low(size), low(size >> 8), 1, 0, 0, 0, 0, 0, type},
+                       {low(payload.size()), low(payload.size() >> 8)},
+                       payload});
     }
 
     // From the panel, whose seed is 1.
@@ -98,18 +89,14 @@ TEST_F(PanelModelFirmware, deadline_isTheEarliestOfAll)
 // One transfer may bring both.
 TEST_F(PanelModelFirmware, requestAndChunkInOnePacket_areBothAnswered)
 {
-    const Bytes first = request(9, 0xCBF43926);
-    const Bytes second = chunk(mainBoard, 0, digits);
-    Bytes both{0x3D, 0x10, 2, 0, 0, 0, 0, 0, 41, 34, 0}; // 8 + 3 + 34 + 3 + 4109 = 4157 bytes
-    both.insert(both.end(), first.begin(), first.end());
-    both.insert(both.end(), {44, 0x0D, 0x10});
-    both.insert(both.end(), second.begin(), second.end());
+    const Bytes both = joined({{0x3D, 0x10, 2, 0, 0, 0, 0, 0, 41, 34, 0}, // 8 + 3 + 34 + 3 + 4109 = 4157 bytes
+                               request(9, 0xCBF43926),
+                               {44, 0x0D, 0x10},
+                               chunk(mainBoard, 0, digits)});
     m_panel.submitOut(m_owner, 1, both, false);
     m_now = 120ms;
     m_panel.submitIn(m_owner, 2, 512);
-    Bytes expected = answer(reply(2));
-    const Bytes next = digitReply();
-    expected.insert(expected.end(), next.begin(), next.end());
+    const Bytes expected = joined({answer(reply(2)), digitReply()});
     EXPECT_THAT(m_panel.takeCompletions(), ElementsAre(Completion{1, 0, 4157, {}}, Completion{2, 0, 50, expected}));
 }
 
@@ -160,10 +147,8 @@ TEST_F(PanelModelFirmware, unplugFault_pullsThePanelAtThatRecord)
     EXPECT_FALSE(m_panel.isUnplugged());
 
     m_panel.submitIn(m_owner, 3, 512);
-    Bytes packet = digitChunk();
-    const Bytes behind{9, 1, 0, 0x5A}; // one more record
-    packet.insert(packet.end(), behind.begin(), behind.end());
-    packet[0] = 0x1C; // 4124 bytes, 2 records
+    Bytes packet = joined({digitChunk(), {9, 1, 0, 0x5A}}); // one more record
+    packet[0] = 0x1C;                                       // 4124 bytes, 2 records
     packet[2] = 2;
     m_panel.submitOut(m_owner, 4, packet, false);
     EXPECT_TRUE(m_panel.isUnplugged());

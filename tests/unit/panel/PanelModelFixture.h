@@ -1,18 +1,16 @@
 #pragma once
 
 #include "simulator/panel/PanelModel.h"
+#include "tests/support/Bytes.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace Vantor {
-
-using Bytes = std::vector<std::uint8_t>;
 
 inline bool operator==(const PanelModel::Completion& left, const PanelModel::Completion& right)
 {

@@ -22,14 +22,6 @@ constexpr std::uint32_t b = 0x000000;
 constexpr std::uint32_t w = 0xFFFFFF;
 const Bytes marker{0xFF, 0xFF, 0xFF, 0xFF};
 
-Bytes joined(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 std::uint8_t low(std::size_t value)
 {
     return static_cast<std::uint8_t>(value);

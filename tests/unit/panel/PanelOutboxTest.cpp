@@ -1,9 +1,9 @@
 #include "simulator/panel/PanelOutbox.h"
+#include "tests/support/Bytes.h"
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,8 +13,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-using Bytes = std::vector<std::uint8_t>;
 
 // 0, 1, 2 … so that a byte out of place shows.
 Bytes counting(std::size_t size, std::size_t first = 0)

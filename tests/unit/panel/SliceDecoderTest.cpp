@@ -1,9 +1,10 @@
 #include "simulator/panel/SliceDecoder.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,6 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-using Bytes = std::vector<std::uint8_t>;
 using Pixels = std::vector<std::uint32_t>;
 
 constexpr PacketType raw = PacketType::LcdSlice;
@@ -25,14 +25,6 @@ constexpr PacketType encoded = PacketType::EncodedLcdSlice;
 constexpr std::uint32_t on = 0x000000;
 constexpr std::uint32_t off = 0xFFFFFF;
 const Bytes marker{0xFF, 0xFF, 0xFF, 0xFF};
-
-Bytes joined(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
 
 // A slice for LCD 3 at 5,6.
 Bytes slice(std::uint8_t width, std::uint8_t rows, std::uint8_t bitsPerPixel, const Bytes& data)
@@ -275,27 +267,29 @@ TEST(SliceDecoder, everyTruncation_oneViolation)
 
 TEST(SliceDecoder, noise_neverMorePixelsThanItsSize)
 {
-    constexpr std::uint8_t depths[] = {1, 8, 12, 16, 24, 7};
-    std::mt19937 noise(1);
-    int sound = 0;
-    for (int i = 0; i < 20'000; ++i) {
-        Bytes payload(noise() % 60);
-        for (auto& byte : payload)
-            byte = static_cast<std::uint8_t>(noise() % 3 == 0 ? 0xFF : noise() % 5);
-        if (payload.size() > 6)
-            payload[6] = depths[noise() % 6];
-        if (payload.size() > 6 && noise() % 2 == 0) // the size that the header makes, which is rare else
-            payload.resize(7 + std::size_t{payload[4]} * payload[5] * payload[6] / 8);
-        for (const PacketType type : {raw, encoded}) {
-            const auto result = SliceDecoder::decode(type, payload);
-            ASSERT_NE(result.slice.has_value(), !result.violation.empty());
-            if (!result.slice)
-                continue;
-            ++sound;
-            ASSERT_LE(result.slice->pixels.size(), std::size_t{result.slice->width} * result.slice->rows);
+    runSeeds(1, [](unsigned int seed) {
+        constexpr std::uint8_t depths[] = {1, 8, 12, 16, 24, 7};
+        Random noise(seed);
+        int sound = 0;
+        for (int i = 0; i < 20'000; ++i) {
+            Bytes payload(noise.below(60));
+            for (auto& byte : payload)
+                byte = static_cast<std::uint8_t>(noise.oneIn(3) ? 0xFF : noise.below(5));
+            if (payload.size() > 6)
+                payload[6] = depths[noise.below(6)];
+            if (payload.size() > 6 && noise.oneIn(2)) // the size that the header makes, which is rare else
+                payload.resize(7 + std::size_t{payload[4]} * payload[5] * payload[6] / 8);
+            for (const PacketType type : {raw, encoded}) {
+                const auto result = SliceDecoder::decode(type, payload);
+                ASSERT_NE(result.slice.has_value(), !result.violation.empty());
+                if (!result.slice)
+                    continue;
+                ++sound;
+                ASSERT_LE(result.slice->pixels.size(), std::size_t{result.slice->width} * result.slice->rows);
+            }
         }
-    }
-    EXPECT_GT(sound, 100);
+        EXPECT_GT(sound, 100);
+    });
 }
 
 } // namespace

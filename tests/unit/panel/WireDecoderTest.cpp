@@ -1,8 +1,9 @@
 #include "simulator/panel/WireDecoder.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Bytes = std::vector<std::uint8_t>;
 constexpr std::uint32_t limit = 1100;
 
 // Header 15 bytes, 2 records; type 5 with AA BB CC would be 14: here 5 with AA, and 45 empty.
@@ -25,12 +25,6 @@ const Bytes oneRecord{13, 0, 1, 0, 0, 0, 0, 0, 255, 2, 0, 1, 2};
 std::string furtherPacket(std::size_t offset)
 {
     return "byte " + std::to_string(offset) + ": a further packet, a transfer carries one";
-}
-
-Bytes operator+(Bytes left, const Bytes& right)
-{
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
 }
 
 std::size_t recordsIn(const WireDecoder::Result& result)
@@ -97,7 +91,7 @@ TEST(WireDecoder, encodedSliceFirst_fine_behindOthers_violation)
 
 TEST(WireDecoder, packetsBackToBack_violationsAndAllDecoded)
 {
-    const auto result = WireDecoder::decode(twoRecords + oneRecord + twoRecords, limit);
+    const auto result = WireDecoder::decode(joined({twoRecords, oneRecord, twoRecords}), limit);
     EXPECT_THAT(result.violations, ElementsAre(furtherPacket(15), furtherPacket(28)));
     EXPECT_EQ(result.packets.size(), 3u);
     EXPECT_EQ(recordsIn(result), 5u);
@@ -148,7 +142,7 @@ TEST(WireDecoder, recordBeyondItsPacket_violationAndNextPacketStillDecoded)
 {
     Bytes packet = twoRecords;
     packet[13] = 1; // the second record's payload lies behind the packet
-    const auto result = WireDecoder::decode(packet + oneRecord, limit);
+    const auto result = WireDecoder::decode(joined({packet, oneRecord}), limit);
     EXPECT_THAT(result.violations, ElementsAre("byte 12: record of type 45 has 1 byte of payload, its packet of 15 "
                                                "bytes has 0 left",
                                                furtherPacket(15)));
@@ -171,7 +165,7 @@ TEST(WireDecoder, lengthBelowHeader_restOfTransferIsLost)
     for (std::uint8_t length = 0; length < 8; ++length) {
         Bytes packet = twoRecords;
         packet[0] = length;
-        const auto result = WireDecoder::decode(oneRecord + packet + oneRecord, limit);
+        const auto result = WireDecoder::decode(joined({oneRecord, packet, oneRecord}), limit);
         EXPECT_THAT(result.violations, ElementsAre("byte 13: packet length " + std::to_string(length) +
                                                    " is less than its header of 8 bytes"));
         EXPECT_EQ(result.packets.size(), 1u);
@@ -192,14 +186,14 @@ TEST(WireDecoder, transferEndsInsidePacket_violationAndPacketDropped)
 {
     Bytes cut = twoRecords;
     cut.pop_back();
-    const auto result = WireDecoder::decode(oneRecord + cut, limit);
+    const auto result = WireDecoder::decode(joined({oneRecord, cut}), limit);
     EXPECT_THAT(result.violations, ElementsAre("byte 13: packet of 15 bytes, the transfer ends after 14"));
     EXPECT_EQ(result.packets.size(), 1u);
 }
 
 TEST(WireDecoder, bytesBehindLastPacket_violation)
 {
-    const auto result = WireDecoder::decode(twoRecords + Bytes{0}, limit);
+    const auto result = WireDecoder::decode(joined({twoRecords, {0}}), limit);
     EXPECT_THAT(result.violations, ElementsAre("byte 15: 1 byte behind the last packet, a packet header has 8"));
     EXPECT_EQ(result.packets.size(), 1u);
 }
@@ -232,7 +226,7 @@ TEST(WireDecoder, largestPacket_decoded)
 
 TEST(WireDecoder, everyTruncation_oneViolationAndOnlyWholePackets)
 {
-    const Bytes whole = twoRecords + oneRecord; // packets end at 15 and 28
+    const Bytes whole = joined({twoRecords, oneRecord}); // packets end at 15 and 28
     for (std::size_t size = 0; size <= whole.size(); ++size) {
         const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
         const auto result = WireDecoder::decode(cut, limit);
@@ -246,7 +240,7 @@ TEST(WireDecoder, everySplitIntoTwo_sameAsWhole)
 {
     Bytes bad = oneRecord;
     bad[2] = 9;
-    const Bytes whole = twoRecords + bad + twoRecords + Bytes{1, 2, 3};
+    const Bytes whole = joined({twoRecords, bad, twoRecords, {1, 2, 3}});
     for (std::size_t size = 0; size <= whole.size(); ++size) {
         WireDecoder decoder(limit);
         const auto first = decoder.feed(whole.data(), size);
@@ -309,15 +303,17 @@ TEST(WireDecoder, everyByteChanged_neverReadsBeyondAndNeverMisses)
 
 TEST(WireDecoder, noiseOfEveryLength_survives)
 {
-    std::mt19937 noise(1);
-    for (std::size_t size = 1; size < 600; ++size) {
-        // On the heap with its exact size, so that a sanitizer sees the first byte too many.
-        Bytes bytes(size);
-        for (auto& byte : bytes)
-            byte = static_cast<std::uint8_t>(noise() % 24);
-        const auto result = WireDecoder::decode(bytes, limit);
-        EXPECT_FALSE(result.violations.empty() && result.packets.empty()) << size;
-    }
+    runSeeds(1, [](unsigned int seed) {
+        Random noise(seed);
+        for (std::size_t size = 1; size < 600; ++size) {
+            // On the heap with its exact size, so that a sanitizer sees the first byte too many.
+            Bytes bytes(size);
+            for (auto& byte : bytes)
+                byte = static_cast<std::uint8_t>(noise.below(24));
+            const auto result = WireDecoder::decode(bytes, limit);
+            EXPECT_FALSE(result.violations.empty() && result.packets.empty()) << size;
+        }
+    });
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "simulator/panelsim/FlashFolder.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/TemporaryFolder.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,19 +17,9 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Bytes = std::vector<std::uint8_t>;
 
 class FlashFolderTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        char name[] = "/tmp/flashFolderTest.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        m_path = name;
-    }
-
-    void TearDown() override { std::filesystem::remove_all(m_path); }
-
     static BootLoader::Image image(BootLoader::State state, Bytes bytes)
     {
         BootLoader::Image result;
@@ -37,16 +28,9 @@ protected:
         return result;
     }
 
-    void write(const std::string& name, const std::string& content) const
-    {
-        std::ofstream(m_path + "/" + name) << content;
-    }
+    void write(const std::string& name, const std::string& content) const { writeFile(m_folder / name, content); }
 
-    std::string contentOf(const std::string& name) const
-    {
-        std::ifstream file(m_path + "/" + name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string contentOf(const std::string& name) const { return Vantor::contentOf(m_folder / name); }
 
     std::set<std::string> files() const
     {
@@ -66,7 +50,8 @@ protected:
         return "nothing is wrong";
     }
 
-    std::string m_path;
+    const TemporaryFolder m_folder;
+    const std::string m_path = m_folder.getPath();
     BootLoader::Options m_options;
 };
 

@@ -1,6 +1,6 @@
 #include "simulator/panelsim/OutputFile.h"
+#include "tests/support/TemporaryFolder.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -17,29 +17,15 @@ namespace {
 
 class OutputFileTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string name = testing::TempDir() + "outputFileTest.XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        m_folder = name;
-        m_path = m_folder + "/file";
-        std::ofstream(m_folder + "/victim") << "precious";
-    }
+    void SetUp() override { writeFile(m_folder / "victim", std::string("precious")); }
 
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-    static std::string contentOf(const std::string& path)
-    {
-        std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    std::string victim() const { return contentOf(m_folder + "/victim"); }
+    std::string victim() const { return contentOf(m_folder / "victim"); }
     void linkToVictim(const std::string& path) const { std::filesystem::create_symlink("victim", path); }
 
     std::ptrdiff_t countFiles() const
     {
-        return std::distance(std::filesystem::directory_iterator(m_folder), std::filesystem::directory_iterator());
+        return std::distance(std::filesystem::directory_iterator(m_folder.getPath()),
+                             std::filesystem::directory_iterator());
     }
 
     static std::string errorOf(const std::function<void()>& action)
@@ -58,8 +44,8 @@ protected:
         std::fputs("new", file.get());
     }
 
-    std::string m_folder;
-    std::string m_path;
+    const TemporaryFolder m_folder;
+    const std::string m_path = m_folder / "file";
 };
 
 TEST_F(OutputFileTest, open_makesAFileOrBeginsItAnew)
@@ -79,12 +65,12 @@ TEST_F(OutputFileTest, open_throughALink_isRefused)
     std::filesystem::create_symlink("nowhere", m_path);
     EXPECT_EQ(errorOf([this] { write(m_path); }), "it is a symbolic link");
     EXPECT_EQ(victim(), "precious");
-    EXPECT_FALSE(std::filesystem::exists(m_folder + "/nowhere"));
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "nowhere"));
 }
 
 TEST_F(OutputFileTest, open_withoutItsFolder_saysSo)
 {
-    EXPECT_EQ(errorOf([this] { write(m_folder + "/none/file"); }), "No such file or directory");
+    EXPECT_EQ(errorOf([this] { write(m_folder / "none/file"); }), "No such file or directory");
 }
 
 TEST_F(OutputFileTest, replace_isAWholeFileOfTheUsualMode)
@@ -125,7 +111,7 @@ TEST_F(OutputFileTest, replace_withTheTemporaryNameTaken_takesAnother)
 
 TEST_F(OutputFileTest, replace_ofAFolder_saysSoAndLeavesNothing)
 {
-    EXPECT_EQ(errorOf([this] { OutputFile::replace(m_folder, {1}); }), "Is a directory");
+    EXPECT_EQ(errorOf([this] { OutputFile::replace(m_folder.getPath(), {1}); }), "Is a directory");
     EXPECT_EQ(countFiles(), 1);
 }
 

@@ -1,13 +1,13 @@
 #include "simulator/panelsim/PngWriter.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include <png.h>
 
@@ -20,26 +20,13 @@ namespace {
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
-using Bytes = std::vector<std::uint8_t>;
-
 class PngWriterTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string name = testing::TempDir() + "pngWriterTest.XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        m_folder = name;
-        m_path = m_folder + "/a.png";
-    }
-
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
     // The signature and the image header behind its length and name: width, height,
     // bit depth, colour type (0 grey, 2 RGB), and three zeros.
     void expectHeader(std::uint8_t width, std::uint8_t height, std::uint8_t colourType)
     {
-        std::ifstream file(m_path, std::ios::binary);
-        Bytes bytes{std::istreambuf_iterator<char>(file), {}};
+        Bytes bytes = contentOf<Bytes>(m_path);
         ASSERT_GE(bytes.size(), 29u);
         bytes.resize(29);
         EXPECT_THAT(bytes,
@@ -71,8 +58,8 @@ protected:
         return samples;
     }
 
-    std::string m_folder;
-    std::string m_path;
+    const TemporaryFolder m_folder;
+    const std::string m_path = m_folder / "a.png";
 };
 
 TEST_F(PngWriterTest, greyPixels_8BitGrey)
@@ -105,16 +92,16 @@ TEST_F(PngWriterTest, fileOfThatName_replaced)
 
 TEST_F(PngWriterTest, fileThatCannotBeOpened_throwsWithPathAndCause)
 {
-    expectFailure(m_folder + "/none/a.png", "No such file or directory");
-    expectFailure(m_folder, "Is a directory");
+    expectFailure(m_folder / "none/a.png", "No such file or directory");
+    expectFailure(m_folder.getPath(), "Is a directory");
 }
 
 TEST_F(PngWriterTest, symbolicLink_isRefused)
 {
-    std::ofstream(m_folder + "/victim") << "precious";
+    std::ofstream(m_folder / "victim") << "precious";
     std::filesystem::create_symlink("victim", m_path);
     expectFailure(m_path, "it is a symbolic link");
-    std::ifstream victim(m_folder + "/victim");
+    std::ifstream victim(m_folder / "victim");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(victim), {}), "precious");
 }
 

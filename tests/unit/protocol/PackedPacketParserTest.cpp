@@ -53,14 +53,6 @@ struct Fixture {
     }
 };
 
-Bytes joined(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 const Bytes twoRecords = {18, 0, 2, 0, 0x34, 0x12, 0, 0, 5, 2, 0, 0xA1, 0xA2, 6, 2, 0, 0xB1, 0xB2};
 const Bytes oneRecord = {12, 0, 1, 0, 0x78, 0x56, 0, 0, 7, 1, 0, 0xC1};
 

@@ -18,8 +18,6 @@
 
 namespace Vantor {
 
-using Bytes = std::vector<std::uint8_t>;
-
 // The kernel, with a connection to each panel that was attached to it.
 class FakeKernel : public KernelPorts {
 public:
@@ -395,18 +393,14 @@ TEST_F(UsbIpBusTest, kernelThatDoesNotRead_isWaitedFor)
     configure();
     constexpr std::uint32_t reads = 64;
     Bytes messages;
-    for (std::uint32_t number = 2; number < 2 + reads; ++number) {
-        const Bytes message = usbIpHeader({1, number, 0x10002, 1, 1, 0, 32768});
-        messages.insert(messages.end(), message.begin(), message.end());
-    }
+    for (std::uint32_t number = 2; number < 2 + reads; ++number)
+        messages = joined({messages, usbIpHeader({1, number, 0x10002, 1, 1, 0, 32768})});
     EXPECT_EQ(answerTo(messages), Bytes());
     for (std::uint32_t i = 0; i < reads; ++i)
         m_bus->visit(0, [](PanelModel& model) { model.emitRaw(Bytes(32767, 7)); });
     // Nothing more is taken from it meanwhile.
     const Bytes record{13, 0, 1, 0, 0, 0, 0, 0, 9, 2, 0, 0xAA, 0xBB};
-    Bytes write = usbIpHeader({1, 99, 0x10002, 0, 2, 0, 13});
-    write.insert(write.end(), record.begin(), record.end());
-    m_kernel.send(0, write);
+    m_kernel.send(0, joined({usbIpHeader({1, 99, 0x10002, 0, 2, 0, 13}), record}));
     serve();
     serve();
     m_bus->visit(0, [](PanelModel& model) { EXPECT_EQ(model.getStatistics().recordsReceived, 0U); });
@@ -415,8 +409,7 @@ TEST_F(UsbIpBusTest, kernelThatDoesNotRead_isWaitedFor)
     Bytes all;
     for (int round = 0; round < 1000 && all.size() < expected; ++round) {
         serve();
-        const Bytes part = m_kernel.receive(0);
-        all.insert(all.end(), part.begin(), part.end());
+        all = joined({all, m_kernel.receive(0)});
     }
     EXPECT_EQ(all.size(), expected);
     EXPECT_EQ(std::count(all.begin(), all.end(), 7), reads * 32767 + 1); // and the number of one message
@@ -426,9 +419,7 @@ TEST_F(UsbIpBusTest, violations_areLoggedAndOutliveUnplugging)
 {
     m_bus->plug(0);
     configure();
-    Bytes message = usbIpHeader({1, 2, 0x10002, 0, 2, 0, 3});
-    message.insert(message.end(), {1, 2, 3});
-    answerTo(message);
+    answerTo(joined({usbIpHeader({1, 2, 0x10002, 0, 2, 0, 3}), {1, 2, 3}}));
     ASSERT_EQ(m_bus->getViolations().size(), 1U);
     const std::string violation = m_bus->getViolations()[0];
     EXPECT_THAT(violation, testing::StartsWith("panel 0: OUT transfer 1, byte 0: "));

@@ -10,7 +10,6 @@
 namespace Vantor {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using UsbIpMessage::ParsedRequest;
 using UsbIpMessage::Submit;
 using UsbIpMessage::Unlink;

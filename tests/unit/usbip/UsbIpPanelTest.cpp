@@ -16,12 +16,6 @@ protected:
 
     static std::uint32_t asWord(int status) { return static_cast<std::uint32_t>(status); }
 
-    static Bytes join(Bytes first, const Bytes& second)
-    {
-        first.insert(first.end(), second.begin(), second.end());
-        return first;
-    }
-
     static Bytes control(std::uint32_t number, const ControlEndpoint::Setup& setup)
     {
         const std::uint32_t direction = setup[0] >> 7;
@@ -38,8 +32,9 @@ protected:
 
     static Bytes write(std::uint32_t number, const Bytes& data, std::uint32_t flags = 0)
     {
-        return join(
-            usbIpHeader({1, number, device, 0, 2, flags, static_cast<std::uint32_t>(data.size()), 0, noPackets}), data);
+        return joined(
+            {usbIpHeader({1, number, device, 0, 2, flags, static_cast<std::uint32_t>(data.size()), 0, noPackets}),
+             data});
     }
 
     static Bytes unlink(std::uint32_t number, std::uint32_t target)
@@ -49,7 +44,7 @@ protected:
 
     static Bytes done(std::uint32_t number, int status, std::uint32_t length, const Bytes& data = {})
     {
-        return join(usbIpHeader({3, number, 0, 0, 0, asWord(status), length, 0, noPackets}), data);
+        return joined({usbIpHeader({3, number, 0, 0, 0, asWord(status), length, 0, noPackets}), data});
     }
 
     static Bytes unlinked(std::uint32_t number, int status)
@@ -145,16 +140,16 @@ TEST_F(UsbIpPanelTest, write_reachesThePanel)
 TEST_F(UsbIpPanelTest, messagesInAnyPieces_areTheSame)
 {
     configure();
-    const Bytes messages = join(write(2, frame(20)), join(unlink(3, 99), read(4, 512)));
-    const Bytes expected = join(done(2, 0, 20), unlinked(3, 0));
+    const Bytes messages = joined({write(2, frame(20)), unlink(3, 99), read(4, 512)});
+    const Bytes expected = joined({done(2, 0, 20), unlinked(3, 0)});
     Bytes came;
     for (const std::uint8_t byte : messages)
-        came = join(came, answerTo({byte}));
+        came = joined({came, answerTo({byte})});
     EXPECT_EQ(came, expected);
     m_panel.emitRaw({1, 2});
     EXPECT_EQ(whatCame(), done(4, 0, 2, {1, 2}));
-    EXPECT_EQ(answerTo(join(write(5, frame(20)), join(unlink(6, 99), read(7, 512)))),
-              join(done(5, 0, 20), unlinked(6, 0)));
+    EXPECT_EQ(answerTo(joined({write(5, frame(20)), unlink(6, 99), read(7, 512)})),
+              joined({done(5, 0, 20), unlinked(6, 0)}));
 }
 
 TEST_F(UsbIpPanelTest, zeroPacketFlag_endsATransferOfWholePackets)
@@ -191,7 +186,7 @@ TEST_F(UsbIpPanelTest, packetCount_isRepeatedAsItCame)
     configure();
     EXPECT_EQ(answerTo(usbIpHeader({1, 2, device, 1, 1, 0, 512})), Bytes());
     m_panel.emitRaw({7});
-    EXPECT_EQ(whatCame(), join(usbIpHeader({3, 2, 0, 0, 0, 0, 1}), {7}));
+    EXPECT_EQ(whatCame(), joined({usbIpHeader({3, 2, 0, 0, 0, 0, 1}), {7}}));
 }
 
 TEST_F(UsbIpPanelTest, shortRead_isAnErrorOnlyWhenAskedFor)
@@ -232,7 +227,7 @@ TEST_F(UsbIpPanelTest, unlinkOfADoneRead_saysThatItIsDone)
     configure();
     EXPECT_EQ(answerTo(read(2, 512)), Bytes());
     m_panel.emitRaw({1, 2, 3});
-    EXPECT_EQ(answerTo(unlink(3, 2)), join(done(2, 0, 3, {1, 2, 3}), unlinked(3, 0)));
+    EXPECT_EQ(answerTo(unlink(3, 2)), joined({done(2, 0, 3, {1, 2, 3}), unlinked(3, 0)}));
     EXPECT_EQ(answerTo(unlink(4, 2)), unlinked(4, 0));
     EXPECT_EQ(answerTo(unlink(5, 77)), unlinked(5, 0)); // never submitted
 }
@@ -241,15 +236,15 @@ TEST_F(UsbIpPanelTest, unlinkTwice_isAnsweredTwice)
 {
     configure();
     EXPECT_EQ(answerTo(read(2, 512)), Bytes());
-    EXPECT_EQ(answerTo(join(unlink(3, 2), unlink(4, 2))), join(unlinked(3, -ECONNRESET), unlinked(4, 0)));
+    EXPECT_EQ(answerTo(joined({unlink(3, 2), unlink(4, 2)})), joined({unlinked(3, -ECONNRESET), unlinked(4, 0)}));
 }
 
 TEST_F(UsbIpPanelTest, unlink_letsWhatWaitedBehindGo)
 {
     configure();
     inject(PanelFault::Direction::Out, PanelFault::Kind::NoAnswer);
-    EXPECT_EQ(answerTo(join(write(2, frame(20)), write(3, frame(30)))), Bytes());
-    EXPECT_EQ(answerTo(unlink(4, 2)), join(unlinked(4, -ECONNRESET), done(3, 0, 30)));
+    EXPECT_EQ(answerTo(joined({write(2, frame(20)), write(3, frame(30))})), Bytes());
+    EXPECT_EQ(answerTo(unlink(4, 2)), joined({unlinked(4, -ECONNRESET), done(3, 0, 30)}));
     EXPECT_EQ(m_panel.getRecords().size(), 1U);
 }
 
@@ -264,12 +259,12 @@ TEST_F(UsbIpPanelTest, everyOrderOfAnswerAndUnlink_answersEachOnce)
             if (i == emitAt)
                 m_panel.emitRaw({1});
             if (i < 3)
-                came = join(came, answerTo(messages[static_cast<std::size_t>(i)]));
+                came = joined({came, answerTo(messages[static_cast<std::size_t>(i)])});
         }
-        came = join(came, whatCame());
+        came = joined({came, whatCame()});
         const bool isRead = emitAt < 2;
-        const Bytes first = isRead ? join(done(number, 0, 1, {1}), unlinked(number + 1, 0))
-                                   : join(unlinked(number + 1, -ECONNRESET), done(number + 2, 0, 1, {1}));
+        const Bytes first = isRead ? joined({done(number, 0, 1, {1}), unlinked(number + 1, 0)})
+                                   : joined({unlinked(number + 1, -ECONNRESET), done(number + 2, 0, 1, {1})});
         EXPECT_EQ(came, first) << emitAt;
         if (isRead) {
             EXPECT_EQ(answerTo(unlink(number + 3, number + 2)), unlinked(number + 3, -ECONNRESET));
@@ -323,7 +318,7 @@ TEST_F(UsbIpPanelTest, failedPiece_endsItsTransfer)
     PanelFault cut = fault(PanelFault::Direction::Out, PanelFault::Kind::Short);
     cut.bytes = 100;
     m_panel.inject(cut);
-    EXPECT_EQ(answerTo(write(2, join(frame(8192), frame(8192)))), done(2, 0, 100));
+    EXPECT_EQ(answerTo(write(2, joined({frame(8192), frame(8192)}))), done(2, 0, 100));
     EXPECT_EQ(answerTo(write(3, frame(20))), done(3, 0, 20)); // another transfer
     EXPECT_EQ(m_panel.getRecords().size(), 1U);
     EXPECT_TRUE(m_panel.getViolations().empty());
@@ -351,7 +346,7 @@ TEST_F(UsbIpPanelTest, hugeLength_endsTheConnection)
 TEST_F(UsbIpPanelTest, afterAnError_nothingIsUnderstood)
 {
     configure();
-    const Bytes messages = join(write(2, frame(20)), join(usbIpHeader({5, 3}), read(4, 512)));
+    const Bytes messages = joined({write(2, frame(20)), usbIpHeader({5, 3}), read(4, 512)});
     EXPECT_FALSE(m_usbIp.receive(messages.data(), messages.size()));
     EXPECT_EQ(m_usbIp.takeOutput(), done(2, 0, 20));
     const Bytes next = write(5, frame(20));
@@ -381,7 +376,7 @@ TEST_F(UsbIpPanelTest, end_leavesThePanelToOthers)
     const int other = 0;
     {
         UsbIpPanel second(m_panel);
-        const Bytes messages = join(control(1, {0x00, 9, 1, 0, 0, 0, 0, 0}), read(2, 512));
+        const Bytes messages = joined({control(1, {0x00, 9, 1, 0, 0, 0, 0, 0}), read(2, 512)});
         EXPECT_TRUE(second.receive(messages.data(), messages.size()));
     }
     EXPECT_EQ(m_panel.claimInterface(&other, 0), 0);

@@ -1,11 +1,11 @@
 #include "simulator/usbip/VhciPorts.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -37,18 +37,9 @@ private:
 // read there.
 class VhciPortsTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        char name[] = "/tmp/vhciPortsTest.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        m_folder = name;
-    }
+    std::string path(const std::string& name) const { return m_folder / name; }
 
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-    std::string path(const std::string& name) const { return m_folder + "/" + name; }
-
-    void write(const std::string& name, const std::string& content) const { std::ofstream(path(name)) << content; }
+    void write(const std::string& name, const std::string& content) const { writeFile(path(name), content); }
 
     // The lines that a kernel shows: two ports of each speed.
     void writeStatus(const std::string& name, const std::string& first, const std::string& second) const
@@ -58,17 +49,12 @@ protected:
         write("attach", "");
     }
 
-    std::string attached() const
-    {
-        std::ostringstream content;
-        content << std::ifstream(path("attach")).rdbuf();
-        return content.str();
-    }
+    std::string attached() const { return contentOf(path("attach")); }
 
     std::string errorOfAttach(std::optional<unsigned int> preferred = std::nullopt) const
     {
         try {
-            VhciPorts(m_folder).attach(7, preferred);
+            VhciPorts(m_folder.getPath()).attach(7, preferred);
         } catch (const std::runtime_error& error) {
             return error.what();
         }
@@ -79,27 +65,27 @@ protected:
     const std::string usedAt0 = "hs  0000 006 003 00010002 000005 1-1";
     const std::string freeAt1 = "hs  0001 004 000 00000000 000000 0-0";
     const std::string usedAt1 = "hs  0001 006 003 00010002 000006 1-2";
-    std::string m_folder;
+    const TemporaryFolder m_folder;
 };
 
 TEST_F(VhciPortsTest, attach_takesTheLowestFreeHighSpeedPort)
 {
     writeStatus("status", freeAt0, freeAt1);
-    EXPECT_EQ(VhciPorts(m_folder).attach(7, std::nullopt), 0U);
+    EXPECT_EQ(VhciPorts(m_folder.getPath()).attach(7, std::nullopt), 0U);
     EXPECT_EQ(attached(), "0 7 65538 3");
     writeStatus("status", usedAt0, freeAt1);
-    EXPECT_EQ(VhciPorts(m_folder).attach(12, std::nullopt), 1U);
+    EXPECT_EQ(VhciPorts(m_folder.getPath()).attach(12, std::nullopt), 1U);
     EXPECT_EQ(attached(), "1 12 65538 3");
 }
 
 TEST_F(VhciPortsTest, preferredPort_isTakenWhenItIsFree)
 {
     writeStatus("status", freeAt0, freeAt1);
-    EXPECT_EQ(VhciPorts(m_folder).attach(7, 1), 1U);
+    EXPECT_EQ(VhciPorts(m_folder.getPath()).attach(7, 1), 1U);
     EXPECT_EQ(attached(), "1 7 65538 3");
     writeStatus("status", freeAt0, usedAt1);
-    EXPECT_EQ(VhciPorts(m_folder).attach(7, 1), 0U);
-    EXPECT_EQ(VhciPorts(m_folder).attach(7, 99), 0U);
+    EXPECT_EQ(VhciPorts(m_folder.getPath()).attach(7, 1), 0U);
+    EXPECT_EQ(VhciPorts(m_folder.getPath()).attach(7, 99), 0U);
 }
 
 TEST_F(VhciPortsTest, severalControllers_portsAreNumberedThrough)
@@ -107,14 +93,14 @@ TEST_F(VhciPortsTest, severalControllers_portsAreNumberedThrough)
     writeStatus("status", usedAt0, usedAt1);
     writeStatus("status.1", "hs  0008 005 000 00000000 000000 0-0", "hs  0009 004 000 00000000 000000 0-0");
     writeStatus("status.3", "hs  0024 004 000 00000000 000000 0-0", "hs  0025 004 000 00000000 000000 0-0");
-    EXPECT_EQ(VhciPorts(m_folder).attach(7, std::nullopt), 9U);
+    EXPECT_EQ(VhciPorts(m_folder.getPath()).attach(7, std::nullopt), 9U);
     EXPECT_EQ(attached(), "9 7 65538 3");
 }
 
 TEST_F(VhciPortsTest, noModule_saysWhichToLoad)
 {
-    EXPECT_EQ(errorOfAttach(),
-              "this kernel has no virtual host controller: modprobe vhci-hcd (found none at " + m_folder + ")");
+    EXPECT_EQ(errorOfAttach(), "this kernel has no virtual host controller: modprobe vhci-hcd (found none at " +
+                                   m_folder.getPath() + ")");
 }
 
 TEST_F(VhciPortsTest, noFreePort_isSaid)
@@ -134,7 +120,7 @@ TEST_F(VhciPortsTest, linesOfAnotherForm_areNoPorts)
 TEST_F(VhciPortsTest, attachNotWritable_isAMatterOfRights)
 {
     writeStatus("status", freeAt0, freeAt1);
-    std::filesystem::permissions(m_folder, std::filesystem::perms(0755));
+    std::filesystem::permissions(m_folder.getPath(), std::filesystem::perms(0755));
     std::filesystem::permissions(path("attach"), std::filesystem::perms::none);
     std::string error;
     {
@@ -165,7 +151,7 @@ TEST_F(VhciPortsTest, awaitFree_returnsAtOnceForAFreeOrUnknownPort)
 {
     writeStatus("status", freeAt0, usedAt1);
     const auto begin = std::chrono::steady_clock::now();
-    VhciPorts ports(m_folder);
+    VhciPorts ports(m_folder.getPath());
     ports.awaitFree(0);
     ports.awaitFree(99);
     std::filesystem::remove(path("status")); // the module is gone
@@ -176,7 +162,7 @@ TEST_F(VhciPortsTest, awaitFree_returnsAtOnceForAFreeOrUnknownPort)
 TEST_F(VhciPortsTest, findDevice_knowsWhatTheKernelCallsIt)
 {
     writeStatus("status", usedAt0, "hs  0001 005 000 00000000 000000 0-0");
-    VhciPorts ports(m_folder);
+    VhciPorts ports(m_folder.getPath());
     EXPECT_EQ(ports.findDevice(0), "1-1");
     EXPECT_EQ(ports.findDevice(1), "");
     EXPECT_EQ(ports.findDevice(99), "");

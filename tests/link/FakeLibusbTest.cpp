@@ -350,7 +350,7 @@ TEST_F(FakeLibusbUse, secondClaimOfAnInterface_isBusy)
     EXPECT_THAT(usb.verify(), IsEmpty());
 }
 
-TEST(VirtualClock, bothClocks_standStillUntilAdvanced)
+TEST(FakeLibusbClock, bothClocks_standStillUntilAdvanced)
 {
     const VirtualClock clock;
     const auto system = std::chrono::system_clock::now();

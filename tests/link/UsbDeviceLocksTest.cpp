@@ -56,7 +56,7 @@ namespace Vantor::Test {
 
 // The send side.
 
-TEST(UsbDevice, secondSend_waitsForTheSubmissionOfTheFirst)
+TEST(UsbDeviceLocks, secondSend_waitsForTheSubmissionOfTheFirst)
 {
     DeviceRig rig;
     rig.open();
@@ -67,7 +67,7 @@ TEST(UsbDevice, secondSend_waitsForTheSubmissionOfTheFirst)
     EXPECT_THAT(rig.sends(), testing::SizeIs(1));
 }
 
-TEST(UsbDevice, send_waitsForTheBookkeepingOfACompletedOne)
+TEST(UsbDeviceLocks, send_waitsForTheBookkeepingOfACompletedOne)
 {
     DeviceRig rig;
     rig.open();
@@ -77,7 +77,7 @@ TEST(UsbDevice, send_waitsForTheBookkeepingOfACompletedOne)
     EXPECT_TRUE(meeting.wasAsExpected());
 }
 
-TEST(UsbDevice, send_waitsForTheWatchdogsCancel)
+TEST(UsbDeviceLocks, send_waitsForTheWatchdogsCancel)
 {
     DeviceRig rig;
     LinkRig::setLevel(0);
@@ -90,7 +90,7 @@ TEST(UsbDevice, send_waitsForTheWatchdogsCancel)
     EXPECT_TRUE(meeting.wasAsExpected());
 }
 
-TEST(UsbDevice, send_waitsForTheDrainsCancelOfASendNotOfARead)
+TEST(UsbDeviceLocks, send_waitsForTheDrainsCancelOfASendNotOfARead)
 {
     for (const bool ofSend : {true, false}) {
         DeviceRig rig;
@@ -113,7 +113,7 @@ TEST(UsbDevice, send_waitsForTheDrainsCancelOfASendNotOfARead)
 
 // Between its test of the device's life and its submission a sender calls nothing of
 // libusb's, but it reads the clock.
-TEST(UsbDevice, drainWhileASendIsBeingPrepared_waitsForItsSubmission)
+TEST(UsbDeviceLocks, drainWhileASendIsBeingPrepared_waitsForItsSubmission)
 {
     DeviceRig rig;
     rig.open();
@@ -142,7 +142,7 @@ TEST(UsbDevice, drainWhileASendIsBeingPrepared_waitsForItsSubmission)
                 ElementsAre("submit 1-4 0x02", "cancel unused", "cancel 1-4 0x02", "release 1-4 0", "close 1-4"));
 }
 
-TEST(UsbDevice, cleanup_waitsForASubmissionThatUsesTheHandle)
+TEST(UsbDeviceLocks, cleanup_waitsForASubmissionThatUsesTheHandle)
 {
     DeviceRig rig;
     LinkRig::setLevel(0);
@@ -156,7 +156,7 @@ TEST(UsbDevice, cleanup_waitsForASubmissionThatUsesTheHandle)
     EXPECT_TRUE(meeting.wasAsExpected());
 }
 
-TEST(UsbDevice, transfer_isAccountedForBeforeItIsSubmitted)
+TEST(UsbDeviceLocks, transfer_isAccountedForBeforeItIsSubmitted)
 {
     DeviceRig rig;
     LinkRig::setLevel(0);
@@ -185,7 +185,7 @@ TEST(UsbDevice, transfer_isAccountedForBeforeItIsSubmitted)
 
 // The packer's observer.
 
-TEST(UsbDevice, changeOfThePackersObserver_waitsForTheNotification)
+TEST(UsbDeviceLocks, changeOfThePackersObserver_waitsForTheNotification)
 {
     DeviceRig rig;
     rig.open();
@@ -197,7 +197,7 @@ TEST(UsbDevice, changeOfThePackersObserver_waitsForTheNotification)
 
 // The firmware upgrade.
 
-TEST(UsbDevice, everythingOfAnUpgrade_waitsForAFirmwareStep)
+TEST(UsbDeviceLocks, everythingOfAnUpgrade_waitsForAFirmwareStep)
 {
     const TemporaryFile image("12345");
     const std::function<void(UsbDevice&)> operations[] = {
@@ -214,7 +214,7 @@ TEST(UsbDevice, everythingOfAnUpgrade_waitsForAFirmwareStep)
     }
 }
 
-TEST(UsbDevice, firmwareReply_waitsForTheProgressCallback)
+TEST(UsbDeviceLocks, firmwareReply_waitsForTheProgressCallback)
 {
     DeviceRig rig;
     LinkRig::setLevel(0);
@@ -230,7 +230,7 @@ TEST(UsbDevice, firmwareReply_waitsForTheProgressCallback)
 
 // Identities.
 
-TEST(UsbDevice, construction_waitsForADestructionThatFreesAnIdentity)
+TEST(UsbDeviceLocks, construction_waitsForADestructionThatFreesAnIdentity)
 {
     DeviceRig rig;
     auto other = rig.make({1, 5});
@@ -242,7 +242,7 @@ TEST(UsbDevice, construction_waitsForADestructionThatFreesAnIdentity)
 
 // The event pump.
 
-TEST(EventPump, worker_isExpectedOnceNoDrainRunsEventsAnyMore)
+TEST(UsbDeviceLocks, eventPumpsWorker_isExpectedOnceNoDrainRunsEventsAnyMore)
 {
     DeviceRig rig;
     rig.open();
@@ -258,7 +258,7 @@ TEST(EventPump, worker_isExpectedOnceNoDrainRunsEventsAnyMore)
 
 // The queue.
 
-TEST(UsbMessageQueue, emptyQueue_isLookedAtAgainAfterExactlyOneSecond)
+TEST(UsbDeviceLocks, emptyMessageQueue_isLookedAtAgainAfterExactlyOneSecond)
 {
     const VirtualClock clock;
     UsbMessageQueue queue;

@@ -688,7 +688,7 @@ TEST(UsbDevice, drainWhileAWorkerRunsTheEvents_leavesThemToIt)
 
 // The account of what libusb holds.
 
-TEST(TransferAccount, transfer_isHeldUntilLoweredAsOftenAsRaised)
+TEST(UsbDeviceTransferAccount, transfer_isHeldUntilLoweredAsOftenAsRaised)
 {
     TransferAccount& account = TransferAccount::instance();
     libusb_transfer transfer{};
@@ -701,7 +701,7 @@ TEST(TransferAccount, transfer_isHeldUntilLoweredAsOftenAsRaised)
     EXPECT_FALSE(account.isHeld(&transfer));
 }
 
-TEST(TransferAccount, unknownTransfer_isIgnored)
+TEST(UsbDeviceTransferAccount, unknownTransfer_isIgnored)
 {
     TransferAccount& account = TransferAccount::instance();
     libusb_transfer transfer{};

@@ -53,7 +53,7 @@ public:
 
 } // namespace
 
-TEST(UsbDevice, send_fillsEveryFieldOfItsTransfer)
+TEST(UsbDeviceTransfers, send_fillsEveryFieldOfItsTransfer)
 {
     DeviceRig rig;
     const auto other = rig.make({1, 5}); // id 1, so that the user data tells
@@ -74,7 +74,7 @@ TEST(UsbDevice, send_fillsEveryFieldOfItsTransfer)
     EXPECT_EQ(sends[0].bytes, packetOfAbc);
 }
 
-TEST(UsbDevice, read_fillsEveryFieldOfItsTransfer)
+TEST(UsbDeviceTransfers, read_fillsEveryFieldOfItsTransfer)
 {
     DeviceRig rig;
     const auto other = rig.make({1, 5});
@@ -94,14 +94,14 @@ TEST(UsbDevice, read_fillsEveryFieldOfItsTransfer)
     EXPECT_TRUE(reads[0].buffer > object && reads[0].buffer + 32768 <= object + sizeof(UsbDevice)) << "its own buffer";
 }
 
-TEST(UsbDevice, addedData_goesOutOnTheAddingThread)
+TEST(UsbDeviceTransfers, addedData_goesOutOnTheAddingThread)
 {
     OpenRig rig;
     rig.add(5, {'a', 'b', 'c'});
     EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("submit 1-4 0x02"));
 }
 
-TEST(UsbDevice, sendNextPacket_doesNothingBeforeTheOpen)
+TEST(UsbDeviceTransfers, sendNextPacket_doesNothingBeforeTheOpen)
 {
     DeviceRig rig;
     rig.add(5, {1});
@@ -110,7 +110,7 @@ TEST(UsbDevice, sendNextPacket_doesNothingBeforeTheOpen)
     EXPECT_THAT(rig.usb.takeTrace(), IsEmpty());
 }
 
-TEST(UsbDevice, sendNextPacket_doesNothingOnADeadDevice)
+TEST(UsbDeviceTransfers, sendNextPacket_doesNothingOnADeadDevice)
 {
     DeviceRig rig;
     rig.open();
@@ -121,7 +121,7 @@ TEST(UsbDevice, sendNextPacket_doesNothingOnADeadDevice)
     EXPECT_THAT(rig.usb.takeTrace(), IsEmpty());
 }
 
-TEST(UsbDevice, sendNextPacket_doesNothingWhileASendIsInFlight)
+TEST(UsbDeviceTransfers, sendNextPacket_doesNothingWhileASendIsInFlight)
 {
     SendingRig rig;
     rig.add(5, {1});
@@ -130,14 +130,14 @@ TEST(UsbDevice, sendNextPacket_doesNothingWhileASendIsInFlight)
     EXPECT_THAT(rig.usb.takeTrace(), IsEmpty());
 }
 
-TEST(UsbDevice, sendNextPacket_doesNothingWithoutData)
+TEST(UsbDeviceTransfers, sendNextPacket_doesNothingWithoutData)
 {
     OpenRig rig;
     rig.device->sendNextPacket();
     EXPECT_THAT(rig.usb.takeTrace(), IsEmpty());
 }
 
-TEST(UsbDevice, completedSend_countsItsBytesAndDropsThePacket)
+TEST(UsbDeviceTransfers, completedSend_countsItsBytesAndDropsThePacket)
 {
     SendingRig rig;
     rig.finishSend(completed, 14);
@@ -147,7 +147,7 @@ TEST(UsbDevice, completedSend_countsItsBytesAndDropsThePacket)
     EXPECT_THAT(rig.sends(), IsEmpty());
 }
 
-TEST(UsbDevice, partlyAcceptedSend_countsWhatWasTakenAndDropsTheRest)
+TEST(UsbDeviceTransfers, partlyAcceptedSend_countsWhatWasTakenAndDropsTheRest)
 {
     SendingRig rig;
     rig.finishSend(completed, 5);
@@ -156,7 +156,7 @@ TEST(UsbDevice, partlyAcceptedSend_countsWhatWasTakenAndDropsTheRest)
     EXPECT_THAT(rig.sends(), IsEmpty());
 }
 
-TEST(UsbDevice, sendCompletedWithZeroBytes_isKeptAndRetriedByTheNextPoll)
+TEST(UsbDeviceTransfers, sendCompletedWithZeroBytes_isKeptAndRetriedByTheNextPoll)
 {
     SendingRig rig;
     rig.finishSend(completed, 0);
@@ -167,7 +167,7 @@ TEST(UsbDevice, sendCompletedWithZeroBytes_isKeptAndRetriedByTheNextPoll)
     EXPECT_EQ(sends[0].bytes, packetOfAbc);
 }
 
-TEST(UsbDevice, backlog_goesOutFromCompletionToCompletion)
+TEST(UsbDeviceTransfers, backlog_goesOutFromCompletionToCompletion)
 {
     SendingRig rig;
     rig.add(6, Bytes(1080));
@@ -181,7 +181,7 @@ TEST(UsbDevice, backlog_goesOutFromCompletionToCompletion)
     EXPECT_EQ(rig.device->getSentData(), 14u + 1091u + 1091u);
 }
 
-TEST(UsbDevice, sendThatTimesOut_isSilentKeptAndRetriedByTheNextPoll)
+TEST(UsbDeviceTransfers, sendThatTimesOut_isSilentKeptAndRetriedByTheNextPoll)
 {
     SendingRig rig;
     EXPECT_EQ(rig.logged(4, [&] { rig.finishSend(timedOut, 0); }), "");
@@ -197,7 +197,7 @@ TEST(UsbDevice, sendThatTimesOut_isSilentKeptAndRetriedByTheNextPoll)
     EXPECT_EQ(rig.device->getSentData(), 14u);
 }
 
-TEST(UsbDevice, sendThatTimesOutHalfWay_isNotCounted)
+TEST(UsbDeviceTransfers, sendThatTimesOutHalfWay_isNotCounted)
 {
     SendingRig rig;
     rig.finishSend(timedOut, 7);
@@ -206,7 +206,7 @@ TEST(UsbDevice, sendThatTimesOutHalfWay_isNotCounted)
     ASSERT_THAT(rig.sends(), SizeIs(1));
 }
 
-TEST(UsbDevice, sendThatTimesOutWithMoreWaiting_isRetriedByThePollAlone)
+TEST(UsbDeviceTransfers, sendThatTimesOutWithMoreWaiting_isRetriedByThePollAlone)
 {
     SendingRig rig;
     rig.add(5, {'d'});
@@ -219,7 +219,7 @@ TEST(UsbDevice, sendThatTimesOutWithMoreWaiting_isRetriedByThePollAlone)
     EXPECT_EQ(sends[0].bytes, both) << "the kept packet is filled up";
 }
 
-TEST(UsbDevice, keptPacketThatIsFull_goesOutAgainThoughNothingFits)
+TEST(UsbDeviceTransfers, keptPacketThatIsFull_goesOutAgainThoughNothingFits)
 {
     OpenRig rig;
     rig.add(5, Bytes(1089)); // 1100 bytes: full
@@ -232,7 +232,7 @@ TEST(UsbDevice, keptPacketThatIsFull_goesOutAgainThoughNothingFits)
     EXPECT_EQ(sends[0].length, 1100);
 }
 
-TEST(UsbDevice, sentBytes_wrapAtTwoToTheThirtyTwo)
+TEST(UsbDeviceTransfers, sentBytes_wrapAtTwoToTheThirtyTwo)
 {
     OpenRig rig;
     for (const int taken : {0x7fffffff, 0x7fffffff, 5}) {
@@ -242,7 +242,7 @@ TEST(UsbDevice, sentBytes_wrapAtTwoToTheThirtyTwo)
     EXPECT_EQ(rig.device->getSentData(), 3u); // 2 * (2^31 - 1) + 5 - 2^32
 }
 
-TEST(UsbDevice, sendLog_isPrintedAtLevelFive)
+TEST(UsbDeviceTransfers, sendLog_isPrintedAtLevelFive)
 {
     for (const int level : {5, 4}) {
         SendingRig rig;
@@ -253,7 +253,7 @@ TEST(UsbDevice, sendLog_isPrintedAtLevelFive)
 
 // Reads.
 
-TEST(UsbDevice, receivedBytes_becomeAMessageOfTheDevicesUid)
+TEST(UsbDeviceTransfers, receivedBytes_becomeAMessageOfTheDevicesUid)
 {
     OpenRig rig;
     rig.usb.receive(rig.panel, {9, 8, 7});
@@ -267,7 +267,7 @@ TEST(UsbDevice, receivedBytes_becomeAMessageOfTheDevicesUid)
     EXPECT_THAT(rig.reads(), SizeIs(1)) << "armed again at once";
 }
 
-TEST(UsbDevice, emptyRead_makesNoMessageAndIsArmedAgain)
+TEST(UsbDeviceTransfers, emptyRead_makesNoMessageAndIsArmedAgain)
 {
     OpenRig rig;
     rig.finishRead(completed, 0);
@@ -275,7 +275,7 @@ TEST(UsbDevice, emptyRead_makesNoMessageAndIsArmedAgain)
     EXPECT_THAT(rig.reads(), SizeIs(1));
 }
 
-TEST(UsbDevice, readOfTheWholeBuffer_isDeliveredWhole)
+TEST(UsbDeviceTransfers, readOfTheWholeBuffer_isDeliveredWhole)
 {
     OpenRig rig;
     rig.usb.receive(rig.panel, Bytes(32768, 0x5a));
@@ -286,7 +286,7 @@ TEST(UsbDevice, readOfTheWholeBuffer_isDeliveredWhole)
     EXPECT_EQ(rig.device->getReceivedData(), 32768u);
 }
 
-TEST(UsbDevice, readBeyondTheBuffer_isCutToIt)
+TEST(UsbDeviceTransfers, readBeyondTheBuffer_isCutToIt)
 {
     OpenRig rig;
     rig.finishRead(completed, 32769);
@@ -294,7 +294,7 @@ TEST(UsbDevice, readBeyondTheBuffer_isCutToIt)
     EXPECT_EQ(rig.device->getReceivedData(), 32768u);
 }
 
-TEST(UsbDevice, readThatTimesOut_isSilentAndArmedAgain)
+TEST(UsbDeviceTransfers, readThatTimesOut_isSilentAndArmedAgain)
 {
     OpenRig rig;
     EXPECT_EQ(rig.logged(4, [&] { rig.finishRead(timedOut, 0); }), "");
@@ -302,7 +302,7 @@ TEST(UsbDevice, readThatTimesOut_isSilentAndArmedAgain)
     EXPECT_EQ(rig.queue->size(), 0);
 }
 
-TEST(UsbDevice, readThatTimesOutWithBytes_deliversNone)
+TEST(UsbDeviceTransfers, readThatTimesOutWithBytes_deliversNone)
 {
     OpenRig rig;
     rig.finishRead(timedOut, 12);
@@ -310,7 +310,7 @@ TEST(UsbDevice, readThatTimesOutWithBytes_deliversNone)
     EXPECT_EQ(rig.device->getReceivedData(), 0u);
 }
 
-TEST(UsbDevice, readLog_isPrintedAtLevelFive)
+TEST(UsbDeviceTransfers, readLog_isPrintedAtLevelFive)
 {
     for (const int level : {5, 4}) {
         OpenRig rig;
@@ -328,7 +328,7 @@ TEST(UsbDevice, readLog_isPrintedAtLevelFive)
     }
 }
 
-TEST(UsbDevice, failedReadSubmissionLog_showsTheResultAtLevelFive)
+TEST(UsbDeviceTransfers, failedReadSubmissionLog_showsTheResultAtLevelFive)
 {
     DeviceRig rig;
     rig.open();
@@ -339,7 +339,7 @@ TEST(UsbDevice, failedReadSubmissionLog_showsTheResultAtLevelFive)
 
 // Completion statuses.
 
-TEST(UsbDevice, sendStatus_hasTheStatedLineAndConsequence)
+TEST(UsbDeviceTransfers, sendStatus_hasTheStatedLineAndConsequence)
 {
     const struct {
         int status;
@@ -377,7 +377,7 @@ TEST(UsbDevice, sendStatus_hasTheStatedLineAndConsequence)
     }
 }
 
-TEST(UsbDevice, readStatus_hasTheStatedLineAndIsArmedAgain)
+TEST(UsbDeviceTransfers, readStatus_hasTheStatedLineAndIsArmedAgain)
 {
     const struct {
         int status;
@@ -406,7 +406,7 @@ TEST(UsbDevice, readStatus_hasTheStatedLineAndIsArmedAgain)
     }
 }
 
-TEST(UsbDevice, deadlySendStatus_killsWhateverTheLevel)
+TEST(UsbDeviceTransfers, deadlySendStatus_killsWhateverTheLevel)
 {
     for (const int status : {LIBUSB_TRANSFER_ERROR, LIBUSB_TRANSFER_NO_DEVICE}) {
         SendingRig rig;
@@ -415,7 +415,7 @@ TEST(UsbDevice, deadlySendStatus_killsWhateverTheLevel)
     }
 }
 
-TEST(UsbDevice, vanishedPanel_isKilledByTheReadThatCannotBeArmedAgain)
+TEST(UsbDeviceTransfers, vanishedPanel_isKilledByTheReadThatCannotBeArmedAgain)
 {
     OpenRig rig;
     rig.usb.vanish(rig.panel);
@@ -445,7 +445,7 @@ const struct {
 
 } // namespace
 
-TEST(UsbDevice, sendSubmissionError_hasTheStatedLineAndConsequence)
+TEST(UsbDeviceTransfers, sendSubmissionError_hasTheStatedLineAndConsequence)
 {
     for (const auto& row : submitErrors) {
         for (const int level : {2, 1}) {
@@ -469,7 +469,7 @@ TEST(UsbDevice, sendSubmissionError_hasTheStatedLineAndConsequence)
     }
 }
 
-TEST(UsbDevice, readSubmissionError_hasTheStatedLineAndConsequence)
+TEST(UsbDeviceTransfers, readSubmissionError_hasTheStatedLineAndConsequence)
 {
     for (const auto& row : submitErrors) {
         for (const int level : {2, 1}) {
@@ -487,7 +487,7 @@ TEST(UsbDevice, readSubmissionError_hasTheStatedLineAndConsequence)
     }
 }
 
-TEST(UsbDevice, submissionSuccess_hasNoLine)
+TEST(UsbDeviceTransfers, submissionSuccess_hasNoLine)
 {
     OpenRig rig;
     EXPECT_EQ(rig.logged(5,
@@ -501,7 +501,7 @@ TEST(UsbDevice, submissionSuccess_hasNoLine)
 
 // poll
 
-TEST(UsbDevice, poll_armsTheReadAndThenTheSend)
+TEST(UsbDeviceTransfers, poll_armsTheReadAndThenTheSend)
 {
     DeviceRig rig;
     rig.add(5, {1}); // before the open: it waits
@@ -510,7 +510,7 @@ TEST(UsbDevice, poll_armsTheReadAndThenTheSend)
     EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("submit 1-4 0x81", "submit 1-4 0x02"));
 }
 
-TEST(UsbDevice, poll_doesNothingBeforeTheOpen)
+TEST(UsbDeviceTransfers, poll_doesNothingBeforeTheOpen)
 {
     DeviceRig rig;
     rig.poll(10s);
@@ -518,7 +518,7 @@ TEST(UsbDevice, poll_doesNothingBeforeTheOpen)
     EXPECT_FALSE(rig.device->getPacker().hasMoreData()) << "no device-information request";
 }
 
-TEST(UsbDevice, poll_doesNothingOnADeadDevice)
+TEST(UsbDeviceTransfers, poll_doesNothingOnADeadDevice)
 {
     SendingRig rig;
     rig.device->startFirmwareUpgrade("/nonexistent", "/nonexistent", nullptr);
@@ -531,7 +531,7 @@ TEST(UsbDevice, poll_doesNothingOnADeadDevice)
     EXPECT_TRUE(rig.device->isUpdating()) << "no firmware step either";
 }
 
-TEST(UsbDevice, pendingCancel_cancelsTheReadThenTheSendOnce)
+TEST(UsbDeviceTransfers, pendingCancel_cancelsTheReadThenTheSendOnce)
 {
     // As if poll ran between the two stores of markDead.
     SendingRig rig;
@@ -545,7 +545,7 @@ TEST(UsbDevice, pendingCancel_cancelsTheReadThenTheSendOnce)
     rig.usb.ignoreCancel(false);
 }
 
-TEST(UsbDevice, deviceThatDiesInThePollsSend_isPolledToTheEnd)
+TEST(UsbDeviceTransfers, deviceThatDiesInThePollsSend_isPolledToTheEnd)
 {
     DeviceRig rig;
     rig.add(5, {1}); // before the open: it waits
@@ -564,7 +564,7 @@ TEST(UsbDevice, deviceThatDiesInThePollsSend_isPolledToTheEnd)
 
 // Device-information requests.
 
-TEST(UsbDevice, informationRequest_isSentMoreThanTwoSecondsAfterConstruction)
+TEST(UsbDeviceTransfers, informationRequest_isSentMoreThanTwoSecondsAfterConstruction)
 {
     OpenRig rig;
     rig.poll(2s);
@@ -575,7 +575,7 @@ TEST(UsbDevice, informationRequest_isSentMoreThanTwoSecondsAfterConstruction)
     EXPECT_EQ(sends[0].bytes, packetOfInfoRequest);
 }
 
-TEST(UsbDevice, informationRequest_isRepeatedUntilTheInformationComes)
+TEST(UsbDeviceTransfers, informationRequest_isRepeatedUntilTheInformationComes)
 {
     OpenRig rig;
     rig.poll(2s);
@@ -594,7 +594,7 @@ TEST(UsbDevice, informationRequest_isRepeatedUntilTheInformationComes)
     EXPECT_THAT(rig.sends(), IsEmpty());
 }
 
-TEST(UsbDevice, informationRequestsWithoutASend_pileUp)
+TEST(UsbDeviceTransfers, informationRequestsWithoutASend_pileUp)
 {
     SendingRig rig; // the send does not end
     rig.poll(2s + 1ns);
@@ -608,7 +608,7 @@ TEST(UsbDevice, informationRequestsWithoutASend_pileUp)
 
 // Watchdogs.
 
-TEST(UsbDevice, sendWatchdog_firesMoreThanFiveSecondsAfterTheSubmission)
+TEST(UsbDeviceTransfers, sendWatchdog_firesMoreThanFiveSecondsAfterTheSubmission)
 {
     for (const int level : {2, 1}) {
         SendingRig rig;
@@ -627,7 +627,7 @@ TEST(UsbDevice, sendWatchdog_firesMoreThanFiveSecondsAfterTheSubmission)
     }
 }
 
-TEST(UsbDevice, sendWatchdog_retryIsBusyWhileTheCancelledSendIsOutstanding)
+TEST(UsbDeviceTransfers, sendWatchdog_retryIsBusyWhileTheCancelledSendIsOutstanding)
 {
     SendingRig rig;
     rig.device->setDeviceInfo(DeviceInformation{});
@@ -644,7 +644,7 @@ TEST(UsbDevice, sendWatchdog_retryIsBusyWhileTheCancelledSendIsOutstanding)
     rig.usb.ignoreCancel(false);
 }
 
-TEST(UsbDevice, readWatchdog_firesMoreThanFiveSecondsAfterTheSubmissionAndArmsAgain)
+TEST(UsbDeviceTransfers, readWatchdog_firesMoreThanFiveSecondsAfterTheSubmissionAndArmsAgain)
 {
     for (const int level : {2, 1}) {
         OpenRig rig;
@@ -660,7 +660,7 @@ TEST(UsbDevice, readWatchdog_firesMoreThanFiveSecondsAfterTheSubmissionAndArmsAg
     }
 }
 
-TEST(UsbDevice, readWatchdog_lateCompletionDeliversNothing)
+TEST(UsbDeviceTransfers, readWatchdog_lateCompletionDeliversNothing)
 {
     OpenRig rig;
     rig.device->setDeviceInfo(DeviceInformation{});
@@ -675,7 +675,7 @@ TEST(UsbDevice, readWatchdog_lateCompletionDeliversNothing)
     rig.usb.ignoreCancel(false);
 }
 
-TEST(UsbDevice, watchdogs_countFromTheLatestSubmission)
+TEST(UsbDeviceTransfers, watchdogs_countFromTheLatestSubmission)
 {
     OpenRig rig;
     rig.device->setDeviceInfo(DeviceInformation{});
@@ -689,7 +689,7 @@ TEST(UsbDevice, watchdogs_countFromTheLatestSubmission)
     EXPECT_THAT(rig.usb.takeTrace(), Each(testing::StartsWith("submit")));
 }
 
-TEST(UsbDevice, silentPanel_isReadEveryTwoSecondsAndAskedForItsInformation)
+TEST(UsbDeviceTransfers, silentPanel_isReadEveryTwoSecondsAndAskedForItsInformation)
 {
     DeviceRig rig;
     rig.usb.honourTimeouts(true);

@@ -47,7 +47,7 @@ libusb_transfer transferOf(std::uintptr_t id)
 
 } // namespace
 
-TEST(UsbManager, receivedBuffer_reachesTheObserverOnTheReceiveThread)
+TEST(UsbManagerDispatch, receivedBuffer_reachesTheObserverOnTheReceiveThread)
 {
     PanelRig rig;
     rig.receive(rig.panel, oneRecord);
@@ -57,7 +57,7 @@ TEST(UsbManager, receivedBuffer_reachesTheObserverOnTheReceiveThread)
     EXPECT_EQ(rig.observer.threadOf("end"), "MorvaneRecv");
 }
 
-TEST(UsbManager, observerThatUnregistersItself_hearsNoMoreOfItsMessage)
+TEST(UsbManagerDispatch, observerThatUnregistersItself_hearsNoMoreOfItsMessage)
 {
     PanelRig rig;
     const auto unregister = [&rig] { rig.manager->unregisterObserver(&rig.observer); };
@@ -77,7 +77,7 @@ TEST(UsbManager, observerThatUnregistersItself_hearsNoMoreOfItsMessage)
     EXPECT_THAT(linesOfOneMessage(), ElementsAre("begin 104 16 bytes"));
 }
 
-TEST(UsbManager, uid_isStampedIntoBytesFourToSeven)
+TEST(UsbManagerDispatch, uid_isStampedIntoBytesFourToSeven)
 {
     PanelRig rig;
     Bytes seen;
@@ -91,7 +91,7 @@ TEST(UsbManager, uid_isStampedIntoBytesFourToSeven)
     EXPECT_EQ(id, 0x104);
 }
 
-TEST(UsbManager, bufferOfSeveralPackets_isParsedInOrderUnderOneUid)
+TEST(UsbManagerDispatch, bufferOfSeveralPackets_isParsedInOrderUnderOneUid)
 {
     PanelRig rig;
     rig.receive(rig.panel, {16, 0, 2, 0, 0, 0, 0, 0, 5, 1, 0, 1, 6, 1, 0, 2, //
@@ -100,7 +100,7 @@ TEST(UsbManager, bufferOfSeveralPackets_isParsedInOrderUnderOneUid)
                                                  "parsed 104 type 7:", "end 104"));
 }
 
-TEST(UsbManager, bufferOfEightBytes_isDropped)
+TEST(UsbManagerDispatch, bufferOfEightBytes_isDropped)
 {
     PanelRig rig;
     rig.usb.receive(rig.panel, Bytes(8));
@@ -110,14 +110,14 @@ TEST(UsbManager, bufferOfEightBytes_isDropped)
     EXPECT_EQ(rig.device->getReceivedData(), 20u) << "counted all the same";
 }
 
-TEST(UsbManager, bufferOfNineBytes_isParsed)
+TEST(UsbManagerDispatch, bufferOfNineBytes_isParsed)
 {
     PanelRig rig;
     rig.receive(rig.panel, {9, 0, 1, 0, 0, 0, 0, 0, 5});
     EXPECT_THAT(rig.observer.take(), ElementsAre("begin 104 9 bytes", "end 104")) << "begun, though no record is whole";
 }
 
-TEST(UsbManager, bufferWithoutAnObserver_isDiscardedUnparsed)
+TEST(UsbManagerDispatch, bufferWithoutAnObserver_isDiscardedUnparsed)
 {
     PanelRig rig;
     rig.manager->unregisterObserver(nullptr);
@@ -135,7 +135,7 @@ TEST(UsbManager, bufferWithoutAnObserver_isDiscardedUnparsed)
     EXPECT_THAT(rig.observer.take(), SizeIs(3)) << "the first buffer is gone";
 }
 
-TEST(UsbManager, deviceInformation_isStoredAndTheObserverTold)
+TEST(UsbManagerDispatch, deviceInformation_isStoredAndTheObserverTold)
 {
     PanelRig rig;
     Bytes buffer = {94, 0, 1, 0, 0, 0, 0, 0, 0, 83, 0};
@@ -156,7 +156,7 @@ TEST(UsbManager, deviceInformation_isStoredAndTheObserverTold)
     EXPECT_THAT(lines[1], testing::StartsWith("parsed 104 type 0: 77 0 0"));
 }
 
-TEST(UsbManager, firmwareReply_reachesItsDeviceAndTheObserver)
+TEST(UsbManagerDispatch, firmwareReply_reachesItsDeviceAndTheObserver)
 {
     PanelRig rig;
     // Command 0, which is invalid, shows itself in the log.
@@ -168,7 +168,7 @@ TEST(UsbManager, firmwareReply_reachesItsDeviceAndTheObserver)
                 ElementsAre("begin 104 25 bytes", "parsed 104 type 40: 0 0 0 0 0 0 0 0 0 0 0 0 0 0", "end 104"));
 }
 
-TEST(UsbManager, otherTypes_causeNoActionOnTheDevice)
+TEST(UsbManagerDispatch, otherTypes_causeNoActionOnTheDevice)
 {
     PanelRig rig;
     DataPacketUnion data{};
@@ -180,7 +180,7 @@ TEST(UsbManager, otherTypes_causeNoActionOnTheDevice)
     EXPECT_THAT(rig.observer.take(), SizeIs(59));
 }
 
-TEST(UsbManager, packetForADeviceThatHasGone_isToldToTheObserverAlone)
+TEST(UsbManagerDispatch, packetForADeviceThatHasGone_isToldToTheObserverAlone)
 {
     PanelRig rig;
     DataPacketUnion data{};
@@ -189,7 +189,7 @@ TEST(UsbManager, packetForADeviceThatHasGone_isToldToTheObserverAlone)
     EXPECT_THAT(rig.observer.take(), ElementsAre("parsed 999 type 0: 0", "parsed 999 type 40: 0"));
 }
 
-TEST(UsbManager, packetWithoutAnObserver_stillReachesTheDevice)
+TEST(UsbManagerDispatch, packetWithoutAnObserver_stillReachesTheDevice)
 {
     PanelRig rig;
     rig.manager->unregisterObserver(nullptr);
@@ -197,7 +197,7 @@ TEST(UsbManager, packetWithoutAnObserver_stillReachesTheDevice)
     EXPECT_NE(rig.device->getDeviceInfo(), nullptr);
 }
 
-TEST(UsbManager, onReserved_isNeverCalled)
+TEST(UsbManagerDispatch, onReserved_isNeverCalled)
 {
     PanelRig rig;
     rig.receive(rig.panel, oneRecord);
@@ -206,7 +206,7 @@ TEST(UsbManager, onReserved_isNeverCalled)
     EXPECT_EQ(rig.observer.threadOf("reserved"), "");
 }
 
-TEST(UsbManager, receiveThreadLog_isPrintedAtLevelFour)
+TEST(UsbManagerDispatch, receiveThreadLog_isPrintedAtLevelFour)
 {
     for (const int level : {4, 3}) {
         ManagerRig rig;
@@ -231,7 +231,7 @@ TEST(UsbManager, receiveThreadLog_isPrintedAtLevelFour)
 
 // Completions.
 
-TEST(UsbManager, completionLog_showsIdAndTableSizeAtLevelFive)
+TEST(UsbManagerDispatch, completionLog_showsIdAndTableSizeAtLevelFive)
 {
     for (const int level : {5, 4}) {
         PanelRig rig;
@@ -243,7 +243,7 @@ TEST(UsbManager, completionLog_showsIdAndTableSizeAtLevelFive)
     }
 }
 
-TEST(UsbManager, completionOfAnUnknownId_isDropped)
+TEST(UsbManagerDispatch, completionOfAnUnknownId_isDropped)
 {
     PanelRig rig;
     for (const std::uintptr_t id : {1u, 77u}) {
@@ -255,7 +255,7 @@ TEST(UsbManager, completionOfAnUnknownId_isDropped)
     EXPECT_THAT(rig.usb.takeTrace(), IsEmpty());
 }
 
-TEST(UsbManager, completionOfAnEmptySlot_isDropped)
+TEST(UsbManagerDispatch, completionOfAnEmptySlot_isDropped)
 {
     PanelRig rig;
     rig.usb.unplug(rig.panel);
@@ -267,7 +267,7 @@ TEST(UsbManager, completionOfAnEmptySlot_isDropped)
     EXPECT_THAT(rig.usb.takeTrace(), IsEmpty());
 }
 
-TEST(UsbManager, noTransfer_isIgnored)
+TEST(UsbManagerDispatch, noTransfer_isIgnored)
 {
     PanelRig rig;
     EXPECT_EQ(rig.logged(5,
@@ -280,7 +280,7 @@ TEST(UsbManager, noTransfer_isIgnored)
               "");
 }
 
-TEST(UsbManager, completionBeforeInitialiseAndAfterDestroy_isIgnored)
+TEST(UsbManagerDispatch, completionBeforeInitialiseAndAfterDestroy_isIgnored)
 {
     ManagerRig rig;
     libusb_transfer transfer = transferOf(0);
@@ -296,7 +296,7 @@ TEST(UsbManager, completionBeforeInitialiseAndAfterDestroy_isIgnored)
     EXPECT_EQ(rig.logged(5, completions), "");
 }
 
-TEST(UsbManager, completion_chainsTheNextSendInsideEventHandling)
+TEST(UsbManagerDispatch, completion_chainsTheNextSendInsideEventHandling)
 {
     PanelRig rig;
     const Bytes record(1000);
@@ -310,7 +310,7 @@ TEST(UsbManager, completion_chainsTheNextSendInsideEventHandling)
     EXPECT_EQ(rig.device->getSentData(), 3u * 1011u);
 }
 
-TEST(UsbManager, twoPanels_areToldApartByTheirIds)
+TEST(UsbManagerDispatch, twoPanels_areToldApartByTheirIds)
 {
     PanelRig rig;
     FakeLibusb::Panel other;

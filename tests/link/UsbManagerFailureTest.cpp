@@ -65,7 +65,7 @@ bool live(unsigned int n, int code)
 
 } // namespace
 
-TEST(UsbManager, anyLibusbCallThatFails_leavesEverythingClean)
+TEST(UsbManagerFailure, anyLibusbCallThatFails_leavesEverythingClean)
 {
     for (const int code : {LIBUSB_ERROR_IO, LIBUSB_ERROR_NO_DEVICE, LIBUSB_ERROR_BUSY, LIBUSB_ERROR_NO_MEM}) {
         unsigned int n = 0;

@@ -49,7 +49,7 @@ std::function<void()> lookUp(ManagerRig& rig)
 
 // The instance.
 
-TEST(UsbManager, getUsbManagerDuringTheConstruction_waitsForIt)
+TEST(UsbManagerLocks, getUsbManagerDuringTheConstruction_waitsForIt)
 {
     ManagerRig rig;
     UsbManager* other = nullptr;
@@ -63,7 +63,7 @@ TEST(UsbManager, getUsbManagerDuringTheConstruction_waitsForIt)
 
 // Hotplug.
 
-TEST(UsbManager, hotplugCallback_isOneAtATimeFromStartToEnd)
+TEST(UsbManagerLocks, hotplugCallback_isOneAtATimeFromStartToEnd)
 {
     for (const char* const point : {"get_device_descriptor", "clear_halt"}) {
         SCOPED_TRACE(point);
@@ -81,7 +81,7 @@ TEST(UsbManager, hotplugCallback_isOneAtATimeFromStartToEnd)
 
 // The registry.
 
-TEST(UsbManager, everyUseOfTheRegistry_waitsForTheRegistryCheck)
+TEST(UsbManagerLocks, everyUseOfTheRegistry_waitsForTheRegistryCheck)
 {
     const auto complete = [](void (UsbManager::*handler)(libusb_transfer*)) {
         return [handler](UsbManager& manager) {
@@ -119,7 +119,7 @@ TEST(UsbManager, everyUseOfTheRegistry_waitsForTheRegistryCheck)
 
 // With nothing registered: a drain would need the worker, and a close would wait for a
 // callback in any case.
-TEST(UsbManager, closeAllDevices_waitsForTheRegistryCheck)
+TEST(UsbManagerLocks, closeAllDevices_waitsForTheRegistryCheck)
 {
     ManagerRig rig;
     rig.start();
@@ -128,7 +128,7 @@ TEST(UsbManager, closeAllDevices_waitsForTheRegistryCheck)
     EXPECT_TRUE(meeting.wasAsExpected());
 }
 
-TEST(UsbManager, lookUp_waitsForEveryStepOfAnOpen)
+TEST(UsbManagerLocks, lookUp_waitsForEveryStepOfAnOpen)
 {
     for (const char* const step : {"open", "claim_interface", "clear_halt"}) {
         SCOPED_TRACE(step);
@@ -140,7 +140,7 @@ TEST(UsbManager, lookUp_waitsForEveryStepOfAnOpen)
     }
 }
 
-TEST(UsbManager, lookUp_waitsForTheRegistryCheck)
+TEST(UsbManagerLocks, lookUp_waitsForTheRegistryCheck)
 {
     for (const char* const step : {"open", "clear_halt", "free_device_list"}) {
         SCOPED_TRACE(step);
@@ -153,7 +153,7 @@ TEST(UsbManager, lookUp_waitsForTheRegistryCheck)
     }
 }
 
-TEST(UsbManager, lookUp_waitsForThePoll)
+TEST(UsbManagerLocks, lookUp_waitsForThePoll)
 {
     ManagerRig rig;
     rig.start();
@@ -162,7 +162,7 @@ TEST(UsbManager, lookUp_waitsForThePoll)
     EXPECT_TRUE(meeting.wasAsExpected());
 }
 
-TEST(UsbManager, lookUpDuringARetirement_waitsForTheCloseNotForTheDrain)
+TEST(UsbManagerLocks, lookUpDuringARetirement_waitsForTheCloseNotForTheDrain)
 {
     for (const auto& row :
          {std::pair("cancel_transfer", through), std::pair("release_interface", heldUp), std::pair("close", heldUp)}) {
@@ -177,7 +177,7 @@ TEST(UsbManager, lookUpDuringARetirement_waitsForTheCloseNotForTheDrain)
     }
 }
 
-TEST(UsbManager, lookUpDuringCloseAllDevices_waitsForNothing)
+TEST(UsbManagerLocks, lookUpDuringCloseAllDevices_waitsForNothing)
 {
     for (const char* const step : {"cancel_transfer", "release_interface", "close"}) {
         SCOPED_TRACE(step);
@@ -194,7 +194,7 @@ TEST(UsbManager, lookUpDuringCloseAllDevices_waitsForNothing)
 }
 
 // A destructor may wait for completions, which look their device up.
-TEST(UsbManager, lastReferenceToADevice_isDroppedWithoutTheLock)
+TEST(UsbManagerLocks, lastReferenceToADevice_isDroppedWithoutTheLock)
 {
     const std::function<void(ManagerRig&, libusb_device*)> drops[] = {
         [](ManagerRig& rig, libusb_device* panel) { // by the worker
@@ -222,7 +222,7 @@ TEST(UsbManager, lastReferenceToADevice_isDroppedWithoutTheLock)
     }
 }
 
-TEST(UsbManager, observersCall_holdsNoLock)
+TEST(UsbManagerLocks, observersCall_holdsNoLock)
 {
     ManagerRig rig;
     int calls = 0;
@@ -243,7 +243,7 @@ TEST(UsbManager, observersCall_holdsNoLock)
     EXPECT_EQ(calls, 4);
 }
 
-TEST(UsbManager, sync_keepsTheRegistryLocked)
+TEST(UsbManagerLocks, sync_keepsTheRegistryLocked)
 {
     ManagerRig rig;
     rig.start();
@@ -265,7 +265,7 @@ TEST(UsbManager, sync_keepsTheRegistryLocked)
 
 // Completions.
 
-TEST(UsbManager, completionsHandler_runsWithoutTheRegistrysLock)
+TEST(UsbManagerLocks, completionsHandler_runsWithoutTheRegistrysLock)
 {
     for (const std::uint8_t endpoint : {FakeLibusb::inEndpoint, FakeLibusb::outEndpoint}) {
         SCOPED_TRACE(+endpoint);
@@ -282,7 +282,7 @@ TEST(UsbManager, completionsHandler_runsWithoutTheRegistrysLock)
 
 // The stalled read keeps its completion in the handler; it is not submitted again there,
 // for the device is dead by then.
-TEST(UsbManager, closeDuringACompletion_waitsForTheEndOfItsHandler)
+TEST(UsbManagerLocks, closeDuringACompletion_waitsForTheEndOfItsHandler)
 {
     ManagerRig rig;
     rig.start();
@@ -306,7 +306,7 @@ TEST(UsbManager, closeDuringACompletion_waitsForTheEndOfItsHandler)
 }
 
 // The worker's thread takes its time to start, but is expected already.
-TEST(UsbManager, closeBeforeTheWorkerRuns_leavesTheEventsToIt)
+TEST(UsbManagerLocks, closeBeforeTheWorkerRuns_leavesTheEventsToIt)
 {
     ManagerRig rig;
     rig.create();

@@ -192,13 +192,13 @@ private:
 } // namespace
 
 // The rig checks after every run that nothing was misused and every reference dropped.
-TEST(UsbManager, randomSchedule_endsClean)
+TEST(UsbManagerSchedule, randomSchedule_endsClean)
 {
     runSeeds(slowBuild ? 400 : 3000, [](unsigned int seed) { Schedule(seed).run(); });
 }
 
 // Application threads beside the worker and the receive thread; the order is the system's.
-TEST(UsbManager, applicationThreads_mayDoEverythingAtOnce)
+TEST(UsbManagerSchedule, applicationThreads_mayDoEverythingAtOnce)
 {
     for (int round = 0; round < 5; ++round) {
         ManagerRig rig;

@@ -32,7 +32,7 @@ FakeLibusb::Panel panelAt(std::uint8_t port)
 
 } // namespace
 
-TEST(UsbManager, worker_handlesEventsForUpTo1050Milliseconds)
+TEST(UsbManagerWorker, worker_handlesEventsForUpTo1050Milliseconds)
 {
     ManagerRig rig;
     rig.start();
@@ -47,7 +47,7 @@ TEST(UsbManager, worker_handlesEventsForUpTo1050Milliseconds)
     }
 }
 
-TEST(UsbManager, worker_announcesDeparturesBeforeArrivals)
+TEST(UsbManagerWorker, worker_announcesDeparturesBeforeArrivals)
 {
     ManagerRig rig;
     rig.start();
@@ -62,7 +62,7 @@ TEST(UsbManager, worker_announcesDeparturesBeforeArrivals)
     EXPECT_THAT(rig.observer.take(), ElementsAre("removed 105", "removed 104", "added 106", "added 107"));
 }
 
-TEST(UsbManager, panelThatComesAndGoesInOnePass_isAnnouncedRemovedFirst)
+TEST(UsbManagerWorker, panelThatComesAndGoesInOnePass_isAnnouncedRemovedFirst)
 {
     ManagerRig rig;
     rig.start();
@@ -72,7 +72,7 @@ TEST(UsbManager, panelThatComesAndGoesInOnePass_isAnnouncedRemovedFirst)
     EXPECT_THAT(rig.manager->getDeviceListSafe(), IsEmpty());
 }
 
-TEST(UsbManager, observerThatUnregistersItself_isToldNothingMoreInThatPass)
+TEST(UsbManagerWorker, observerThatUnregistersItself_isToldNothingMoreInThatPass)
 {
     ManagerRig rig;
     rig.observer.whenAdded = [&rig](std::uint16_t) { rig.manager->unregisterObserver(&rig.observer); };
@@ -90,7 +90,7 @@ TEST(UsbManager, observerThatUnregistersItself_isToldNothingMoreInThatPass)
     EXPECT_THAT(rig.observer.take(), ElementsAre("removed 104"));
 }
 
-TEST(UsbManager, observerReplacedInACallback_isFollowedByTheNewOne)
+TEST(UsbManagerWorker, observerReplacedInACallback_isFollowedByTheNewOne)
 {
     ManagerRig rig;
     RecordingObserver second;
@@ -104,7 +104,7 @@ TEST(UsbManager, observerReplacedInACallback_isFollowedByTheNewOne)
     rig.manager->registerObserver(&rig.observer);
 }
 
-TEST(UsbManager, announcedDevice_canBeFoundAndARetiredOneCannot)
+TEST(UsbManagerWorker, announcedDevice_canBeFoundAndARetiredOneCannot)
 {
     ManagerRig rig;
     bool found = false;
@@ -119,7 +119,7 @@ TEST(UsbManager, announcedDevice_canBeFoundAndARetiredOneCannot)
     EXPECT_FALSE(foundRetired);
 }
 
-TEST(UsbManager, arrivalsWithoutAnObserver_areDrivenAllTheSame)
+TEST(UsbManagerWorker, arrivalsWithoutAnObserver_areDrivenAllTheSame)
 {
     ManagerRig rig;
     rig.create();
@@ -131,7 +131,7 @@ TEST(UsbManager, arrivalsWithoutAnObserver_areDrivenAllTheSame)
     EXPECT_THAT(rig.manager->getDeviceListSafe(), IsEmpty());
 }
 
-TEST(UsbManager, arrival_isToldBeforeItsFirstPoll)
+TEST(UsbManagerWorker, arrival_isToldBeforeItsFirstPoll)
 {
     ManagerRig rig;
     rig.observer.whenAdded = [&rig](std::uint16_t) { rig.usb.takeTrace(); };
@@ -140,7 +140,7 @@ TEST(UsbManager, arrival_isToldBeforeItsFirstPoll)
     EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("submit 1-4 0x81"));
 }
 
-TEST(UsbManager, arrivedDevice_isPolledInTheSamePass)
+TEST(UsbManagerWorker, arrivedDevice_isPolledInTheSamePass)
 {
     ManagerRig rig;
     rig.start();
@@ -149,7 +149,7 @@ TEST(UsbManager, arrivedDevice_isPolledInTheSamePass)
     EXPECT_THAT(rig.usb.takeSubmissions(panel, FakeLibusb::inEndpoint), SizeIs(1));
 }
 
-TEST(UsbManager, worker_pollsEveryDeviceWithOneTimeStamp)
+TEST(UsbManagerWorker, worker_pollsEveryDeviceWithOneTimeStamp)
 {
     ManagerRig rig;
     pthread_t worker{};
@@ -167,7 +167,7 @@ TEST(UsbManager, worker_pollsEveryDeviceWithOneTimeStamp)
     EXPECT_EQ(rig.usb.inFlight(five, FakeLibusb::outEndpoint), nullptr);
 }
 
-TEST(UsbManager, sendTimedOut_isRetriedByTheNextPass)
+TEST(UsbManagerWorker, sendTimedOut_isRetriedByTheNextPass)
 {
     ManagerRig rig;
     rig.start();
@@ -180,7 +180,7 @@ TEST(UsbManager, sendTimedOut_isRetriedByTheNextPass)
     EXPECT_THAT(rig.usb.takeSubmissions(panel, FakeLibusb::outEndpoint), SizeIs(1));
 }
 
-TEST(UsbManager, failingEventCalls_doNotStopTheWorker)
+TEST(UsbManagerWorker, failingEventCalls_doNotStopTheWorker)
 {
     ManagerRig rig;
     rig.start();
@@ -194,7 +194,7 @@ TEST(UsbManager, failingEventCalls_doNotStopTheWorker)
 
 // Departures.
 
-TEST(UsbManager, departureAnnouncedTwice_isToldOnce)
+TEST(UsbManagerWorker, departureAnnouncedTwice_isToldOnce)
 {
     ManagerRig rig;
     rig.start();
@@ -211,7 +211,7 @@ TEST(UsbManager, departureAnnouncedTwice_isToldOnce)
     EXPECT_THAT(rig.observer.take(), IsEmpty());
 }
 
-TEST(UsbManager, departureDuringADrain_waitsForTheNextPass)
+TEST(UsbManagerWorker, departureDuringADrain_waitsForTheNextPass)
 {
     ManagerRig rig;
     rig.start();
@@ -230,7 +230,7 @@ TEST(UsbManager, departureDuringADrain_waitsForTheNextPass)
     EXPECT_THAT(rig.observer.take(), ElementsAre("removed 105"));
 }
 
-TEST(UsbManager, departureDuringADrain_isNotTakenForADeadDevice)
+TEST(UsbManagerWorker, departureDuringADrain_isNotTakenForADeadDevice)
 {
     ManagerRig rig;
     rig.start();
@@ -253,7 +253,7 @@ TEST(UsbManager, departureDuringADrain_isNotTakenForADeadDevice)
     EXPECT_THAT(rig.observer.take(), ElementsAre("removed 104", "removed 105"));
 }
 
-TEST(UsbManager, retirement_waitsForACancelledTransferToComeBack)
+TEST(UsbManagerWorker, retirement_waitsForACancelledTransferToComeBack)
 {
     ManagerRig rig;
     rig.start();
@@ -269,7 +269,7 @@ TEST(UsbManager, retirement_waitsForACancelledTransferToComeBack)
 
 // The registry check.
 
-TEST(UsbManager, registryCheck_comesMoreThanFiveSecondsAfterTheLast)
+TEST(UsbManagerWorker, registryCheck_comesMoreThanFiveSecondsAfterTheLast)
 {
     ManagerRig rig;
     rig.start();
@@ -282,7 +282,7 @@ TEST(UsbManager, registryCheck_comesMoreThanFiveSecondsAfterTheLast)
     }
 }
 
-TEST(UsbManager, registryCheck_isDatedByItsPass)
+TEST(UsbManagerWorker, registryCheck_isDatedByItsPass)
 {
     ManagerRig rig;
     pthread_t worker{};
@@ -298,7 +298,7 @@ TEST(UsbManager, registryCheck_isDatedByItsPass)
     EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("list", "free-list"));
 }
 
-TEST(UsbManager, idleWorker_checksTheBusInEveryFifthPass)
+TEST(UsbManagerWorker, idleWorker_checksTheBusInEveryFifthPass)
 {
     ManagerRig rig;
     rig.start();
@@ -311,7 +311,7 @@ TEST(UsbManager, idleWorker_checksTheBusInEveryFifthPass)
     EXPECT_EQ(std::count(trace.begin(), trace.end(), "list"), 4);
 }
 
-TEST(UsbManager, registryCheck_leavesALiveDeviceAlone)
+TEST(UsbManagerWorker, registryCheck_leavesALiveDeviceAlone)
 {
     ManagerRig rig;
     rig.start();
@@ -324,7 +324,7 @@ TEST(UsbManager, registryCheck_leavesALiveDeviceAlone)
     EXPECT_EQ(rig.manager->getDeviceListSafe(), before);
 }
 
-TEST(UsbManager, deadDevice_isReportedByTheCheckAndRetiredInTheNextPass)
+TEST(UsbManagerWorker, deadDevice_isReportedByTheCheckAndRetiredInTheNextPass)
 {
     for (const int level : {3, 2}) {
         ManagerRig rig;
@@ -351,7 +351,7 @@ TEST(UsbManager, deadDevice_isReportedByTheCheckAndRetiredInTheNextPass)
     }
 }
 
-TEST(UsbManager, completionOfADeviceThatTheCheckFoundDead_isDropped)
+TEST(UsbManagerWorker, completionOfADeviceThatTheCheckFoundDead_isDropped)
 {
     ManagerRig rig;
     rig.start();
@@ -365,7 +365,7 @@ TEST(UsbManager, completionOfADeviceThatTheCheckFoundDead_isDropped)
     EXPECT_EQ(device->getReceivedData(), 0u);
 }
 
-TEST(UsbManager, strayDevice_isReportedByItsIdAndAnnouncedInTheNextPass)
+TEST(UsbManagerWorker, strayDevice_isReportedByItsIdAndAnnouncedInTheNextPass)
 {
     for (const int level : {3, 2}) {
         ManagerRig rig;
@@ -388,7 +388,7 @@ TEST(UsbManager, strayDevice_isReportedByItsIdAndAnnouncedInTheNextPass)
     }
 }
 
-TEST(UsbManager, strayDevicesCompletions_findTheirDevice)
+TEST(UsbManagerWorker, strayDevicesCompletions_findTheirDevice)
 {
     ManagerRig rig;
     rig.start();
@@ -400,7 +400,7 @@ TEST(UsbManager, strayDevicesCompletions_findTheirDevice)
                 ElementsAre("added 105", "begin 105 12 bytes", "parsed 105 type 5: 2a", "end 105"));
 }
 
-TEST(UsbManager, foreignDeviceOnTheBus_isNoStray)
+TEST(UsbManagerWorker, foreignDeviceOnTheBus_isNoStray)
 {
     ManagerRig rig;
     rig.start();
@@ -414,7 +414,7 @@ TEST(UsbManager, foreignDeviceOnTheBus_isNoStray)
     EXPECT_THAT(rig.usb.takeTrace(), ElementsAre("list", "free-list"));
 }
 
-TEST(UsbManager, failingDeviceList_isFreedAndTriedAgainAtTheNextCheck)
+TEST(UsbManagerWorker, failingDeviceList_isFreedAndTriedAgainAtTheNextCheck)
 {
     ManagerRig rig;
     rig.start();
@@ -427,7 +427,7 @@ TEST(UsbManager, failingDeviceList_isFreedAndTriedAgainAtTheNextCheck)
     EXPECT_THAT(rig.manager->getDeviceListSafe(), SizeIs(1));
 }
 
-TEST(UsbManager, deadDeviceThatStaysAttached_isRemovedAndAddedAgain)
+TEST(UsbManagerWorker, deadDeviceThatStaysAttached_isRemovedAndAddedAgain)
 {
     ManagerRig rig;
     rig.start();
@@ -452,7 +452,7 @@ TEST(UsbManager, deadDeviceThatStaysAttached_isRemovedAndAddedAgain)
     EXPECT_NE(rig.usb.inFlight(panel, FakeLibusb::inEndpoint), nullptr);
 }
 
-TEST(UsbManager, clockSetBack_postponesTheCheck)
+TEST(UsbManagerWorker, clockSetBack_postponesTheCheck)
 {
     ManagerRig rig;
     rig.start();
@@ -465,7 +465,7 @@ TEST(UsbManager, clockSetBack_postponesTheCheck)
 
 // Between the worker and the application.
 
-TEST(UsbManager, progressCallback_mayUseTheGettersWhileTheWorkerPolls)
+TEST(UsbManagerWorker, progressCallback_mayUseTheGettersWhileTheWorkerPolls)
 {
     ManagerRig rig;
     rig.start();
@@ -486,7 +486,7 @@ TEST(UsbManager, progressCallback_mayUseTheGettersWhileTheWorkerPolls)
     EXPECT_FALSE(device->isUpdating()) << "the worker's next pass takes the step";
 }
 
-TEST(UsbManager, upgradeThroughTheWorker_isDrivenByPassesAndReplies)
+TEST(UsbManagerWorker, upgradeThroughTheWorker_isDrivenByPassesAndReplies)
 {
     ManagerRig rig;
     rig.start();

@@ -98,9 +98,11 @@ private:
     std::vector<Progress> m_wantedProgress;
 };
 
-// Every test runs at the log levels 1 to 4, so that a line is seen where it belongs and
+// A suite that runs at the log levels 1 to 4, so that a line is seen where it belongs and
 // nowhere else.
-class UsbDeviceFirmware : public testing::TestWithParam<int> {};
+#define AT_EVERY_LEVEL(Suite)                                                                                          \
+    class Suite : public testing::TestWithParam<int> {};                                                               \
+    INSTANTIATE_TEST_SUITE_P(AtLevel, Suite, testing::Values(1, 2, 3, 4))
 
 // 10,000 bytes: 4,096 of 1, 4,096 of 2, 1,808 of 3.
 const Bytes& threeChunks();

@@ -44,8 +44,10 @@ void writeMain(FirmwareRig& rig, const Bytes& before)
 
 } // namespace
 
+AT_EVERY_LEVEL(UsbDeviceFirmwareFinish);
+
 // 0, 1, 2, 1, 3, 1, 4, 0, with both images.
-TEST_P(UsbDeviceFirmware, bothImages_takeTheWholeRoad)
+TEST_P(UsbDeviceFirmwareFinish, bothImages_takeTheWholeRoad)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), Bytes(3, 7));
     writeMain(rig, {});
@@ -78,7 +80,7 @@ TEST_P(UsbDeviceFirmware, bothImages_takeTheWholeRoad)
     rig.expectNothing();
 }
 
-TEST_P(UsbDeviceFirmware, duplicates_areCountedInTheLastLine)
+TEST_P(UsbDeviceFirmwareFinish, duplicates_areCountedInTheLastLine)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     rig.startAndExpect();
@@ -111,7 +113,7 @@ TEST_P(UsbDeviceFirmware, duplicates_areCountedInTheLastLine)
 }
 
 // The callback is kept, and a reply that comes after the end still calls it: 0 of 0.
-TEST_P(UsbDeviceFirmware, replyAfterTheEnd_reportsNothingOfNothing)
+TEST_P(UsbDeviceFirmwareFinish, replyAfterTheEnd_reportsNothingOfNothing)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});
@@ -129,7 +131,7 @@ TEST_P(UsbDeviceFirmware, replyAfterTheEnd_reportsNothingOfNothing)
 
 // What the first upgrade leaves: the offset last sent, the address last acknowledged, the
 // chunk. So the second one's first chunk counts as a resend where the first ended in one.
-TEST_P(UsbDeviceFirmware, secondUpgrade_beginsWithWhatTheFirstLeft)
+TEST_P(UsbDeviceFirmwareFinish, secondUpgrade_beginsWithWhatTheFirstLeft)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     Bytes before;
@@ -147,7 +149,7 @@ TEST_P(UsbDeviceFirmware, secondUpgrade_beginsWithWhatTheFirstLeft)
     }
 }
 
-TEST_P(UsbDeviceFirmware, secondUpgradeBehindALongOne_countsNoResend)
+TEST_P(UsbDeviceFirmwareFinish, secondUpgradeBehindALongOne_countsNoResend)
 {
     FirmwareRig rig(GetParam(), Bytes(8192, 1), {});
     for (const unsigned int resends : {1u, 0u}) {
@@ -186,7 +188,7 @@ TEST_P(UsbDeviceFirmware, secondUpgradeBehindALongOne_countsNoResend)
 
 // A reply while the second upgrade is announced finds the length of the first one's last
 // step, which is 0: nothing moves. Of an upgrade whose servo image was never begun it is 0, too.
-TEST_P(UsbDeviceFirmware, acknowledgementOfTheRequest_movesNothing)
+TEST_P(UsbDeviceFirmwareFinish, acknowledgementOfTheRequest_movesNothing)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});
@@ -205,7 +207,7 @@ TEST_P(UsbDeviceFirmware, acknowledgementOfTheRequest_movesNothing)
 }
 
 // A late reply of the first upgrade is as good as one to the second one's chunk 0.
-TEST_P(UsbDeviceFirmware, lateReplyOfTheUpgradeBefore_countsForChunkZero)
+TEST_P(UsbDeviceFirmwareFinish, lateReplyOfTheUpgradeBefore_countsForChunkZero)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});
@@ -228,7 +230,7 @@ TEST_P(UsbDeviceFirmware, lateReplyOfTheUpgradeBefore_countsForChunkZero)
     }
 }
 
-TEST_P(UsbDeviceFirmware, secondStart_replacesTheCallback)
+TEST_P(UsbDeviceFirmwareFinish, secondStart_replacesTheCallback)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});

@@ -5,7 +5,9 @@ using namespace std::chrono_literals;
 
 namespace Vantor::Test {
 
-TEST_P(UsbDeviceFirmware, mainImageOf10000Bytes_goesOutInThreeChunks)
+AT_EVERY_LEVEL(UsbDeviceFirmwareMain);
+
+TEST_P(UsbDeviceFirmwareMain, mainImageOf10000Bytes_goesOutInThreeChunks)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
@@ -45,7 +47,7 @@ TEST_P(UsbDeviceFirmware, mainImageOf10000Bytes_goesOutInThreeChunks)
 // The bytes of a chunk, header and checksum included, without the helpers of the rig:
 // 01 + 10 (of the length 1000) + 4,096 ones = 1011; for the last one
 // 01 + 20 (address 2000) + 07 + 10 (length 0710) + 1,808 threes + 2,288 twos = 2748.
-TEST_P(UsbDeviceFirmware, chunks_areTheseBytes)
+TEST_P(UsbDeviceFirmwareMain, chunks_areTheseBytes)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
@@ -76,7 +78,7 @@ TEST_P(UsbDeviceFirmware, chunks_areTheseBytes)
 }
 
 // The offset moves by the chunk that the host built, not by what the panel says.
-TEST_P(UsbDeviceFirmware, replyWithAnotherLength_countsTheHostsOwn)
+TEST_P(UsbDeviceFirmwareMain, replyWithAnotherLength_countsTheHostsOwn)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     rig.startAndExpect();
@@ -129,7 +131,7 @@ void walkMain(int level, std::uint32_t size)
 
 } // namespace
 
-TEST_P(UsbDeviceFirmware, mainImageAroundTheChunkSize_endsWhereItEnds)
+TEST_P(UsbDeviceFirmwareMain, mainImageAroundTheChunkSize_endsWhereItEnds)
 {
     for (const std::uint32_t size : {1u, 4095u, 4096u, 4097u, 8191u, 8192u, 12288u, 65536u + 1u}) {
         SCOPED_TRACE(size);
@@ -137,14 +139,14 @@ TEST_P(UsbDeviceFirmware, mainImageAroundTheChunkSize_endsWhereItEnds)
     }
 }
 
-TEST_P(UsbDeviceFirmware, mainImageOfMegabytes_goesOutWhole)
+TEST_P(UsbDeviceFirmwareMain, mainImageOfMegabytes_goesOutWhole)
 {
     walkMain(GetParam(), (3U << 20) + 1);
 }
 
 // Two acknowledgements of chunk 0 beyond the last chunk: the offset passes the end, which
 // counts as a finished image. Nothing behind the image is read.
-TEST_P(UsbDeviceFirmware, offsetPastTheEnd_isAFinishedImage)
+TEST_P(UsbDeviceFirmwareMain, offsetPastTheEnd_isAFinishedImage)
 {
     const Bytes image(5000, 1);
     FirmwareRig rig(GetParam(), image, {});
@@ -177,7 +179,7 @@ TEST_P(UsbDeviceFirmware, offsetPastTheEnd_isAFinishedImage)
     rig.expectStep({}, {});
 }
 
-TEST_P(UsbDeviceFirmware, chunkAboveThePacketLimit_waitsInTheQueue)
+TEST_P(UsbDeviceFirmwareMain, chunkAboveThePacketLimit_waitsInTheQueue)
 {
     const Bytes image(9, 1);
     FirmwareRig rig(GetParam(), image, {});
@@ -198,7 +200,7 @@ TEST_P(UsbDeviceFirmware, chunkAboveThePacketLimit_waitsInTheQueue)
 }
 
 // While a panel takes nothing, each resend waits behind the one before; they all go out.
-TEST_P(UsbDeviceFirmware, resendsWhileNothingIsTaken_goOutOneAfterTheOther)
+TEST_P(UsbDeviceFirmwareMain, resendsWhileNothingIsTaken_goOutOneAfterTheOther)
 {
     const Bytes image(9, 1);
     FirmwareRig rig(GetParam(), image, {});

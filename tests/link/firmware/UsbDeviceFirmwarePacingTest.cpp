@@ -33,7 +33,9 @@ void wantSecondChunk(FirmwareRig& rig)
 
 } // namespace
 
-TEST_P(UsbDeviceFirmware, firstChunk_goesOutOneSecondAfterTheRequest)
+AT_EVERY_LEVEL(UsbDeviceFirmwarePacing);
+
+TEST_P(UsbDeviceFirmwarePacing, firstChunk_goesOutOneSecondAfterTheRequest)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -46,7 +48,7 @@ TEST_P(UsbDeviceFirmware, firstChunk_goesOutOneSecondAfterTheRequest)
     rig.expectStep({firstChunk()}, {writingMain, rig.resendLine()});
 }
 
-TEST_P(UsbDeviceFirmware, unansweredChunk_isSentAgainAfterSevenTenthsOfASecond)
+TEST_P(UsbDeviceFirmwarePacing, unansweredChunk_isSentAgainAfterSevenTenthsOfASecond)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -62,7 +64,7 @@ TEST_P(UsbDeviceFirmware, unansweredChunk_isSentAgainAfterSevenTenthsOfASecond)
     }
 }
 
-TEST_P(UsbDeviceFirmware, replyWithinATenthOfASecond_leavesTheNextChunkToThePoll)
+TEST_P(UsbDeviceFirmwarePacing, replyWithinATenthOfASecond_leavesTheNextChunkToThePoll)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -80,7 +82,7 @@ TEST_P(UsbDeviceFirmware, replyWithinATenthOfASecond_leavesTheNextChunkToThePoll
     rig.expectStep({secondChunk()}, {writingMain});
 }
 
-TEST_P(UsbDeviceFirmware, replyAfterATenthOfASecond_sendsTheNextChunkAtOnce)
+TEST_P(UsbDeviceFirmwarePacing, replyAfterATenthOfASecond_sendsTheNextChunkAtOnce)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -94,7 +96,7 @@ TEST_P(UsbDeviceFirmware, replyAfterATenthOfASecond_sendsTheNextChunkAtOnce)
 }
 
 // A reply shortens the wait behind the request, too.
-TEST_P(UsbDeviceFirmware, replyToTheRequest_bringsTheFirstChunkForward)
+TEST_P(UsbDeviceFirmwarePacing, replyToTheRequest_bringsTheFirstChunkForward)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -110,7 +112,7 @@ TEST_P(UsbDeviceFirmware, replyToTheRequest_bringsTheFirstChunkForward)
     rig.expectStep({firstChunk()}, {writingMain, rig.resendLine()});
 }
 
-TEST_P(UsbDeviceFirmware, clockSetBack_waitsUntilItHasCaughtUp)
+TEST_P(UsbDeviceFirmwarePacing, clockSetBack_waitsUntilItHasCaughtUp)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -131,7 +133,7 @@ TEST_P(UsbDeviceFirmware, clockSetBack_waitsUntilItHasCaughtUp)
     rig.expectStep({secondChunk()}, {writingMain});
 }
 
-TEST_P(UsbDeviceFirmware, clockSetForward_takesTheStepAtOnce)
+TEST_P(UsbDeviceFirmwarePacing, clockSetForward_takesTheStepAtOnce)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -143,7 +145,7 @@ TEST_P(UsbDeviceFirmware, clockSetForward_takesTheStepAtOnce)
     rig.expectStep({firstChunk()}, {writingMain, rig.resendLine()});
 }
 
-TEST_P(UsbDeviceFirmware, pollOfADeadDevice_takesNoStep)
+TEST_P(UsbDeviceFirmwarePacing, pollOfADeadDevice_takesNoStep)
 {
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
@@ -159,7 +161,7 @@ TEST_P(UsbDeviceFirmware, pollOfADeadDevice_takesNoStep)
 
 // The worker polls with a lock held that the callback may want. If it waited for the
 // callback it would not come back.
-TEST_P(UsbDeviceFirmware, pollDuringAProgressCallback_leavesTheStepToTheNextPass)
+TEST_P(UsbDeviceFirmwarePacing, pollDuringAProgressCallback_leavesTheStepToTheNextPass)
 {
     FirmwareRig rig(GetParam(), {}, {7});
     bool polled = false;

@@ -9,12 +9,12 @@ using testing::ElementsAre;
 namespace Vantor::Test {
 
 // The level plays no part here.
-class UsbDeviceProgress : public testing::Test {
+class UsbDeviceFirmwareProgress : public testing::Test {
 protected:
     std::vector<FirmwareRig::Progress> m_seen;
 };
 
-TEST_F(UsbDeviceProgress, bothImages_riseByEachChunk)
+TEST_F(UsbDeviceFirmwareProgress, bothImages_riseByEachChunk)
 {
     FirmwareRig rig(1, threeChunks(), twoChunks());
     rig.device->startFirmwareUpgrade(rig.main.getPath(), rig.servo.getPath(), [this](const auto& step) {
@@ -36,7 +36,7 @@ TEST_F(UsbDeviceProgress, bothImages_riseByEachChunk)
     rig.leaveUnseen();
 }
 
-TEST_F(UsbDeviceProgress, callback_mayUseTheDevice)
+TEST_F(UsbDeviceFirmwareProgress, callback_mayUseTheDevice)
 {
     FirmwareRig rig(1, Bytes(9, 1), {});
     const Bytes payload = {1, 2, 3};
@@ -56,7 +56,7 @@ TEST_F(UsbDeviceProgress, callback_mayUseTheDevice)
     rig.leaveUnseen();
 }
 
-TEST_F(UsbDeviceProgress, callback_mayAnswerToNobody)
+TEST_F(UsbDeviceFirmwareProgress, callback_mayAnswerToNobody)
 {
     FirmwareRig rig(1, Bytes(9, 1), {});
     rig.device->startFirmwareUpgrade(rig.main.getPath(), rig.servo.getPath(), nullptr);

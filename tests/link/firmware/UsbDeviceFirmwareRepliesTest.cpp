@@ -98,7 +98,9 @@ void wantFinished(FirmwareRig& rig)
 
 } // namespace
 
-TEST_P(UsbDeviceFirmware, replyWithoutAnUpgrade_harmsNothing)
+AT_EVERY_LEVEL(UsbDeviceFirmwareReplies);
+
+TEST_P(UsbDeviceFirmwareReplies, replyWithoutAnUpgrade_harmsNothing)
 {
     for (const Reply& reply : replies()) {
         SCOPED_TRACE(int{reply.code});
@@ -117,7 +119,7 @@ TEST_P(UsbDeviceFirmware, replyWithoutAnUpgrade_harmsNothing)
 }
 
 // Between the images a reply brings the choice of the next one forward.
-TEST_P(UsbDeviceFirmware, replyBetweenTheImages_choosesTheNextOne)
+TEST_P(UsbDeviceFirmwareReplies, replyBetweenTheImages_choosesTheNextOne)
 {
     for (const Reply& reply : replies()) {
         SCOPED_TRACE(int{reply.code});
@@ -137,7 +139,7 @@ TEST_P(UsbDeviceFirmware, replyBetweenTheImages_choosesTheNextOne)
     rig.expectStep({}, {rig.successLine(mainMcu, 0x1000, 77)});
 }
 
-TEST_P(UsbDeviceFirmware, replyToAMainChunk_hasItsConsequence)
+TEST_P(UsbDeviceFirmwareReplies, replyToAMainChunk_hasItsConsequence)
 {
     for (const Reply& reply : replies()) {
         for (const std::chrono::nanoseconds after : {100ms - 1ns, std::chrono::nanoseconds(100ms)}) {
@@ -164,7 +166,7 @@ TEST_P(UsbDeviceFirmware, replyToAMainChunk_hasItsConsequence)
     }
 }
 
-TEST_P(UsbDeviceFirmware, replyToAServoChunk_hasItsConsequence)
+TEST_P(UsbDeviceFirmwareReplies, replyToAServoChunk_hasItsConsequence)
 {
     for (const Reply& reply : replies()) {
         SCOPED_TRACE(int{reply.code});
@@ -180,7 +182,7 @@ TEST_P(UsbDeviceFirmware, replyToAServoChunk_hasItsConsequence)
     }
 }
 
-TEST_P(UsbDeviceFirmware, replyWhenNothingIsLeft_finishes)
+TEST_P(UsbDeviceFirmwareReplies, replyWhenNothingIsLeft_finishes)
 {
     for (const Reply& reply : replies()) {
         SCOPED_TRACE(int{reply.code});
@@ -201,7 +203,7 @@ TEST_P(UsbDeviceFirmware, replyWhenNothingIsLeft_finishes)
 }
 
 // Neither an unknown code nor the invalid one ends a row of unanswered chunks.
-TEST_P(UsbDeviceFirmware, replyThatIsNoAnswer_leavesTheRetriesAlone)
+TEST_P(UsbDeviceFirmwareReplies, replyThatIsNoAnswer_leavesTheRetriesAlone)
 {
     for (const std::uint8_t code : {std::uint8_t{0}, std::uint8_t{3}, std::uint8_t{0xFF}}) {
         FirmwareRig rig(GetParam(), nine, {});
@@ -213,7 +215,7 @@ TEST_P(UsbDeviceFirmware, replyThatIsNoAnswer_leavesTheRetriesAlone)
     }
 }
 
-TEST_P(UsbDeviceFirmware, repeatedAcknowledgement_isADuplicateAndMovesNothing)
+TEST_P(UsbDeviceFirmwareReplies, repeatedAcknowledgement_isADuplicateAndMovesNothing)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
@@ -233,7 +235,7 @@ TEST_P(UsbDeviceFirmware, repeatedAcknowledgement_isADuplicateAndMovesNothing)
     }
 }
 
-TEST_P(UsbDeviceFirmware, duplicate_leavesTheRetriesAlone)
+TEST_P(UsbDeviceFirmwareReplies, duplicate_leavesTheRetriesAlone)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
@@ -258,7 +260,7 @@ TEST_P(UsbDeviceFirmware, duplicate_leavesTheRetriesAlone)
                             "checksum=0xabcd previous address=0x1000 uid=260\n"}});
 }
 
-TEST_P(UsbDeviceFirmware, repeatedAcknowledgementOfAddressZero_isNoDuplicate)
+TEST_P(UsbDeviceFirmwareReplies, repeatedAcknowledgementOfAddressZero_isNoDuplicate)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
@@ -278,7 +280,7 @@ TEST_P(UsbDeviceFirmware, repeatedAcknowledgementOfAddressZero_isNoDuplicate)
 
 // Chunk 0 sent twice and acknowledged twice, the first time within 0.1 s of the resend:
 // chunk 1 is never sent.
-TEST_P(UsbDeviceFirmware, chunkZeroAcknowledgedTwiceBehindItsResend_skipsChunkOne)
+TEST_P(UsbDeviceFirmwareReplies, chunkZeroAcknowledgedTwiceBehindItsResend_skipsChunkOne)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
@@ -304,7 +306,7 @@ TEST_P(UsbDeviceFirmware, chunkZeroAcknowledgedTwiceBehindItsResend_skipsChunkOn
 }
 
 // Failures that a panel reports are repeated without limit: each ends the row.
-TEST_P(UsbDeviceFirmware, reportedFailures_neverRestart)
+TEST_P(UsbDeviceFirmwareReplies, reportedFailures_neverRestart)
 {
     FirmwareRig rig(GetParam(), nine, {});
     rig.startAndExpect();
@@ -320,7 +322,7 @@ TEST_P(UsbDeviceFirmware, reportedFailures_neverRestart)
 }
 
 // The main image's last replies may come late: they count for the servo image then.
-TEST_P(UsbDeviceFirmware, lateReplyOfTheMainImage_movesTheServoOffset)
+TEST_P(UsbDeviceFirmwareReplies, lateReplyOfTheMainImage_movesTheServoOffset)
 {
     FirmwareRig rig(GetParam(), nine, twoChunks());
     goToServo(rig);

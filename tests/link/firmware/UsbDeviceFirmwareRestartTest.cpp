@@ -32,7 +32,9 @@ void resend(FirmwareRig& rig, std::uint32_t address, const Bytes& frame)
 
 } // namespace
 
-TEST_P(UsbDeviceFirmware, fiveUnansweredResends_announceAgainWithTheOffsetUnchanged)
+AT_EVERY_LEVEL(UsbDeviceFirmwareRestart);
+
+TEST_P(UsbDeviceFirmwareRestart, fiveUnansweredResends_announceAgainWithTheOffsetUnchanged)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
@@ -66,7 +68,7 @@ TEST_P(UsbDeviceFirmware, fiveUnansweredResends_announceAgainWithTheOffsetUnchan
 }
 
 // The first chunk of a fresh device is itself counted, so four resends are enough.
-TEST_P(UsbDeviceFirmware, fourUnansweredResendsOfAFreshDevicesFirstChunk_announceAgain)
+TEST_P(UsbDeviceFirmwareRestart, fourUnansweredResendsOfAFreshDevicesFirstChunk_announceAgain)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     rig.startAndExpect();
@@ -85,7 +87,7 @@ TEST_P(UsbDeviceFirmware, fourUnansweredResendsOfAFreshDevicesFirstChunk_announc
 }
 
 // A reply at the last moment starts the row again, even one that reports a failure.
-TEST_P(UsbDeviceFirmware, replyAfterFiveResends_preventsTheRestart)
+TEST_P(UsbDeviceFirmwareRestart, replyAfterFiveResends_preventsTheRestart)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
@@ -100,7 +102,7 @@ TEST_P(UsbDeviceFirmware, replyAfterFiveResends_preventsTheRestart)
 }
 
 // The count has eight bits: 256 resends read as none.
-TEST_P(UsbDeviceFirmware, resendCount_wrapsAt256)
+TEST_P(UsbDeviceFirmwareRestart, resendCount_wrapsAt256)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     rig.startAndExpect();
@@ -116,7 +118,7 @@ TEST_P(UsbDeviceFirmware, resendCount_wrapsAt256)
 }
 
 // To the second request "written" is no answer: the chunk that nobody acknowledged counts.
-TEST_P(UsbDeviceFirmware, requestAnsweredAsWrittenAfterARestart_skipsTheChunk)
+TEST_P(UsbDeviceFirmwareRestart, requestAnsweredAsWrittenAfterARestart_skipsTheChunk)
 {
     FirmwareRig rig(GetParam(), threeChunks(), {});
     const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
@@ -136,7 +138,7 @@ TEST_P(UsbDeviceFirmware, requestAnsweredAsWrittenAfterARestart_skipsTheChunk)
 
 // A panel that takes everything and says nothing is never given up: a request and five
 // chunks take 0.7 x 5 + 1 seconds, for ever.
-TEST_P(UsbDeviceFirmware, silentPanel_isNeverGivenUp)
+TEST_P(UsbDeviceFirmwareRestart, silentPanel_isNeverGivenUp)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     rig.startAndExpect();

@@ -5,7 +5,9 @@ using namespace std::chrono_literals;
 
 namespace Vantor::Test {
 
-TEST_P(UsbDeviceFirmware, servoImageAlone_isAnnouncedWithAnEmptyMainImage)
+AT_EVERY_LEVEL(UsbDeviceFirmwareServo);
+
+TEST_P(UsbDeviceFirmwareServo, servoImageAlone_isAnnouncedWithAnEmptyMainImage)
 {
     FirmwareRig rig(GetParam(), {}, twoChunks());
     rig.startAndExpect();
@@ -35,7 +37,7 @@ TEST_P(UsbDeviceFirmware, servoImageAlone_isAnnouncedWithAnEmptyMainImage)
                         {4, "[libusb] Written total of 4097 bytes to Servo F1 MCU\n"}});
 }
 
-TEST_P(UsbDeviceFirmware, servoImageBehindAMainImage_isNotAnnouncedAgain)
+TEST_P(UsbDeviceFirmwareServo, servoImageBehindAMainImage_isNotAnnouncedAgain)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {7});
     rig.startAndExpect();
@@ -70,7 +72,7 @@ TEST_P(UsbDeviceFirmware, servoImageBehindAMainImage_isNotAnnouncedAgain)
         {rig.successLine(servoMcu, 0, 1), writingServo, {4, "[libusb] Written total of 1 bytes to Servo F1 MCU\n"}});
 }
 
-TEST_P(UsbDeviceFirmware, servoImageAroundTheChunkSize_endsWhereItEnds)
+TEST_P(UsbDeviceFirmwareServo, servoImageAroundTheChunkSize_endsWhereItEnds)
 {
     for (const std::uint32_t size : {1u, 4095u, 4096u, 8192u}) {
         SCOPED_TRACE(size);
@@ -105,7 +107,7 @@ TEST_P(UsbDeviceFirmware, servoImageAroundTheChunkSize_endsWhereItEnds)
 }
 
 // Without limit and without a count, at offset 0 too, where m_lastSentOffset agrees.
-TEST_P(UsbDeviceFirmware, unansweredServoChunk_isSentAgainAndNeverCounted)
+TEST_P(UsbDeviceFirmwareServo, unansweredServoChunk_isSentAgainAndNeverCounted)
 {
     FirmwareRig rig(GetParam(), {}, twoChunks());
     rig.startAndExpect();
@@ -120,7 +122,7 @@ TEST_P(UsbDeviceFirmware, unansweredServoChunk_isSentAgainAndNeverCounted)
     }
 }
 
-TEST_P(UsbDeviceFirmware, servoOffsetPastTheEnd_isAFinishedImage)
+TEST_P(UsbDeviceFirmwareServo, servoOffsetPastTheEnd_isAFinishedImage)
 {
     FirmwareRig rig(GetParam(), {}, {7, 8});
     rig.startAndExpect();

@@ -12,7 +12,7 @@
 
 namespace Vantor::Test {
 
-TEST(UsbDevice, firmwareFileBeyondAProcessOf32Bits_isAnUnreadableFile)
+TEST(UsbDeviceFirmwareSize, firmwareFileBeyondAProcessOf32Bits_isAnUnreadableFile)
 {
     const TemporaryFile file;
     std::filesystem::resize_file(file.getPath(), 0x8000'0000); // takes no room on the disk

@@ -22,9 +22,9 @@ LogLine openingError(const std::string& path)
 
 } // namespace
 
-INSTANTIATE_TEST_SUITE_P(AtLevel, UsbDeviceFirmware, testing::Values(1, 2, 3, 4));
+AT_EVERY_LEVEL(UsbDeviceFirmwareStart);
 
-TEST_P(UsbDeviceFirmware, freshDevice_isIdle)
+TEST_P(UsbDeviceFirmwareStart, freshDevice_isIdle)
 {
     FirmwareRig rig(GetParam(), {}, {});
     rig.expectNothing();
@@ -33,7 +33,7 @@ TEST_P(UsbDeviceFirmware, freshDevice_isIdle)
     rig.expectNothing();
 }
 
-TEST_P(UsbDeviceFirmware, start_announcesBothImages)
+TEST_P(UsbDeviceFirmwareStart, start_announcesBothImages)
 {
     FirmwareRig rig(GetParam(), nineDigits, {'a'});
     rig.start();
@@ -55,7 +55,7 @@ TEST_P(UsbDeviceFirmware, start_announcesBothImages)
 }
 
 // The clock of a system without one begins at its epoch, as does the time of the last send.
-TEST_P(UsbDeviceFirmware, startAtTheEpochOfTheClock_waitsThreeTenthsOfASecond)
+TEST_P(UsbDeviceFirmwareStart, startAtTheEpochOfTheClock_waitsThreeTenthsOfASecond)
 {
     FirmwareRig rig(GetParam(), {}, {'a'});
     VirtualClock::step(300ms - 1ns - FirmwareRig::now().time_since_epoch());
@@ -73,7 +73,7 @@ TEST_P(UsbDeviceFirmware, startAtTheEpochOfTheClock_waitsThreeTenthsOfASecond)
     rig.expectStep({Frame::request(0, 0, 1, 0xE8B7BE43)}, {});
 }
 
-TEST_P(UsbDeviceFirmware, noImages_endsWithoutSending)
+TEST_P(UsbDeviceFirmwareStart, noImages_endsWithoutSending)
 {
     FirmwareRig rig(GetParam(), {}, {});
     rig.start();
@@ -94,7 +94,7 @@ TEST_P(UsbDeviceFirmware, noImages_endsWithoutSending)
 
 // What would block, or is no image, counts as a file that can't be opened; so does one that
 // ends before its size, as the kernel's own files do: half an image is none.
-TEST_P(UsbDeviceFirmware, pathWithoutAnImage_isAnEmptyImage)
+TEST_P(UsbDeviceFirmwareStart, pathWithoutAnImage_isAnEmptyImage)
 {
     const TemporaryFolder folder;
     const std::string fifo = folder / "fifo";
@@ -115,7 +115,7 @@ TEST_P(UsbDeviceFirmware, pathWithoutAnImage_isAnEmptyImage)
     }
 }
 
-TEST_P(UsbDeviceFirmware, fileWithoutPermission_isAnEmptyImage)
+TEST_P(UsbDeviceFirmwareStart, fileWithoutPermission_isAnEmptyImage)
 {
     FirmwareRig rig(GetParam(), nineDigits, {});
     ASSERT_EQ(chmod(rig.main.getPath().c_str(), 0), 0);
@@ -128,7 +128,7 @@ TEST_P(UsbDeviceFirmware, fileWithoutPermission_isAnEmptyImage)
 }
 
 // One byte more than a size can say; it takes no room on the disk.
-TEST_P(UsbDeviceFirmware, imageOfFourGigabytes_isAnEmptyImage)
+TEST_P(UsbDeviceFirmwareStart, imageOfFourGigabytes_isAnEmptyImage)
 {
     FirmwareRig rig(GetParam(), {}, {});
     ASSERT_TRUE(std::ofstream(rig.main.getPath(), std::ios::binary).seekp(std::streamoff{0xFFFFFFFF}).put(0));
@@ -140,7 +140,7 @@ TEST_P(UsbDeviceFirmware, imageOfFourGigabytes_isAnEmptyImage)
 }
 
 // The images stand in memory: what happens to the files later does not matter.
-TEST_P(UsbDeviceFirmware, fileThatChangesAfterTheStart_isSentAsItWas)
+TEST_P(UsbDeviceFirmwareStart, fileThatChangesAfterTheStart_isSentAsItWas)
 {
     FirmwareRig rig(GetParam(), nineDigits, {});
     rig.startAndExpect();
@@ -148,7 +148,7 @@ TEST_P(UsbDeviceFirmware, fileThatChangesAfterTheStart_isSentAsItWas)
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, Frame::over(nineDigits, {})));
 }
 
-TEST_P(UsbDeviceFirmware, secondStart_isRefusedInEveryStateAndChangesNothing)
+TEST_P(UsbDeviceFirmwareStart, secondStart_isRefusedInEveryStateAndChangesNothing)
 {
     bool called = false;
     FirmwareRig rig(GetParam(), nineDigits, {'a'});
@@ -196,7 +196,7 @@ TEST_P(UsbDeviceFirmware, secondStart_isRefusedInEveryStateAndChangesNothing)
     EXPECT_FALSE(called);
 }
 
-TEST_P(UsbDeviceFirmware, startOnADeadDevice_keepsTheRequestInThePacker)
+TEST_P(UsbDeviceFirmwareStart, startOnADeadDevice_keepsTheRequestInThePacker)
 {
     FirmwareRig rig(GetParam(), nineDigits, {});
     LinkRig::setLevel(0);

@@ -33,7 +33,7 @@ Bytes compressed(const Pixels& pixels, int width, int height)
 
 } // namespace
 
-TEST(PriorityPacker, encode_isTheRunAndThreeBytesOfThePixel)
+TEST(CompressImage, encode_isTheRunAndThreeBytesOfThePixel)
 {
     EXPECT_EQ(PriorityPacker::encode(0x12345678, 3), 0x78563403u);
     EXPECT_EQ(PriorityPacker::encode(0, 1), 0x00000001u);
@@ -43,29 +43,29 @@ TEST(PriorityPacker, encode_isTheRunAndThreeBytesOfThePixel)
     EXPECT_EQ(PriorityPacker::encode(0xFF000000, 0), 0u);
 }
 
-TEST(PriorityPacker, encodeOf255WhitePixels_isTheRowMarker)
+TEST(CompressImage, encodeOf255WhitePixels_isTheRowMarker)
 {
     EXPECT_EQ(PriorityPacker::encode(0x00FFFFFF, 255), 0xFFFFFFFFu);
 }
 
-TEST(PriorityPacker, compressedImage_isAMarkerAndItsRunsForEachRow)
+TEST(CompressImage, compressedImage_isAMarkerAndItsRunsForEachRow)
 {
     EXPECT_EQ(compressed({0x010203, 0x010203, 0x040506, 0x0A0B0C, 0x0A0B0C, 0x0A0B0C}, 3, 2),
               joined({marker, {2, 1, 2, 3}, {1, 4, 5, 6}, marker, {3, 0x0A, 0x0B, 0x0C}}));
 }
 
-TEST(PriorityPacker, compressedRowOf300EqualPixels_isRunsOf255And45)
+TEST(CompressImage, compressedRowOf300EqualPixels_isRunsOf255And45)
 {
     EXPECT_EQ(compressed(Pixels(300, 0x010203), 300, 1), joined({marker, {255, 1, 2, 3}, {45, 1, 2, 3}}));
 }
 
-TEST(PriorityPacker, compressedRun_neverPassesIntoTheNextRow)
+TEST(CompressImage, compressedRun_neverPassesIntoTheNextRow)
 {
     EXPECT_EQ(compressed(Pixels(6, 7), 2, 3),
               joined({marker, {2, 0, 0, 7}, marker, {2, 0, 0, 7}, marker, {2, 0, 0, 7}}));
 }
 
-TEST(PriorityPacker, compressedRun_endsAt255)
+TEST(CompressImage, compressedRun_endsAt255)
 {
     EXPECT_EQ(compressed(Pixels(254, 7), 254, 1), joined({marker, {254, 0, 0, 7}}));
     EXPECT_EQ(compressed(Pixels(255, 7), 255, 1), joined({marker, {255, 0, 0, 7}}));
@@ -73,19 +73,19 @@ TEST(PriorityPacker, compressedRun_endsAt255)
     EXPECT_EQ(compressed(Pixels(511, 7), 511, 1), joined({marker, {255, 0, 0, 7}, {255, 0, 0, 7}, {1, 0, 0, 7}}));
 }
 
-TEST(PriorityPacker, compressedRowOf255WhitePixels_looksLikeTwoMarkers)
+TEST(CompressImage, compressedRowOf255WhitePixels_looksLikeTwoMarkers)
 {
     EXPECT_EQ(compressed(Pixels(255, 0xFFFFFF), 255, 1), joined({marker, marker}));
     EXPECT_EQ(compressed(Pixels(254, 0xFFFFFF), 254, 1), joined({marker, {254, 0xFF, 0xFF, 0xFF}}));
 }
 
 // They are told apart, and written alike.
-TEST(PriorityPacker, compressedPixelsThatDifferInTheTopByte_areRunsOfTheirOwn)
+TEST(CompressImage, compressedPixelsThatDifferInTheTopByte_areRunsOfTheirOwn)
 {
     EXPECT_EQ(compressed({0x01000007, 0x02000007}, 2, 1), joined({marker, {1, 0, 0, 7}, {1, 0, 0, 7}}));
 }
 
-TEST(PriorityPacker, compressImage_setsPositionAndSizeAlone)
+TEST(CompressImage, compressImage_setsPositionAndSizeAlone)
 {
     const unsigned int pixel = 7;
     ClientLcdBitmap out(9, 8, 24);
@@ -106,7 +106,7 @@ TEST(PriorityPacker, compressImage_setsPositionAndSizeAlone)
     EXPECT_EQ(out.complete, 0);
 }
 
-TEST(PriorityPacker, compressImageIntoASmallerBuffer_setsEncodedSizeTo0Alone)
+TEST(CompressImage, compressImageIntoASmallerBuffer_setsEncodedSizeTo0Alone)
 {
     const Pixels pixels = {1, 2};
     ClientLcdBitmap out = withBuffer(11); // a marker and two runs are 12
@@ -120,7 +120,7 @@ TEST(PriorityPacker, compressImageIntoASmallerBuffer_setsEncodedSizeTo0Alone)
     EXPECT_EQ(out.buffer, Bytes(11, 0xEE));
 }
 
-TEST(PriorityPacker, compressImageIntoABufferThatJustFits_fillsIt)
+TEST(CompressImage, compressImageIntoABufferThatJustFits_fillsIt)
 {
     const Pixels pixels = {1, 2};
     ClientLcdBitmap out = withBuffer(12);
@@ -129,7 +129,7 @@ TEST(PriorityPacker, compressImageIntoABufferThatJustFits_fillsIt)
     EXPECT_EQ(out.buffer, joined({marker, {1, 0, 0, 1}, {1, 0, 0, 2}}));
 }
 
-TEST(PriorityPacker, compressImageOfNothing_leavesTheBitmapUntouched)
+TEST(CompressImage, compressImageOfNothing_leavesTheBitmapUntouched)
 {
     const unsigned int pixel = 7;
     ClientLcdBitmap out = withBuffer(100);

@@ -87,7 +87,7 @@ public:
 
 } // namespace
 
-TEST(PriorityPacker, flattenOfTwoLayers_leavesBothAndThePackets)
+TEST(FlattenLcdImage, flattenOfTwoLayers_leavesBothAndThePackets)
 {
     PriorityPacker flattened(60);
     PriorityPacker plain(60);
@@ -102,7 +102,7 @@ TEST(PriorityPacker, flattenOfTwoLayers_leavesBothAndThePackets)
     EXPECT_EQ(sent(flattened), expected);
 }
 
-TEST(PriorityPacker, flattenOfAHalfSentLayer_leavesItsCursor)
+TEST(FlattenLcdImage, flattenOfAHalfSentLayer_leavesItsCursor)
 {
     PriorityPacker packer(8 + 10 + 16);
     packer.drawBitmapData(layer(0, 0, 8, 8, 8));
@@ -113,14 +113,14 @@ TEST(PriorityPacker, flattenOfAHalfSentLayer_leavesItsCursor)
     EXPECT_EQ(layersOf(packer).front().byteOffset, 16u);
 }
 
-TEST(PriorityPacker, flattenOfAnUnseenLcd_makesNoEntry)
+TEST(FlattenLcdImage, flattenOfAnUnseenLcd_makesNoEntry)
 {
     PriorityPacker packer(100);
     packer.flattenLcdImage(9);
     EXPECT_EQ(reach(FlattenedLcdData{}, packer).count(9), 0u);
 }
 
-TEST(PriorityPacker, flattenOfAnLcdWithoutLayers_doesNothing)
+TEST(FlattenLcdImage, flattenOfAnLcdWithoutLayers_doesNothing)
 {
     PriorityPacker packer(100);
     packer.lockLcd(1);
@@ -130,7 +130,7 @@ TEST(PriorityPacker, flattenOfAnLcdWithoutLayers_doesNothing)
     EXPECT_FALSE(packer.hasMoreData());
 }
 
-TEST(PriorityPacker, flatten_notifiesNobody)
+TEST(FlattenLcdImage, flatten_notifiesNobody)
 {
     PriorityPacker packer(100);
     packer.drawBitmapData(layer(0, 0, 8, 8, 8));
@@ -140,26 +140,26 @@ TEST(PriorityPacker, flatten_notifiesNobody)
     EXPECT_EQ(observer.m_calls, 0);
 }
 
-TEST(PriorityPacker, flattenOfEveryDepth_leavesTheLayers)
+TEST(FlattenLcdImage, flattenOfEveryDepth_leavesTheLayers)
 {
     for (int depth = 0; depth <= 255; ++depth)
         expectUntouched({layer(3, 5, 9, 7, depth), layer(30, 20, 5, 5, depth)});
 }
 
 // A 24-bit layer makes the others be read at 24 bits, which they have not got.
-TEST(PriorityPacker, flattenOfMixedDepths_readsNothingOutsideTheLayers)
+TEST(FlattenLcdImage, flattenOfMixedDepths_readsNothingOutsideTheLayers)
 {
     expectUntouched({layer(0, 0, 33, 21, 1), layer(10, 10, 33, 21, 8), layer(50, 5, 33, 21, 12),
                      layer(5, 50, 33, 21, 16), layer(90, 90, 33, 21, 24), layer(9, 9, 10, 10, 200)});
 }
 
-TEST(PriorityPacker, flattenOfShortBuffers_readsNothingOutsideThem)
+TEST(FlattenLcdImage, flattenOfShortBuffers_readsNothingOutsideThem)
 {
     expectUntouched({withBuffer(layer(0, 0, 200, 200, 8), 0), withBuffer(layer(5, 5, 200, 200, 12), 1),
                      withBuffer(layer(9, 9, 200, 200, 16), 399), withBuffer(layer(20, 20, 200, 200, 24), 119999)});
 }
 
-TEST(PriorityPacker, flattenOfLayersWithoutPixels_doesNothing)
+TEST(FlattenLcdImage, flattenOfLayersWithoutPixels_doesNothing)
 {
     expectUntouched({layer(0, 0, 0, 0, 8)});
     expectUntouched({layer(7, 9, 0, 5, 8), layer(9, 7, 5, 0, 24)});
@@ -167,7 +167,7 @@ TEST(PriorityPacker, flattenOfLayersWithoutPixels_doesNothing)
 }
 
 // Column and row 240 stand for everything beyond.
-TEST(PriorityPacker, flattenOfLayersBeyond240_startsAt240)
+TEST(FlattenLcdImage, flattenOfLayersBeyond240_startsAt240)
 {
     expectUntouched({layer(250, 250, 20, 20, 24)});
     expectUntouched({layer(241, 0, 1, 1, 24)});
@@ -175,7 +175,7 @@ TEST(PriorityPacker, flattenOfLayersBeyond240_startsAt240)
 }
 
 // 0 to 256 is a width of 0, and 0 to 510 one of 254.
-TEST(PriorityPacker, flattenOfMoreThan255Columns_cutsTheSizeTo8Bits)
+TEST(FlattenLcdImage, flattenOfMoreThan255Columns_cutsTheSizeTo8Bits)
 {
     expectUntouched({layer(0, 0, 255, 1, 8), layer(1, 0, 255, 1, 8)});
     expectUntouched({layer(0, 0, 255, 255, 24), layer(255, 255, 255, 255, 24)});
@@ -183,12 +183,12 @@ TEST(PriorityPacker, flattenOfMoreThan255Columns_cutsTheSizeTo8Bits)
 }
 
 // Beyond pixel 21,845 the flattened image's own index wraps.
-TEST(PriorityPacker, flattenOfALarge24BitImage_staysInside)
+TEST(FlattenLcdImage, flattenOfALarge24BitImage_staysInside)
 {
     expectUntouched({layer(0, 0, 255, 255, 24), layer(0, 0, 255, 255, 24)});
 }
 
-TEST(PriorityPacker, flattenOfEncodedLayers_readsThemAsPixels)
+TEST(FlattenLcdImage, flattenOfEncodedLayers_readsThemAsPixels)
 {
     ClientLcdBitmap encoded = withBuffer(layer(0, 0, 100, 100, 24), 8);
     encoded.encoded = 1;
@@ -196,7 +196,7 @@ TEST(PriorityPacker, flattenOfEncodedLayers_readsThemAsPixels)
     expectUntouched({encoded, layer(50, 50, 10, 10, 12)});
 }
 
-TEST(PriorityPacker, flattenOfRandomLayers_leavesThem)
+TEST(FlattenLcdImage, flattenOfRandomLayers_leavesThem)
 {
     runSeeds(1, [](unsigned int seed) {
         Random random(seed);

@@ -49,14 +49,14 @@ template <typename Lcd> Lcd withSquare(unsigned int size, int x, int y)
 
 } // namespace
 
-TEST(LcdHelper, lcdBitmapPictureOf8RowsAtRow60_setsTheUpperHalfOfPage7)
+TEST(LcdHelperComposite, lcdBitmapPictureOf8RowsAtRow60_setsTheUpperHalfOfPage7)
 {
     LcdBitmap lcd{};
     LcdHelper::compositeToLcd(&lcd, black.data(), 1, 8, 5, 60, mid);
     EXPECT_EQ(setBytes(lcd), (Set{{7 * 128 + 5, 0xF0}}));
 }
 
-TEST(LcdHelper, lcdBitmapPage_hasItsTopRowInBit0)
+TEST(LcdHelperComposite, lcdBitmapPage_hasItsTopRowInBit0)
 {
     EXPECT_EQ(setBytes(withSquare<LcdBitmap>(1, 0, 0)), (Set{{0, 0x01}}));
     EXPECT_EQ(setBytes(withSquare<LcdBitmap>(1, 0, 7)), (Set{{0, 0x80}}));
@@ -64,14 +64,14 @@ TEST(LcdHelper, lcdBitmapPage_hasItsTopRowInBit0)
     EXPECT_EQ(setBytes(withSquare<LcdBitmap>(1, 127, 63)), (Set{{1023, 0x80}}));
 }
 
-TEST(LcdHelper, lcdBitmapEdges_clip)
+TEST(LcdHelperComposite, lcdBitmapEdges_clip)
 {
     EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, 126, 61)), (Set{{7 * 128 + 126, 0xE0}, {7 * 128 + 127, 0xE0}}));
     EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, 128, 0)), Set{});
     EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, 0, 64)), Set{});
 }
 
-TEST(LcdHelper, transLcdBitmapRow_hasItsLeftmostPixelInBit7)
+TEST(LcdHelperComposite, transLcdBitmapRow_hasItsLeftmostPixelInBit7)
 {
     EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 0, 0)), (Set{{0, 0x80}}));
     EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 143, 0)), (Set{{17, 0x01}}));
@@ -80,7 +80,7 @@ TEST(LcdHelper, transLcdBitmapRow_hasItsLeftmostPixelInBit7)
     EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(1, 143, 167)), (Set{{3023, 0x01}}));
 }
 
-TEST(LcdHelper, transLcdBitmapEdges_clip)
+TEST(LcdHelperComposite, transLcdBitmapEdges_clip)
 {
     EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, 142, 166)), (Set{{166 * 18 + 17, 0x03}, {167 * 18 + 17, 0x03}}));
     EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, 144, 0)), Set{});
@@ -88,21 +88,21 @@ TEST(LcdHelper, transLcdBitmapEdges_clip)
 }
 
 // Ten columns and twelve rows: two pages of ten bytes, the second half used.
-TEST(LcdHelper, rawLcd_isPagesOfItsOwnWidth)
+TEST(LcdHelperComposite, rawLcd_isPagesOfItsOwnWidth)
 {
     Bytes lcd(20, 0);
     LcdHelper::compositeToLcd(lcd.data(), black.data(), 2, 2, 10, 12, 8, 10, mid);
     EXPECT_EQ(setBytes(lcd.data(), lcd.size()), (Set{{18, 0x0C}, {19, 0x0C}}));
 }
 
-TEST(LcdHelper, rawLcdEdges_clip)
+TEST(LcdHelperComposite, rawLcdEdges_clip)
 {
     Bytes lcd(20, 0);
     LcdHelper::compositeToLcd(lcd.data(), black.data(), 8, 8, 10, 12, 9, 11, mid);
     EXPECT_EQ(setBytes(lcd.data(), lcd.size()), (Set{{19, 0x08}}));
 }
 
-TEST(LcdHelper, negativePositions_clipAtTheLeftAndTop)
+TEST(LcdHelperComposite, negativePositions_clipAtTheLeftAndTop)
 {
     EXPECT_EQ(setBytes(withSquare<LcdBitmap>(4, -2, -3)), (Set{{0, 0x01}, {1, 0x01}}));
     EXPECT_EQ(setBytes(withSquare<TransLcdBitmap>(4, -2, -3)), (Set{{0, 0xC0}}));
@@ -113,7 +113,7 @@ TEST(LcdHelper, negativePositions_clipAtTheLeftAndTop)
     EXPECT_EQ(setBytes(lcd.data(), lcd.size()), (Set{{0, 0x03}}));
 }
 
-TEST(LcdHelper, farPositions_drawNothing)
+TEST(LcdHelperComposite, farPositions_drawNothing)
 {
     for (const int far : {INT_MIN, INT_MIN + 1, -1000, 1000, INT_MAX - 3, INT_MAX}) {
         for (const auto& [x, y] : {std::pair{far, 0}, {0, far}, {far, far}}) {
@@ -126,7 +126,7 @@ TEST(LcdHelper, farPositions_drawNothing)
     }
 }
 
-TEST(LcdHelper, pixel_isSetBelowTheThresholdOnly)
+TEST(LcdHelperComposite, pixel_isSetBelowTheThresholdOnly)
 {
     const Bytes greys = {0, 127, 128, 129, 255};
     TransLcdBitmap lcd{};
@@ -138,7 +138,7 @@ TEST(LcdHelper, pixel_isSetBelowTheThresholdOnly)
     EXPECT_EQ(lcd.data[36], 0xF8);
 }
 
-TEST(LcdHelper, lightPixels_clearNothing)
+TEST(LcdHelperComposite, lightPixels_clearNothing)
 {
     const Bytes white(64, 255);
     LcdBitmap pages = withSquare<LcdBitmap>(8, 0, 0);
@@ -151,14 +151,14 @@ TEST(LcdHelper, lightPixels_clearNothing)
     EXPECT_EQ(setBytes(rows), rowsBefore);
 }
 
-TEST(LcdHelper, laterPicture_isAddedToTheEarlierOne)
+TEST(LcdHelperComposite, laterPicture_isAddedToTheEarlierOne)
 {
     TransLcdBitmap lcd = withSquare<TransLcdBitmap>(1, 0, 0);
     LcdHelper::compositeToLcd(&lcd, black.data(), 1, 1, 3, 0, mid);
     EXPECT_EQ(setBytes(lcd), (Set{{0, 0x90}}));
 }
 
-TEST(LcdHelper, headersOfTheLcds_areUntouched)
+TEST(LcdHelperComposite, headersOfTheLcds_areUntouched)
 {
     const Bytes picture(200 * 200, 0);
     LcdBitmap pages{{0xA1, 0xA2}, {}};
@@ -171,7 +171,7 @@ TEST(LcdHelper, headersOfTheLcds_areUntouched)
     EXPECT_TRUE(std::all_of(std::begin(rows.data), std::end(rows.data), [](int byte) { return byte == 0xFF; }));
 }
 
-TEST(LcdHelper, pictureWithoutPixels_drawsNothing)
+TEST(LcdHelperComposite, pictureWithoutPixels_drawsNothing)
 {
     LcdBitmap pages{};
     TransLcdBitmap rows{};
@@ -184,13 +184,13 @@ TEST(LcdHelper, pictureWithoutPixels_drawsNothing)
     EXPECT_EQ(setBytes(rows), Set{});
 }
 
-TEST(LcdHelper, lcdWithoutPixels_isLeftAlone)
+TEST(LcdHelperComposite, lcdWithoutPixels_isLeftAlone)
 {
     LcdHelper::compositeToLcd(nullptr, black.data(), 8, 8, 0, 8, 0, 0, mid);
     LcdHelper::compositeToLcd(nullptr, black.data(), 8, 8, 8, 0, 0, 0, mid);
 }
 
-TEST(LcdHelper, compositeAtRandomPositions_isTheLiteralOne)
+TEST(LcdHelperComposite, compositeAtRandomPositions_isTheLiteralOne)
 {
     runSeeds(1, [](unsigned int seed) {
         Random random(seed);

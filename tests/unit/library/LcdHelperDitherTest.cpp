@@ -64,27 +64,27 @@ void expectLiteralResult(int width, int height, Random& random)
 
 } // namespace
 
-TEST(LcdHelper, addPixel_adds)
+TEST(LcdHelperDither, addPixel_adds)
 {
     EXPECT_EQ(added({1, 2, 3, 4}, 1, 1, 2, 2, 10), (Bytes{1, 2, 3, 14}));
     EXPECT_EQ(added({1, 2, 3, 4}, 1, 1, 2, 2, -3), (Bytes{1, 2, 3, 1}));
 }
 
-TEST(LcdHelper, addPixelAbove255_wraps)
+TEST(LcdHelperDither, addPixelAbove255_wraps)
 {
     EXPECT_EQ(added({0, 0, 0, 250}, 1, 1, 2, 2, 20), (Bytes{0, 0, 0, 14}));
     EXPECT_EQ(added({0, 0, 0, 255}, 1, 1, 2, 2, 1), (Bytes{0, 0, 0, 0}));
     EXPECT_EQ(added({0, 0, 0, 5}, 1, 1, 2, 2, INT_MAX), (Bytes{0, 0, 0, 4}));
 }
 
-TEST(LcdHelper, addPixelBelow0_is0)
+TEST(LcdHelperDither, addPixelBelow0_is0)
 {
     EXPECT_EQ(added({0, 0, 0, 4}, 1, 1, 2, 2, -5), (Bytes{0, 0, 0, 0}));
     EXPECT_EQ(added({0, 0, 0, 4}, 1, 1, 2, 2, -300), (Bytes{0, 0, 0, 0}));
     EXPECT_EQ(added({0, 0, 0, 4}, 1, 1, 2, 2, INT_MIN), (Bytes{0, 0, 0, 0}));
 }
 
-TEST(LcdHelper, addPixelInRow0OrColumn0_addsNothing)
+TEST(LcdHelperDither, addPixelInRow0OrColumn0_addsNothing)
 {
     const Bytes grey = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     for (int i = 0; i < 3; ++i) {
@@ -93,7 +93,7 @@ TEST(LcdHelper, addPixelInRow0OrColumn0_addsNothing)
     }
 }
 
-TEST(LcdHelper, addPixelOutside_addsNothing)
+TEST(LcdHelperDither, addPixelOutside_addsNothing)
 {
     const Bytes grey = {1, 2, 3, 4};
     for (const auto& [x, y] : {std::pair{2, 1}, {1, 2}, {-1, 1}, {1, -1}, {INT_MAX, INT_MAX}, {INT_MIN, INT_MIN}})
@@ -102,20 +102,20 @@ TEST(LcdHelper, addPixelOutside_addsNothing)
     LcdHelper::addPixel(nullptr, 1, 1, -1, -1, 50);
 }
 
-TEST(LcdHelper, uniform128WithThreshold128_becomesAll255)
+TEST(LcdHelperDither, uniform128WithThreshold128_becomesAll255)
 {
     EXPECT_EQ(dithered(Bytes(12, 128), 4, 3, 0, 128), Bytes(12, 255));
     EXPECT_EQ(dithered(Bytes(12, 128), 4, 3, 0, 129), Bytes(12, 0));
 }
 
-TEST(LcdHelper, everyUnlistedType_isTheThresholdAlone)
+TEST(LcdHelperDither, everyUnlistedType_isTheThresholdAlone)
 {
     const Bytes grey = {90, 110, 90, 110, 90, 110, 90, 110, 90};
     for (const int type : {INT_MIN, -1, 0, 4, 5, INT_MAX})
         EXPECT_EQ(dithered(grey, 3, 3, type, 100), (Bytes{0, 255, 0, 255, 0, 255, 0, 255, 0}));
 }
 
-TEST(LcdHelper, thresholdBeyondTheGreys_isComparedAsAnInt)
+TEST(LcdHelperDither, thresholdBeyondTheGreys_isComparedAsAnInt)
 {
     EXPECT_EQ(dithered({0, 255}, 2, 1, 0, 0), (Bytes{255, 255}));
     EXPECT_EQ(dithered({0, 255}, 2, 1, 0, -1), (Bytes{255, 255}));
@@ -124,7 +124,7 @@ TEST(LcdHelper, thresholdBeyondTheGreys_isComparedAsAnInt)
 }
 
 // 127 would pass 55 to its right neighbour.
-TEST(LcdHelper, row0_isThresholdedWithoutDiffusion)
+TEST(LcdHelperDither, row0_isThresholdedWithoutDiffusion)
 {
     for (int type = 0; type <= 3; ++type) {
         EXPECT_EQ(dithered(Bytes(5, 127), 5, 1, type, 128), Bytes(5, 0));
@@ -133,7 +133,7 @@ TEST(LcdHelper, row0_isThresholdedWithoutDiffusion)
 }
 
 // Each would receive from the pixels above it and to its right above.
-TEST(LcdHelper, column0_isThresholdedWithoutDiffusion)
+TEST(LcdHelperDither, column0_isThresholdedWithoutDiffusion)
 {
     for (int type = 0; type <= 3; ++type) {
         EXPECT_EQ(dithered(Bytes(5, 127), 1, 5, type, 128), Bytes(5, 0));
@@ -144,7 +144,7 @@ TEST(LcdHelper, column0_isThresholdedWithoutDiffusion)
 }
 
 // 128 - 255 = -127; -127 × 7 / 16 = -55.6, cut to -55.
-TEST(LcdHelper, floydSteinbergShare_isCutTowardsZero)
+TEST(LcdHelperDither, floydSteinbergShare_isCutTowardsZero)
 {
     EXPECT_EQ(dithered({255, 255, 128, 182}, 2, 2, 2, 128), (Bytes{255, 255, 255, 0}));
     EXPECT_EQ(dithered({255, 255, 128, 183}, 2, 2, 2, 128), (Bytes{255, 255, 255, 255}));
@@ -152,14 +152,14 @@ TEST(LcdHelper, floydSteinbergShare_isCutTowardsZero)
 
 // Row 0 gives -127: 3/16 -23, 5/16 -39, 1/16 -7. Row 1 begins as 128, 59, 82; its first
 // gives -55 to the second, which gives 4 × 7 / 16 = 1 to the third.
-TEST(LcdHelper, floydSteinberg_byHand)
+TEST(LcdHelperDither, floydSteinberg_byHand)
 {
     EXPECT_EQ(dithered(Bytes(6, 128), 3, 2, 2, 128), (Bytes{255, 255, 255, 255, 0, 0}));
 }
 
 // The same with a brighter middle pixel, which meets the threshold as 127 and gives 55 to
 // the third (137), or as 128 and gives -55 (27).
-TEST(LcdHelper, floydSteinbergPixelAtTheThreshold_isWhite)
+TEST(LcdHelperDither, floydSteinbergPixelAtTheThreshold_isWhite)
 {
     EXPECT_EQ(dithered({128, 128, 128, 128, 251, 128}, 3, 2, 2, 128), (Bytes{255, 255, 255, 255, 0, 255}));
     EXPECT_EQ(dithered({128, 128, 128, 128, 252, 128}, 3, 2, 2, 128), (Bytes{255, 255, 255, 255, 255, 0}));
@@ -167,7 +167,7 @@ TEST(LcdHelper, floydSteinbergPixelAtTheThreshold_isWhite)
 
 // An eighth of -127 is -15. Row 1 begins as 128, 83, 83, 98 and meets its thresholds as
 // 128, 68, 76, 115; row 2 begins as 128, 113, 113, 113 and meets them as 128, 100, 141, 134.
-TEST(LcdHelper, atkinson_byHand)
+TEST(LcdHelperDither, atkinson_byHand)
 {
     EXPECT_EQ(dithered(Bytes(12, 128), 4, 3, 1, 128), (Bytes{255, 255, 255, 255, 255, 0, 0, 0, 255, 0, 255, 255}));
 }
@@ -175,20 +175,20 @@ TEST(LcdHelper, atkinson_byHand)
 // -127 gives 1/6 -21, 5/42 -15, 1/21 -6, 4/42 -12, 8/42 -24, 1/42 -3. Row 1 begins as 128,
 // 80, 86 and meets its thresholds as 128, 59, 80; row 2 begins as 128, 104, 107 and meets
 // them as 128, 89, 120.
-TEST(LcdHelper, stucki_byHand)
+TEST(LcdHelperDither, stucki_byHand)
 {
     EXPECT_EQ(dithered(Bytes(9, 128), 3, 3, 3, 128), (Bytes{255, 255, 255, 255, 0, 0, 255, 0, 0}));
 }
 
 // 126 / 6 = 21, where 8/42 would be 24.
-TEST(LcdHelper, stuckiRightNeighbour_getsASixth)
+TEST(LcdHelperDither, stuckiRightNeighbour_getsASixth)
 {
     EXPECT_EQ(dithered({255, 255, 255, 255, 126, 105}, 3, 2, 3, 127), (Bytes{255, 255, 255, 255, 0, 0}));
     EXPECT_EQ(dithered({255, 255, 255, 255, 126, 106}, 3, 2, 3, 127), (Bytes{255, 255, 255, 255, 0, 255}));
 }
 
 // 126 × 5 / 42 = 15, and the pixel between passes on 21 / 6 = 3.
-TEST(LcdHelper, stuckiSecondNeighbour_getsFive42nds)
+TEST(LcdHelperDither, stuckiSecondNeighbour_getsFive42nds)
 {
     EXPECT_EQ(dithered({255, 255, 255, 255, 255, 126, 0, 108}, 4, 2, 3, 127),
               (Bytes{255, 255, 255, 255, 255, 0, 0, 0}));
@@ -197,13 +197,13 @@ TEST(LcdHelper, stuckiSecondNeighbour_getsFive42nds)
 }
 
 // 100 × 7 / 16 = 43; 230 + 43 wraps to 17, which is dark.
-TEST(LcdHelper, whiteNeighbourThatReceivesMore_turnsDark)
+TEST(LcdHelperDither, whiteNeighbourThatReceivesMore_turnsDark)
 {
     EXPECT_EQ(dithered({255, 255, 255, 255, 100, 230}, 3, 2, 2, 128), (Bytes{255, 255, 255, 255, 0, 0}));
     EXPECT_EQ(dithered({255, 255, 255, 255, 100, 212}, 3, 2, 2, 128), (Bytes{255, 255, 255, 255, 0, 255}));
 }
 
-TEST(LcdHelper, ditherWithoutPixels_touchesNothing)
+TEST(LcdHelperDither, ditherWithoutPixels_touchesNothing)
 {
     for (int type = 0; type <= 3; ++type) {
         for (const auto& [width, height] : {std::pair{0, 2}, {2, 0}, {-1, 2}, {2, -1}, {INT_MIN, INT_MIN}}) {
@@ -213,7 +213,7 @@ TEST(LcdHelper, ditherWithoutPixels_touchesNothing)
     }
 }
 
-TEST(LcdHelper, ditherOfEverySmallPicture_isTheLiteralOne)
+TEST(LcdHelperDither, ditherOfEverySmallPicture_isTheLiteralOne)
 {
     runSeeds(1, [](unsigned int seed) {
         Random random(seed);
@@ -224,7 +224,7 @@ TEST(LcdHelper, ditherOfEverySmallPicture_isTheLiteralOne)
     });
 }
 
-TEST(LcdHelper, ditherOfLargerPictures_isTheLiteralOne)
+TEST(LcdHelperDither, ditherOfLargerPictures_isTheLiteralOne)
 {
     runSeeds(1, [](unsigned int seed) {
         Random random(seed);

@@ -45,28 +45,28 @@ Bytes composited(const Image& source, int x, int y, int width, int height, int f
 } // namespace
 
 // 0x12 >> 3 = 2, 0x34 >> 2 = 13, 0x56 >> 3 = 10: 00010 001101 01010 = 0x11AA.
-TEST(LcdHelper, rgb565Target_takesTheUpperBitsLowByteFirst)
+TEST(LcdHelperImage, rgb565Target_takesTheUpperBitsLowByteFirst)
 {
     EXPECT_EQ(composited(plain(1, 1, 0x123456), 1, 0, 2, 1, 5, 4), (Bytes{0, 0, 0xAA, 0x11}));
 }
 
-TEST(LcdHelper, rgb888Target_takesTheColourAsItIs)
+TEST(LcdHelperImage, rgb888Target_takesTheColourAsItIs)
 {
     EXPECT_EQ(composited(plain(1, 1, 0x123456), 0, 1, 1, 2, 6, 6), (Bytes{0, 0, 0, 0x12, 0x34, 0x56}));
 }
 
-TEST(LcdHelper, rgb444Target_takesTheUpperNibbles)
+TEST(LcdHelperImage, rgb444Target_takesTheUpperNibbles)
 {
     Image source(2, 1, BitmapImage::Rgb888, {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC});
     EXPECT_EQ(composited(source, 0, 0, 2, 1, 4, 3), (Bytes{0x13, 0x57, 0x9B}));
 }
 
-TEST(LcdHelper, rgb444EvenColumn_writesBothBytesWhole)
+TEST(LcdHelperImage, rgb444EvenColumn_writesBothBytesWhole)
 {
     EXPECT_EQ(composited(plain(1, 1, 0x123456), 0, 0, 2, 1, 4, 3, 0xFF), (Bytes{0x13, 0x50, 0xFF}));
 }
 
-TEST(LcdHelper, rgb444OddColumn_isAddedToTheSharedByte)
+TEST(LcdHelperImage, rgb444OddColumn_isAddedToTheSharedByte)
 {
     EXPECT_EQ(composited(plain(1, 1, 0x123456), 1, 0, 2, 1, 4, 3, 0xFF), (Bytes{0xFF, 0xFF, 0x35}));
     EXPECT_EQ(composited(plain(1, 1, 0x123456), 1, 0, 2, 1, 4, 3, 0x82), (Bytes{0x82, 0x83, 0x35}));
@@ -75,7 +75,7 @@ TEST(LcdHelper, rgb444OddColumn_isAddedToTheSharedByte)
 // Three columns of R 1, G 3, B 5. Row 0: 13 51 35 13 5-. Row 1 begins at byte 4 with an
 // even column, which overwrites the blue of the pixel before: 13 50, then at byte 6 an
 // odd one: 01 35, then at byte 7 an even one: 13 50.
-TEST(LcdHelper, rgb444OddWidth_overlapsOnOddRows)
+TEST(LcdHelperImage, rgb444OddWidth_overlapsOnOddRows)
 {
     EXPECT_EQ(composited(plain(3, 2, 0x123456), 0, 0, 3, 2, 4, 9),
               (Bytes{0x13, 0x51, 0x35, 0x13, 0x13, 0x50, 0x01, 0x13, 0x50}));
@@ -83,7 +83,7 @@ TEST(LcdHelper, rgb444OddWidth_overlapsOnOddRows)
 
 // Pixel 21845 is the last whose first byte, 65535, has 16 bits; pixel 21846, at byte
 // 65538, lands at byte 2.
-TEST(LcdHelper, rgb888TargetIndex_isCutTo16Bits)
+TEST(LcdHelperImage, rgb888TargetIndex_isCutTo16Bits)
 {
     Bytes expected(66000, 0);
     expected[65535] = 0x12;
@@ -97,7 +97,7 @@ TEST(LcdHelper, rgb888TargetIndex_isCutTo16Bits)
     EXPECT_TRUE(composited(plain(1, 1, 0x123456), 46, 109, 200, 110, 6, 66000) == expected);
 }
 
-TEST(LcdHelper, rgb565TargetIndex_isNotCut)
+TEST(LcdHelperImage, rgb565TargetIndex_isNotCut)
 {
     Bytes expected(80000, 0);
     expected[79998] = 0xAA;
@@ -105,13 +105,13 @@ TEST(LcdHelper, rgb565TargetIndex_isNotCut)
     EXPECT_TRUE(composited(plain(1, 1, 0x123456), 199, 199, 200, 200, 5, 80000) == expected);
 }
 
-TEST(LcdHelper, otherTargetFormats_stayUnchanged)
+TEST(LcdHelperImage, otherTargetFormats_stayUnchanged)
 {
     for (const int format : {INT_MIN, -1, 0, 1, 2, 3, 7, 8, INT_MAX})
         EXPECT_EQ(composited(plain(2, 2, 0x123456), 0, 0, 2, 2, format, 16, 0x77), Bytes(16, 0x77));
 }
 
-TEST(LcdHelper, sourceFormats_areReadAsColours)
+TEST(LcdHelperImage, sourceFormats_areReadAsColours)
 {
     // Gray8: the byte lands in blue, 0xC8 >> 3 = 25.
     EXPECT_EQ(composited({1, 1, 2, {0xC8}}, 0, 0, 1, 1, 5, 2), (Bytes{25, 0}));
@@ -122,13 +122,13 @@ TEST(LcdHelper, sourceFormats_areReadAsColours)
     EXPECT_EQ(composited({1, 1, 7, {200, 100, 50, 128}}, 0, 0, 1, 1, 6, 3), (Bytes{100, 50, 25}));
 }
 
-TEST(LcdHelper, sourceOfAReservedFormat_isBlack)
+TEST(LcdHelperImage, sourceOfAReservedFormat_isBlack)
 {
     EXPECT_EQ(composited({1, 1, 0, {0xFF}}, 0, 0, 1, 1, 6, 3, 0xEE), (Bytes{0, 0, 0}));
     EXPECT_EQ(composited({1, 1, 1, {0xFF}}, 0, 0, 1, 1, 6, 3, 0xEE), (Bytes{0, 0, 0}));
 }
 
-TEST(LcdHelper, imageThatReachesPastTheTarget_isClipped)
+TEST(LcdHelperImage, imageThatReachesPastTheTarget_isClipped)
 {
     const Image source(2, 2, BitmapImage::Rgb888, {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4});
     EXPECT_EQ(composited(source, -1, -1, 1, 2, 6, 6), (Bytes{4, 4, 4, 0, 0, 0}));
@@ -137,7 +137,7 @@ TEST(LcdHelper, imageThatReachesPastTheTarget_isClipped)
     EXPECT_EQ(composited(source, 1, 0, 2, 1, 6, 6), (Bytes{0, 0, 0, 1, 1, 1}));
 }
 
-TEST(LcdHelper, imageFarFromTheTarget_drawsNothing)
+TEST(LcdHelperImage, imageFarFromTheTarget_drawsNothing)
 {
     for (const int far : {INT_MIN, -1000, -2, 2, 1000, INT_MAX}) {
         for (const auto& [x, y] : {std::pair{far, 0}, {0, far}, {far, far}})
@@ -145,7 +145,7 @@ TEST(LcdHelper, imageFarFromTheTarget_drawsNothing)
     }
 }
 
-TEST(LcdHelper, imagesWithoutPixels_drawNothing)
+TEST(LcdHelperImage, imagesWithoutPixels_drawNothing)
 {
     for (const auto& [width, height] : {std::pair{0, 2}, {2, 0}, {-1, 2}, {2, -1}}) {
         const BitmapImage none{nullptr, width, height, BitmapImage::Rgb888, 100};
@@ -159,7 +159,7 @@ TEST(LcdHelper, imagesWithoutPixels_drawNothing)
 }
 
 // Vectors of exactly the pictures' bytes: the address sanitizer sees one too many.
-TEST(LcdHelper, lastPixelOfTheTarget_isTheLastByteOfItsBuffer)
+TEST(LcdHelperImage, lastPixelOfTheTarget_isTheLastByteOfItsBuffer)
 {
     const std::map<int, int> bitsOfFormat = {{4, 12}, {5, 16}, {6, 24}};
     for (const auto& [format, bits] : bitsOfFormat) {

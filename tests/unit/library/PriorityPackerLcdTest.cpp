@@ -126,14 +126,14 @@ public:
 
 } // namespace
 
-TEST(PriorityPacker, emptyPacker_leavesTheCursorAtTheEnd)
+TEST(PriorityPackerLcd, emptyPacker_leavesTheCursorAtTheEnd)
 {
     PriorityPacker packer(100);
     EXPECT_EQ(packer.prepareNextPacket(), 0u);
     EXPECT_TRUE(reach(NextLcd{}, packer) == reach(LcdData{}, packer).end());
 }
 
-TEST(PriorityPacker, layer_goesOutAsASliceAndIsGone)
+TEST(PriorityPackerLcd, layer_goesOutAsASliceAndIsGone)
 {
     PriorityPacker packer(100);
     ClientLcdBitmap bitmap = bytesPerRow(0x0102, 2);
@@ -149,7 +149,7 @@ TEST(PriorityPacker, layer_goesOutAsASliceAndIsGone)
     EXPECT_EQ(next(packer), Packet{});
 }
 
-TEST(PriorityPacker, halfSentOriginal_isDrawnFromItsFirstRow)
+TEST(PriorityPackerLcd, halfSentOriginal_isDrawnFromItsFirstRow)
 {
     PriorityPacker packer(100);
     ClientLcdBitmap bitmap = bytesPerRow(1, 4);
@@ -160,7 +160,7 @@ TEST(PriorityPacker, halfSentOriginal_isDrawnFromItsFirstRow)
     EXPECT_EQ(bitmap.rowOffset, 2);
 }
 
-TEST(PriorityPacker, rvalueDraw_copiesToo)
+TEST(PriorityPackerLcd, rvalueDraw_copiesToo)
 {
     PriorityPacker packer(100);
     ClientLcdBitmap bitmap = bytesPerRow(1, 2);
@@ -170,7 +170,7 @@ TEST(PriorityPacker, rvalueDraw_copiesToo)
     EXPECT_EQ(next(packer), (Packet{slice(1, 0, 2)}));
 }
 
-TEST(PriorityPacker, slices_goBehindEveryStructRecord)
+TEST(PriorityPackerLcd, slices_goBehindEveryStructRecord)
 {
     PriorityPacker packer(100);
     packer.drawBitmapData(bytesPerRow(1, 2));
@@ -184,7 +184,7 @@ TEST(PriorityPacker, slices_goBehindEveryStructRecord)
     EXPECT_EQ(records.at(2).type, 38);
 }
 
-TEST(PriorityPacker, structRecordThatDoesNotFit_endsThePacketBeforeAnySlice)
+TEST(PriorityPackerLcd, structRecordThatDoesNotFit_endsThePacketBeforeAnySlice)
 {
     for (const int type : {5, 6}) {
         PriorityPacker packer(8 + 40);
@@ -198,7 +198,7 @@ TEST(PriorityPacker, structRecordThatDoesNotFit_endsThePacketBeforeAnySlice)
 
 // One slice of each fills a packet of 8 + 10 + 20 bytes; LCD 2 has what is left of it
 // or the next packet.
-TEST(PriorityPacker, twoLcdsWithLayersLargerThanAPacket_alternateFromPacketToPacket)
+TEST(PriorityPackerLcd, twoLcdsWithLayersLargerThanAPacket_alternateFromPacketToPacket)
 {
     PriorityPacker packer(8 + 30);
     packer.drawBitmapData(bytesPerRow(1, 50));
@@ -216,7 +216,7 @@ TEST(PriorityPacker, twoLcdsWithLayersLargerThanAPacket_alternateFromPacketToPac
 // A column's rows count one byte each when fitted in and an eighth when sent, so
 // space remains: 60 free, 50 rows in 6 bytes; 44 free, 34 rows in 4; 30 free, 20 rows
 // in 2; 18 free, 8 rows in 1; 7 free, nothing.
-TEST(PriorityPacker, twoLcds_alternateWithinAPacketWhileSpaceRemains)
+TEST(PriorityPackerLcd, twoLcds_alternateWithinAPacketWhileSpaceRemains)
 {
     PriorityPacker packer(8 + 60);
     packer.drawBitmapData(column(1, 200));
@@ -226,7 +226,7 @@ TEST(PriorityPacker, twoLcds_alternateWithinAPacketWhileSpaceRemains)
     EXPECT_EQ(next(packer), (Packet{slice(1, 70, 50), slice(2, 42, 34), slice(1, 120, 20), slice(2, 76, 8)}));
 }
 
-TEST(PriorityPacker, lcdThatDidNotFit_isFirstInTheNextPacket)
+TEST(PriorityPackerLcd, lcdThatDidNotFit_isFirstInTheNextPacket)
 {
     PriorityPacker packer(8 + 30);
     packer.drawBitmapData(bytesPerRow(1, 12)); // leaves 8 bytes
@@ -239,7 +239,7 @@ TEST(PriorityPacker, lcdThatDidNotFit_isFirstInTheNextPacket)
     EXPECT_EQ(next(packer), (Packet{slice(1, 0, 12)}));
 }
 
-TEST(PriorityPacker, lessThanSevenBytesFree_leavesTheCursorOnTheLcd)
+TEST(PriorityPackerLcd, lessThanSevenBytesFree_leavesTheCursorOnTheLcd)
 {
     for (const unsigned int free : {6u, 7u}) {
         PriorityPacker packer(8 + 20 + free);
@@ -254,7 +254,7 @@ TEST(PriorityPacker, lessThanSevenBytesFree_leavesTheCursorOnTheLcd)
 
 // With less than seven bytes free the LCD is not visited at all: an entry without
 // layers keeps its place in the set, and hasMoreData stays true for one more packet.
-TEST(PriorityPacker, lessThanSevenBytesFree_visitsNoLcd)
+TEST(PriorityPackerLcd, lessThanSevenBytesFree_visitsNoLcd)
 {
     for (const unsigned int free : {6u, 7u}) {
         PriorityPacker packer(8 + free);
@@ -265,7 +265,7 @@ TEST(PriorityPacker, lessThanSevenBytesFree_visitsNoLcd)
     }
 }
 
-TEST(PriorityPacker, lockedLcd_isSkipped)
+TEST(PriorityPackerLcd, lockedLcd_isSkipped)
 {
     PriorityPacker packer(100);
     packer.lockLcd(1);
@@ -280,7 +280,7 @@ TEST(PriorityPacker, lockedLcd_isSkipped)
     EXPECT_FALSE(packer.hasMoreData());
 }
 
-TEST(PriorityPacker, lockedLcdWithoutLayers_leavesTheChangedOnes)
+TEST(PriorityPackerLcd, lockedLcdWithoutLayers_leavesTheChangedOnes)
 {
     PriorityPacker packer(100);
     packer.lockLcd(1);
@@ -290,7 +290,7 @@ TEST(PriorityPacker, lockedLcdWithoutLayers_leavesTheChangedOnes)
     EXPECT_FALSE(packer.hasMoreData());
 }
 
-TEST(PriorityPacker, lockInTheMiddleOfALayer_holdsTheRestBack)
+TEST(PriorityPackerLcd, lockInTheMiddleOfALayer_holdsTheRestBack)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
@@ -301,7 +301,7 @@ TEST(PriorityPacker, lockInTheMiddleOfALayer_holdsTheRestBack)
     EXPECT_EQ(next(packer), (Packet{slice(1, 10, 5)}));
 }
 
-TEST(PriorityPacker, lock_isAFlagNotACount)
+TEST(PriorityPackerLcd, lock_isAFlagNotACount)
 {
     PriorityPacker packer(100);
     packer.lockLcd(1);
@@ -311,7 +311,7 @@ TEST(PriorityPacker, lock_isAFlagNotACount)
     EXPECT_EQ(next(packer), (Packet{slice(1, 0, 2)}));
 }
 
-TEST(PriorityPacker, unlock_notifiesAndLockDoesNot)
+TEST(PriorityPackerLcd, unlock_notifiesAndLockDoesNot)
 {
     PriorityPacker packer(100);
     CountingObserver observer;
@@ -324,7 +324,7 @@ TEST(PriorityPacker, unlock_notifiesAndLockDoesNot)
     EXPECT_EQ(observer.m_calls, 2);
 }
 
-TEST(PriorityPacker, unlockOfAnUnseenLcd_makesAnEmptyEntryAndNotifies)
+TEST(PriorityPackerLcd, unlockOfAnUnseenLcd_makesAnEmptyEntryAndNotifies)
 {
     PriorityPacker packer(100);
     CountingObserver observer;
@@ -337,7 +337,7 @@ TEST(PriorityPacker, unlockOfAnUnseenLcd_makesAnEmptyEntryAndNotifies)
     EXPECT_EQ(packer.prepareNextPacket(), 0u);
 }
 
-TEST(PriorityPacker, lcdEntries_stayOnceMade)
+TEST(PriorityPackerLcd, lcdEntries_stayOnceMade)
 {
     PriorityPacker packer(100);
     packer.drawBitmapData(bytesPerRow(4, 2));
@@ -347,7 +347,7 @@ TEST(PriorityPacker, lcdEntries_stayOnceMade)
 
 // The sweep starts at the cursor; when it packs nothing up to the end, what lies
 // before the cursor waits for the next call.
-TEST(PriorityPacker, cursorOnLcd3WithOnlyLcd1Unlocked_packsNoSliceUntilTheNextCall)
+TEST(PriorityPackerLcd, cursorOnLcd3WithOnlyLcd1Unlocked_packsNoSliceUntilTheNextCall)
 {
     PriorityPacker packer(8 + 30);
     packer.drawBitmapData(bytesPerRow(1, 20)); // fills the packet
@@ -365,7 +365,7 @@ TEST(PriorityPacker, cursorOnLcd3WithOnlyLcd1Unlocked_packsNoSliceUntilTheNextCa
     EXPECT_EQ(next(packer), (Packet{slice(1, 0, 5)}));
 }
 
-TEST(PriorityPacker, sweepThatPackedBehindTheCursor_goesOnFromTheBeginning)
+TEST(PriorityPackerLcd, sweepThatPackedBehindTheCursor_goesOnFromTheBeginning)
 {
     PriorityPacker packer(8 + 37);
     packer.drawBitmapData(bytesPerRow(1, 20));
@@ -376,7 +376,7 @@ TEST(PriorityPacker, sweepThatPackedBehindTheCursor_goesOnFromTheBeginning)
     EXPECT_TRUE(reach(NextLcd{}, packer) == reach(LcdData{}, packer).end());
 }
 
-TEST(PriorityPacker, severalLayersOfOneLcd_goOutOneAVisit)
+TEST(PriorityPackerLcd, severalLayersOfOneLcd_goOutOneAVisit)
 {
     PriorityPacker packer(1000);
     ClientLcdBitmap second = bytesPerRow(1, 2);
@@ -388,7 +388,7 @@ TEST(PriorityPacker, severalLayersOfOneLcd_goOutOneAVisit)
     EXPECT_FALSE(packer.hasMoreData());
 }
 
-TEST(PriorityPacker, encodedLayer_isTheFirstRecordOfItsPacket)
+TEST(PriorityPackerLcd, encodedLayer_isTheFirstRecordOfItsPacket)
 {
     PriorityPacker packer(1000);
     ClientLcdBitmap encoded(8, 1, 24);
@@ -404,7 +404,7 @@ TEST(PriorityPacker, encodedLayer_isTheFirstRecordOfItsPacket)
     EXPECT_FALSE(packer.hasMoreData());
 }
 
-TEST(PriorityPacker, layerThatNeverFits_holdsBackTheLcdsBehindIt)
+TEST(PriorityPackerLcd, layerThatNeverFits_holdsBackTheLcdsBehindIt)
 {
     PriorityPacker packer(8 + 30);
     ClientLcdBitmap wide(240, 1, 1); // 30 bytes a row
@@ -416,7 +416,7 @@ TEST(PriorityPacker, layerThatNeverFits_holdsBackTheLcdsBehindIt)
     EXPECT_TRUE(packer.hasMoreData());
 }
 
-TEST(PriorityPacker, clearData_keepsLayersAndTheirCursors)
+TEST(PriorityPackerLcd, clearData_keepsLayersAndTheirCursors)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
@@ -427,7 +427,7 @@ TEST(PriorityPacker, clearData_keepsLayersAndTheirCursors)
     EXPECT_EQ(next(packer), (Packet{slice(1, 10, 5)}));
 }
 
-TEST(PriorityPacker, fullScreenOverThreeSmallerLayers_leavesOnlyItself)
+TEST(PriorityPackerLcd, fullScreenOverThreeSmallerLayers_leavesOnlyItself)
 {
     PriorityPacker packer(8192);
     packer.drawBitmapData(rectangle(0, 0, 10, 10));
@@ -437,7 +437,7 @@ TEST(PriorityPacker, fullScreenOverThreeSmallerLayers_leavesOnlyItself)
     EXPECT_EQ(drawnOn1(packer), (std::vector<std::pair<int, int>>{{0, 0}}));
 }
 
-TEST(PriorityPacker, layerCoveredButForOneColumnOrRow_isKeptAndSentFirst)
+TEST(PriorityPackerLcd, layerCoveredButForOneColumnOrRow_isKeptAndSentFirst)
 {
     const ClientLcdBitmap old = rectangle(10, 20, 8, 6);
     const std::pair<ClientLcdBitmap, bool> cases[] = {
@@ -459,7 +459,7 @@ TEST(PriorityPacker, layerCoveredButForOneColumnOrRow_isKeptAndSentFirst)
     }
 }
 
-TEST(PriorityPacker, layerOfAnotherLcd_isNotCovered)
+TEST(PriorityPackerLcd, layerOfAnotherLcd_isNotCovered)
 {
     PriorityPacker packer(8192);
     packer.drawBitmapData(bytesPerRow(1, 4));
@@ -467,7 +467,7 @@ TEST(PriorityPacker, layerOfAnotherLcd_isNotCovered)
     EXPECT_EQ(next(packer), (Packet{slice(1, 0, 4), slice(2, 0, 4)}));
 }
 
-TEST(PriorityPacker, halfSentLayer_isRemovedWhenCovered)
+TEST(PriorityPackerLcd, halfSentLayer_isRemovedWhenCovered)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
@@ -479,7 +479,7 @@ TEST(PriorityPacker, halfSentLayer_isRemovedWhenCovered)
 }
 
 // The top edges are compared with the rows already sent, the bottom edges are not.
-TEST(PriorityPacker, rowsAlreadySent_countForTheTopEdgeOnly)
+TEST(PriorityPackerLcd, rowsAlreadySent_countForTheTopEdgeOnly)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
@@ -491,7 +491,7 @@ TEST(PriorityPacker, rowsAlreadySent_countForTheTopEdgeOnly)
     EXPECT_FALSE(packer.hasMoreData());
 }
 
-TEST(PriorityPacker, rowOffsetOfTheNewBitmap_lowersItsTopEdge)
+TEST(PriorityPackerLcd, rowOffsetOfTheNewBitmap_lowersItsTopEdge)
 {
     PriorityPacker packer(8192);
     packer.drawBitmapData(bytesPerRow(1, 4));
@@ -501,7 +501,7 @@ TEST(PriorityPacker, rowOffsetOfTheNewBitmap_lowersItsTopEdge)
     EXPECT_EQ(next(packer), (Packet{slice(1, 0, 4), slice(1, 0, 4)}));
 }
 
-TEST(PriorityPacker, drawOnALockedLcd_isStored)
+TEST(PriorityPackerLcd, drawOnALockedLcd_isStored)
 {
     PriorityPacker packer(100);
     packer.lockLcd(1);

@@ -54,7 +54,7 @@ void expectCursor(const ClientLcdBitmap& bitmap, std::uint32_t byteOffset, int r
 
 } // namespace
 
-TEST(PriorityPacker, rawLayerOf128x64With100BytesFree_givesFiveRows)
+TEST(PriorityPackerSlice, rawLayerOf128x64With100BytesFree_givesFiveRows)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(128, 64, 1);
@@ -74,7 +74,7 @@ TEST(PriorityPacker, rawLayerOf128x64With100BytesFree_givesFiveRows)
     expectCursor(bitmap, 160, 10, 0);
 }
 
-TEST(PriorityPacker, rawLayerThatFits_isOneSlice)
+TEST(PriorityPackerSlice, rawLayerThatFits_isOneSlice)
 {
     PackerWith packer(1000);
     ClientLcdBitmap bitmap(16, 3, 1);
@@ -84,7 +84,7 @@ TEST(PriorityPacker, rawLayerThatFits_isOneSlice)
     expectCursor(bitmap, 0, 0, 1);
 }
 
-TEST(PriorityPacker, rawLastSlice_leavesTheRowOffsetAlone)
+TEST(PriorityPackerSlice, rawLastSlice_leavesTheRowOffsetAlone)
 {
     PackerWith packer(10 + 4);
     ClientLcdBitmap bitmap(16, 3, 1);
@@ -97,7 +97,7 @@ TEST(PriorityPacker, rawLastSlice_leavesTheRowOffsetAlone)
     expectCursor(bitmap, 0, 2, 1);
 }
 
-TEST(PriorityPacker, rawSlice_goesBehindTheRecordsBeforeIt)
+TEST(PriorityPackerSlice, rawSlice_goesBehindTheRecordsBeforeIt)
 {
     PackerWith packer(1000);
     const std::uint8_t payload[] = {0xAA};
@@ -110,7 +110,7 @@ TEST(PriorityPacker, rawSlice_goesBehindTheRecordsBeforeIt)
     EXPECT_EQ(packer.getPacketCount(), 2u);
 }
 
-TEST(PriorityPacker, rawTenBytesFree_areTooFew)
+TEST(PriorityPackerSlice, rawTenBytesFree_areTooFew)
 {
     const ClientLcdBitmap bitmap(8, 4, 1);
     PackerWith ten(10);
@@ -126,7 +126,7 @@ TEST(PriorityPacker, rawTenBytesFree_areTooFew)
     expectCursor(bitmap, 1, 1, 0);
 }
 
-TEST(PriorityPacker, rawRowLongerThanTheSpace_isNotSent)
+TEST(PriorityPackerSlice, rawRowLongerThanTheSpace_isNotSent)
 {
     PackerWith packer(10 + 15);
     const ClientLcdBitmap bitmap(128, 64, 1);
@@ -135,7 +135,7 @@ TEST(PriorityPacker, rawRowLongerThanTheSpace_isNotSent)
     expectCursor(bitmap, 0, 0, 0);
 }
 
-TEST(PriorityPacker, rawRowsWithoutBytes_areNotSent)
+TEST(PriorityPackerSlice, rawRowsWithoutBytes_areNotSent)
 {
     PackerWith packer(100);
     EXPECT_EQ(packer.addBitmapDataToPacket(ClientLcdBitmap(0, 4, 1)), 0u);
@@ -143,7 +143,7 @@ TEST(PriorityPacker, rawRowsWithoutBytes_areNotSent)
     EXPECT_EQ(packer.getPacketCount(), 0u);
 }
 
-TEST(PriorityPacker, rawNoRows_isCompleteAndNotSent)
+TEST(PriorityPackerSlice, rawNoRows_isCompleteAndNotSent)
 {
     PackerWith packer(100);
     const ClientLcdBitmap bitmap(8, 0, 1);
@@ -153,7 +153,7 @@ TEST(PriorityPacker, rawNoRows_isCompleteAndNotSent)
 
 // 12 pixels a row: counted as two bytes each when they are fitted in, sent as one
 // run of bits.
-TEST(PriorityPacker, rawRowsOfBrokenBytes_areSentAsOneRunOfBits)
+TEST(PriorityPackerSlice, rawRowsOfBrokenBytes_areSentAsOneRunOfBits)
 {
     PackerWith packer(16);
     ClientLcdBitmap bitmap(12, 4, 1);
@@ -168,7 +168,7 @@ TEST(PriorityPacker, rawRowsOfBrokenBytes_areSentAsOneRunOfBits)
     expectCursor(bitmap, 0, 3, 1);
 }
 
-TEST(PriorityPacker, rawRowsOfLessThanAByteTogether_areASliceWithoutData)
+TEST(PriorityPackerSlice, rawRowsOfLessThanAByteTogether_areASliceWithoutData)
 {
     PackerWith packer(11);
     const ClientLcdBitmap bitmap(4, 4, 1);
@@ -176,7 +176,7 @@ TEST(PriorityPacker, rawRowsOfLessThanAByteTogether_areASliceWithoutData)
     expectCursor(bitmap, 0, 1, 0);
 }
 
-TEST(PriorityPacker, rawDeepPixels_countTheirDepth)
+TEST(PriorityPackerSlice, rawDeepPixels_countTheirDepth)
 {
     PackerWith packer(10 + 50);
     ClientLcdBitmap bitmap(8, 10, 24);
@@ -186,7 +186,7 @@ TEST(PriorityPacker, rawDeepPixels_countTheirDepth)
               joined({{66, 0, 1, 0, 0, 0, 0, 0, 38, 55, 0, 0, 0, 0, 0, 8, 2, 24}, countedFrom(0, 48)}));
 }
 
-TEST(PriorityPacker, rawRowOnTheLcd_wrapsAt256)
+TEST(PriorityPackerSlice, rawRowOnTheLcd_wrapsAt256)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(8, 20, 1);
@@ -197,7 +197,7 @@ TEST(PriorityPacker, rawRowOnTheLcd_wrapsAt256)
     EXPECT_EQ(packetOf(packer).at(14), 4);
 }
 
-TEST(PriorityPacker, rawBufferShorterThanTheRows_isNotSent)
+TEST(PriorityPackerSlice, rawBufferShorterThanTheRows_isNotSent)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(8, 4, 1);
@@ -207,7 +207,7 @@ TEST(PriorityPacker, rawBufferShorterThanTheRows_isNotSent)
     expectCursor(bitmap, 0, 0, 0);
 }
 
-TEST(PriorityPacker, rawCursorAtTheEndOfTheBuffer_startsAgainAndCompletes)
+TEST(PriorityPackerSlice, rawCursorAtTheEndOfTheBuffer_startsAgainAndCompletes)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(8, 4, 1);
@@ -219,7 +219,7 @@ TEST(PriorityPacker, rawCursorAtTheEndOfTheBuffer_startsAgainAndCompletes)
     expectCursor(bitmap, 0, 2, 1);
 }
 
-TEST(PriorityPacker, rawRestartWithoutRoomForARow_completesAllTheSame)
+TEST(PriorityPackerSlice, rawRestartWithoutRoomForARow_completesAllTheSame)
 {
     PackerWith packer(11);
     ClientLcdBitmap bitmap(16, 4, 1);
@@ -228,7 +228,7 @@ TEST(PriorityPacker, rawRestartWithoutRoomForARow_completesAllTheSame)
     expectCursor(bitmap, 0, 0, 1);
 }
 
-TEST(PriorityPackerDeathTest, rawRowOffsetAboveTheHeight_aborts)
+TEST(PriorityPackerSliceDeathTest, rawRowOffsetAboveTheHeight_aborts)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(8, 4, 1);
@@ -236,7 +236,7 @@ TEST(PriorityPackerDeathTest, rawRowOffsetAboveTheHeight_aborts)
     EXPECT_DEATH(packer.addBitmapDataToPacket(bitmap), "bitmap.rowOffset <= bitmap.height");
 }
 
-TEST(PriorityPacker, encodedLayerThatFits_isOneSlice)
+TEST(PriorityPackerSlice, encodedLayerThatFits_isOneSlice)
 {
     PackerWith packer(10 + 24);
     ClientLcdBitmap bitmap = encodedLayer(2, joined({row(1), row(3)}));
@@ -249,7 +249,7 @@ TEST(PriorityPacker, encodedLayerThatFits_isOneSlice)
     expectCursor(bitmap, 0, 0, 1);
 }
 
-TEST(PriorityPacker, encodedSizeBelowTheBuffers_isWhatCounts)
+TEST(PriorityPackerSlice, encodedSizeBelowTheBuffers_isWhatCounts)
 {
     PackerWith packer(1000);
     ClientLcdBitmap bitmap = encodedLayer(1, row(1));
@@ -258,7 +258,7 @@ TEST(PriorityPacker, encodedSizeBelowTheBuffers_isWhatCounts)
     EXPECT_EQ(packer.getPacketSize(), 30u);
 }
 
-TEST(PriorityPacker, encodedPacketWithARecord_takesNone)
+TEST(PriorityPackerSlice, encodedPacketWithARecord_takesNone)
 {
     PackerWith packer(1000);
     packer.addStructData(nullptr, 0, typeOf(5));
@@ -269,7 +269,7 @@ TEST(PriorityPacker, encodedPacketWithARecord_takesNone)
     expectCursor(bitmap, 0, 0, 0);
 }
 
-TEST(PriorityPacker, encodedTenBytesFree_areTooFew)
+TEST(PriorityPackerSlice, encodedTenBytesFree_areTooFew)
 {
     PackerWith packer(10);
     const ClientLcdBitmap bitmap = encodedLayer(1, row(1));
@@ -277,7 +277,7 @@ TEST(PriorityPacker, encodedTenBytesFree_areTooFew)
 }
 
 // Three rows of 12 bytes, 40 bytes free: markers at 0, 12 and 24 are within reach.
-TEST(PriorityPacker, encodedLayerThatDoesNotFit_isCutBeforeTheLastMarkerWithinReach)
+TEST(PriorityPackerSlice, encodedLayerThatDoesNotFit_isCutBeforeTheLastMarkerWithinReach)
 {
     PackerWith packer(40);
     const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
@@ -293,7 +293,7 @@ TEST(PriorityPacker, encodedLayerThatDoesNotFit_isCutBeforeTheLastMarkerWithinRe
 
 // The scan ends at offset (remaining - 11) rounded down to a word: two rows of 12
 // bytes would fill 34 bytes to the last, but the marker behind them is out of reach.
-TEST(PriorityPacker, encodedMarkerBehindRowsThatFillThePacket_isOutOfReach)
+TEST(PriorityPackerSlice, encodedMarkerBehindRowsThatFillThePacket_isOutOfReach)
 {
     PackerWith packer(34);
     const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
@@ -301,7 +301,7 @@ TEST(PriorityPacker, encodedMarkerBehindRowsThatFillThePacket_isOutOfReach)
     expectCursor(bitmap, 12, 1, 0);
 }
 
-TEST(PriorityPacker, encodedOneByteMore_bringsTheMarkerWithinReach)
+TEST(PriorityPackerSlice, encodedOneByteMore_bringsTheMarkerWithinReach)
 {
     PackerWith packer(35);
     const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
@@ -309,7 +309,7 @@ TEST(PriorityPacker, encodedOneByteMore_bringsTheMarkerWithinReach)
     expectCursor(bitmap, 24, 2, 0);
 }
 
-TEST(PriorityPacker, encodedRowLongerThanTheSpace_isNotSent)
+TEST(PriorityPackerSlice, encodedRowLongerThanTheSpace_isNotSent)
 {
     PackerWith packer(21);
     const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
@@ -318,7 +318,7 @@ TEST(PriorityPacker, encodedRowLongerThanTheSpace_isNotSent)
     expectCursor(bitmap, 0, 0, 0);
 }
 
-TEST(PriorityPacker, encodedMoreMarkersThanRowsLeft_endsTheLayer)
+TEST(PriorityPackerSlice, encodedMoreMarkersThanRowsLeft_endsTheLayer)
 {
     PackerWith packer(40);
     const ClientLcdBitmap bitmap = encodedLayer(2, joined({row(1), row(3), row(5)}));
@@ -329,7 +329,7 @@ TEST(PriorityPacker, encodedMoreMarkersThanRowsLeft_endsTheLayer)
 
 // Markers are counted in eight bits: 256 of them are none, and the rows before one that
 // is the first again are 255.
-TEST(PriorityPacker, encoded256MarkersWithinReach_areASliceOf255Rows)
+TEST(PriorityPackerSlice, encoded256MarkersWithinReach_areASliceOf255Rows)
 {
     PackerWith packer(11 + 4 * 255); // reaches offset 1020, the 256th marker
     const ClientLcdBitmap bitmap = encodedLayer(10, Bytes(4 * 300, 0xFF));
@@ -338,7 +338,7 @@ TEST(PriorityPacker, encoded256MarkersWithinReach_areASliceOf255Rows)
     expectCursor(bitmap, 0, 0, 1);
 }
 
-TEST(PriorityPacker, encoded257MarkersWithinReach_areNotSent)
+TEST(PriorityPackerSlice, encoded257MarkersWithinReach_areNotSent)
 {
     PackerWith packer(11 + 4 * 256);
     const ClientLcdBitmap bitmap = encodedLayer(10, Bytes(4 * 300, 0xFF));
@@ -348,7 +348,7 @@ TEST(PriorityPacker, encoded257MarkersWithinReach_areNotSent)
 }
 
 // A run of 255 white pixels encodes like a marker; nothing tells them apart.
-TEST(PriorityPacker, encodedRunThatLooksLikeAMarker_countsAsOne)
+TEST(PriorityPackerSlice, encodedRunThatLooksLikeAMarker_countsAsOne)
 {
     PackerWith packer(33); // reaches offset 20
     const Bytes whiteRow = joined({marker, marker, {1, 0xFF, 0xFF, 0xFF}});
@@ -358,7 +358,7 @@ TEST(PriorityPacker, encodedRunThatLooksLikeAMarker_countsAsOne)
     expectCursor(bitmap, 16, 3, 0);
 }
 
-TEST(PriorityPacker, encodedNoRowsLeft_isNotSent)
+TEST(PriorityPackerSlice, encodedNoRowsLeft_isNotSent)
 {
     const ClientLcdBitmap fits = encodedLayer(0, row(1));
     PackerWith packer(100);
@@ -369,7 +369,7 @@ TEST(PriorityPacker, encodedNoRowsLeft_isNotSent)
     expectCursor(cut, 0, 0, 0);
 }
 
-TEST(PriorityPacker, encodedNoBytes_areNotSent)
+TEST(PriorityPackerSlice, encodedNoBytes_areNotSent)
 {
     PackerWith packer(100);
     const ClientLcdBitmap bitmap = encodedLayer(1, {});
@@ -379,7 +379,7 @@ TEST(PriorityPacker, encodedNoBytes_areNotSent)
 
 // Fewer than four bytes that do not fit: nothing to scan, so they go out as 255
 // rows and one byte beyond the limit.
-TEST(PriorityPacker, encodedLessThanAWordThatDoesNotFit_goesOutAs255Rows)
+TEST(PriorityPackerSlice, encodedLessThanAWordThatDoesNotFit_goesOutAs255Rows)
 {
     PackerWith packer(11);
     const ClientLcdBitmap bitmap = encodedLayer(4, {0xA1, 0xA2});
@@ -390,7 +390,7 @@ TEST(PriorityPacker, encodedLessThanAWordThatDoesNotFit_goesOutAs255Rows)
 }
 
 // Not an image of the encoder's: sending it whole would overrun the packet.
-TEST(PriorityPacker, encodedLongDataWithoutAMarker_isNotSent)
+TEST(PriorityPackerSlice, encodedLongDataWithoutAMarker_isNotSent)
 {
     PackerWith packer(40);
     const ClientLcdBitmap bitmap = encodedLayer(3, Bytes(100, 0x11));
@@ -399,7 +399,7 @@ TEST(PriorityPacker, encodedLongDataWithoutAMarker_isNotSent)
     expectCursor(bitmap, 0, 0, 0);
 }
 
-TEST(PriorityPacker, encodedSizeAboveTheBuffers_isNotSent)
+TEST(PriorityPackerSlice, encodedSizeAboveTheBuffers_isNotSent)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap = encodedLayer(1, row(1));
@@ -410,7 +410,7 @@ TEST(PriorityPacker, encodedSizeAboveTheBuffers_isNotSent)
 // Geometry that no buffer fits. The buffers are exactly as large as they say, so that the
 // address sanitizer sees one byte too many.
 
-TEST(PriorityPacker, rawEmptyBuffer_givesASliceWithoutDataWhereNoneIsDue)
+TEST(PriorityPackerSlice, rawEmptyBuffer_givesASliceWithoutDataWhereNoneIsDue)
 {
     PackerWith packer(11);
     ClientLcdBitmap bitmap(4, 4, 1);
@@ -420,7 +420,7 @@ TEST(PriorityPacker, rawEmptyBuffer_givesASliceWithoutDataWhereNoneIsDue)
     expectCursor(bitmap, 0, 1, 1); // the cursor is at the end of the buffer
 }
 
-TEST(PriorityPacker, rawLargestGeometryOnASmallBuffer_isNotSent)
+TEST(PriorityPackerSlice, rawLargestGeometryOnASmallBuffer_isNotSent)
 {
     PackerWith packer(65535 - 8);
     ClientLcdBitmap bitmap(255, 255, 255);
@@ -431,7 +431,7 @@ TEST(PriorityPacker, rawLargestGeometryOnASmallBuffer_isNotSent)
     EXPECT_EQ(packer.getPacketCount(), 0u);
 }
 
-TEST(PriorityPacker, rawCursorFarBeyondTheBuffer_startsAgain)
+TEST(PriorityPackerSlice, rawCursorFarBeyondTheBuffer_startsAgain)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(8, 4, 1);
@@ -442,7 +442,7 @@ TEST(PriorityPacker, rawCursorFarBeyondTheBuffer_startsAgain)
     expectCursor(bitmap, 0, 0, 1);
 }
 
-TEST(PriorityPacker, rawRowOffsetAtTheHeight_leavesNothingToSend)
+TEST(PriorityPackerSlice, rawRowOffsetAtTheHeight_leavesNothingToSend)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(8, 4, 1);
@@ -451,7 +451,7 @@ TEST(PriorityPacker, rawRowOffsetAtTheHeight_leavesNothingToSend)
     expectCursor(bitmap, 0, 4, 0);
 }
 
-TEST(PriorityPacker, layerPastTheLcd_isSentAsGiven)
+TEST(PriorityPackerSlice, layerPastTheLcd_isSentAsGiven)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap(16, 1, 1);
@@ -461,7 +461,7 @@ TEST(PriorityPacker, layerPastTheLcd_isSentAsGiven)
     EXPECT_EQ(packetOf(packer), (Bytes{20, 0, 1, 0, 0, 0, 0, 0, 38, 9, 0, 0, 0, 255, 255, 16, 1, 1, 0, 0}));
 }
 
-TEST(PriorityPacker, encodedSizeFarAboveTheBuffers_isNotSent)
+TEST(PriorityPackerSlice, encodedSizeFarAboveTheBuffers_isNotSent)
 {
     for (const unsigned int remaining : {11u, 40u, 60000u}) {
         PackerWith packer(remaining);
@@ -474,7 +474,7 @@ TEST(PriorityPacker, encodedSizeFarAboveTheBuffers_isNotSent)
     }
 }
 
-TEST(PriorityPacker, encodedCursorBeyondTheSize_isNotSent)
+TEST(PriorityPackerSlice, encodedCursorBeyondTheSize_isNotSent)
 {
     for (const unsigned int remaining : {11u, 40u, 60000u}) {
         PackerWith packer(remaining);
@@ -488,7 +488,7 @@ TEST(PriorityPacker, encodedCursorBeyondTheSize_isNotSent)
 }
 
 // Words are looked at from offset 0 on, and bytes sent from offset 3 on.
-TEST(PriorityPacker, encodedCursorInsideAWord_scansFromTheWordsBeginning)
+TEST(PriorityPackerSlice, encodedCursorInsideAWord_scansFromTheWordsBeginning)
 {
     PackerWith packer(34);
     ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
@@ -499,7 +499,7 @@ TEST(PriorityPacker, encodedCursorInsideAWord_scansFromTheWordsBeginning)
     expectCursor(bitmap, 15, 1, 0);
 }
 
-TEST(PriorityPacker, encodedRowOffsetAboveTheHeight_countsModulo256)
+TEST(PriorityPackerSlice, encodedRowOffsetAboveTheHeight_countsModulo256)
 {
     PackerWith packer(100);
     ClientLcdBitmap bitmap = encodedLayer(3, row(1));
@@ -510,7 +510,7 @@ TEST(PriorityPacker, encodedRowOffsetAboveTheHeight_countsModulo256)
 }
 
 // Every size of the buffer, packet and run-length data up to three rows and a bit.
-TEST(PriorityPacker, encodedCutOfEverySize_staysInsideTheBuffer)
+TEST(PriorityPackerSlice, encodedCutOfEverySize_staysInsideTheBuffer)
 {
     const Bytes words = joined({row(1), row(3), row(5), {0xFF, 0xFF, 0xFF}});
     for (std::size_t size = 0; size <= words.size(); ++size) {

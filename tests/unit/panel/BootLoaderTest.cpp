@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST(ImageCrc, knownValues)
+TEST(BootLoaderImageCrc, knownValues)
 {
     EXPECT_EQ(calculateImageCrc({}), 0u);
     EXPECT_EQ(calculateImageCrc({'1', '2', '3', '4', '5', '6', '7', '8', '9'}), 0xCBF43926u);

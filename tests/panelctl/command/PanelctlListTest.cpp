@@ -83,7 +83,7 @@ TEST(PanelctlList, panelClaimedByAnotherProgram_saysSo)
                           "  The library's own reason is in its log, with --log-level 2 or higher.\n"));
 }
 
-TEST(PanelctlLog, summaries_goToStandardError)
+TEST(PanelctlListLog, summaries_goToStandardError)
 {
     const ToolResult result = runTool(panelctlOn({}, {"list", "--log-level", "3"}));
     EXPECT_EQ(result.exitCode, 0);
@@ -91,7 +91,7 @@ TEST(PanelctlLog, summaries_goToStandardError)
     EXPECT_THAT(result.errors, HasSubstr("[libusb] >> New device: dead:beef bus=1 port=1 dev="));
 }
 
-TEST(PanelctlLog, traces_goToStandardErrorUncut)
+TEST(PanelctlListLog, traces_goToStandardErrorUncut)
 {
     const ToolResult result = runTool(panelctlOn({}, {"--log-level", "5", "list"}));
     EXPECT_EQ(result.exitCode, 0);
@@ -100,7 +100,7 @@ TEST(PanelctlLog, traces_goToStandardErrorUncut)
     EXPECT_THAT(result.errors, HasSubstr("[libusb] ~UsbDevice() uid=101\n"));
 }
 
-TEST(PanelctlLog, flood_isSummedUp)
+TEST(PanelctlListLog, flood_isSummedUp)
 {
     const ToolResult result =
         runTool(panelctlOn({"--at", "0s", "fault out stall sticky"}, {"info", "--timeout", "1.5"}));
@@ -111,7 +111,7 @@ TEST(PanelctlLog, flood_isSummedUp)
     EXPECT_LT(std::count(result.errors.begin(), result.errors.end(), '\n'), 10);
 }
 
-TEST(PanelctlLog, flood_endsBeforeTheError)
+TEST(PanelctlListLog, flood_endsBeforeTheError)
 {
     const ToolResult result =
         runTool(panelctlOn({"--at", "0s", "fault out stall sticky"}, {"info", "--timeout", "0.5"}));

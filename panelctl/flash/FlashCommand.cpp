@@ -120,15 +120,15 @@ void FlashCommand::write(Session& session, Output& output, const Panel& panel) c
         case FlashRun::End::Finished:
             break;
         case FlashRun::End::Left:
-            throw Failure(ExitCode::PanelLeft, explainPulled(name, run, m_images));
+            throw Failure(ExitCode::PanelLeft, explainPulled(name, run.getState()));
         case FlashRun::End::Stuck:
-            throw Failure(ExitCode::HalfWritten, explainStuck(name, run, m_images, m_options.patience));
+            throw Failure(ExitCode::HalfWritten, explainStuck(name, run.getState(), m_options.patience));
         }
     } catch (const Interrupted& interrupted) {
-        throw Interrupted(interrupted.getSignal(), explainInterrupted(name, run, m_images));
+        throw Interrupted(interrupted.getSignal(), explainInterrupted(name, run.getState()));
     }
     if (run.getReplies().findUnconfirmed(m_images))
-        throw Failure(ExitCode::HalfWritten, explainUnconfirmed(name, run, m_images));
+        throw Failure(ExitCode::HalfWritten, explainUnconfirmed(name, run.getState()));
     const double seconds = std::chrono::duration<double>(Session::Clock::now() - start).count();
     output.line("written   %s, each chunk confirmed, in %.1f s", formatNumber(m_images.getTotal(), "byte").c_str(),
                 seconds);

@@ -1,6 +1,6 @@
 #include "panelctl/flash/FlashDiagnosis.h"
 
-#include "panelctl/flash/FlashRun.h"
+#include "panelctl/flash/FlashReplies.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/terminal/Wording.h"
 #include "protocol/PacketHeader.h"
@@ -37,64 +37,70 @@ std::string hex(unsigned int value)
 }
 
 // "96 of 4000 bytes of the servo image (12096 of 16000 bytes in all)"
-std::string howFar(const FlashRun& run, const FirmwareImages& images)
+std::string howFar(const FlashState& state)
 {
-    std::string text = images.describePosition(run.getWritten());
-    if (images.main && images.servo)
-        text += " (" + std::to_string(run.getWritten()) + " of " + std::to_string(images.getTotal()) + " bytes in all)";
+    std::string text = state.images.describePosition(state.written);
+    if (state.images.main && state.images.servo)
+        text +=
+            " (" + std::to_string(state.written) + " of " + std::to_string(state.images.getTotal()) + " bytes in all)";
     return text;
 }
 
-std::string describeSilence(const FlashRun& run)
+std::string describeSilence(const FlashState& state)
 {
     const std::string out = "endpoint " + hex(PanelLink::outEndpoint);
     const std::string in = "endpoint " + hex(PanelLink::inEndpoint);
     std::size_t replies = 0;
-    for (const auto& [command, number] : run.getReplies().getLate())
+    for (const auto& [command, number] : state.replies.getLate())
         replies += number;
     if (replies != 0)
         return "Since then it has replied " + formatNumber(replies, "time") + " (" +
-               describeCounts(run.getReplies().getLate()) + ").";
-    if (run.getLateSentBytes() == 0)
+               describeCounts(state.replies.getLate()) + ").";
+    if (state.lateSentBytes == 0)
         return "It takes nothing any more (" + out + "): its firmware hangs, or has stalled the endpoint.";
-    return "It takes what is sent (" + out + ", " + std::to_string(run.getLateSentBytes()) +
+    return "It takes what is sent (" + out + ", " + std::to_string(state.lateSentBytes) +
            " bytes since) but does not reply (" + in + ").";
 }
 
 // A line, or nothing.
-std::string describeTroubles(const FlashRun& run)
+std::string describeTroubles(const FlashState& state)
 {
-    const std::string troubles = run.getReplies().describeTroubles();
+    const std::string troubles = state.replies.describeTroubles();
     return troubles.empty() ? "" : "Replies: " + troubles + ".\n";
 }
 
 // Whether its flash has failed at every attempt since the last progress.
-bool isUnwritable(const FlashRun& run)
+bool isUnwritable(const FlashState& state)
 {
-    const FlashReplies::Counts& late = run.getReplies().getLate();
+    const FlashReplies::Counts& late = state.replies.getLate();
     return !late.empty() && std::all_of(late.begin(), late.end(), [](const auto& reply) {
         return reply.first == FirmwareUpgradeCommand::WriteFailed || reply.first == FirmwareUpgradeCommand::EraseFailed;
     });
 }
 
-std::string advise(const FlashRun& run, bool isStuck)
+std::string advise(const FlashState& state, bool isStuck)
 {
-    const bool isRefused = isStuck || !run.getReplies().describeTroubles().empty();
-    if (run.getWritten() != 0 || run.getReplies().hasConfirmed())
-        return isUnwritable(run) ? unwritable : recovery;
+    const bool isRefused = isStuck || !state.replies.describeTroubles().empty();
+    if (state.written != 0 || state.replies.hasConfirmed())
+        return isUnwritable(state) ? unwritable : recovery;
     return std::string(nothingConfirmed) + (isRefused ? doubt : repetition);
 }
 
 // "the chunk at offset 4096 of the main image was never confirmed: ..."
-std::string describeUnconfirmed(const FlashRun& run, const FirmwareImages& images)
+std::string describeUnconfirmed(const FlashState& state)
 {
-    const FirmwareImages::Position chunk = *run.getReplies().findUnconfirmed(images);
+    const FirmwareImages::Position chunk = *state.replies.findUnconfirmed(state.images);
     return "the chunk at offset " + std::to_string(chunk.offset) + " of the " + nameOf(chunk.board) +
            " image was never confirmed: most likely a reply that came twice or late had it skipped.\n" +
-           describeTroubles(run) + recovery;
+           describeTroubles(state) + recovery;
 }
 
 } // namespace
+
+bool FlashState::isAllConfirmed() const
+{
+    return written >= images.getTotal() && !replies.findUnconfirmed(images);
+}
 
 std::string explainTooSmallPackets(const Panel& panel)
 {
@@ -115,14 +121,14 @@ std::string warnOfInterrupt(const std::string& panel, bool isAllConfirmed, int s
     return "interrupted, but " + panel + " would be left half written: the upgrade goes on.\n" + more;
 }
 
-std::string explainInterrupted(const std::string& panel, const FlashRun& run, const FirmwareImages& images)
+std::string explainInterrupted(const std::string& panel, const FlashState& state)
 {
-    if (run.isAllConfirmed())
+    if (state.isAllConfirmed())
         return explainUnasked(panel);
-    if (run.getWritten() >= images.getTotal())
-        return "interrupted, when " + panel + " was almost done; " + describeUnconfirmed(run, images);
-    return "interrupted, when " + panel + " had confirmed " + howFar(run, images) + ".\n" + describeTroubles(run) +
-           advise(run, false);
+    if (state.written >= state.images.getTotal())
+        return "interrupted, when " + panel + " was almost done; " + describeUnconfirmed(state);
+    return "interrupted, when " + panel + " had confirmed " + howFar(state) + ".\n" + describeTroubles(state) +
+           advise(state, false);
 }
 
 std::string explainUnasked(const std::string& panel)
@@ -132,23 +138,22 @@ std::string explainUnasked(const std::string& panel)
            "`panelctl info` shows whether it does.";
 }
 
-std::string explainStuck(const std::string& panel, const FlashRun& run, const FirmwareImages& images,
-                         std::chrono::nanoseconds patience)
+std::string explainStuck(const std::string& panel, const FlashState& state, std::chrono::nanoseconds patience)
 {
-    return panel + " has made no progress for " + formatSeconds(patience) + ": it had confirmed " +
-           howFar(run, images) + ".\n" + describeSilence(run) + "\n" + advise(run, true);
+    return panel + " has made no progress for " + formatSeconds(patience) + ": it had confirmed " + howFar(state) +
+           ".\n" + describeSilence(state) + "\n" + advise(state, true);
 }
 
-std::string explainPulled(const std::string& panel, const FlashRun& run, const FirmwareImages& images)
+std::string explainPulled(const std::string& panel, const FlashState& state)
 {
     return panel +
            " went away while it was written: it was unplugged, or given up after a USB error. It had confirmed " +
-           howFar(run, images) + ".\n" + describeTroubles(run) + "Plug it in again. " + advise(run, false);
+           howFar(state) + ".\n" + describeTroubles(state) + "Plug it in again. " + advise(state, false);
 }
 
-std::string explainUnconfirmed(const std::string& panel, const FlashRun& run, const FirmwareImages& images)
+std::string explainUnconfirmed(const std::string& panel, const FlashState& state)
 {
-    return "the upgrade of " + panel + " came to its end, but " + describeUnconfirmed(run, images);
+    return "the upgrade of " + panel + " came to its end, but " + describeUnconfirmed(state);
 }
 
 std::string explainNoAnswer(const std::string& panel, bool hasLeft, std::chrono::nanoseconds patience)

@@ -1,6 +1,5 @@
 #include "panelctl/flash/FlashRun.h"
 
-#include "panelctl/flash/FlashDiagnosis.h"
 #include "panelctl/flash/ProgressDisplay.h"
 #include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/Output.h"
@@ -49,9 +48,9 @@ std::uint32_t FlashRun::getWritten() const
     return *m_written;
 }
 
-bool FlashRun::isAllConfirmed() const
+FlashState FlashRun::getState() const
 {
-    return getWritten() >= m_images.getTotal() && !m_replies.findUnconfirmed(m_images);
+    return {m_images, m_replies, getWritten(), m_panel.getSentBytes() - m_progressSentBytes};
 }
 
 void FlashRun::start()
@@ -91,7 +90,7 @@ void FlashRun::warnOnceWhenInterrupted()
     if (m_isWarned || !Interrupt::Reprieve::isUsed())
         return;
     m_isWarned = true;
-    printError(warnOfInterrupt(m_panel.getName(), isAllConfirmed(), Interrupt::getSignal()));
+    printError(warnOfInterrupt(m_panel.getName(), getState().isAllConfirmed(), Interrupt::getSignal()));
 }
 
 } // namespace Vantor

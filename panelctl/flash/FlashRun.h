@@ -1,6 +1,7 @@
 #pragma once
 
 #include "panelctl/flash/FirmwareImages.h"
+#include "panelctl/flash/FlashDiagnosis.h"
 #include "panelctl/flash/FlashReplies.h"
 #include "panelctl/session/Panel.h"
 #include "panelctl/session/Session.h"
@@ -38,11 +39,7 @@ public:
 
     const FlashReplies& getReplies() const { return m_replies; }
 
-    // All of it, by the library's count and by the panel's replies.
-    bool isAllConfirmed() const;
-
-    // Since the last progress.
-    std::uint32_t getLateSentBytes() const { return m_panel.getSentBytes() - m_progressSentBytes; }
+    FlashState getState() const;
 
 private:
     void start();

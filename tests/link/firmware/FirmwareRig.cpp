@@ -166,6 +166,104 @@ void FirmwareRig::sendFirstServoChunk(const Bytes& chunk)
     expectStep({chunk}, {writingServo});
 }
 
+void FirmwareRig::resend(const Bytes& chunk)
+{
+    pollAfter(700ms);
+    want.resends = (want.resends + 1) % 256;
+    ++want.retries;
+    wantChunk(mainMcu, want.address, want.length);
+    expectStep({chunk}, {writingMain, resendLine()});
+}
+
+void FirmwareRig::restart()
+{
+    char text[100];
+    std::snprintf(text, sizeof text, "[libusb] Re-starting Firmware upgrade. offset 0x%x uid 260\n", want.mainOffset);
+    pollAfter(700ms);
+    want.retries = 0;
+    wantRequest(); // state 2 again, through 1
+    expectStep({requestFrame()}, {{2, text}});
+}
+
+std::uint32_t FirmwareRig::wantAcknowledged(std::uint32_t address)
+{
+    auto& offset = isServosTurn() ? want.servoOffset : want.mainOffset;
+    offset += want.length;
+    want.lastAckAddress = address;
+    want.retries = 0;
+    wantProgress();
+    return offset;
+}
+
+void FirmwareRig::acknowledgeEarly(std::chrono::nanoseconds time, std::uint8_t board, std::uint32_t address,
+                                   std::uint32_t length)
+{
+    acknowledgeAfter(time, board, address, length);
+    wantAcknowledged(address);
+    want.timeout = 0.1;
+    expectStep({}, {successLine(board, address, length)});
+}
+
+void FirmwareRig::acknowledgeAndSend(std::uint8_t board, std::uint32_t address, const Bytes& nextChunk)
+{
+    const LogLine success = successLine(board, address, want.length);
+    acknowledgeAfter(100ms, board, address, want.length);
+    const std::uint32_t next = wantAcknowledged(address);
+    if (!isServosTurn())
+        want.lastSentOffset = next;
+    wantChunk(isServosTurn() ? servoMcu : mainMcu, next, nextChunk.at(16) + nextChunk.at(17) * 256U);
+    expectStep({nextChunk}, {success, writingLine()});
+}
+
+void FirmwareRig::acknowledgeLast(std::uint8_t board, std::uint32_t address)
+{
+    const LogLine success = successLine(board, address, want.length);
+    const LogLine writing = writingLine();
+    const std::string mcu = isServosTurn() ? "Servo F1 MCU" : "Main MCU";
+    acknowledgeAfter(100ms, board, address, want.length);
+    want.address = wantAcknowledged(address);
+    want.length = 0;
+    want.state = FirmwareState::announcing;
+    expectStep({}, {success,
+                    writing,
+                    {4, "[libusb] Written total of " + std::to_string(want.address) + " bytes to " + mcu + "\n"}});
+}
+
+void FirmwareRig::goOn()
+{
+    pollAfter(600ms);
+    want.state = want.servoOffset < want.servoSize ? FirmwareState::sendingServo : FirmwareState::finishing;
+    expectNothing();
+}
+
+void FirmwareRig::finish(unsigned int resends, unsigned int duplicates)
+{
+    goOn();
+    pollAfter(0s);
+    wantFinished();
+    expectStep({}, finishedLines(resends, duplicates));
+}
+
+// Without a call of progress.
+void FirmwareRig::wantFinished()
+{
+    want.state = FirmwareState::idle;
+    want.mainSize = 0;
+    want.servoSize = 0;
+    want.mainOffset = 0;
+    want.servoOffset = 0;
+    want.resends = 0;
+    want.duplicates = 0;
+}
+
+std::vector<LogLine> FirmwareRig::finishedLines(unsigned int resends, unsigned int duplicates)
+{
+    return {{3, "[libusb] Firmware Upgrade Finished for uid=260 with " + std::to_string(resends) +
+                    " resend packets and " + std::to_string(duplicates) +
+                    " duplicate packets detected during transfer.\n"},
+            {4, "[libusb] Finished!\n"}};
+}
+
 void FirmwareRig::wantChunk(std::uint8_t board, std::uint32_t address, std::uint32_t length)
 {
     want.board = board;

@@ -72,6 +72,21 @@ public:
     void startAndExpect();                       // announced: state 2 or 3
     void sendFirstMainChunk(const Bytes& chunk); // one second later
     void sendFirstServoChunk(const Bytes& chunk);
+    void resend(const Bytes& chunk); // of the main image, unanswered for 0.7 s
+    void restart();                  // announced once more, as nobody has answered five of them
+
+    // The panel confirms the chunk that was sent last: early, before the next one may go out;
+    // in time, and the next one does; or it was the image's last.
+    void acknowledgeEarly(std::chrono::nanoseconds time, std::uint8_t board, std::uint32_t address,
+                          std::uint32_t length);
+    void acknowledgeAndSend(std::uint8_t board, std::uint32_t address, const Bytes& nextChunk);
+    void acknowledgeLast(std::uint8_t board, std::uint32_t address);
+
+    // Behind the last chunk: the servo image's turn, or nothing is left; and the upgrade's end.
+    void goOn();
+    void finish(unsigned int resends, unsigned int duplicates);
+    void wantFinished();
+    static std::vector<LogLine> finishedLines(unsigned int resends, unsigned int duplicates);
 
     // What expectStep expects of `want` for a main chunk sent right now.
     void wantChunk(std::uint8_t board, std::uint32_t address, std::uint32_t length);
@@ -92,6 +107,9 @@ public:
 
 private:
     std::vector<Bytes> flush();
+    bool isServosTurn() const { return want.state == FirmwareState::sendingServo; }
+    const LogLine& writingLine() const { return isServosTurn() ? writingServo : writingMain; }
+    std::uint32_t wantAcknowledged(std::uint32_t address); // the new offset
 
     const int m_level;
     std::vector<Progress> m_progress;

@@ -7,39 +7,12 @@ namespace Vantor::Test {
 
 namespace {
 
-void wantFinished(FirmwareRig& rig)
-{
-    rig.want.state = FirmwareState::idle;
-    rig.want.mainSize = 0;
-    rig.want.servoSize = 0;
-    rig.want.mainOffset = 0;
-    rig.want.servoOffset = 0;
-    rig.want.resends = 0;
-    rig.want.duplicates = 0;
-}
-
-std::vector<LogLine> finishedLines(const std::string& resends, const std::string& duplicates)
-{
-    return {{3, "[libusb] Firmware Upgrade Finished for uid=260 with " + resends + " resend packets and " + duplicates +
-                    " duplicate packets detected during transfer.\n"},
-            {4, "[libusb] Finished!\n"}};
-}
-
 // One main chunk of nine bytes, acknowledged after 100 ms; ends in state 1.
 void writeMain(FirmwareRig& rig, const Bytes& before)
 {
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, Frame::over(rig.mainBytes, before)));
-    rig.acknowledgeAfter(100ms, mainMcu, 0, 9);
-    rig.want.mainOffset = 9;
-    rig.want.lastAckAddress = 0;
-    rig.want.retries = 0;
-    rig.want.state = FirmwareState::announcing;
-    rig.want.address = 9;
-    rig.want.length = 0;
-    rig.wantProgress();
-    rig.expectStep(
-        {}, {rig.successLine(mainMcu, 0, 9), writingMain, {4, "[libusb] Written total of 9 bytes to Main MCU\n"}});
+    rig.acknowledgeLast(mainMcu, 0);
 }
 
 } // namespace
@@ -51,21 +24,11 @@ TEST_P(UsbDeviceFirmwareFinish, bothImages_takeTheWholeRoad)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), Bytes(3, 7));
     writeMain(rig, {});
-    rig.pollAfter(600ms);
-    rig.want.state = FirmwareState::sendingServo;
-    rig.expectNothing();
+    rig.goOn();
     rig.pollAfter(0s);
     rig.wantChunk(servoMcu, 0, 3);
     rig.expectStep({Frame::chunk(servoMcu, 0, 3, Frame::over(Bytes(3, 7), Bytes(9, 1)))}, {writingServo});
-    rig.acknowledgeAfter(100ms, servoMcu, 0, 3);
-    rig.want.servoOffset = 3;
-    rig.want.state = FirmwareState::announcing;
-    rig.want.address = 3;
-    rig.want.length = 0;
-    rig.wantProgress();
-    rig.expectStep(
-        {},
-        {rig.successLine(servoMcu, 0, 3), writingServo, {4, "[libusb] Written total of 3 bytes to Servo F1 MCU\n"}});
+    rig.acknowledgeLast(servoMcu, 0);
     rig.pollAfter(600ms - 1ns);
     rig.expectNothing();
     rig.pollAfter(1ns);
@@ -73,8 +36,8 @@ TEST_P(UsbDeviceFirmwareFinish, bothImages_takeTheWholeRoad)
     rig.expectNothing();
     EXPECT_TRUE(rig.device->isUpdating());
     rig.pollAfter(0s);
-    wantFinished(rig); // without a call of progress
-    rig.expectStep({}, finishedLines("1", "0"));
+    rig.wantFinished();
+    rig.expectStep({}, FirmwareRig::finishedLines(1, 0));
     EXPECT_FALSE(rig.device->isUpdating());
     rig.pollAfter(10s);
     rig.expectNothing();
@@ -85,13 +48,7 @@ TEST_P(UsbDeviceFirmwareFinish, duplicates_areCountedInTheLastLine)
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, Frame::over(Bytes(9, 1), {})));
-    rig.acknowledgeAfter(10ms, mainMcu, 0x1000, 9);
-    rig.want.mainOffset = 9;
-    rig.want.lastAckAddress = 0x1000;
-    rig.want.retries = 0;
-    rig.want.timeout = 0.1;
-    rig.wantProgress();
-    rig.expectStep({}, {rig.successLine(mainMcu, 0x1000, 9)});
+    rig.acknowledgeEarly(10ms, mainMcu, 0x1000, 9);
     for (unsigned int i = 1; i <= 2; ++i) {
         rig.acknowledgeAfter(0s, mainMcu, 0x1000, 9);
         rig.want.duplicates = i;
@@ -108,8 +65,8 @@ TEST_P(UsbDeviceFirmwareFinish, duplicates_areCountedInTheLastLine)
     rig.want.state = FirmwareState::finishing;
     rig.expectNothing();
     rig.pollAfter(0s);
-    wantFinished(rig);
-    rig.expectStep({}, finishedLines("1", "2"));
+    rig.wantFinished();
+    rig.expectStep({}, FirmwareRig::finishedLines(1, 2));
 }
 
 // The callback is kept, and a reply that comes after the end still calls it: 0 of 0.
@@ -117,12 +74,7 @@ TEST_P(UsbDeviceFirmwareFinish, replyAfterTheEnd_reportsNothingOfNothing)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});
-    rig.pollAfter(600ms);
-    rig.want.state = FirmwareState::finishing;
-    rig.expectNothing();
-    rig.pollAfter(0s);
-    wantFinished(rig);
-    rig.expectStep({}, finishedLines("1", "0"));
+    rig.finish(1, 0);
     rig.acknowledgeAfter(10ms, mainMcu, 0, 9);
     rig.wantProgress();
     rig.expectStep({}, {rig.successLine(mainMcu, 0, 9)});
@@ -138,12 +90,7 @@ TEST_P(UsbDeviceFirmwareFinish, secondUpgrade_beginsWithWhatTheFirstLeft)
     for (int upgrade = 0; upgrade < 3; ++upgrade) {
         writeMain(rig, before);
         EXPECT_EQ(rig.want.resends, 1u) << "both begin and end at offset 0";
-        rig.pollAfter(600ms);
-        rig.want.state = FirmwareState::finishing;
-        rig.expectNothing();
-        rig.pollAfter(0s);
-        wantFinished(rig);
-        rig.expectStep({}, finishedLines("1", "0"));
+        rig.finish(1, 0);
         before = Bytes(9, 1);
         VirtualClock::advance(1s);
     }
@@ -158,31 +105,9 @@ TEST_P(UsbDeviceFirmwareFinish, secondUpgradeBehindALongOne_countsNoResend)
         EXPECT_EQ(rig.want.resends, resends);
         const std::uint32_t stale = resends == 1 ? 0 : 0x1000; // acknowledged last, in the upgrade before
         EXPECT_EQ(rig.want.lastAckAddress, stale);
-        rig.acknowledgeAfter(100ms, mainMcu, 0, 4096);
-        rig.want.mainOffset = 4096;
-        rig.want.lastAckAddress = 0;
-        rig.want.lastSentOffset = 0x1000;
-        rig.want.retries = 0;
-        rig.wantProgress();
-        rig.wantChunk(mainMcu, 0x1000, 4096);
-        rig.expectStep({Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 1))},
-                       {rig.successLine(mainMcu, 0, 4096), writingMain});
-        rig.acknowledgeAfter(100ms, mainMcu, 0x1000, 4096);
-        rig.want.mainOffset = 8192;
-        rig.want.lastAckAddress = 0x1000;
-        rig.want.state = FirmwareState::announcing;
-        rig.want.address = 8192;
-        rig.want.length = 0;
-        rig.wantProgress();
-        rig.expectStep({}, {rig.successLine(mainMcu, 0x1000, 4096),
-                            writingMain,
-                            {4, "[libusb] Written total of 8192 bytes to Main MCU\n"}});
-        rig.pollAfter(600ms);
-        rig.want.state = FirmwareState::finishing;
-        rig.expectNothing();
-        rig.pollAfter(0s);
-        wantFinished(rig);
-        rig.expectStep({}, finishedLines(std::to_string(resends), "0"));
+        rig.acknowledgeAndSend(mainMcu, 0, Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 1)));
+        rig.acknowledgeLast(mainMcu, 0x1000);
+        rig.finish(resends, 0);
     }
 }
 
@@ -192,12 +117,7 @@ TEST_P(UsbDeviceFirmwareFinish, acknowledgementOfTheRequest_movesNothing)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});
-    rig.pollAfter(600ms);
-    rig.want.state = FirmwareState::finishing;
-    rig.expectNothing();
-    rig.pollAfter(0s);
-    wantFinished(rig);
-    rig.expectStep({}, finishedLines("1", "0"));
+    rig.finish(1, 0);
     VirtualClock::advance(1s);
     rig.startAndExpect();
     rig.acknowledgeAfter(10ms, mainMcu, 0, 9);
@@ -211,35 +131,20 @@ TEST_P(UsbDeviceFirmwareFinish, lateReplyOfTheUpgradeBefore_countsForChunkZero)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});
-    rig.pollAfter(600ms);
-    rig.want.state = FirmwareState::finishing;
-    rig.expectNothing();
-    rig.pollAfter(0s);
-    wantFinished(rig);
-    rig.expectStep({}, finishedLines("1", "0"));
+    rig.finish(1, 0);
     VirtualClock::advance(1s);
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, Frame::over(rig.mainBytes, {})));
-    for (const std::uint32_t counted : {9u, 18u}) {
-        rig.acknowledgeAfter(10ms, mainMcu, 0, 9);
-        rig.want.mainOffset = counted;
-        rig.want.retries = 0;
-        rig.want.timeout = 0.1;
-        rig.wantProgress();
-        rig.expectStep({}, {rig.successLine(mainMcu, 0, 9)});
-    }
+    rig.acknowledgeEarly(10ms, mainMcu, 0, 9);
+    rig.acknowledgeEarly(10ms, mainMcu, 0, 9);
+    EXPECT_EQ(rig.want.mainOffset, 18u);
 }
 
 TEST_P(UsbDeviceFirmwareFinish, secondStart_replacesTheCallback)
 {
     FirmwareRig rig(GetParam(), Bytes(9, 1), {});
     writeMain(rig, {});
-    rig.pollAfter(600ms);
-    rig.want.state = FirmwareState::finishing;
-    rig.expectNothing();
-    rig.pollAfter(0s);
-    wantFinished(rig);
-    rig.expectStep({}, finishedLines("1", "0"));
+    rig.finish(1, 0);
     VirtualClock::advance(1s);
     rig.device->startFirmwareUpgrade(rig.main.getPath(), "/nonexistent", nullptr);
     rig.want.hasCallback = false;

@@ -69,12 +69,7 @@ TEST_P(UsbDeviceFirmwarePacing, replyWithinATenthOfASecond_leavesTheNextChunkToT
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
     rig.sendFirstMainChunk(firstChunk());
-    rig.acknowledgeAfter(100ms - 1ns, mainMcu, 0, 4096);
-    rig.want.mainOffset = 4096;
-    rig.want.retries = 0;
-    rig.want.timeout = 0.1;
-    rig.wantProgress();
-    rig.expectStep({}, {rig.successLine(mainMcu, 0, 4096)});
+    rig.acknowledgeEarly(100ms - 1ns, mainMcu, 0, 4096);
     rig.pollAfter(0s);
     rig.expectNothing();
     rig.pollAfter(1ns);
@@ -87,12 +82,7 @@ TEST_P(UsbDeviceFirmwarePacing, replyAfterATenthOfASecond_sendsTheNextChunkAtOnc
     FirmwareRig rig(GetParam(), image(), {});
     rig.startAndExpect();
     rig.sendFirstMainChunk(firstChunk());
-    rig.acknowledgeAfter(100ms, mainMcu, 0, 4096);
-    rig.want.mainOffset = 4096;
-    rig.want.retries = 0;
-    rig.wantProgress();
-    wantSecondChunk(rig);
-    rig.expectStep({secondChunk()}, {rig.successLine(mainMcu, 0, 4096), writingMain});
+    rig.acknowledgeAndSend(mainMcu, 0, secondChunk());
 }
 
 // A reply shortens the wait behind the request, too.
@@ -120,12 +110,7 @@ TEST_P(UsbDeviceFirmwarePacing, clockSetBack_waitsUntilItHasCaughtUp)
     VirtualClock::step(-1h);
     rig.pollAfter(10s);
     rig.expectNothing();
-    rig.acknowledgeAfter(0s, mainMcu, 0, 4096); // taken note of, and not followed by a chunk
-    rig.want.mainOffset = 4096;
-    rig.want.retries = 0;
-    rig.want.timeout = 0.1;
-    rig.wantProgress();
-    rig.expectStep({}, {rig.successLine(mainMcu, 0, 4096)});
+    rig.acknowledgeEarly(0s, mainMcu, 0, 4096); // taken note of, and not followed by a chunk
     rig.pollAfter(1h - 10s + 100ms - 1ns);
     rig.expectNothing();
     rig.pollAfter(1ns);

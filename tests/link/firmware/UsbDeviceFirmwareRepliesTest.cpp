@@ -49,51 +49,7 @@ void finishMain(FirmwareRig& rig)
 {
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, nineOver));
-    rig.acknowledgeAfter(100ms, mainMcu, 0, 9);
-    rig.want.mainOffset = 9;
-    rig.want.retries = 0;
-    rig.want.state = FirmwareState::announcing;
-    rig.want.address = 9;
-    rig.want.length = 0;
-    rig.wantProgress();
-    rig.expectStep(
-        {}, {rig.successLine(mainMcu, 0, 9), writingMain, {4, "[libusb] Written total of 9 bytes to Main MCU\n"}});
-}
-
-void goToServo(FirmwareRig& rig)
-{
-    finishMain(rig);
-    rig.pollAfter(600ms);
-    rig.want.state = FirmwareState::sendingServo;
-    rig.expectNothing();
-}
-
-void goToFinishing(FirmwareRig& rig)
-{
-    finishMain(rig);
-    rig.pollAfter(600ms);
-    rig.want.state = FirmwareState::finishing;
-    rig.expectNothing();
-}
-
-const std::vector<LogLine>& finishedLines()
-{
-    static const std::vector<LogLine> lines = {
-        {3, "[libusb] Firmware Upgrade Finished for uid=260 with 1 resend packets and 0 duplicate packets detected "
-            "during transfer.\n"},
-        {4, "[libusb] Finished!\n"}};
-    return lines;
-}
-
-void wantFinished(FirmwareRig& rig)
-{
-    rig.want.state = FirmwareState::idle;
-    rig.want.mainSize = 0;
-    rig.want.servoSize = 0;
-    rig.want.mainOffset = 0;
-    rig.want.servoOffset = 0;
-    rig.want.resends = 0;
-    rig.want.duplicates = 0;
+    rig.acknowledgeLast(mainMcu, 0);
 }
 
 } // namespace
@@ -187,19 +143,21 @@ TEST_P(UsbDeviceFirmwareReplies, replyWhenNothingIsLeft_finishes)
     for (const Reply& reply : replies()) {
         SCOPED_TRACE(int{reply.code});
         FirmwareRig rig(GetParam(), nine, {});
-        goToFinishing(rig);
+        finishMain(rig);
+        rig.goOn();
         rig.replyAfter(0s, command(reply.code));
         if (reply.steps)
-            wantFinished(rig);
-        rig.expectStep({}, reply.steps ? joined(reply.lines, finishedLines()) : reply.lines);
+            rig.wantFinished();
+        rig.expectStep({}, reply.steps ? joined(reply.lines, FirmwareRig::finishedLines(1, 0)) : reply.lines);
     }
     FirmwareRig rig(GetParam(), nine, {});
-    goToFinishing(rig);
+    finishMain(rig);
+    rig.goOn();
     rig.replyAfter(0s, command(1));
     rig.wantProgress();
     rig.want.lastAckAddress = 0x1000;
-    wantFinished(rig);
-    rig.expectStep({}, joined({rig.successLine(mainMcu, 0x1000, 77)}, finishedLines()));
+    rig.wantFinished();
+    rig.expectStep({}, joined({rig.successLine(mainMcu, 0x1000, 77)}, FirmwareRig::finishedLines(1, 0)));
 }
 
 // Neither an unknown code nor the invalid one ends a row of unanswered chunks.
@@ -220,13 +178,7 @@ TEST_P(UsbDeviceFirmwareReplies, repeatedAcknowledgement_isADuplicateAndMovesNot
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 4096, Bytes(4096, 1)));
-    rig.acknowledgeAfter(50ms, mainMcu, 0x1000, 4096); // whatever address the panel gives
-    rig.want.mainOffset = 4096;
-    rig.want.lastAckAddress = 0x1000;
-    rig.want.retries = 0;
-    rig.want.timeout = 0.1;
-    rig.wantProgress();
-    rig.expectStep({}, {rig.successLine(mainMcu, 0x1000, 4096)});
+    rig.acknowledgeEarly(50ms, mainMcu, 0x1000, 4096); // whatever address the panel gives
     for (unsigned int i = 1; i <= 2; ++i) {
         rig.acknowledgeAfter(50ms, servoMcu, 0x1000, 9);
         rig.want.duplicates = i; // and no step, although it is time for one
@@ -240,20 +192,10 @@ TEST_P(UsbDeviceFirmwareReplies, duplicate_leavesTheRetriesAlone)
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 4096, Bytes(4096, 1)));
-    rig.acknowledgeAfter(100ms, mainMcu, 0x1000, 4096);
     const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
-    rig.want.mainOffset = 4096;
-    rig.want.lastAckAddress = 0x1000;
-    rig.want.lastSentOffset = 0x1000;
-    rig.want.retries = 0;
-    rig.wantProgress();
-    rig.wantChunk(mainMcu, 0x1000, 4096);
-    rig.expectStep({frame}, {rig.successLine(mainMcu, 0x1000, 4096), writingMain});
-    rig.pollAfter(700ms);
-    rig.want.resends = 2;
-    rig.want.retries = 1;
-    rig.wantChunk(mainMcu, 0x1000, 4096);
-    rig.expectStep({frame}, {writingMain, rig.resendLine()});
+    rig.acknowledgeAndSend(mainMcu, 0x1000, frame);
+    rig.resend(frame);
+    EXPECT_EQ(rig.want.retries, 1u);
     rig.acknowledgeAfter(200ms, mainMcu, 0x1000, 4096);
     rig.want.duplicates = 1;
     rig.expectStep({}, {{4, "[libusb] Duplicate packet written to STM. Skipping increment. address=0x1000 "
@@ -265,17 +207,9 @@ TEST_P(UsbDeviceFirmwareReplies, repeatedAcknowledgementOfAddressZero_isNoDuplic
     FirmwareRig rig(GetParam(), threeChunks(), {});
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 4096, Bytes(4096, 1)));
-    for (const std::uint32_t next : {0x1000u, 0x2000u}) {
-        rig.acknowledgeAfter(100ms, mainMcu, 0, 4096);
-        rig.want.mainOffset = next;
-        rig.want.retries = 0;
-        rig.want.lastSentOffset = next;
-        rig.wantProgress();
-        rig.wantChunk(mainMcu, next, next == 0x1000 ? 4096 : 1808);
-        const Bytes data = next == 0x1000 ? Bytes(4096, 2) : Frame::over(Bytes(1808, 3), Bytes(4096, 2));
-        rig.expectStep({Frame::chunk(mainMcu, next, rig.want.length, data)},
-                       {rig.successLine(mainMcu, 0, 4096), writingMain});
-    }
+    rig.acknowledgeAndSend(mainMcu, 0, Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2)));
+    rig.acknowledgeAndSend(mainMcu, 0,
+                           Frame::chunk(mainMcu, 0x2000, 1808, Frame::over(Bytes(1808, 3), Bytes(4096, 2))));
 }
 
 // Chunk 0 sent twice and acknowledged twice, the first time within 0.1 s of the resend:
@@ -286,19 +220,9 @@ TEST_P(UsbDeviceFirmwareReplies, chunkZeroAcknowledgedTwiceBehindItsResend_skips
     rig.startAndExpect();
     const Bytes frame = Frame::chunk(mainMcu, 0, 4096, Bytes(4096, 1));
     rig.sendFirstMainChunk(frame);
-    rig.pollAfter(700ms);
-    rig.want.resends = 2;
-    rig.want.retries = 2;
-    rig.wantChunk(mainMcu, 0, 4096);
-    rig.expectStep({frame}, {writingMain, rig.resendLine()});
-    for (const std::uint32_t offset : {4096u, 8192u}) {
-        rig.acknowledgeAfter(40ms, mainMcu, 0, 4096);
-        rig.want.mainOffset = offset;
-        rig.want.retries = 0;
-        rig.want.timeout = 0.1;
-        rig.wantProgress();
-        rig.expectStep({}, {rig.successLine(mainMcu, 0, 4096)});
-    }
+    rig.resend(frame);
+    rig.acknowledgeEarly(40ms, mainMcu, 0, 4096);
+    rig.acknowledgeEarly(40ms, mainMcu, 0, 4096);
     rig.pollAfter(20ms);
     rig.want.lastSentOffset = 0x2000;
     rig.wantChunk(mainMcu, 0x2000, 1808);
@@ -325,7 +249,8 @@ TEST_P(UsbDeviceFirmwareReplies, reportedFailures_neverRestart)
 TEST_P(UsbDeviceFirmwareReplies, lateReplyOfTheMainImage_movesTheServoOffset)
 {
     FirmwareRig rig(GetParam(), nine, twoChunks());
-    goToServo(rig);
+    finishMain(rig);
+    rig.goOn();
     rig.pollAfter(0s);
     const Bytes first = Bytes(4096, 4);
     rig.wantChunk(servoMcu, 0, 4096);

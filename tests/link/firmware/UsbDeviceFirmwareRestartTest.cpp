@@ -12,22 +12,7 @@ void goToSecondChunk(FirmwareRig& rig, const Bytes& frame)
 {
     rig.startAndExpect();
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 4096, Bytes(4096, 1)));
-    rig.acknowledgeAfter(100ms, mainMcu, 0, 4096);
-    rig.want.mainOffset = 4096;
-    rig.want.retries = 0;
-    rig.want.lastSentOffset = 0x1000;
-    rig.wantProgress();
-    rig.wantChunk(mainMcu, 0x1000, 4096);
-    rig.expectStep({frame}, {rig.successLine(mainMcu, 0, 4096), writingMain});
-}
-
-void resend(FirmwareRig& rig, std::uint32_t address, const Bytes& frame)
-{
-    rig.pollAfter(700ms);
-    rig.want.resends = (rig.want.resends + 1) % 256;
-    ++rig.want.retries;
-    rig.wantChunk(mainMcu, address, rig.want.length);
-    rig.expectStep({frame}, {writingMain, rig.resendLine()});
+    rig.acknowledgeAndSend(mainMcu, 0, frame);
 }
 
 } // namespace
@@ -40,7 +25,7 @@ TEST_P(UsbDeviceFirmwareRestart, fiveUnansweredResends_announceAgainWithTheOffse
     const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
     goToSecondChunk(rig, frame);
     for (int i = 0; i < 5; ++i)
-        resend(rig, 0x1000, frame);
+        rig.resend(frame);
     EXPECT_EQ(rig.want.retries, 5u);
     rig.pollAfter(700ms - 1ns);
     rig.expectNothing();
@@ -56,15 +41,8 @@ TEST_P(UsbDeviceFirmwareRestart, fiveUnansweredResends_announceAgainWithTheOffse
     rig.want.retries = 1;
     rig.wantChunk(mainMcu, 0x1000, 4096);
     rig.expectStep({frame}, {writingMain, rig.resendLine()});
-    rig.acknowledgeAfter(100ms, mainMcu, 0x1000, 4096);
-    rig.want.mainOffset = 8192;
-    rig.want.lastAckAddress = 0x1000;
-    rig.want.lastSentOffset = 0x2000;
-    rig.want.retries = 0;
-    rig.wantProgress();
-    rig.wantChunk(mainMcu, 0x2000, 1808);
-    rig.expectStep({Frame::chunk(mainMcu, 0x2000, 1808, Frame::over(Bytes(1808, 3), Bytes(4096, 2)))},
-                   {rig.successLine(mainMcu, 0x1000, 4096), writingMain});
+    rig.acknowledgeAndSend(mainMcu, 0x1000,
+                           Frame::chunk(mainMcu, 0x2000, 1808, Frame::over(Bytes(1808, 3), Bytes(4096, 2))));
 }
 
 // The first chunk of a fresh device is itself counted, so four resends are enough.
@@ -76,11 +54,8 @@ TEST_P(UsbDeviceFirmwareRestart, fourUnansweredResendsOfAFreshDevicesFirstChunk_
     rig.sendFirstMainChunk(frame);
     for (int round = 0; round < 3; ++round) {
         for (int i = 0; i < 4; ++i)
-            resend(rig, 0, frame);
-        rig.pollAfter(700ms);
-        rig.want.retries = 0;
-        rig.wantRequest();
-        rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x0 uid 260\n"}});
+            rig.resend(frame);
+        rig.restart();
         rig.sendFirstMainChunk(frame);
         EXPECT_EQ(rig.want.retries, 1u);
     }
@@ -93,7 +68,7 @@ TEST_P(UsbDeviceFirmwareRestart, replyAfterFiveResends_preventsTheRestart)
     const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
     goToSecondChunk(rig, frame);
     for (int i = 0; i < 5; ++i)
-        resend(rig, 0x1000, frame);
+        rig.resend(frame);
     rig.replyAfter(700ms, {FirmwareUpgradeCommand::SendAgain, mainMcu, 0x1000, 0, 0});
     rig.want.retries = 1;
     rig.want.resends = 7;
@@ -124,16 +99,10 @@ TEST_P(UsbDeviceFirmwareRestart, requestAnsweredAsWrittenAfterARestart_skipsTheC
     const Bytes frame = Frame::chunk(mainMcu, 0x1000, 4096, Bytes(4096, 2));
     goToSecondChunk(rig, frame);
     for (int i = 0; i < 5; ++i)
-        resend(rig, 0x1000, frame);
-    rig.pollAfter(700ms);
-    rig.want.retries = 0;
-    rig.wantRequest();
-    rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x1000 uid 260\n"}});
-    rig.acknowledgeAfter(10ms, 0, 0, 0);
-    rig.want.mainOffset = 8192;
-    rig.want.timeout = 0.1;
-    rig.wantProgress();
-    rig.expectStep({}, {rig.successLine(0, 0, 0)});
+        rig.resend(frame);
+    rig.restart();
+    rig.acknowledgeEarly(10ms, 0, 0, 0);
+    EXPECT_EQ(rig.want.mainOffset, 8192u);
 }
 
 // A panel that takes everything and says nothing is never given up: a request and five
@@ -146,11 +115,8 @@ TEST_P(UsbDeviceFirmwareRestart, silentPanel_isNeverGivenUp)
     for (int round = 0; round < 100; ++round) {
         rig.sendFirstMainChunk(frame);
         for (int i = 0; i < 4; ++i)
-            resend(rig, 0, frame);
-        rig.pollAfter(700ms);
-        rig.want.retries = 0;
-        rig.wantRequest();
-        rig.expectStep({rig.requestFrame()}, {{2, "[libusb] Re-starting Firmware upgrade. offset 0x0 uid 260\n"}});
+            rig.resend(frame);
+        rig.restart();
     }
     EXPECT_TRUE(rig.device->isUpdating());
 }

@@ -167,30 +167,13 @@ TEST_P(UsbDeviceFirmwareStart, secondStart_isRefusedInEveryStateAndChangesNothin
     rig.sendFirstMainChunk(Frame::chunk(mainMcu, 0, 9, Frame::over(nineDigits, {})));
     startAgain();
 
-    rig.acknowledgeAfter(100ms, mainMcu, 0, 9);
-    rig.want.mainOffset = 9;
-    rig.want.retries = 0;
-    rig.want.address = 9;
-    rig.want.length = 0;
-    rig.want.timeout = 0.7;
-    rig.want.state = FirmwareState::announcing;
-    rig.wantProgress(); // the first callback is the one that is called
-    rig.expectStep(
-        {}, {rig.successLine(mainMcu, 0, 9), writingMain, {4, "[libusb] Written total of 9 bytes to Main MCU\n"}});
-    startAgain(); // 1
+    rig.acknowledgeLast(mainMcu, 0); // the first callback is the one that is called
+    startAgain();                    // 1
 
     stepTo(FirmwareState::sendingServo, {});
     startAgain(); // 3
     rig.sendFirstServoChunk(Frame::chunk(servoMcu, 0, 1, Frame::over({'a'}, nineDigits)));
-    rig.acknowledgeAfter(100ms, servoMcu, 0, 1);
-    rig.want.servoOffset = 1;
-    rig.want.address = 1;
-    rig.want.length = 0;
-    rig.want.state = FirmwareState::announcing;
-    rig.wantProgress();
-    rig.expectStep(
-        {},
-        {rig.successLine(servoMcu, 0, 1), writingServo, {4, "[libusb] Written total of 1 bytes to Servo F1 MCU\n"}});
+    rig.acknowledgeLast(servoMcu, 0);
     stepTo(FirmwareState::finishing, {});
     startAgain(); // 4
     EXPECT_FALSE(called);

@@ -1,0 +1,110 @@
+// What panelsim makes of its command line, and what it says of one that it refuses.
+#include "simulator/panelsim/PanelsimOptions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Vantor {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+struct Parsed : PanelsimArguments {
+    std::string output; // with the errors
+};
+
+Parsed parse(std::vector<std::string> words)
+{
+    words.insert(words.begin(), "panelsim");
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+        arguments.push_back(word.data());
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const PanelsimArguments result = parsePanelsimArguments(static_cast<int>(arguments.size()), arguments.data());
+    return {result, testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr()};
+}
+
+// What it says.
+std::string refusalOf(const std::vector<std::string>& words)
+{
+    const Parsed parsed = parse(words);
+    EXPECT_FALSE(parsed.run);
+    EXPECT_EQ(parsed.exitCode, 125) << parsed.output;
+    return parsed.output;
+}
+
+TEST(PanelsimOptions, wrongUsage_isRefusedAndSaysWhy)
+{
+    EXPECT_NE(refusalOf({}), "");
+    EXPECT_NE(refusalOf({"run"}), "");
+    EXPECT_NE(refusalOf({"run", "--panels", "32", "--", "true"}), "");
+    EXPECT_THAT(refusalOf({"run", "--at", "soon", "unplug", "--", "true"}), HasSubstr("soon"));
+    EXPECT_THAT(refusalOf({"run", "--at", "1s", "explode", "--", "true"}), HasSubstr("explode"));
+    EXPECT_NE(refusalOf({"run", "--at", "1s", "plug 31", "--", "true"}), "");
+    for (const char* const option : {"--seed", "--max-packet", "--panels"})
+        EXPECT_THAT(refusalOf({"run", option, "-1", "--", "true"}), HasSubstr("expected a number from 0, found '-1'"));
+    for (const char* const option : {"--png", "--log", "--flash-dir"})
+        EXPECT_THAT(refusalOf({"run", option, "", "--", "true"}), HasSubstr("needs a name"));
+    EXPECT_NE(refusalOf({"attach", "--panels", "32"}), "");
+    EXPECT_NE(refusalOf({"attach", "--at", "1s", "explode"}), "");
+    EXPECT_NE(refusalOf({"attach", "--", "true"}), ""); // it runs no program
+}
+
+TEST(PanelsimOptions, absurdLcds_areRefused)
+{
+    EXPECT_THAT(refusalOf({"run", "--lcd", "1=8x511", "--", "true"}),
+                HasSubstr("--lcd: an LCD is 1x1 to 510x510 pixels, found '8x511'"));
+    EXPECT_THAT(refusalOf({"run", "--lcd", "1=8x2", "--lcd", "1=8x3", "--", "true"}),
+                HasSubstr("--lcd: LCD 1 is given twice"));
+}
+
+TEST(PanelsimOptions, refusals_quoteAtMost80Characters)
+{
+    const std::string text = "\x1B[31m" + std::string(200, 'x');
+    const std::string shown = "?[31m" + std::string(75, 'x') + "...";
+    const std::vector<std::vector<std::string>> usages = {
+        {"run", "--at", text, "plug", "--", "true"},       {"run", "--at", "1s", text, "--", "true"},
+        {"run", "--at", "1s", "plug", text, "--", "true"}, {"run", "--panels", text, "--", "true"},
+        {"run", "--seed=" + text, "--", "true"},           {"run", "--lcd", text, "--", "true"},
+        {"run", "--chunk-time", text, "--", "true"}};
+    for (const auto& usage : usages) {
+        const std::string refusal = refusalOf(usage);
+        EXPECT_THAT(refusal, Not(HasSubstr("\x1B")));
+        EXPECT_THAT(refusal, Not(HasSubstr(std::string(81, 'x'))));
+        EXPECT_THAT(refusal, HasSubstr("?[31m"));
+    }
+    EXPECT_THAT(refusalOf({"run", "--at", text, "plug", "--", "true"}), HasSubstr("found \"" + shown + "\""));
+}
+
+TEST(PanelsimOptions, helpAndVersion_areAnswered)
+{
+    EXPECT_EQ(parse({"--version"}).output, "panelsim 1.2.1\n");
+    const Parsed help = parse({"run", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    for (const char* const text : {"--no-scatter-gather", "120", "--at TIME 'COMMAND'", "a plain number is seconds",
+                                   "once is the default", "EREMOTEIO", "use 1100"})
+        EXPECT_THAT(help.output, HasSubstr(text));
+    const Parsed attachHelp = parse({"attach", "--help"});
+    EXPECT_EQ(attachHelp.exitCode, 0);
+    EXPECT_THAT(attachHelp.output, HasSubstr("modprobe vhci-hcd"));
+}
+
+TEST(PanelsimOptions, unquotedCommand_isPointedAt)
+{
+    const std::string refusal = "--at 2s: quote COMMAND: 'unplug 1'\nRun with --help for more information.\n";
+    EXPECT_EQ(refusalOf({"run", "--at", "2s", "unplug", "1", "--", "sleep", "--duration", "6"}), refusal);
+    EXPECT_EQ(refusalOf({"run", "--at", "2s", "unplug", "1", "--show", "true"}), refusal);
+    EXPECT_EQ(refusalOf({"run", "--at", "2s", "unplug", "1", "true"}), refusal);
+    EXPECT_EQ(refusalOf({"run", "--at", "1s", "emit", "0", "type=5", "--", "true"}),
+              "--at 1s: quote COMMAND: 'emit 0 type=5'\nRun with --help for more information.\n");
+    EXPECT_THAT(parse({"run", "--at", "2s", "unplug", "true"}).options.program, ElementsAre("true"));
+    EXPECT_THAT(parse({"run", "--at", "2s", "unplug 1", "--", "true"}).options.program, ElementsAre("true"));
+    EXPECT_THAT(parse({"run", "--", "echo", "--at", "2s", "unplug", "1"}).options.program,
+                ElementsAre("echo", "--at", "2s", "unplug", "1"));
+}
+
+} // namespace
+} // namespace Vantor

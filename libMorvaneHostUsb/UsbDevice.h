@@ -163,9 +163,9 @@ private:
     void deliver(const libusb_transfer& transfer);
     void requestDeviceInfo(const std::chrono::system_clock::time_point& now);
     void cancelTransfers();
-    void clearHalt();
     void checkTxWatchdog(const std::chrono::system_clock::time_point& now);
     void checkRxWatchdog(const std::chrono::system_clock::time_point& now);
+    void handleStatus(const char* direction, int status);
     void handleSubmitError(const char* direction, int error);
 
     void announceFirmware(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);

@@ -148,64 +148,48 @@ void UsbDevice::deliver(const libusb_transfer& transfer)
 
 void UsbDevice::handleTxStatus(libusb_transfer* transfer)
 {
-    switch (statusOf(*transfer)) {
-    case LIBUSB_TRANSFER_COMPLETED:
-    case LIBUSB_TRANSFER_TIMED_OUT:
-    case LIBUSB_TRANSFER_CANCELLED:
-        break;
-    case LIBUSB_TRANSFER_ERROR:
+    const int status = statusOf(*transfer);
+    if (status == LIBUSB_TRANSFER_ERROR)
         MORVANE_LOG(LogLevel::Error, "[libusb] TX LIBUSB_ERROR uid=%x size=%d actual=%d\n", m_uid, transfer->length,
                     transfer->actual_length);
+    else
+        handleStatus("TX", status);
+    if (status == LIBUSB_TRANSFER_ERROR || status == LIBUSB_TRANSFER_NO_DEVICE)
         markDead();
-        break;
-    case LIBUSB_TRANSFER_STALL:
-        MORVANE_LOG(LogLevel::Error, "[libusb] TX Transfer stalled uid=%x\n", m_uid);
-        clearHalt();
-        break;
-    case LIBUSB_TRANSFER_NO_DEVICE:
-        MORVANE_LOG(LogLevel::Error, "[libusb] TX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
-        markDead();
-        break;
-    case LIBUSB_TRANSFER_OVERFLOW:
-        MORVANE_LOG(LogLevel::Error, "[libusb] TX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
-        break;
-    default:
-        MORVANE_LOG(LogLevel::Error, "[libusb] TX Unknown error=%d!!\n", statusOf(*transfer));
-        break;
-    }
 }
 
-// The halt is cleared on endpoint 0, not on the stalled endpoint.
-void UsbDevice::clearHalt()
-{
-    if (m_devHandle != nullptr)
-        libusb_clear_halt(m_devHandle, 0);
-}
-
-// Only the send side kills a device on an error or a vanished device: the read is
-// re-armed, and a device that is really gone is caught when that fails.
+// No status of a read kills: it is re-armed, and a device that is really gone is caught
+// when that fails.
 void UsbDevice::handleRxStatus(libusb_transfer* transfer)
 {
-    switch (statusOf(*transfer)) {
+    const int status = statusOf(*transfer);
+    if (status == LIBUSB_TRANSFER_ERROR)
+        MORVANE_LOG(LogLevel::Detail, "[libusb] RX LIBUSB_ERROR uid=%x\n", m_uid);
+    else
+        handleStatus("RX", status);
+}
+
+void UsbDevice::handleStatus(const char* direction, int status)
+{
+    switch (status) {
     case LIBUSB_TRANSFER_COMPLETED:
     case LIBUSB_TRANSFER_TIMED_OUT:
     case LIBUSB_TRANSFER_CANCELLED:
         break;
-    case LIBUSB_TRANSFER_ERROR:
-        MORVANE_LOG(LogLevel::Detail, "[libusb] RX LIBUSB_ERROR uid=%x\n", m_uid);
-        break;
     case LIBUSB_TRANSFER_STALL:
-        MORVANE_LOG(LogLevel::Error, "[libusb] RX Transfer stalled uid=%x\n", m_uid);
-        clearHalt();
+        MORVANE_LOG(LogLevel::Error, "[libusb] %s Transfer stalled uid=%x\n", direction, m_uid);
+        // On endpoint 0, not on the stalled one.
+        if (m_devHandle != nullptr)
+            libusb_clear_halt(m_devHandle, 0);
         break;
     case LIBUSB_TRANSFER_NO_DEVICE:
-        MORVANE_LOG(LogLevel::Error, "[libusb] RX LIBUSB_ERROR_NO_DEVICE uid=%x!\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] %s LIBUSB_ERROR_NO_DEVICE uid=%x!\n", direction, m_uid);
         break;
     case LIBUSB_TRANSFER_OVERFLOW:
-        MORVANE_LOG(LogLevel::Error, "[libusb] RX LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", m_uid);
+        MORVANE_LOG(LogLevel::Error, "[libusb] %s LIBUSB_TRANSFER_OVERFLOW! uid=%x\n", direction, m_uid);
         break;
     default:
-        MORVANE_LOG(LogLevel::Error, "[libusb] RX Unknown error=%d!!\n", statusOf(*transfer));
+        MORVANE_LOG(LogLevel::Error, "[libusb] %s Unknown error=%d!!\n", direction, status);
         break;
     }
 }

@@ -72,7 +72,7 @@ bool PacketQueue::packKeyed(PriorityPacker& packer, unsigned int& count)
 {
     for (auto pending = m_pendingKeys.begin(); pending != m_pendingKeys.end(); pending = m_pendingKeys.erase(pending)) {
         if (!isAssigned(pending->first))
-            continue;
+            continue; // required; none is ever stored
         auto& values = m_keyedData[static_cast<std::size_t>(pending->first)];
         auto& keys = pending->second;
         while (!keys.empty()) {

@@ -33,7 +33,7 @@ bool isHighPriority(const PacketType& type)
 PriorityPacker::PriorityPacker(const unsigned int& maxPacketSize)
     : PacketPacker(maxPacketSize), m_nextLcd(m_lcdData.end()), m_observer(nullptr)
 {
-    setDeviceInformation(DeviceInformation{});
+    setDeviceInformation(DeviceInformation{}); // required; changes no limit
 }
 
 PriorityPacker::~PriorityPacker() = default;

@@ -91,7 +91,7 @@ UsbDevice::~UsbDevice()
     TransferAccount::instance().forget(m_rxTransfer);
     libusb_free_transfer(m_txTransfer);
     libusb_free_transfer(m_rxTransfer);
-    m_txTransfer = nullptr;
+    m_txTransfer = nullptr; // required; nobody looks
     m_rxTransfer = nullptr;
     MORVANE_LOG(LogLevel::Detail, "[libusb] ~UsbDevice() uid=%x\n", m_uid);
 }
@@ -202,8 +202,8 @@ void UsbDevice::cleanup()
         return;
 
     MORVANE_LOG(LogLevel::Detail, "[libusb] UsbDevice::cleanup() uid=%x\n", m_uid);
-    m_alive = false;
-    m_packer.stopWaiting();
+    m_alive = false;        // both required;
+    m_packer.stopWaiting(); // nothing changes
     MORVANE_TRACE("m_devHandle=%p\n", static_cast<void*>(handle));
     [[maybe_unused]] const int result = libusb_release_interface(handle, PanelLink::interfaceNumber);
     MORVANE_TRACE("libusb_release_interface %d\n", result);

@@ -190,7 +190,7 @@ private:
     // Constant after construction.
     std::shared_ptr<UsbMessageQueue> m_messageQueue;
     std::uint32_t m_id;
-    std::uint16_t m_vendorId;
+    std::uint16_t m_vendorId; // required; nobody reads it, nor the next
     std::uint16_t m_productId;
     std::uint16_t m_uid;
     libusb_device* m_device;
@@ -231,7 +231,8 @@ private:
     std::uint32_t m_mainOffset MORVANE_GUARDED_BY(m_firmwareMutex);
     std::uint32_t m_servoCrc MORVANE_GUARDED_BY(m_firmwareMutex);
     std::uint32_t m_mainCrc MORVANE_GUARDED_BY(m_firmwareMutex);
-    std::atomic<std::uint32_t> m_firmwareState; // 0 idle, 1 announce, 2 main image, 3 servo image, 4 finish
+    // 0 idle, 1 announce, 2 main image, 3 servo image, 4 finish. Exchanges are required; stores would do.
+    std::atomic<std::uint32_t> m_firmwareState;
     FirmwareData m_firmwareData MORVANE_GUARDED_BY(m_firmwareMutex); // the chunk last built
     std::chrono::system_clock::time_point m_lastFirmwareSendTime MORVANE_GUARDED_BY(m_firmwareMutex);
     double m_firmwareTimeout MORVANE_GUARDED_BY(m_firmwareMutex);       // seconds between the last send and the next

@@ -76,7 +76,7 @@ UsbManager::UsbManager()
     if (libusb_init(&m_context) == LIBUSB_SUCCESS) {
         // The version built against, not the one that runs.
         MORVANE_LOG(LogLevel::Info, "[libusb] Libusb version = %d.%d.%d\n", 1, 0, 22);
-        m_initialised = false;
+        m_initialised = false; // required; it is already
     } else {
         MORVANE_LOG_LINE(LogLevel::Detail, "[libusb] Init Error ");
     }
@@ -85,7 +85,7 @@ UsbManager::UsbManager()
 
 UsbManager::~UsbManager()
 {
-    m_initialised.exchange(false);
+    m_initialised.exchange(false); // required; a store would do
     deregisterHotplug({m_hotplugArrivedHandle, m_hotplugLeftHandle});
     if (m_messageQueue)
         m_messageQueue->kill();

@@ -44,7 +44,7 @@ std::unique_ptr<UsbMessage> UsbMessageQueue::getMessage() MORVANE_NO_THREAD_SAFE
 
 void UsbMessageQueue::kill()
 {
-    m_alive.exchange(false);
+    m_alive.exchange(false); // required; a store would do
     m_condition.notify_all();
 }
 

@@ -2,8 +2,6 @@
 
 #include "demo/DemoRecords.h"
 #include "panelctl/command/Delivery.h"
-#include "panelctl/session/Diagnosis.h"
-#include "panelctl/terminal/Failure.h"
 
 #include <algorithm>
 
@@ -12,21 +10,14 @@ namespace Vantor {
 namespace {
 
 constexpr std::chrono::seconds limit{10}; // for one record
-constexpr std::chrono::microseconds readStep{50};
 
 double sendOne(Session& session, const Panel& panel, const std::vector<std::uint8_t>& payload)
 {
     Delivery delivery(panel);
     const auto start = Session::Clock::now();
     delivery.add(DemoRecords::queuedTypes[0], std::nullopt, payload);
-    const bool taken =
-        session.waitUntil(start + limit, readStep, [&] { return delivery.isTaken() || !panel.isAlive(); });
-    const auto end = Session::Clock::now();
-    if (!panel.isAlive())
-        throw Failure(ExitCode::PanelLeft, explainLeft(panel) + "\nThe demo needs it up to step 5.");
-    if (!taken)
-        throw Failure(ExitCode::TimedOut, explainNotTaken(panel, "record", 0, delivery.getLeastTotal(), limit));
-    return std::chrono::duration<double, std::milli>(end - start).count();
+    delivery.await(session, limit, "\nThe demo needs it up to step 5.");
+    return std::chrono::duration<double, std::milli>(Session::Clock::now() - start).count();
 }
 
 } // namespace

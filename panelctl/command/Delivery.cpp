@@ -1,15 +1,13 @@
 #include "panelctl/command/Delivery.h"
 
-#include "protocol/PacketHeader.h"
+#include "panelctl/session/Diagnosis.h"
 #include "wire/RecordHeader.h"
 
 namespace Vantor {
 
-Delivery::Delivery(const Panel& panel) : m_panel(panel), m_taken(panel), m_recordBytes(0) {}
-
 void Delivery::add(PacketType type, const std::optional<unsigned int>& key, const std::vector<std::uint8_t>& payload)
 {
-    PriorityPacker& packer = m_panel.getDevice().getPacker();
+    PriorityPacker& packer = m_handover.getPacker();
     const auto size = static_cast<unsigned int>(payload.size());
     m_recordBytes += sizeof(RecordHeader) + size;
     if (key)
@@ -18,20 +16,10 @@ void Delivery::add(PacketType type, const std::optional<unsigned int>& key, cons
         packer.addStructData(payload.data(), size, type);
 }
 
-bool Delivery::isTaken()
+void Delivery::await(Session& session, std::chrono::nanoseconds limit, const std::string& note)
 {
-    return !m_panel.getDevice().getPacker().hasMoreData() && getTakenBytes() >= getLeastTotal();
-}
-
-bool Delivery::isCutShort()
-{
-    const std::uint64_t taken = getTakenBytes();
-    return taken != 0 && taken < getLeastTotal();
-}
-
-std::uint64_t Delivery::getLeastTotal() const
-{
-    return m_recordBytes + sizeof(PacketHeader);
+    constexpr Handover::Wording wording{"record", "whether the panel has got it", explainRecordCutShort};
+    m_handover.await(session, {getLeastTotal()}, limit, wording, note);
 }
 
 } // namespace Vantor

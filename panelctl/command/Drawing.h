@@ -2,8 +2,7 @@
 
 #include "libMorvaneHostUsb/ClientLcdBitmap.h"
 #include "panelctl/picture/PacketForecast.h"
-#include "panelctl/session/Panel.h"
-#include "panelctl/session/TakenBytes.h"
+#include "panelctl/session/Handover.h"
 
 #include <chrono>
 #include <cstdint>
@@ -11,13 +10,8 @@
 
 namespace Vantor {
 
-class Session;
-
-// Layers for one LCD of one panel, sent together, and how much of them the panel has
-// taken. The library reports no layer; what it shows is whether the packer is empty
-// and how many bytes have been accepted, so the bytes are worked out beforehand.
-//
-// Threads: one. Nothing else may be sent to the panel meanwhile.
+// Layers for one LCD of one panel, sent together; their packets are worked out
+// beforehand. Threads: as Handover.
 class Drawing {
 public:
     // At least one layer. The panel comes with its information.
@@ -36,16 +30,12 @@ public:
     void await(Session& session, std::chrono::nanoseconds limit);
 
     // Bytes the panel has accepted since construction.
-    std::uint64_t getTakenBytes() { return m_taken.get(); }
+    std::uint64_t getTakenBytes() { return m_handover.getTakenBytes(); }
 
 private:
-    bool isTaken();
-    bool isCutShort();
-
-    Panel m_panel;
     std::vector<ClientLcdBitmap> m_layers;
     PacketForecast m_forecast;
-    TakenBytes m_taken;
+    Handover m_handover;
 };
 
 } // namespace Vantor

@@ -2,7 +2,6 @@
 
 #include "panelctl/command/Delivery.h"
 #include "panelctl/command/HexText.h"
-#include "panelctl/session/Diagnosis.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
@@ -25,9 +24,6 @@
 namespace Vantor {
 
 namespace {
-
-// The library does not announce what has left, so its counter is read this often.
-constexpr std::chrono::microseconds readStep{100};
 
 // No payload can be longer: a packet's length has 16 bits, and counts both headers.
 constexpr std::size_t longestPayload =
@@ -137,24 +133,12 @@ void SendCommand::refuseTooLarge(const Panel& panel) const
 // of a single record it is certain when it has been taken.
 void SendCommand::sendOnce(Session& session, const Panel& panel, std::uint64_t sent) const
 {
-    const auto failure = [this, sent](ExitCode code, const std::string& text) {
-        return Failure(code, m_options.repeat == 1 ? text
-                                                   : text + "\nTaken before that: " + std::to_string(sent) + " of " +
-                                                         std::to_string(m_options.repeat) + " records.");
-    };
     Delivery delivery(panel);
     delivery.add(static_cast<PacketType>(m_options.type), m_options.key, m_payload);
-    session.waitUntil(Session::Clock::now() + m_timeout, readStep,
-                      [&] { return delivery.isTaken() || delivery.isCutShort() || !panel.isAlive(); });
-    if (delivery.isTaken())
-        return;
-    if (delivery.isCutShort())
-        throw failure(ExitCode::Failed,
-                      explainCutShort(panel, "record's packet", delivery.getTakenBytes(), delivery.getLeastTotal()));
-    if (!panel.isAlive())
-        throw failure(ExitCode::PanelLeft,
-                      explainLeft(panel) + "\nThe record was on its way: whether the panel has got it is not known.");
-    throw failure(ExitCode::TimedOut, explainNotTaken(panel, "record", 0, delivery.getLeastTotal(), m_timeout));
+    delivery.await(session, m_timeout,
+                   m_options.repeat == 1 ? ""
+                                         : "\nTaken before that: " + std::to_string(sent) + " of " +
+                                               std::to_string(m_options.repeat) + " records.");
 }
 
 std::string SendCommand::describe() const

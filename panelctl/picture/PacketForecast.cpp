@@ -3,8 +3,6 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "wire/PanelLink.h"
 
-#include <algorithm>
-
 namespace Vantor {
 
 PacketForecast::PacketForecast(const DeviceInformation& panel, const std::vector<ClientLcdBitmap>& layers)
@@ -33,11 +31,6 @@ unsigned int PacketForecast::findNeededLimit(const std::vector<ClientLcdBitmap>&
     while (!isEnough(limit))
         ++limit;
     return limit;
-}
-
-bool PacketForecast::isWhole(std::uint64_t bytes) const
-{
-    return bytes == 0 || std::binary_search(m_ends.begin(), m_ends.end(), bytes);
 }
 
 } // namespace Vantor

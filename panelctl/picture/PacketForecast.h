@@ -24,11 +24,11 @@ public:
     std::size_t getPackets() const { return m_ends.size(); }
     std::uint64_t getBytes() const { return m_ends.empty() ? 0 : m_ends.back(); }
 
-    // Whether this many bytes are whole packets.
-    bool isWhole(std::uint64_t bytes) const;
+    // Bytes up to the end of each packet.
+    const std::vector<std::uint64_t>& getEnds() const { return m_ends; }
 
 private:
-    std::vector<std::uint64_t> m_ends; // bytes up to the end of each packet
+    std::vector<std::uint64_t> m_ends;
     bool m_isComplete;
 };
 

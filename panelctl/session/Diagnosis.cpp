@@ -130,11 +130,18 @@ std::string explainNotTaken(const Panel& panel, const std::string& thing, std::u
            " was still queued and goes no further, though the panel may have got it in a last attempt.";
 }
 
-std::string explainCutShort(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes)
+std::string explainRecordCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes)
 {
-    return panel.getName() + " has taken only a part of the " + thing + ": " + std::to_string(taken) + " of " +
+    return panel.getName() + " has taken only a part of the record's packet: " + std::to_string(taken) + " of " +
            std::to_string(bytes) + " bytes on " + outEndpoint() +
            ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
+}
+
+std::string explainPictureCutShort(const Panel& panel, std::uint64_t /*taken*/, std::uint64_t /*bytes*/)
+{
+    return panel.getName() + " has taken a packet of the picture in part only, so that rows of it are missing.\n"
+                             "A packet taken in part is not sent again, and nothing more of the picture is waited "
+                             "for. Check the panel's firmware.";
 }
 
 } // namespace Vantor

@@ -30,8 +30,8 @@ std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds li
 std::string explainNotTaken(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes,
                             std::chrono::nanoseconds limit);
 
-// A packet of which the panel has taken a part only; `thing` is that packet or all of
-// what it belongs to.
-std::string explainCutShort(const Panel& panel, const std::string& thing, std::uint64_t taken, std::uint64_t bytes);
+// A packet of which the panel has taken a part only: with one record in it, or of a picture.
+std::string explainRecordCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes);
+std::string explainPictureCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes);
 
 } // namespace Vantor

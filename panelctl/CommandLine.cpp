@@ -13,7 +13,6 @@
 #include "protocol/PacketType.h"
 
 #include <algorithm>
-#include <cmath>
 #include <functional>
 #include <limits>
 #include <map>
@@ -103,8 +102,6 @@ constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's,
 constexpr double defaultTimeout = 5;
 constexpr double defaultPatience = 30; // of flash, for progress
 
-constexpr const char* helpHint = "`panelctl --help` shows what there is.";
-
 std::string describeVersion()
 {
     return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion() + "\npanels " +
@@ -116,17 +113,19 @@ std::chrono::nanoseconds toNanoseconds(double seconds)
     return std::chrono::duration_cast<std::chrono::nanoseconds>(Seconds(seconds));
 }
 
-// Refuses what is no time to wait: below zero, not a number, or over a day.
-const CLI::Validator& time()
+// Refuses what is no time to wait: shorter than `shortest`, not a number, or over a day.
+CLI::Validator timeFrom(double shortest)
 {
-    static const CLI::Validator validator(
-        [](const std::string& text) {
+    return CLI::Validator(
+        [shortest](const std::string& text) {
             double seconds = 0;
-            const bool isTime = CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= 86400;
-            return isTime ? std::string() : quote(text) + " is not a time in seconds, from 0 to 86400";
+            if (CLI::detail::lexical_cast(text, seconds) && seconds >= shortest && seconds <= 86400)
+                return std::string();
+            std::ostringstream refusal;
+            refusal << quote(text) << " is not a time in seconds, from " << shortest << " to 86400";
+            return refusal.str();
         },
         "");
-    return validator;
 }
 
 template <typename Number> CLI::Validator numberBetween(Number low, Number high, const std::string& what)
@@ -187,6 +186,8 @@ private:
     CLI::Option* addPanel(CLI::App& command);
     void addDithering(CLI::App& command);
     std::string listCommands() const;
+    std::string hint(const std::string& command, const std::string& option) const;
+    Failure refusal(const std::string& complaint) const;
     void refuseEmptyValues(int argc, char** argv) const;
     std::string explain(const CLI::ParseError& error) const;
     std::string explainRepetition(const CLI::ParseError& error) const;
@@ -226,7 +227,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
         .add_option("--timeout", m_timeout,
                     "Longest wait for a panel's information, and for\na record or picture to leave (default 5)")
         ->option_text("SECONDS")
-        ->check(time());
+        ->check(timeFrom(0.001));
     m_app.footer(helpFooter);
     addList();
     addInfo();
@@ -279,7 +280,7 @@ void Parser::addWatch()
             m_watch.duration = toNanoseconds(*m_duration);
         return std::make_unique<WatchCommand>(m_watch);
     });
-    command->add_option("--duration", m_duration, "End after this time")->option_text("SECONDS")->check(time());
+    command->add_option("--duration", m_duration, "End after this time")->option_text("SECONDS")->check(timeFrom(0));
     command->add_option("--count", m_watch.count, "End after this many packets")
         ->option_text("N")
         ->check(numberBetween<std::uint64_t>(1, std::numeric_limits<std::int64_t>::max(), "a number of packets"));
@@ -394,16 +395,38 @@ std::string Parser::listCommands() const
     return text;
 }
 
+// Names the help that shows the option: the command's, if one was named and the option is its own.
+std::string Parser::hint(const std::string& command, const std::string& option) const
+{
+    const bool isCommon = command.empty() || m_app.get_option_no_throw(option) != nullptr;
+    return "\n`panelctl " + (isCommon ? "" : command + " ") + "--help` shows what there is.";
+}
+
+// A complaint about an option begins with its name.
+Failure Parser::refusal(const std::string& complaint) const
+{
+    const std::vector<CLI::App*> commands = m_app.get_subcommands();
+    return {ExitCode::Usage, complaint + "." +
+                                 hint(commands.empty() ? "" : commands.front()->get_name(),
+                                      complaint.substr(0, complaint.find_first_of(": ")))};
+}
+
 // The parser would take the next argument for the value, be it a command's name.
 void Parser::refuseEmptyValues(int argc, char** argv) const
 {
+    std::string command;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
+        const bool isCommand = std::any_of(m_commands.begin(), m_commands.end(), [&argument](const auto& entry) {
+            return entry.first->get_name() == argument;
+        });
+        if (command.empty() && isCommand)
+            command = argument;
         if (argument.compare(0, 2, "--") == 0 && argument.find('=') + 1 == argument.size())
             throw Failure(ExitCode::Usage, quote(argument) +
                                                " has no value. Write it behind the '=', or in place of "
-                                               "the '=' as the next argument: '' if it is empty.\n" +
-                                               helpHint);
+                                               "the '=' as the next argument: '' if it is empty." +
+                                               hint(command, argument.substr(0, argument.size() - 1)));
     }
 }
 
@@ -452,7 +475,7 @@ CommandLine Parser::parse(int argc, char** argv)
         std::ostringstream out;
         std::ostringstream ignored;
         if (m_app.exit(error, out, ignored) != 0)
-            throw Failure(ExitCode::Usage, explain(error) + ".\n" + helpHint);
+            throw refusal(explain(error));
         line.text = out.str();
         return line;
     }
@@ -461,7 +484,7 @@ CommandLine Parser::parse(int argc, char** argv)
         if (app->parsed())
             line.command = make();
     if (!line.command)
-        throw Failure(ExitCode::Usage, "no command given: there are " + listCommands() + ".\n" + helpHint);
+        throw refusal("no command given: there are " + listCommands());
     return line;
 }
 

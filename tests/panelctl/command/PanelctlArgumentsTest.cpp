@@ -41,23 +41,24 @@ TEST(PanelctlArguments, unknownCommand_isRefused)
 TEST(PanelctlArguments, unknownOption_isRefused)
 {
     expectRefusal({"list", "--fast"}, "panelctl: '--fast' was not expected.\n"
-                                      "  `panelctl --help` shows what there is.\n");
+                                      "  `panelctl list --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, argumentTooMany_isRefused)
 {
     expectRefusal({"list", "fly", "high"}, "panelctl: 'fly' was not expected.\n"
-                                           "  `panelctl --help` shows what there is.\n");
+                                           "  `panelctl list --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, emptyValue_isNotTakenFromTheNextArgument)
 {
     const std::string rest = " has no value. Write it behind the '=', or in place of the '=' as the next argument: '' "
-                             "if it is empty.\n"
-                             "  `panelctl --help` shows what there is.\n";
-    expectRefusal({"--timeout=", "list"}, "panelctl: '--timeout='" + rest);
-    expectRefusal({"list", "--timeout="}, "panelctl: '--timeout='" + rest);
-    expectRefusal({"send", "--type", "5", "--hex="}, "panelctl: '--hex='" + rest);
+                             "if it is empty.\n";
+    const std::string hint = "  `panelctl --help` shows what there is.\n";
+    expectRefusal({"--timeout=", "list"}, "panelctl: '--timeout='" + rest + hint);
+    expectRefusal({"list", "--timeout="}, "panelctl: '--timeout='" + rest + hint);
+    expectRefusal({"--timeout", "1", "send", "--type", "5", "--hex="},
+                  "panelctl: '--hex='" + rest + "  `panelctl send --help` shows what there is.\n");
 }
 
 // Whole characters, here of two bytes; what a terminal would obey is a question mark.
@@ -76,7 +77,8 @@ TEST(PanelctlArguments, quotedText_is80PrintableCharacters)
     expectRefusal({"a\x1b[2J\n-\x7f-\xc2-\x9b-\xc2\x9bz"}, "panelctl: 'a?[2J?-?-?-?-??z'" + commands + hint);
     expectRefusal({"\xff-\xc3"}, "panelctl: '?-?'" + commands + hint);
     expectRefusal({"list", "--timeout=\x1b" + long81}, "panelctl: --timeout: '?" + long80.substr(2) +
-                                                           "...' is not a time in seconds, from 0 to 86400." + hint);
+                                                           "...' is not a time in seconds, from 0.001 to 86400." +
+                                                           hint);
     expectRefusal({"draw", "/\x1b" + std::string(100, 'a'), "--lcd", "0"},
                   "panelctl: '/?" + std::string(78, 'a') + "...' can't be read: No such file or directory.\n");
     expectRefusal({"send", "--type", "5", "--file", "/\x1b" + std::string(100, 'a')},
@@ -84,8 +86,8 @@ TEST(PanelctlArguments, quotedText_is80PrintableCharacters)
     expectRefusal({"flash", "--main", "/\x1b" + std::string(100, 'a')},
                   "panelctl: --main: '/?" + std::string(78, 'a') + "...' can't be read: No such file or directory.\n");
     const ToolResult flag = runTool(panelctl({"draw", "a.png", "--lcd=0", "--invert=" + std::string(100, 'a')}));
-    EXPECT_EQ(flag.errors,
-              "panelctl: Could not convert: --invert = " + std::string(50, 'a') + "....\n" + hint.substr(1));
+    EXPECT_EQ(flag.errors, "panelctl: Could not convert: --invert = " + std::string(50, 'a') +
+                               "....\n  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, typeOutside0To46_isRefused)
@@ -93,20 +95,20 @@ TEST(PanelctlArguments, typeOutside0To46_isRefused)
     for (const std::string type : {"47", "-1", "x", "05", "99999999999999999999"})
         expectRefusal({"send", "--type=" + type, "--hex", "00"}, "panelctl: --type: '" + type +
                                                                      "' is not a record type, 0 to 46.\n"
-                                                                     "  `panelctl --help` shows what there is.\n");
+                                                                     "  `panelctl send --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, noType_isRefused)
 {
     expectRefusal({"send", "--hex", "00"}, "panelctl: --type is required.\n"
-                                           "  `panelctl --help` shows what there is.\n");
+                                           "  `panelctl send --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, keyAbove32Bits_isRefused)
 {
     expectRefusal({"send", "--type", "3", "--hex", "00", "--key", "4294967296"},
                   "panelctl: --key: '4294967296' is not a key, 0 to 4294967295.\n"
-                  "  `panelctl --help` shows what there is.\n");
+                  "  `panelctl send --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, noPayload_isRefused)
@@ -193,12 +195,15 @@ TEST(PanelctlArguments, logLevelOutside0To5_isRefused)
                              "  `panelctl --help` shows what there is.\n");
 }
 
+// A wait for nothing would end in a complaint about the panel.
 TEST(PanelctlArguments, timeThatIsNone_isRefused)
 {
-    for (const std::string time : {"-1", "soon", "nan", "inf", "1e9"})
+    for (const std::string time : {"-1", "soon", "nan", "inf", "1e9", "0", "0.0009"})
         expectRefusal({"list", "--timeout=" + time}, "panelctl: --timeout: '" + time +
-                                                         "' is not a time in seconds, from 0 to 86400.\n"
+                                                         "' is not a time in seconds, from 0.001 to 86400.\n"
                                                          "  `panelctl --help` shows what there is.\n");
+    expectRefusal({"watch", "--duration=-1"}, "panelctl: --duration: '-1' is not a time in seconds, from 0 to 86400.\n"
+                                              "  `panelctl watch --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, countOfZero_isRefused)
@@ -211,13 +216,13 @@ TEST(PanelctlArguments, countOfZero_isRefused)
 TEST(PanelctlArguments, drawWithoutLcd_isRefused)
 {
     expectRefusal({"draw", "a.png"}, "panelctl: --lcd is required.\n"
-                                     "  `panelctl --help` shows what there is.\n");
+                                     "  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, drawWithoutImage_isRefused)
 {
     expectRefusal({"draw", "--lcd", "0"}, "panelctl: IMAGE is required.\n"
-                                          "  `panelctl --help` shows what there is.\n");
+                                          "  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, lcdOutside16Bits_isRefused)
@@ -225,15 +230,16 @@ TEST(PanelctlArguments, lcdOutside16Bits_isRefused)
     for (const std::string lcd : {"65536", "-1", "x", "01"})
         expectRefusal({"draw", "a.png", "--lcd=" + lcd}, "panelctl: --lcd: '" + lcd +
                                                              "' is not an LCD, 0 to 65535.\n"
-                                                             "  `panelctl --help` shows what there is.\n");
+                                                             "  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, sizeThatIsNone_isRefused)
 {
     for (const std::string size : {"0x1", "1x0", "256x1", "1x256", "12", "12x", "x12", "1x2x3", "1X2", "1,2", " 1x2"})
-        expectRefusal({"draw", "a.png", "--lcd=0", "--size=" + size}, "panelctl: --size: '" + size +
-                                                                          "' is not a size, 1x1 to 255x255.\n"
-                                                                          "  `panelctl --help` shows what there is.\n");
+        expectRefusal({"draw", "a.png", "--lcd=0", "--size=" + size},
+                      "panelctl: --size: '" + size +
+                          "' is not a size, 1x1 to 255x255.\n"
+                          "  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, positionThatIsNone_isRefused)
@@ -242,21 +248,21 @@ TEST(PanelctlArguments, positionThatIsNone_isRefused)
         expectRefusal({"draw", "a.png", "--lcd=0", "--at=" + position},
                       "panelctl: --at: '" + position +
                           "' is not a position, 0,0 to 255,255.\n"
-                          "  `panelctl --help` shows what there is.\n");
+                          "  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, unknownDithering_isRefused)
 {
     expectRefusal({"draw", "a.png", "--lcd=0", "--dither=Atkinson"},
                   "panelctl: --dither: 'Atkinson' is not threshold, atkinson, floyd-steinberg or stucki.\n"
-                  "  `panelctl --help` shows what there is.\n");
+                  "  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, thresholdThatIsNoShade_isRefused)
 {
     expectRefusal({"draw", "a.png", "--lcd=0", "--threshold=256"},
                   "panelctl: --threshold: '256' is not a threshold, 0 to 255.\n"
-                  "  `panelctl --help` shows what there is.\n");
+                  "  `panelctl draw --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, rowsBeyond255_areRefused)
@@ -304,10 +310,10 @@ TEST(PanelctlArguments, firmwareThatIsNone_isRefused)
 
 TEST(PanelctlArguments, optionGivenAgain_isNamed)
 {
-    const std::string hint = ".\n  `panelctl --help` shows what there is.\n";
-    expectRefusal({"flash", "--main", "a", "--main", "b"}, "panelctl: --main was given twice" + hint);
+    expectRefusal({"flash", "--main", "a", "--main", "b"},
+                  "panelctl: --main was given twice.\n  `panelctl flash --help` shows what there is.\n");
     expectRefusal({"list", "--timeout=1", "--timeout=2", "--timeout=3"},
-                  "panelctl: --timeout was given 3 times" + hint);
+                  "panelctl: --timeout was given 3 times.\n  `panelctl --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, timeoutThatNoUpgradeKeeps_isRefused)

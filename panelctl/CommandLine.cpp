@@ -42,6 +42,8 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "  7    flash: all is written, but the panel does not answer since\n"
                                    "  130  interrupted by Ctrl-C (143 by SIGTERM), after an orderly shutdown";
 
+constexpr const char* moreHelp = "`panelctl --help` shows the common options and the exit codes.";
+
 constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on white where it is transparent, and made\n"
                                    "grey: (299 R + 587 G + 114 B + 500) / 1000, in integers. Gamma and colour\n"
                                    "profiles are ignored. It is then scaled to fit --size, with its aspect and\n"
@@ -62,8 +64,7 @@ constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on whi
                                    "a second layer repeats the last 8 columns, because a slice of packed bits is\n"
                                    "cut to whole bytes; if that can't be (W below 8, or the 8 columns begin beyond\n"
                                    "column 255) it goes as run-length words. Nothing outside W x H is drawn on.\n"
-                                   "\n"
-                                   "`panelctl --help` shows the common options and the exit codes.";
+                                   "\n";
 
 constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's, or both; an MCU without one is left\n"
                                     "as it is. Before anything is sent the files are checked (at most 16 MiB each),\n"
@@ -143,29 +144,32 @@ template <typename Number> CLI::Validator numberBetween(Number low, Number high,
         "");
 }
 
-constexpr std::uint64_t longestSide = std::numeric_limits<std::uint8_t>::max();
-
 // "144x168" with 'x', "10,20" with ','; both numbers plain decimal, `low` to 255.
-bool parsePair(const std::string& text, char separator, unsigned int low, unsigned int& first, unsigned int& second)
+template <typename Number>
+bool parsePair(const std::string& text, char separator, int low, Number& first, Number& second)
 {
     const std::size_t middle = text.find(separator);
     if (middle == std::string::npos)
         return false;
-    const CLI::Validator isSide = numberBetween<std::uint64_t>(low, longestSide, "");
-    return isSide(text.substr(0, middle)).empty() && isSide(text.substr(middle + 1)).empty() &&
-           CLI::detail::lexical_cast(text.substr(0, middle), first) &&
-           CLI::detail::lexical_cast(text.substr(middle + 1), second);
+    const CLI::Validator isSide = numberBetween(low, 255, "");
+    if (!isSide(text.substr(0, middle)).empty() || !isSide(text.substr(middle + 1)).empty())
+        return false;
+    first = static_cast<Number>(std::stoi(text));
+    second = static_cast<Number>(std::stoi(text.substr(middle + 1)));
+    return true;
 }
 
-CLI::Validator pair(char separator, unsigned int low, const std::string& what)
+// Refuses as not `what` a value that can't be parsed.
+CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::string& description,
+                       const std::string& what, const std::function<bool(const std::string&)>& parse)
 {
-    return CLI::Validator(
-        [=](const std::string& text) {
-            unsigned int first = 0;
-            unsigned int second = 0;
-            return parsePair(text, separator, low, first, second) ? std::string() : quote(text) + " is not " + what;
+    return command.add_option_function<std::string>(
+        name,
+        [name, what, parse](const std::string& text) {
+            if (!parse(text))
+                throw CLI::ValidationError(name, quote(text) + " is not " + what);
         },
-        "");
+        description);
 }
 
 // The parser with what it fills.
@@ -204,8 +208,6 @@ private:
     SendCommand::Options m_send;
     DrawCommand::Options m_draw;
     FlashCommand::Options m_flash;
-    std::string m_size = "144x168";
-    std::string m_position = "0,0";
 };
 
 Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "panelctl")
@@ -240,7 +242,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
 CLI::App* Parser::add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make)
 {
     CLI::App* const command = m_app.add_subcommand(name, description);
-    command->footer("`panelctl --help` shows the common options and the exit codes.");
+    command->footer(moreHelp);
     m_commands.emplace_back(command, std::move(make));
     return command;
 }
@@ -260,8 +262,8 @@ void Parser::addList()
     CLI::App* const command =
         add("list", "List the panels attached", [this] { return std::make_unique<ListCommand>(getTimeout()); });
     command->footer("Exit code 0 also when a panel gave no information; 1 when one can't be used,\n"
-                    "3 when there is none.\n\n"
-                    "`panelctl --help` shows the common options and the exit codes.");
+                    "3 when there is none.\n\n" +
+                    std::string(moreHelp));
 }
 
 void Parser::addInfo()
@@ -318,12 +320,6 @@ void Parser::addSend()
 void Parser::addDraw()
 {
     CLI::App* const command = add("draw", "Draw a PNG file on an LCD, and wait until it has left", [this] {
-        unsigned int x = 0;
-        unsigned int y = 0;
-        parsePair(m_size, 'x', 1, m_draw.width, m_draw.height);
-        parsePair(m_position, ',', 0, x, y);
-        m_draw.x = static_cast<std::uint8_t>(x);
-        m_draw.y = static_cast<std::uint8_t>(y);
         m_draw.panel = m_panel;
         return std::make_unique<DrawCommand>(getTimeout(), m_draw);
     });
@@ -333,16 +329,16 @@ void Parser::addDraw()
         ->check(numberBetween(0, 65535, "an LCD"))
         ->required();
     addPanel(*command);
-    command->add_option("--size", m_size, "Scaled to fit this size (default 144x168)")
-        ->option_text("WxH")
-        ->check(pair('x', 1, "a size, 1x1 to 255x255"));
-    command->add_option("--at", m_position, "Column and row of its top left corner\n(default 0,0)")
-        ->option_text("X,Y")
-        ->check(pair(',', 0, "a position, 0,0 to 255,255"));
+    addParsed(*command, "--size", "Scaled to fit this size (default 144x168)", "a size, 1x1 to 255x255",
+              [this](const std::string& text) { return parsePair(text, 'x', 1, m_draw.width, m_draw.height); })
+        ->option_text("WxH");
+    addParsed(*command, "--at", "Column and row of its top left corner\n(default 0,0)", "a position, 0,0 to 255,255",
+              [this](const std::string& text) { return parsePair(text, ',', 0, m_draw.x, m_draw.y); })
+        ->option_text("X,Y");
     addDithering(*command);
     command->add_flag("--invert", m_draw.invert, "Black for white, before it is dithered");
     command->add_flag("--encoded", m_draw.encoded, "Send it as run-length words");
-    command->footer(drawFooter);
+    command->footer(drawFooter + std::string(moreHelp));
 }
 
 void Parser::addFlash()
@@ -370,17 +366,15 @@ void Parser::addDithering(CLI::App& command)
                                                                     {"atkinson", LcdHelper::Atkinson},
                                                                     {"floyd-steinberg", LcdHelper::FloydSteinberg},
                                                                     {"stucki", LcdHelper::Stucki}};
-    command
-        .add_option_function<std::string>(
-            "--dither", [this](const std::string& name) { m_draw.dither = types.at(name); },
-            "threshold, atkinson, floyd-steinberg or stucki\n(default)")
-        ->option_text("HOW")
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                return types.count(text) != 0 ? std::string()
-                                              : quote(text) + " is not threshold, atkinson, floyd-steinberg or stucki";
-            },
-            ""));
+    addParsed(command, "--dither", "threshold, atkinson, floyd-steinberg or stucki\n(default)",
+              "threshold, atkinson, floyd-steinberg or stucki",
+              [this](const std::string& name) {
+                  const auto type = types.find(name);
+                  if (type != types.end())
+                      m_draw.dither = type->second;
+                  return type != types.end();
+              })
+        ->option_text("HOW");
     command.add_option("--threshold", m_draw.threshold, "Darker pixels become black (default 128)")
         ->option_text("0..255")
         ->check(numberBetween(0, 255, "a threshold"));

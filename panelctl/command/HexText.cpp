@@ -14,21 +14,15 @@ constexpr const char* digits = "0123456789abcdef";
 // -1 for anything but a hexadecimal digit.
 int valueOf(char character)
 {
-    if (character >= '0' && character <= '9')
-        return character - '0';
-    if (character >= 'a' && character <= 'f')
-        return character - 'a' + 10;
-    if (character >= 'A' && character <= 'F')
-        return character - 'A' + 10;
-    return -1;
+    const std::size_t value = std::string(digits).find(toLower({character}));
+    return value == std::string::npos ? -1 : static_cast<int>(value);
 }
 
 std::string describe(char character)
 {
     if (character > ' ' && character <= '~')
         return std::string("'") + character + "'";
-    const auto byte = static_cast<unsigned char>(character);
-    return std::string("byte 0x") + digits[byte >> 4] + digits[byte & 15];
+    return "byte 0x" + formatHex(static_cast<unsigned char>(character), 2);
 }
 
 constexpr const char* separators = " :";

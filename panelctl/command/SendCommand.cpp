@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
-#include <system_error>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -40,23 +39,13 @@ File openFile(const std::string& path)
     return {descriptor < 0 ? nullptr : fdopen(descriptor, "rb"), std::fclose};
 }
 
-// Until there is something to read, or the end: a read itself would outlast a Ctrl-C.
-void awaitInput(int descriptor)
-{
-    constexpr int step = 200; // milliseconds; for a signal just before poll
-    pollfd source{descriptor, POLLIN, 0};
-    do
-        Interrupt::check();
-    while (poll(&source, 1, step) <= 0);
-}
-
 // At most one byte more than a payload can have; nothing on an error, with errno set.
 std::optional<std::vector<std::uint8_t>> readBytes(int descriptor)
 {
     std::vector<std::uint8_t> bytes(longestPayload + 1);
     std::size_t size = 0;
     while (size < bytes.size()) {
-        awaitInput(descriptor);
+        Interrupt::await(descriptor, POLLIN); // a read itself would outlast a Ctrl-C
         const ssize_t length = read(descriptor, bytes.data() + size, bytes.size() - size);
         if (length < 0)
             return std::nullopt;
@@ -75,8 +64,7 @@ std::vector<std::uint8_t> readFile(const std::string& path)
     const std::optional<std::vector<std::uint8_t>> bytes = file ? readBytes(fileno(file.get())) : std::nullopt;
     const int error = errno;
     if (!bytes)
-        throw Failure(ExitCode::Usage,
-                      "--file: " + name + " can't be read: " + std::generic_category().message(error) + ".");
+        throw Failure(ExitCode::Usage, "--file: " + name + " can't be read: " + describeError(error) + ".");
     if (bytes->size() > longestPayload)
         throw Failure(ExitCode::Failed, "the record is too large for any panel: " + name + " is longer than " +
                                             std::to_string(longestPayload) +

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -31,7 +30,7 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 [[noreturn]] void refuseUnreadable(const std::string& name, int error)
 {
-    refuse(name, "can't be read: " + std::generic_category().message(error) + ".");
+    refuse(name, "can't be read: " + describeError(error) + ".");
 }
 
 // Opened without blocking, as a pipe that nobody writes to would otherwise hang it.
@@ -102,10 +101,8 @@ std::uint32_t FirmwareImage::getChunks() const
 
 std::string FirmwareImage::describe() const
 {
-    char crc[16];
-    std::snprintf(crc, sizeof crc, "0x%08x", m_crc);
-    return formatNumber(m_size, "byte") + " in " + formatNumber(getChunks(), "chunk") + ", CRC-32 " + crc + ", from " +
-           quote(m_path);
+    return formatNumber(m_size, "byte") + " in " + formatNumber(getChunks(), "chunk") + ", CRC-32 0x" +
+           formatHex(m_crc, 8) + ", from " + quote(m_path);
 }
 
 } // namespace Vantor

@@ -66,7 +66,7 @@ try {
     Panel panel = session.awaitInformation(session.choosePanel(m_options.panel), m_options.informationLimit);
     refuseUnflashable(panel);
     describe(panel, output);
-    confirm(session, output);
+    confirm(output);
     requireUnchanged(panel);
     return panel;
 } catch (const Interrupted& interrupted) {
@@ -88,14 +88,14 @@ void FlashCommand::describe(const Panel& panel, Output& output) const
     output.line("time      about %s", describeTime(m_images.estimateTime()).c_str());
 }
 
-void FlashCommand::confirm(Session& session, Output& output) const
+void FlashCommand::confirm(Output& output) const
 {
     if (m_options.isConfirmed)
         return;
     if (!Question::isPossible(output))
         throw Failure(ExitCode::Usage, "flash: nobody can be asked, as standard input and output are not both a "
                                        "terminal. Nothing was sent.\nAdd --yes to flash without a question.");
-    if (!Question::isAnsweredYes(session, output, "Write this, and leave the panel plugged in meanwhile?"))
+    if (!Question::isAnsweredYes(output, "Write this, and leave the panel plugged in meanwhile?"))
         throw Failure(ExitCode::Failed, "not confirmed: nothing was sent.");
 }
 

@@ -38,7 +38,7 @@ private:
     Panel prepare(Session& session, Output& output) const;
     void refuseUnflashable(const Panel& panel) const;
     void describe(const Panel& panel, Output& output) const;
-    void confirm(Session& session, Output& output) const;
+    void confirm(Output& output) const;
     void requireUnchanged(const Panel& panel) const;
     void write(Session& session, Output& output, const Panel& panel) const;
     void requireAnswer(Session& session, Output& output, const std::string& panel, const std::string& place) const;

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 
 namespace Vantor {
 
@@ -29,13 +28,6 @@ constexpr const char* doubt = "Is the image too large for it, or meant for anoth
                               "try once more.";
 constexpr const char* repetition = "Run the same command again.";
 
-std::string hex(unsigned int value)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%02x", value);
-    return text;
-}
-
 // "96 of 4000 bytes of the servo image (12096 of 16000 bytes in all)"
 std::string howFar(const FlashState& state)
 {
@@ -48,8 +40,7 @@ std::string howFar(const FlashState& state)
 
 std::string describeSilence(const FlashState& state)
 {
-    const std::string out = "endpoint " + hex(PanelLink::outEndpoint);
-    const std::string in = "endpoint " + hex(PanelLink::inEndpoint);
+    const std::string out = nameEndpoint(PanelLink::outEndpoint);
     std::size_t replies = 0;
     for (const auto& [command, number] : state.replies.getLate())
         replies += number;
@@ -59,7 +50,7 @@ std::string describeSilence(const FlashState& state)
     if (state.lateSentBytes == 0)
         return "It takes nothing any more (" + out + "): its firmware hangs, or has stalled the endpoint.";
     return "It takes what is sent (" + out + ", " + std::to_string(state.lateSentBytes) +
-           " bytes since) but does not reply (" + in + ").";
+           " bytes since) but does not reply (" + nameEndpoint(PanelLink::inEndpoint) + ").";
 }
 
 // A line, or nothing.

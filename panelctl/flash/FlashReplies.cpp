@@ -1,7 +1,8 @@
 #include "panelctl/flash/FlashReplies.h"
 
+#include "panelctl/terminal/Wording.h"
+
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 namespace Vantor {
@@ -67,9 +68,7 @@ std::string describeReply(std::uint8_t command)
     case FirmwareUpgradeCommand::FailedSendAgain:
         return "failed, send again";
     default:
-        char text[24];
-        std::snprintf(text, sizeof text, "unknown (0x%02x)", static_cast<unsigned int>(command));
-        return text;
+        return "unknown (0x" + formatHex(command, 2) + ")";
     }
 }
 

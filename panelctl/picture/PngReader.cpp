@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <memory>
 #include <new>
-#include <system_error>
 #include <vector>
 
 #include <png.h>
@@ -131,7 +130,7 @@ File openPng(const std::string& path)
     std::array<std::uint8_t, signatureSize> signature{};
     const std::size_t size = file ? std::fread(signature.data(), 1, signature.size(), file.get()) : 0;
     if (!file || std::ferror(file.get()) != 0)
-        fail(path, "can't be read: " + std::generic_category().message(errno));
+        fail(path, "can't be read: " + describeError(errno));
     if (size != signature.size() || png_sig_cmp(signature.data(), 0, signature.size()) != 0)
         fail(path, "is not a PNG file");
     return file;

@@ -11,25 +11,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
-#include <system_error>
 
 #include <unistd.h>
 
 namespace Vantor {
 
 namespace {
-
-std::string formatHex(unsigned int value, int digits)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%0*x", digits, value);
-    return text;
-}
-
-std::string outEndpoint()
-{
-    return "endpoint 0x" + formatHex(PanelLink::outEndpoint, 2);
-}
 
 // Where the kernel lets programs open the device; empty when that can't be told.
 std::string findNode(const Panel& panel)
@@ -63,6 +50,11 @@ bool areWholeRequests(std::uint32_t bytes)
 
 } // namespace
 
+std::string nameEndpoint(unsigned int address)
+{
+    return "endpoint 0x" + formatHex(address, 2);
+}
+
 std::string explainNoPanel()
 {
     const std::vector<std::string> ids = UsbIds::list();
@@ -76,7 +68,7 @@ std::string explainUnusable(const Panel& panel)
     const std::string attached = panel.getName() + " is attached but can't be used: ";
     const std::string node = findNode(panel);
     if (!node.empty() && access(node.c_str(), R_OK | W_OK) != 0) {
-        const std::string reason = std::generic_category().message(errno);
+        const std::string reason = describeError(errno);
         return attached + "this user may not open " + node + " (" + reason +
                ").\nThe udev rule 70-morvane-panel.rules gives the members of plugdev access: install it and re-plug "
                "the "
@@ -105,16 +97,16 @@ std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds li
 {
     std::string text = panel.getName() + " has not sent its device information within " + formatSeconds(limit) + ".\n";
     if (panel.getSentBytes() == 0)
-        text += "It has not taken the request for it either (0 bytes on " + outEndpoint() +
+        text += "It has not taken the request for it either (0 bytes on " + nameEndpoint(PanelLink::outEndpoint) +
                 "): its firmware is not running, hangs, or has stalled the endpoint. Re-plug it.";
     else if (!areWholeRequests(panel.getSentBytes()))
         text += "It has taken the request for it only in part (" + std::to_string(panel.getSentBytes()) + " bytes on " +
-                outEndpoint() + "), and the rest is not sent again. Check the panel's firmware.";
+                nameEndpoint(PanelLink::outEndpoint) + "), and the rest is not sent again. Check the panel's firmware.";
     else if (panel.getReceivedBytes() == 0)
-        text += "It took the request (" + outEndpoint() + ") but has sent nothing at all (endpoint 0x" +
-                formatHex(PanelLink::inEndpoint, 2) + "). Re-plug it, or wait longer with --timeout.";
+        text += "It took the request (" + nameEndpoint(PanelLink::outEndpoint) + ") but has sent nothing at all (" +
+                nameEndpoint(PanelLink::inEndpoint) + "). Re-plug it, or wait longer with --timeout.";
     else
-        text += "It took the request (" + outEndpoint() + ") and does send packets (" +
+        text += "It took the request (" + nameEndpoint(PanelLink::outEndpoint) + ") and does send packets (" +
                 std::to_string(panel.getReceivedBytes()) + " bytes), but not this one. `panelctl watch` shows them.";
     return text;
 }
@@ -123,7 +115,8 @@ std::string explainNotTaken(const Panel& panel, const std::string& thing, std::u
                             std::chrono::nanoseconds limit)
 {
     return panel.getName() + " has not taken the " + thing + " within " + formatSeconds(limit) + ": " +
-           std::to_string(taken) + " of " + std::to_string(bytes) + " bytes on " + outEndpoint() +
+           std::to_string(taken) + " of " + std::to_string(bytes) + " bytes on " +
+           nameEndpoint(PanelLink::outEndpoint) +
            ".\nThe panel does not read the endpoint (firmware busy or hung), or the endpoint is stalled. "
            "Re-plug it, or wait longer with --timeout.\nThe " +
            (taken == 0 ? thing : "rest of the " + thing) +
@@ -133,7 +126,7 @@ std::string explainNotTaken(const Panel& panel, const std::string& thing, std::u
 std::string explainRecordCutShort(const Panel& panel, std::uint64_t taken, std::uint64_t bytes)
 {
     return panel.getName() + " has taken only a part of the record's packet: " + std::to_string(taken) + " of " +
-           std::to_string(bytes) + " bytes on " + outEndpoint() +
+           std::to_string(bytes) + " bytes on " + nameEndpoint(PanelLink::outEndpoint) +
            ".\nThe rest is lost, as a packet taken in part is not sent again. Check the panel's firmware.";
 }
 

@@ -11,6 +11,9 @@ namespace Vantor {
 // What panelctl says when something is in the way: what was found, why that is no
 // use, and the next step. First line first, further lines separated by newlines.
 
+// "endpoint 0x02"
+std::string nameEndpoint(unsigned int address);
+
 std::string explainNoPanel();
 
 // A panel that is attached and was never alive: it could not be opened or claimed.

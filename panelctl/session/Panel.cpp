@@ -1,10 +1,10 @@
 #include "panelctl/session/Panel.h"
 
+#include "panelctl/terminal/Wording.h"
 #include "protocol/PacketHeader.h"
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
 
-#include <cstdio>
 #include <utility>
 
 namespace Vantor {
@@ -80,9 +80,7 @@ std::uint32_t Panel::getReceivedBytes() const
 
 std::string formatUid(std::uint16_t uid)
 {
-    char text[8];
-    std::snprintf(text, sizeof text, "%04x", static_cast<unsigned int>(uid));
-    return text;
+    return formatHex(uid, 4);
 }
 
 } // namespace Vantor

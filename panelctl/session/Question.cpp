@@ -1,13 +1,15 @@
 #include "panelctl/session/Question.h"
 
-#include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 
+#include <poll.h>
 #include <unistd.h>
 
 namespace Vantor::Question {
@@ -29,11 +31,12 @@ bool isPossible(const Output& output)
     return isatty(STDIN_FILENO) != 0 && isatty(output.getDescriptor()) != 0;
 }
 
-bool isAnsweredYes(Session& session, Output& output, const std::string& text)
+bool isAnsweredYes(Output& output, const std::string& text)
 {
     output.text(text + " [y/N] ");
     try {
-        session.awaitInput(STDIN_FILENO);
+        Interrupt::check();
+        Interrupt::await(STDIN_FILENO, POLLIN);
     } catch (const Interrupted&) {
         output.text("\n");
         throw;
@@ -44,8 +47,7 @@ bool isAnsweredYes(Session& session, Output& output, const std::string& text)
     answer.erase(std::remove_if(answer.begin(), answer.end(),
                                 [](unsigned char character) { return std::isspace(character) != 0; }),
                  answer.end());
-    std::transform(answer.begin(), answer.end(), answer.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    answer = toLower(answer);
     return answer == "y" || answer == "yes";
 }
 

@@ -5,7 +5,6 @@
 namespace Vantor {
 
 class Output;
-class Session;
 
 // A question to whoever sits at the terminal.
 namespace Question {
@@ -14,7 +13,7 @@ namespace Question {
 bool isPossible(const Output& output);
 
 // Prints `text` with " [y/N] " and waits for a line; true for y or yes. Throws Interrupted.
-bool isAnsweredYes(Session& session, Output& output, const std::string& text);
+bool isAnsweredYes(Output& output, const std::string& text);
 
 } // namespace Question
 

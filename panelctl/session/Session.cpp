@@ -7,10 +7,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <ctime>
-#include <system_error>
 #include <utility>
 
 #include <poll.h>
@@ -31,8 +29,7 @@ constexpr std::chrono::seconds repeatStep{2};
 // zeros, or its place.
 bool isNamedBy(const Panel& panel, std::string selector)
 {
-    std::transform(selector.begin(), selector.end(), selector.begin(),
-                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    selector = toLower(selector);
     if (selector == panel.getPlace())
         return true;
     if (selector.compare(0, 2, "0x") == 0)
@@ -57,7 +54,7 @@ Session::Session(const Interrupt& interrupt, bool keepPackets)
       m_wakeDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (m_wakeDescriptor < 0)
-        throw Failure(ExitCode::Failed, "no event descriptor: " + std::generic_category().message(errno) + ".");
+        throw Failure(ExitCode::Failed, "no event descriptor: " + describeError(errno) + ".");
     m_manager = UsbManager::getUsbManager();
     m_manager->registerObserver(this);
     m_manager->initialise();
@@ -167,16 +164,6 @@ bool Session::isAttached(const std::string& place) const
     const std::vector<Panel> panels = getPanels();
     return std::any_of(panels.begin(), panels.end(),
                        [&place](const Panel& panel) { return panel.getPlace() == place; });
-}
-
-void Session::awaitInput(int descriptor) const
-{
-    for (;;) {
-        Interrupt::check();
-        std::array<pollfd, 2> sources{{{m_interrupt.getDescriptor(), POLLIN, 0}, {descriptor, POLLIN, 0}}};
-        if (poll(sources.data(), sources.size(), -1) > 0 && sources[1].revents != 0)
-            return;
-    }
 }
 
 // By its place, as the library takes a panel that it has given up in anew, under another uid.

@@ -74,9 +74,6 @@ public:
 
     bool isAttached(const std::string& place) const;
 
-    // Waits until there is something to read. Throws Interrupted.
-    void awaitInput(int descriptor) const;
-
     // Why a panel that is attached is not alive, as far as it is known.
     std::string explainNotAlive(const Panel& panel) const;
 

@@ -1,8 +1,7 @@
 #include "panelctl/session/UsbIds.h"
 
+#include "panelctl/terminal/Wording.h"
 #include "wire/PanelLink.h"
-
-#include <cstdio>
 
 namespace Vantor::UsbIds {
 
@@ -10,10 +9,7 @@ namespace {
 
 std::string format(std::uint16_t vendor)
 {
-    char text[16];
-    std::snprintf(text, sizeof text, "%04x:%04x", static_cast<unsigned int>(vendor),
-                  static_cast<unsigned int>(PanelLink::productId));
-    return text;
+    return formatHex(vendor, 4) + ":" + formatHex(PanelLink::productId, 4);
 }
 
 } // namespace

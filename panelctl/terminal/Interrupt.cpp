@@ -1,6 +1,7 @@
 #include "panelctl/terminal/Interrupt.h"
 
 #include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <array>
 #include <atomic>
@@ -8,9 +9,9 @@
 #include <csignal>
 #include <cstdint>
 #include <ctime>
-#include <system_error>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace Vantor {
@@ -66,7 +67,7 @@ Interrupt::Interrupt() : m_readEnd(-1)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
-        throw Failure(ExitCode::Failed, "no pipe for signals: " + std::generic_category().message(errno) + ".");
+        throw Failure(ExitCode::Failed, "no pipe for signals: " + describeError(errno) + ".");
     m_readEnd = ends[0];
     s_writeEnd = ends[1];
     install(SIGINT, noteSignal);
@@ -83,6 +84,14 @@ void Interrupt::check()
 {
     if (s_presses > s_tolerated)
         throw Interrupted(s_signal);
+}
+
+void Interrupt::await(int descriptor, short events)
+{
+    constexpr int step = 100; // milliseconds; for a signal just before poll
+    pollfd source{descriptor, events, 0};
+    while (poll(&source, 1, step) <= 0)
+        check();
 }
 
 void Interrupt::drain() const

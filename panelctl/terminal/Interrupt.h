@@ -35,6 +35,10 @@ public:
     // Throws Interrupted when a signal has come, or with a Reprieve the second one.
     static void check();
 
+    // Waits until the descriptor is ready for these events of poll. Throws Interrupted, but
+    // not when it is ready at once.
+    static void await(int descriptor, short events);
+
     // Readable when a signal has come, until `drain`.
     int getDescriptor() const { return m_readEnd; }
     void drain() const;

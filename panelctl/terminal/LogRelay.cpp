@@ -2,11 +2,11 @@
 
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/StatusLine.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -26,7 +26,7 @@ LogRelay::LogRelay(std::set<std::string> expected)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        throw Failure(ExitCode::Failed, "no pipe for the log: " + std::generic_category().message(errno) + ".");
+        throw Failure(ExitCode::Failed, "no pipe for the log: " + describeError(errno) + ".");
     m_readEnd = ends[0];
     m_savedOutput = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     dup2(ends[1], STDOUT_FILENO);

@@ -3,13 +3,13 @@
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/StatusLine.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
-#include <system_error>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -47,7 +47,7 @@ Output::~Output()
 
 void Output::fail(int error)
 {
-    const std::string reason = std::generic_category().message(error);
+    const std::string reason = describeError(error);
     if (m_isTolerant) {
         m_trouble = reason;
         return;
@@ -81,7 +81,9 @@ void Output::text(const std::string& text)
     if (m_descriptor < 0 && m_trouble.empty())
         fail(EBADF);
     for (std::size_t done = 0; done < text.size() && m_trouble.empty();) {
-        awaitRoom();
+        // A reader that has stopped must not keep a signal from ending the command. With room
+        // a pipe takes PIPE_BUF bytes without waiting.
+        Interrupt::await(m_descriptor, POLLOUT);
         const ssize_t written =
             write(m_descriptor, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
         if (written >= 0)
@@ -89,16 +91,6 @@ void Output::text(const std::string& text)
         else if (errno != EINTR)
             fail(errno);
     }
-}
-
-// A reader that has stopped must not keep a signal from ending the command. With room a
-// pipe takes PIPE_BUF bytes without waiting.
-void Output::awaitRoom() const
-{
-    constexpr int lookForSignals = 100; // ms
-    pollfd room{m_descriptor, POLLOUT, 0};
-    while (poll(&room, 1, lookForSignals) <= 0)
-        Interrupt::check();
 }
 
 void printError(const std::string& text)

@@ -34,7 +34,6 @@ public:
 
 private:
     void fail(int error);
-    void awaitRoom() const;
 
     int m_descriptor;
     bool m_isTolerant = false;

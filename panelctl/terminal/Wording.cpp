@@ -1,7 +1,10 @@
 #include "panelctl/terminal/Wording.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <cstdio>
+#include <system_error>
 
 namespace Vantor {
 
@@ -40,6 +43,25 @@ std::string formatSeconds(std::chrono::nanoseconds time)
 std::string formatNumber(std::uint64_t number, const std::string& noun)
 {
     return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+std::string formatHex(unsigned int value, int digits)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%0*x", digits, value);
+    return text;
+}
+
+std::string describeError(int error)
+{
+    return std::generic_category().message(error);
+}
+
+std::string toLower(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    return text;
 }
 
 std::string quote(const std::string& text)

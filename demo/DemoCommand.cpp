@@ -1,9 +1,9 @@
 #include "demo/DemoCommand.h"
 
 #include "demo/DemoFormat.h"
-#include "demo/LatencyMeter.h"
+#include "demo/Latency.h"
 #include "demo/PictureScene.h"
-#include "demo/ThroughputMeter.h"
+#include "demo/Throughput.h"
 #include "demo/UnplugScene.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "panelctl/session/Diagnosis.h"
@@ -51,7 +51,7 @@ void DemoCommand::run(Session& session, Output& output)
     output.line("   back: by you, or by ./run-demo. The demo waits up to %s for each.",
                 formatSeconds(UnplugScene::patience).c_str());
     UnplugScene(session, output, m_accounts, start).play();
-    PictureScene(session, output).play();
+    PictureScene::play(session, output);
 
     const auto stop = Clock::now();
     session.stop();
@@ -93,11 +93,10 @@ void DemoCommand::measureLatency(Session& session, Output& output)
     output.line("2. Latency: %zu records of %zu bytes to each panel, one at a time, from", latencyRecords,
                 latencyPayload);
     output.line("   addStructData until the panel's byte counter shows the record taken");
-    LatencyMeter meter(latencyRecords, latencyPayload);
     for (const Panel& panel : session.getPanels()) {
-        meter.measure(session, panel);
+        const Latency latency = Latency::measure(session, panel, latencyRecords, latencyPayload);
         output.line("   %s: median %.2f ms, 99 %% within %.2f ms, longest %.2f ms", panel.getUidText().c_str(),
-                    meter.getPercentile(0.5), meter.getPercentile(0.99), meter.getPercentile(1));
+                    latency.median, latency.nearlyAll, latency.longest);
         m_accounts[panel.getUid()].given += latencyRecords;
         m_accounts[panel.getUid()].taken += latencyRecords;
     }
@@ -108,14 +107,12 @@ void DemoCommand::measureThroughput(Session& session, Output& output)
     output.line("3. Throughput: %s records to each panel, queued as fast as it goes: types",
                 formatCount(throughputRecords).c_str());
     output.line("   5 and 29 in order, 12 and 20 each with a key; 128 to 511 bytes");
-    ThroughputMeter meter(throughputRecords);
-    meter.measure(session);
-    output.line("   %s records, %s bytes in %s packets, taken in %.3f s:", formatCount(meter.getRecords()).c_str(),
-                formatCount(meter.getBytes()).c_str(), formatCount(meter.getPackets()).c_str(), meter.getSeconds());
-    output.line(
-        "   %s records/s, %.1f MB/s",
-        formatCount(static_cast<std::uint64_t>(static_cast<double>(meter.getRecords()) / meter.getSeconds())).c_str(),
-        static_cast<double>(meter.getBytes()) / meter.getSeconds() / 1e6);
+    const Throughput all = Throughput::measure(session, throughputRecords);
+    output.line("   %s records, %s bytes in %s packets, taken in %.3f s:", formatCount(all.records).c_str(),
+                formatCount(all.bytes).c_str(), formatCount(all.packets).c_str(), all.seconds);
+    const double rate = static_cast<double>(all.records) / all.seconds;
+    output.line("   %s records/s, %.1f MB/s", formatCount(static_cast<std::uint64_t>(rate)).c_str(),
+                static_cast<double>(all.bytes) / all.seconds / 1e6);
     for (auto& [uid, account] : m_accounts) {
         account.given += throughputRecords;
         account.taken += throughputRecords;

@@ -3,17 +3,19 @@
 #include "demo/DemoFormat.h"
 #include "demo/DemoPictures.h"
 #include "panelctl/command/Drawing.h"
+#include "panelctl/picture/PictureLayers.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Output.h"
 
 #include <chrono>
 
-namespace Vantor {
+namespace Vantor::PictureScene {
 
 namespace {
 
 using Clock = Session::Clock;
 using Form = PictureLayers::Form;
+using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr std::chrono::seconds limit{5}; // for each picture
 constexpr std::chrono::milliseconds lockTime{200};
@@ -23,9 +25,19 @@ constexpr unsigned int width = 72;
 constexpr unsigned int largeHeight = 72;
 constexpr unsigned int smallHeight = 36;
 
-double millisecondsSince(Clock::time_point start)
+struct Picture {
+    const char* name;
+    const char* dithering;
+    LcdHelper::DitherType type;
+    Form form;
+    std::uint16_t lcd;
+    GreyPicture picture;
+};
+
+// "0101 LCD 2"
+std::string nameLcd(const Panel& panel, std::uint16_t lcd)
 {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    return panel.getUidText() + " LCD " + std::to_string(lcd);
 }
 
 void append(std::vector<ClientLcdBitmap>& layers, GreyPicture picture, LcdHelper::DitherType type,
@@ -36,54 +48,29 @@ void append(std::vector<ClientLcdBitmap>& layers, GreyPicture picture, LcdHelper
         layers.push_back(layer);
 }
 
-} // namespace
-
-void PictureScene::play()
+// Milliseconds from its release until it was taken.
+double release(Session& session, Drawing& drawing)
 {
-    m_output.line("6. Pictures for the LCDs, as packed bits (raw) or run-length words");
-    bool isFirst = true;
-    for (const Panel& panel : m_session.getPanels()) {
-        if (!panel.isAlive() || !panel.getInformation())
-            continue;
-        if (isFirst)
-            drawFirst(panel);
-        else
-            drawSecond(panel);
-        isFirst = false;
-    }
+    const auto start = Clock::now();
+    drawing.release();
+    drawing.await(session, limit);
+    return Milliseconds(Clock::now() - start).count();
 }
 
-void PictureScene::drawFirst(const Panel& panel)
-{
-    draw(panel, {"planet", "Stucki", LcdHelper::Stucki, Form::Raw, 0, DemoPictures::makePlanet(width, largeHeight)});
-    draw(panel, {"test card", "threshold", LcdHelper::Threshold, Form::RunLength, 1,
-                 DemoPictures::makeTestCard(width, smallHeight)});
-    drawWindows(panel, 2);
-}
-
-void PictureScene::drawSecond(const Panel& panel)
-{
-    draw(panel, {"ripples", "Floyd-Steinberg", LcdHelper::FloydSteinberg, Form::RunLength, 0,
-                 DemoPictures::makeRipples(width, largeHeight)});
-    draw(panel,
-         {"mountains", "Atkinson", LcdHelper::Atkinson, Form::Raw, 1, DemoPictures::makeMountains(width, smallHeight)});
-}
-
-void PictureScene::draw(const Panel& panel, const Picture& picture)
+void draw(Session& session, Output& output, const Panel& panel, const Picture& picture)
 {
     std::vector<ClientLcdBitmap> layers;
     append(layers, picture.picture, picture.type, {picture.lcd, 0, 0}, picture.form);
     Drawing drawing(panel, layers);
     drawing.hold();
-    const double time = await(drawing);
-    m_output.line("   %s LCD %u: %-9s  %-15s  %-10s  %6s bytes in %.1f ms", panel.getUidText().c_str(),
-                  static_cast<unsigned int>(picture.lcd), picture.name, picture.dithering,
-                  picture.form == Form::Raw ? "raw" : "run-length",
-                  formatCount(drawing.getForecast().getBytes()).c_str(), time);
+    const double time = release(session, drawing);
+    output.line("   %s: %-9s  %-15s  %-10s  %6s bytes in %.1f ms", nameLcd(panel, picture.lcd).c_str(), picture.name,
+                picture.dithering, picture.form == Form::Raw ? "raw" : "run-length",
+                formatCount(drawing.getForecast().getBytes()).c_str(), time);
 }
 
 // The first layer is covered by the second one before it could leave.
-void PictureScene::drawWindows(const Panel& panel, std::uint16_t lcd)
+void drawWindows(Session& session, Output& output, const Panel& panel, std::uint16_t lcd)
 {
     std::vector<ClientLcdBitmap> layers;
     append(layers, DemoPictures::makeRipples(width, smallHeight), LcdHelper::Threshold, {lcd, 0, 0}, Form::Raw);
@@ -93,24 +80,40 @@ void PictureScene::drawWindows(const Panel& panel, std::uint16_t lcd)
 
     Drawing drawing(panel, layers);
     drawing.hold();
-    m_session.waitUntil(Clock::now() + lockTime, lockTime, [] { return false; });
-    m_output.line("   %s LCD %u: locked; %zu layers drawn, %s bytes have left after %.0f ms",
-                  panel.getUidText().c_str(), static_cast<unsigned int>(lcd), layers.size(),
-                  formatCount(drawing.getTakenBytes()).c_str(),
-                  std::chrono::duration<double, std::milli>(lockTime).count());
-    const double time = await(drawing);
-    m_output.line("   %s LCD %u: unlocked; all but a covered layer left, %s bytes in %.1f ms",
-                  panel.getUidText().c_str(), static_cast<unsigned int>(lcd),
-                  formatCount(drawing.getForecast().getBytes()).c_str(), time);
+    session.waitUntil(Clock::now() + lockTime, lockTime, [] { return false; });
+    output.line("   %s: locked; %zu layers drawn, %s bytes have left after %.0f ms", nameLcd(panel, lcd).c_str(),
+                layers.size(), formatCount(drawing.getTakenBytes()).c_str(), Milliseconds(lockTime).count());
+    const double time = release(session, drawing);
+    output.line("   %s: unlocked; all but a covered layer left, %s bytes in %.1f ms", nameLcd(panel, lcd).c_str(),
+                formatCount(drawing.getForecast().getBytes()).c_str(), time);
 }
 
-// Milliseconds from its release until it was taken.
-double PictureScene::await(Drawing& drawing)
+} // namespace
+
+void play(Session& session, Output& output)
 {
-    const auto start = Clock::now();
-    drawing.release();
-    drawing.await(m_session, limit);
-    return millisecondsSince(start);
+    output.line("6. Pictures for the LCDs, as packed bits (raw) or run-length words");
+    const auto drawOn = [&session, &output](const Panel& panel, const Picture& picture) {
+        draw(session, output, panel, picture);
+    };
+    bool isFirst = true;
+    for (const Panel& panel : session.getPanels()) {
+        if (!panel.isAlive() || !panel.getInformation())
+            continue;
+        if (isFirst) {
+            drawOn(panel,
+                   {"planet", "Stucki", LcdHelper::Stucki, Form::Raw, 0, DemoPictures::makePlanet(width, largeHeight)});
+            drawOn(panel, {"test card", "threshold", LcdHelper::Threshold, Form::RunLength, 1,
+                           DemoPictures::makeTestCard(width, smallHeight)});
+            drawWindows(session, output, panel, 2);
+        } else {
+            drawOn(panel, {"ripples", "Floyd-Steinberg", LcdHelper::FloydSteinberg, Form::RunLength, 0,
+                           DemoPictures::makeRipples(width, largeHeight)});
+            drawOn(panel, {"mountains", "Atkinson", LcdHelper::Atkinson, Form::Raw, 1,
+                           DemoPictures::makeMountains(width, smallHeight)});
+        }
+        isFirst = false;
+    }
 }
 
-} // namespace Vantor
+} // namespace Vantor::PictureScene

@@ -1,4 +1,4 @@
-#include "demo/ThroughputMeter.h"
+#include "demo/Throughput.h"
 
 #include "demo/DemoRecords.h"
 #include "panelctl/command/Delivery.h"
@@ -44,26 +44,24 @@ Clock::time_point awaitAll(Session& session, std::vector<Delivery>& deliveries, 
 
 } // namespace
 
-ThroughputMeter::ThroughputMeter(std::uint32_t records) : m_records(records) {}
-
-void ThroughputMeter::measure(Session& session)
+Throughput Throughput::measure(Session& session, std::uint32_t records)
 {
     const std::vector<Panel> panels = session.getPanels();
     std::vector<Delivery> deliveries(panels.begin(), panels.end());
     const auto start = Clock::now();
-    for (std::uint32_t number = 0; number < m_records; ++number)
+    for (std::uint32_t number = 0; number < records; ++number)
         for (Delivery& delivery : deliveries)
             DemoRecords::give(delivery, number);
     const auto end = awaitAll(session, deliveries, start);
 
-    m_seconds = std::chrono::duration<double>(end - start).count();
-    m_totalRecords = m_records * deliveries.size();
+    Throughput all{records * deliveries.size(), 0, 0, std::chrono::duration<double>(end - start).count()};
     std::uint64_t recordBytes = 0;
     for (Delivery& delivery : deliveries) {
         recordBytes += delivery.getRecordBytes();
-        m_totalBytes += delivery.getTakenBytes();
+        all.bytes += delivery.getTakenBytes();
     }
-    m_totalPackets = (m_totalBytes - recordBytes) / sizeof(PacketHeader);
+    all.packets = (all.bytes - recordBytes) / sizeof(PacketHeader);
+    return all;
 }
 
 } // namespace Vantor

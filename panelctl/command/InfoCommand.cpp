@@ -4,8 +4,6 @@
 #include "panelctl/terminal/Output.h"
 #include "wire/PanelLink.h"
 
-#include <utility>
-
 namespace Vantor {
 
 namespace {
@@ -22,10 +20,6 @@ std::string describeLimit(const Panel& panel)
 }
 
 } // namespace
-
-InfoCommand::InfoCommand(std::chrono::nanoseconds timeout, std::optional<std::string> panel)
-    : m_timeout(timeout), m_panel(std::move(panel))
-{}
 
 void InfoCommand::run(Session& session, Output& output)
 {

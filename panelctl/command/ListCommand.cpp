@@ -25,8 +25,6 @@ void printRow(Output& output, const Panel& panel)
 
 } // namespace
 
-ListCommand::ListCommand(std::chrono::nanoseconds timeout) : m_timeout(timeout) {}
-
 void ListCommand::run(Session& session, Output& output)
 {
     session.awaitInformation(m_timeout);

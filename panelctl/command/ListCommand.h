@@ -9,7 +9,7 @@ namespace Vantor {
 // `panelctl list`: one row for each panel attached.
 class ListCommand : public Command {
 public:
-    explicit ListCommand(std::chrono::nanoseconds timeout);
+    explicit ListCommand(std::chrono::nanoseconds timeout) : m_timeout(timeout) {}
     void run(Session& session, Output& output) override;
 
 private:

@@ -8,8 +8,6 @@
 
 namespace Vantor {
 
-WatchCommand::WatchCommand(const Options& options) : m_options(options) {}
-
 void WatchCommand::run(Session& session, Output& output)
 {
     try {

@@ -20,7 +20,7 @@ public:
         std::size_t shownBytes = SIZE_MAX;                // of a payload
     };
 
-    explicit WatchCommand(const Options& options);
+    explicit WatchCommand(const Options& options) : m_options(options) {}
     void run(Session& session, Output& output) override;
     bool wantsPackets() const override { return true; }
 

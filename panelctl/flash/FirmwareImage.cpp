@@ -82,11 +82,6 @@ FirmwareImage::FirmwareImage(std::string option, std::string path)
     m_crc = crcOf(bytes);
 }
 
-FirmwareImage FirmwareImage::read(const std::string& option, const std::string& path)
-{
-    return FirmwareImage(option, path);
-}
-
 void FirmwareImage::requireUnchanged() const
 {
     const FirmwareImage now(m_option, m_path);

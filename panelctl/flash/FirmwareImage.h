@@ -14,7 +14,7 @@ public:
 
     // `option` is the one that named the file. Throws Failure (usage) for what is no
     // firmware: not there, unreadable, no plain file, empty or too large.
-    static FirmwareImage read(const std::string& option, const std::string& path);
+    FirmwareImage(std::string option, std::string path);
 
     // Reads the file once more. Throws Failure (usage) when it holds something else now.
     void requireUnchanged() const;
@@ -30,8 +30,6 @@ public:
     std::string describe() const;
 
 private:
-    FirmwareImage(std::string option, std::string path);
-
     std::string m_option;
     std::string m_path;
     std::uint32_t m_size = 0;

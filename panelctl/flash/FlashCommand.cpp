@@ -17,7 +17,7 @@ namespace {
 
 std::optional<FirmwareImage> readImage(const char* option, const std::optional<std::string>& path)
 {
-    return path ? std::optional(FirmwareImage::read(option, *path)) : std::nullopt;
+    return path ? std::optional(FirmwareImage(option, *path)) : std::nullopt;
 }
 
 std::string describeTime(std::chrono::seconds time)

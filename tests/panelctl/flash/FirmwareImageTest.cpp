@@ -42,16 +42,16 @@ std::string refusalOf(const std::function<void()>& action)
 
 std::string refusalOf(const std::string& path)
 {
-    return refusalOf([&path] { FirmwareImage::read("--main", path); });
+    return refusalOf([&path] { FirmwareImage("--main", path); });
 }
 
 FirmwareImages imagesOf(const TemporaryFile* main, const TemporaryFile* servo)
 {
     FirmwareImages images;
     if (main != nullptr)
-        images.main = FirmwareImage::read("--main", main->getPath());
+        images.main = FirmwareImage("--main", main->getPath());
     if (servo != nullptr)
-        images.servo = FirmwareImage::read("--servo", servo->getPath());
+        images.servo = FirmwareImage("--servo", servo->getPath());
     return images;
 }
 
@@ -61,7 +61,7 @@ FirmwareImages imagesOf(const TemporaryFile* main, const TemporaryFile* servo)
 TEST(FirmwareImage, file_hasSizeAndCrc)
 {
     const TemporaryFile file("123456789");
-    const FirmwareImage image = FirmwareImage::read("--main", file.getPath());
+    const FirmwareImage image = FirmwareImage("--main", file.getPath());
     EXPECT_EQ(image.getSize(), 9U);
     EXPECT_EQ(image.getCrc(), 0xCBF43926U);
     EXPECT_EQ(image.getPath(), file.getPath());
@@ -72,7 +72,7 @@ TEST(FirmwareImage, lastChunk_mayBeShort)
 {
     for (const auto& [size, chunks] : {std::pair(1U, 1U), {4095U, 1U}, {4096U, 1U}, {4097U, 2U}, {12288U, 3U}}) {
         const TemporaryFile file(std::string(size, 'x'));
-        EXPECT_EQ(FirmwareImage::read("--main", file.getPath()).getChunks(), chunks) << size;
+        EXPECT_EQ(FirmwareImage("--main", file.getPath()).getChunks(), chunks) << size;
     }
 }
 
@@ -122,7 +122,7 @@ TEST(FirmwareImage, moreThan16MiB_isRefused)
 {
     const TemporaryFile file;
     ASSERT_EQ(truncate(file.getPath().c_str(), 16 * 1024 * 1024), 0);
-    EXPECT_EQ(FirmwareImage::read("--main", file.getPath()).getSize(), 16U * 1024 * 1024);
+    EXPECT_EQ(FirmwareImage("--main", file.getPath()).getSize(), 16U * 1024 * 1024);
     ASSERT_EQ(truncate(file.getPath().c_str(), 16 * 1024 * 1024 + 1), 0);
     EXPECT_EQ(refusalOf(file.getPath()),
               "--main: '" + file.getPath() +
@@ -132,7 +132,7 @@ TEST(FirmwareImage, moreThan16MiB_isRefused)
 TEST(FirmwareImage, fileThatChanges_isNoticed)
 {
     const TemporaryFile file("old");
-    const FirmwareImage image = FirmwareImage::read("--servo", file.getPath());
+    const FirmwareImage image = FirmwareImage("--servo", file.getPath());
     image.requireUnchanged();
     std::ofstream(file.getPath()) << "new";
     EXPECT_EQ(refusalOf([&image] { image.requireUnchanged(); }),

@@ -26,7 +26,7 @@ constexpr const char* doubt =
 // An upgrade of 5000 bytes, 2 chunks, for the main MCU alone.
 class FlashDiagnosisTest : public testing::Test {
 protected:
-    FlashDiagnosisTest() { m_images.main = FirmwareImage::read("--main", m_main.getPath()); }
+    FlashDiagnosisTest() { m_images.main = FirmwareImage("--main", m_main.getPath()); }
 
     // As record 40 has it, from the main MCU.
     void reply(std::uint8_t command, std::uint8_t offsetHigh = 0, int times = 1)
@@ -70,7 +70,7 @@ TEST_F(FlashDiagnosisTest, silentPanel_takesWhatIsSentOrNothing)
 TEST_F(FlashDiagnosisTest, twoImages_areAlsoCountedInAll)
 {
     const TemporaryFile servo(std::string(5000, 's'));
-    m_images.servo = FirmwareImage::read("--servo", servo.getPath());
+    m_images.servo = FirmwareImage("--servo", servo.getPath());
     EXPECT_THAT(stuck(at(4096)),
                 testing::StartsWith("4096 of 5000 bytes of the main image (4096 of 10000 bytes in all).\n"));
     EXPECT_THAT(stuck(at(5096)),

@@ -28,8 +28,8 @@ class FlashRepliesTest : public ::testing::Test {
 protected:
     FlashRepliesTest() : m_main(std::string(8193, 'm')), m_servo(std::string(4096, 's'))
     {
-        m_images.main = FirmwareImage::read("--main", m_main.getPath());
-        m_images.servo = FirmwareImage::read("--servo", m_servo.getPath());
+        m_images.main = FirmwareImage("--main", m_main.getPath());
+        m_images.servo = FirmwareImage("--servo", m_servo.getPath());
     }
 
     void takeAllButTheServos()

@@ -73,9 +73,8 @@ public:
     // Stops the threads, closes every device and deletes the instance. Blocks for up
     // to about 1.05 s, and up to 1.25 s more for a device whose transfers do not
     // come back. Must not race getUsbManager: callbacks that may still run should use a
-    // pointer that was kept, since getUsbManager would build a new instance. The
-    // instance must have been
-    // initialised: otherwise the process is terminated.
+    // pointer that was kept, since getUsbManager would build a new instance. One that was
+    // never initialised terminates the process.
     static void destroyUsbManager();
 
     // Registers for hotplug and starts the threads; does nothing when already done.
@@ -85,8 +84,8 @@ public:
     void initialise();
 
     // Closes every device, on any thread, callbacks included. The observer is not
-    // told: clear what you keep per panel. While the manager runs, panels still attached are found again within
-    // five seconds.
+    // told: clear what you keep per panel. While the manager runs, panels still attached
+    // are found again within five seconds.
     void closeAllDevices();
 
     // Waits for every packer to empty, see UsbDevice::sync, with the argument 2, and

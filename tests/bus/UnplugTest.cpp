@@ -46,7 +46,8 @@ TEST_F(Unplug, transfersPending_deviceIsRemoved)
     startClientWithPanel();
     execute("fault out silent sticky");
     tell("add 101 5 20 1"); // pending, as the read is
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    tell("list");
+    expectEvent("list 101"); // has added it
     bus().unplug(0);
     expectEvent("removed 101");
     tell("list");

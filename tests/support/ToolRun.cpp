@@ -1,5 +1,7 @@
 #include "tests/support/ToolRun.h"
 
+#include "tests/support/TemporaryFolder.h"
+
 #include <algorithm>
 #include <array>
 #include <csignal>
@@ -135,6 +137,15 @@ void ToolRun::await(const std::string& output, const std::string& text)
             ADD_FAILURE() << "no '" << text << "' in:\n" << m_output << m_errors;
             return;
         }
+}
+
+void ToolRun::awaitFile(const std::string& path, const std::string& text)
+{
+    const auto deadline = Clock::now() + patience;
+    while (contentOf(path).find(text) == std::string::npos) {
+        ASSERT_LT(Clock::now(), deadline) << "no '" << text << "' in:\n" << contentOf(path);
+        let(std::chrono::milliseconds(10));
+    }
 }
 
 void ToolRun::let(std::chrono::milliseconds time)

@@ -28,6 +28,10 @@ public:
     // Reads on until standard output holds `text`; fails the test if it never does.
     void awaitOutput(const std::string& text);
 
+    // Lets it run on until that file holds `text`, as the log of panelsim; fails the test if
+    // it never does.
+    void awaitFile(const std::string& path, const std::string& text);
+
     // Lets it run on for this long.
     void let(std::chrono::milliseconds time);
 

@@ -154,7 +154,7 @@ TEST(PanelctlArguments, missingFile_isRefusedWithTheReason)
 TEST(PanelctlArguments, interruptedReading_ends)
 {
     ToolRun run(panelctl({"send", "--type", "3", "--file", "-"}), ToolRun::Terminal{80});
-    run.let(std::chrono::milliseconds(500));
+    run.let(std::chrono::seconds(1));
     run.sendSignal(SIGTERM);
     EXPECT_EQ(run.finish(), 143);
     EXPECT_EQ(run.getOutput(), "panelctl: interrupted\r\n");

@@ -452,8 +452,10 @@ TEST(PanelctlFlash, interruptAtTheQuestion_leavesAtOnce)
 TEST(PanelctlFlash, interruptBeforeTheQuestion_saysThatNothingWasSent)
 {
     const TemporaryFile main(firmware(10));
-    ToolRun run(panelctlOn({"--at", "0s", "fault out silent sticky"}, {"flash", "--main", main.getPath(), "--yes"}));
-    run.let(std::chrono::milliseconds(700));
+    const TemporaryFile log;
+    ToolRun run(panelctlOn({"--log", log.getPath(), "--at", "0s", "fault out silent sticky"},
+                           {"flash", "--main", main.getPath(), "--yes"}));
+    run.awaitFile(log.getPath(), "claim");
     run.sendSignalToTool(SIGTERM);
     EXPECT_EQ(run.finish(), 143);
     EXPECT_THAT(run.getErrors(), HasSubstr("panelctl: interrupted: nothing was sent.\n"));

@@ -375,8 +375,12 @@ TEST(PanelctlDraw, unpluggedMeanwhile_saysSo)
 
 TEST(PanelctlDraw, interrupted_endsInOrder)
 {
-    ToolRun run(panelctlOn(withFault("fault out silent sticky"), {"draw", wholeScreen().getPath(), "--lcd", "0"}));
-    run.let(std::chrono::milliseconds(1600));
+    const TemporaryFile log;
+    std::vector<std::string> bus = withFault("fault out silent sticky");
+    bus.insert(bus.end(), {"--log", log.getPath()});
+    ToolRun run(panelctlOn(bus, {"draw", wholeScreen().getPath(), "--lcd", "0"}));
+    run.awaitFile(log.getPath(), "claim");
+    run.let(std::chrono::milliseconds(1600)); // the panel answers after one second
     run.sendSignal(SIGINT);
     EXPECT_EQ(run.finish(), 130);
     EXPECT_EQ(run.getOutput(), "");

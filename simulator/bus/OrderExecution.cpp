@@ -1,6 +1,5 @@
 #include "simulator/bus/OrderExecution.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -8,15 +7,6 @@
 namespace Vantor {
 
 namespace {
-
-constexpr std::size_t longestLoggedPayload = 32;
-
-std::string formatHex(std::uint8_t byte)
-{
-    char text[3];
-    std::snprintf(text, sizeof text, "%02x", byte);
-    return text;
-}
 
 // "250", "0.5"
 std::string formatMilliseconds(std::chrono::nanoseconds time)
@@ -107,48 +97,16 @@ std::string OrderExecution::describe(const PanelOrder& command)
     return std::visit(Words{}, command);
 }
 
-bool OrderExecution::needsPanel(const PanelOrder& command)
-{
-    if (const auto* const emission = std::get_if<EmitOrder>(&command))
-        return !emission->isBegun;
-    return std::holds_alternative<FaultOrder>(command) || std::holds_alternative<BootFaultOrder>(command);
-}
-
-void OrderExecution::carryOut(const PanelOrder& command, PanelModel& model)
-{
-    if (const auto* const fault = std::get_if<FaultOrder>(&command))
-        model.inject(fault->fault);
-    else if (const auto* const bootFault = std::get_if<BootFaultOrder>(&command))
-        model.inject(bootFault->fault);
-    else if (std::holds_alternative<ClearFaultsOrder>(command))
-        model.clearFaults();
-    else if (const auto* const emission = std::get_if<EmitOrder>(&command))
-        model.emit(emission->type, emission->payload);
-}
-
-std::optional<EmitOrder> OrderExecution::restOf(const PanelOrder& command)
-{
-    const auto* const emission = std::get_if<EmitOrder>(&command);
-    if (emission == nullptr || emission->count <= 1)
-        return std::nullopt;
-    EmitOrder rest = *emission;
-    --rest.count;
-    rest.isBegun = true;
-    return rest;
-}
-
-std::string describe(const PanelModel::Record& record)
-{
-    std::string line = "record type " + std::to_string(static_cast<int>(record.type)) + ", " +
-                       formatBytes(record.payload.size()) + ":";
-    for (std::size_t i = 0; i < std::min(record.payload.size(), longestLoggedPayload); ++i)
-        line += " " + formatHex(record.payload[i]);
-    return record.payload.size() > longestLoggedPayload ? line + " ..." : line;
-}
-
 std::string formatBytes(std::size_t number)
 {
     return std::to_string(number) + (number == 1 ? " byte" : " bytes");
+}
+
+std::string formatHex(std::uint8_t byte)
+{
+    char text[3];
+    std::snprintf(text, sizeof text, "%02x", byte);
+    return text;
 }
 
 } // namespace Vantor

@@ -123,7 +123,7 @@ std::string describeOnlyInterface(const std::string& path, const std::vector<std
 
 std::string describeRootHub()
 {
-    return describe(rootHubPath, {0, 1, 0, 1}, PanelBus::maxPanels, rootHubDescriptors, {}) +
+    return describe(rootHubPath, {1, 0, 1}, PanelBus::maxPanels, rootHubDescriptors, {}) +
            describeOnlyInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
 }
 

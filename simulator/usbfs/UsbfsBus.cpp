@@ -4,6 +4,7 @@
 #include "simulator/usbfs/SysfsDescription.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -27,11 +28,17 @@ constexpr char preloadedLibrary[] = "libumockdev-preload.so.0";
 constexpr std::uint32_t capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
                                        USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
 
-PanelModel::Clock startClock()
-{
-    const auto start = std::chrono::steady_clock::now();
-    return [start] { return std::chrono::steady_clock::now() - start; };
-}
+// Leaves a mutex alone for as long as it lives.
+class Unlocked {
+public:
+    explicit Unlocked(std::unique_lock<std::mutex>& lock) : m_lock(lock) { m_lock.unlock(); }
+    ~Unlocked() { m_lock.lock(); }
+    Unlocked(const Unlocked&) = delete;
+    Unlocked& operator=(const Unlocked&) = delete;
+
+private:
+    std::unique_lock<std::mutex>& m_lock;
+};
 
 void throwOnError(GError* error, const char* what)
 {
@@ -56,12 +63,9 @@ void UsbfsBus::GObjectRelease::operator()(void* object) const
 }
 
 UsbfsBus::UsbfsBus(Options options)
-    : m_options(std::move(options)), m_testbed(umockdev_testbed_new()), m_root(rootOf(m_testbed.get())),
-      m_listeners(m_root)
+    : m_rack(options), m_testbed(umockdev_testbed_new()), m_root(rootOf(m_testbed.get())), m_listeners(m_root)
 {
-    m_share.clock = startClock();
-    m_share.log = m_options.log;
-    m_share.capabilities = capabilities | (m_options.scatterGather ? USBDEVFS_CAP_BULK_SCATTER_GATHER : 0U);
+    m_share.capabilities = capabilities | (options.scatterGather ? USBDEVFS_CAP_BULK_SCATTER_GATHER : 0U);
     addToSysfs(SysfsDescription::describeRootHub());
     m_timeThread = std::thread(&UsbfsBus::runTime, this);
 }
@@ -99,17 +103,13 @@ void UsbfsBus::plug(unsigned int panel)
     UsbfsPanel* plugged = nullptr;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
-        if (panel >= maxPanels)
-            return complain(panel, "has no port");
-        if (findPlugged(panel) != nullptr)
-            return complain(panel, "is plugged already");
+        if (!m_rack.canPlug(panel))
+            return;
         const UsbfsPanel::Address address = assignAddress(panel);
-        PanelModel::Options options = m_options.panel;
-        options.seed += panel;
-        m_panels.push_back(std::make_unique<UsbfsPanel>(m_share, address, std::move(options), takeFlash(panel),
+        m_panels.push_back(std::make_unique<UsbfsPanel>(m_rack, panel, m_share, address,
                                                         m_root + SysfsDescription::nodePath(address)));
         plugged = m_panels.back().get();
-        log(panel, "plug, port " + std::to_string(address.port) + ", device " + std::to_string(address.device));
+        m_rack.log(panel, "plug, port " + std::to_string(address.port) + ", device " + std::to_string(address.device));
     }
     show(*plugged);
 }
@@ -127,7 +127,7 @@ void UsbfsBus::show(UsbfsPanel& panel)
     const auto descriptors = panel.getModel().getDescriptors();
     // One at a time, as each is an event.
     for (const auto& describe : {SysfsDescription::describePanel, SysfsDescription::describeInterface})
-        if (awaitListeners(address.panel))
+        if (awaitListeners(panel.getNumber()))
             addToSysfs(describe(address, descriptors));
 }
 
@@ -158,12 +158,10 @@ void UsbfsBus::forgetOld()
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     for (auto panel = m_panels.begin(); panel != m_panels.end();) {
-        if (!(*panel)->hasBeenLetGo() || findLast((*panel)->getAddress().panel) == panel->get()) {
-            ++panel;
-            continue;
-        }
-        m_pastViolations.keep((*panel)->getAddress().panel, (*panel)->getModel());
-        panel = m_panels.erase(panel);
+        const bool isLast =
+            std::none_of(std::next(panel), m_panels.end(),
+                         [number = (*panel)->getNumber()](const auto& later) { return later->getNumber() == number; });
+        panel = isLast || !(*panel)->hasBeenLetGo() ? std::next(panel) : m_panels.erase(panel);
     }
 }
 
@@ -178,10 +176,9 @@ bool UsbfsBus::awaitListeners(unsigned int panel)
         if (m_ending)
             return false;
         if (!std::exchange(isLogged, true))
-            log(panel, "waits until the program has read what it was told of earlier");
+            m_rack.log(panel, "waits until the program has read what it was told of earlier");
         // Time goes on, also when it is this thread that should see to it.
-        for (const auto& known : m_panels)
-            known->settle();
+        m_rack.settle();
     }
     return true;
 }
@@ -189,15 +186,7 @@ bool UsbfsBus::awaitListeners(unsigned int panel)
 void UsbfsBus::setFlash(unsigned int panel, BootLoader::Flash flash)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    m_flash[panel] = std::move(flash);
-}
-
-BootLoader::Flash UsbfsBus::takeFlash(unsigned int panel)
-{
-    if (auto set = m_flash.extract(panel))
-        return std::move(set.mapped());
-    UsbfsPanel* const last = findLast(panel);
-    return last != nullptr ? last->getModel().takeFlash() : BootLoader::Flash{};
+    m_rack.setFlash(panel, std::move(flash));
 }
 
 void UsbfsBus::unplug(unsigned int panel)
@@ -206,9 +195,9 @@ void UsbfsBus::unplug(unsigned int panel)
     UsbfsPanel* plugged = nullptr;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
-        plugged = findPlugged(panel);
-        if (plugged == nullptr)
-            return complain(panel, "is not plugged");
+        if (!m_rack.canUnplug(panel))
+            return;
+        plugged = findPlugged([panel](const UsbfsPanel& known) { return known.getNumber() == panel; });
     }
     remove(*plugged);
 }
@@ -229,132 +218,73 @@ void UsbfsBus::removePulled()
 // With m_hotplugMutex, without m_share.mutex.
 void UsbfsBus::remove(UsbfsPanel& panel)
 {
-    const unsigned int number = panel.getAddress().panel;
+    const unsigned int number = panel.getNumber();
     const std::string sysfsPath = "/sys" + SysfsDescription::panelPath(panel.getAddress());
     const std::string interfacePath = "/sys" + SysfsDescription::interfacePath(panel.getAddress());
-    BootLoader::Flash flash;
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
-        log(number, "unplug");
+        m_rack.log(number, "unplug");
         panel.unplug();
-        if (m_options.keepFlash)
-            flash = panel.getModel().getBootLoader().getFlash();
     }
     if (awaitListeners(number))
         umockdev_testbed_uevent(m_testbed.get(), sysfsPath.c_str(), "remove");
     // By itself, as the link to it in /sys/bus would stay.
     umockdev_testbed_remove_device(m_testbed.get(), interfacePath.c_str());
     umockdev_testbed_remove_device(m_testbed.get(), sysfsPath.c_str());
-    if (m_options.keepFlash)
-        m_options.keepFlash(number, flash);
+    m_rack.keepFlash(panel); // to a disk, which nobody should wait for; it changes no more
 }
 
-void UsbfsBus::execute(const PanelOrder& command)
+void UsbfsBus::execute(const PanelOrder& order)
 {
-    if (const auto* const plugIn = std::get_if<PlugOrder>(&command))
-        return plug(plugIn->panel);
-    if (const auto* const pullOut = std::get_if<UnplugOrder>(&command))
-        return unplug(pullOut->panel);
+    if (PanelRack::plugOrUnplug(*this, order))
+        return;
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    apply(command);
+    m_rack.execute(order);
+    m_share.deadlineMoved.notify_one();
 }
 
-// The rest of a repeated emission goes back to the timeline.
-void UsbfsBus::apply(const PanelOrder& command)
-{
-    const unsigned int panel = OrderExecution::panelOf(command);
-    const std::string line = OrderExecution::describe(command);
-    UsbfsPanel* const plugged = findPlugged(panel);
-    if (plugged != nullptr) {
-        log(panel, line);
-        OrderExecution::carryOut(command, plugged->getModel());
-        plugged->settle();
-    } else if (OrderExecution::needsPanel(command)) {
-        complain(panel, "is not plugged: " + line);
-    } else {
-        log(panel, "is not plugged: " + line);
-    }
-    if (const auto rest = OrderExecution::restOf(command)) {
-        m_timeline.add(m_share.clock() + rest->every, *rest);
-        m_share.deadlineMoved.notify_one();
-    }
-}
-
-void UsbfsBus::schedule(std::chrono::nanoseconds delay, const PanelOrder& command)
+void UsbfsBus::schedule(std::chrono::nanoseconds delay, const PanelOrder& order)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    m_timeline.add(m_share.clock() + delay, command);
+    m_rack.schedule(delay, order);
     m_share.deadlineMoved.notify_one();
 }
 
 bool UsbfsBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    UsbfsPanel* const last = findLast(panel);
-    if (last == nullptr)
-        return false;
-    visitor(last->getModel());
-    last->settle();
-    return true;
+    return m_rack.visit(panel, visitor);
 }
 
 std::vector<std::string> UsbfsBus::getViolations() const
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
-    std::vector<std::string> violations = m_pastViolations.getLines();
-    for (const auto& panel : m_panels)
-        PastViolations::append(panel->getAddress().panel, panel->getModel(), violations);
-    return violations;
+    return m_rack.getViolations();
 }
 
-void UsbfsBus::complain(unsigned int panel, const std::string& line) const
+template <typename Condition> UsbfsPanel* UsbfsBus::findPlugged(Condition condition) const
 {
-    log(panel, line);
-    if (m_options.complain)
-        m_options.complain("panel " + std::to_string(panel) + ": " + line);
-}
-
-void UsbfsBus::log(unsigned int panel, const std::string& line) const
-{
-    if (m_share.log)
-        m_share.log("panel " + std::to_string(panel) + ": " + line);
-}
-
-UsbfsPanel* UsbfsBus::findPlugged(unsigned int panel) const
-{
-    const auto found = std::find_if(m_panels.begin(), m_panels.end(), [panel](const auto& known) {
-        return known->isPlugged() && known->getAddress().panel == panel;
+    const auto found = std::find_if(m_panels.begin(), m_panels.end(), [&condition](const auto& known) {
+        return known->isPlugged() && condition(*known);
     });
     return found != m_panels.end() ? found->get() : nullptr;
 }
 
-// Plugged in last under this number.
-UsbfsPanel* UsbfsBus::findLast(unsigned int panel) const
-{
-    const auto found = std::find_if(m_panels.rbegin(), m_panels.rend(),
-                                    [panel](const auto& known) { return known->getAddress().panel == panel; });
-    return found != m_panels.rend() ? found->get() : nullptr;
-}
-
 UsbfsPanel* UsbfsBus::findPulled() const
 {
-    const auto found =
-        std::find_if(m_panels.begin(), m_panels.end(), [](const auto& known) { return known->isPulled(); });
-    return found != m_panels.end() ? found->get() : nullptr;
+    return findPlugged([](const UsbfsPanel& known) { return known.isPulled(); });
 }
 
 // Device numbers go up, as the kernel's, and start again when they run out.
 UsbfsPanel::Address UsbfsBus::assignAddress(unsigned int panel)
 {
     const auto isTaken = [this](unsigned int device) {
-        return std::any_of(m_panels.begin(), m_panels.end(), [device](const auto& known) {
-            return known->isPlugged() && known->getAddress().device == device;
-        });
+        return findPlugged([device](const UsbfsPanel& known) { return known.getAddress().device == device; });
     };
     do {
         m_lastDevice = m_lastDevice < highestDevice ? m_lastDevice + 1 : 2;
     } while (isTaken(m_lastDevice));
-    return {panel, 1, panel + 1, m_lastDevice};
+    return {1, panel + 1, m_lastDevice};
 }
 
 void UsbfsBus::addToSysfs(const std::string& description)
@@ -368,48 +298,26 @@ void UsbfsBus::runTime()
 {
     std::unique_lock<std::mutex> lock(m_share.mutex);
     while (!m_ending) {
-        const auto now = m_share.clock();
-        for (const auto& panel : m_panels)
-            panel->settle();
+        m_rack.settle();
         if (const UsbfsPanel* const pulled = findPulled()) {
-            const unsigned int panel = pulled->getAddress().panel;
-            lock.unlock();
-            attempt(panel, [this] { removePulled(); });
-            lock.lock();
-            continue;
+            m_rack.attempt(pulled->getNumber(), [this, &lock] {
+                const Unlocked unlocked(lock);
+                removePulled();
+            });
+        } else if (const auto order = m_rack.takeDue()) {
+            m_rack.attempt(OrderExecution::panelOf(*order), [this, &lock, &order] {
+                const Unlocked unlocked(lock);
+                execute(*order);
+            });
+        } else {
+            const auto next = m_rack.getNextTime();
+            m_share.wakeTime = next.value_or(std::chrono::nanoseconds::max());
+            if (next)
+                m_share.deadlineMoved.wait_for(lock, *next - m_rack.now());
+            else
+                m_share.deadlineMoved.wait(lock);
         }
-        if (const auto command = m_timeline.takeDue(now)) {
-            lock.unlock();
-            attempt(OrderExecution::panelOf(*command), [this, &command] { execute(*command); });
-            lock.lock();
-            continue;
-        }
-        m_share.wakeTime = nextWakeTime();
-        if (m_share.wakeTime == std::chrono::nanoseconds::max())
-            m_share.deadlineMoved.wait(lock);
-        else
-            m_share.deadlineMoved.wait_for(lock, m_share.wakeTime - now);
     }
-}
-
-// There is nobody to throw to.
-void UsbfsBus::attempt(unsigned int panel, const std::function<void()>& action) const
-{
-    try {
-        action();
-    } catch (const std::exception& error) {
-        const std::lock_guard<std::mutex> lock(m_share.mutex);
-        complain(panel, error.what());
-    }
-}
-
-std::chrono::nanoseconds UsbfsBus::nextWakeTime() const
-{
-    auto time = m_timeline.getNextTime().value_or(std::chrono::nanoseconds::max());
-    for (const auto& panel : m_panels)
-        if (const auto deadline = panel->getModel().nextDeadline())
-            time = std::min(time, *deadline);
-    return time;
 }
 
 } // namespace Vantor

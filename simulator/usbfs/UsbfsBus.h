@@ -1,14 +1,12 @@
 #pragma once
 
-#include "simulator/bus/OrderTimeline.h"
 #include "simulator/bus/PanelBus.h"
-#include "simulator/bus/PastViolations.h"
+#include "simulator/bus/PanelRack.h"
 #include "simulator/usbfs/UeventListeners.h"
 #include "simulator/usbfs/UsbfsPanel.h"
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -44,8 +42,8 @@ public:
     void setFlash(unsigned int panel, BootLoader::Flash flash) override;
     void plug(unsigned int panel) override;
     void unplug(unsigned int panel) override;
-    void execute(const PanelOrder& command) override;
-    void schedule(std::chrono::nanoseconds delay, const PanelOrder& command) override;
+    void execute(const PanelOrder& order) override;
+    void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) override;
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
     std::vector<std::string> getViolations() const override;
 
@@ -54,12 +52,8 @@ private:
         void operator()(void* object) const;
     };
 
-    void log(unsigned int panel, const std::string& line) const;
-    void complain(unsigned int panel, const std::string& line) const;
-    UsbfsPanel* findPlugged(unsigned int panel) const;
-    UsbfsPanel* findLast(unsigned int panel) const;
+    template <typename Condition> UsbfsPanel* findPlugged(Condition condition) const;
     UsbfsPanel* findPulled() const;
-    BootLoader::Flash takeFlash(unsigned int panel);
     UsbfsPanel::Address assignAddress(unsigned int panel);
     void show(UsbfsPanel& panel);
     void remove(UsbfsPanel& panel);
@@ -68,22 +62,16 @@ private:
     void forgetOld();
     bool awaitListeners(unsigned int panel);
     void addToSysfs(const std::string& description);
-    void apply(const PanelOrder& command);
 
     void runTime();
-    void attempt(unsigned int panel, const std::function<void()>& action) const;
-    std::chrono::nanoseconds nextWakeTime() const;
 
-    const Options m_options;
     std::mutex m_hotplugMutex; // one plug or unplug at a time; taken before m_share.mutex
 
     // Under m_share.mutex. The panel plugged in last under a number stays, others until
     // they have been let go; only plug forgets any.
     mutable BusShare m_share;
+    PanelRack m_rack;
     std::vector<std::unique_ptr<UsbfsPanel>> m_panels;
-    PastViolations m_pastViolations;                   // of forgotten panels
-    std::map<unsigned int, BootLoader::Flash> m_flash; // for panels not plugged in yet
-    OrderTimeline m_timeline;
     bool m_ending = false;
 
     // Under m_hotplugMutex.

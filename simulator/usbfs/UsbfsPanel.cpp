@@ -1,7 +1,5 @@
 #include "simulator/usbfs/UsbfsPanel.h"
 
-#include "simulator/bus/OrderExecution.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <exception>
@@ -30,16 +28,12 @@ const char* nameOf(unsigned long request)
 
 } // namespace
 
-UsbfsPanel::UsbfsPanel(BusShare& share, const Address& address, PanelModel::Options options, BootLoader::Flash flash,
+UsbfsPanel::UsbfsPanel(PanelRack& rack, unsigned int number, BusShare& share, const Address& address,
                        const std::string& nodePath)
-    : m_share(share), m_address(address), m_model(std::move(options), share.clock, std::move(flash)),
-      m_control(m_model, ControlEndpoint::onlyConfiguration), m_node(nodePath),
+    : BusPanel(rack, number), m_share(share), m_address(address),
+      m_control(servedModel(), ControlEndpoint::onlyConfiguration), m_node(nodePath),
       m_handler(umockdev_ioctl_base_new(), g_object_unref), m_livingHandler(m_handler.get())
 {
-    m_model.setRecordObserver([this](const PanelModel::Record& record) {
-        if (m_share.log)
-            log(describe(record));
-    });
     g_signal_connect(m_handler.get(), "handle-ioctl", G_CALLBACK(onIoctl), this);
     g_object_weak_ref(G_OBJECT(m_handler.get()), onHandlerGone, this);
 }
@@ -74,11 +68,6 @@ const UsbfsPanel::Address& UsbfsPanel::getAddress() const
     return m_address;
 }
 
-PanelModel& UsbfsPanel::getModel()
-{
-    return m_model;
-}
-
 bool UsbfsPanel::isPlugged() const
 {
     return m_plugged;
@@ -86,22 +75,21 @@ bool UsbfsPanel::isPlugged() const
 
 bool UsbfsPanel::isPulled() const
 {
-    return m_plugged && m_model.isUnplugged();
+    return m_plugged && getModel().isUnplugged();
 }
 
 void UsbfsPanel::unplug()
 {
     m_plugged = false;
-    m_model.unplug();
-    settle();
+    act([](PanelModel& model) { model.unplug(); });
     for (const auto& [client, file] : m_files)
         file->disconnect();
     m_node.hangUp();
 }
 
-void UsbfsPanel::settle()
+void UsbfsPanel::handOn(PanelModel& model)
 {
-    for (auto completions = m_model.takeCompletions(); !completions.empty(); completions = m_model.takeCompletions()) {
+    for (auto completions = model.takeCompletions(); !completions.empty(); completions = model.takeCompletions()) {
         for (const PanelModel::Completion& completion : completions) {
             const bool taken = std::any_of(m_files.begin(), m_files.end(), [&completion](const auto& entry) {
                 return entry.second->complete(completion);
@@ -111,8 +99,7 @@ void UsbfsPanel::settle()
     }
     m_node.setReady(
         std::any_of(m_files.begin(), m_files.end(), [](const auto& entry) { return entry.second->hasReapable(); }));
-    logViolations();
-    const auto deadline = m_model.nextDeadline();
+    const auto deadline = model.nextDeadline();
     if (isPulled() || (deadline && *deadline < m_share.wakeTime))
         m_share.deadlineMoved.notify_one();
 }
@@ -127,6 +114,13 @@ gboolean UsbfsPanel::onIoctl(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient
 int UsbfsPanel::handleIoctl(UMockdevIoctlClient* client)
 {
     const std::lock_guard<std::mutex> lock(m_share.mutex);
+    int result = 0;
+    act([this, client, &result](PanelModel& /*model*/) { result = serveIoctl(client); });
+    return result;
+}
+
+int UsbfsPanel::serveIoctl(UMockdevIoctlClient* client)
+{
     const unsigned long request = umockdev_ioctl_client_get_request(client);
     int result = 0;
     try {
@@ -137,7 +131,6 @@ int UsbfsPanel::handleIoctl(UMockdevIoctlClient* client)
     }
     if (const char* const name = nameOf(request); name != nullptr)
         log(std::string(name) + (result == 0 ? "" : ": " + std::string(strerrorname_np(-result))));
-    settle();
     return result;
 }
 
@@ -146,7 +139,7 @@ UsbfsFile& UsbfsPanel::fileOf(UMockdevIoctlClient* client)
 {
     std::unique_ptr<UsbfsFile>& file = m_files[client];
     if (!file) {
-        file = std::make_unique<UsbfsFile>(m_model, m_control, m_share.capabilities, m_lastUrb);
+        file = std::make_unique<UsbfsFile>(servedModel(), m_control, m_share.capabilities, m_lastUrb);
         if (!m_plugged)
             file->disconnect();
         g_object_weak_ref(G_OBJECT(client), onClientGone, this);
@@ -158,8 +151,7 @@ void UsbfsPanel::onClientGone(gpointer self, GObject* client)
 {
     auto* const panel = static_cast<UsbfsPanel*>(self);
     const std::lock_guard<std::mutex> lock(panel->m_share.mutex);
-    panel->m_files.erase(client);
-    panel->settle();
+    panel->act([panel, client](PanelModel& /*model*/) { panel->m_files.erase(client); });
 }
 
 // Its clients had a share each and went before it.
@@ -168,19 +160,6 @@ void UsbfsPanel::onHandlerGone(gpointer self, GObject* /*handler*/)
     auto* const panel = static_cast<UsbfsPanel*>(self);
     const std::lock_guard<std::mutex> lock(panel->m_share.mutex);
     panel->m_livingHandler = nullptr;
-}
-
-void UsbfsPanel::log(const std::string& line) const
-{
-    if (m_share.log)
-        m_share.log("panel " + std::to_string(m_address.panel) + ": " + line);
-}
-
-void UsbfsPanel::logViolations()
-{
-    const auto& violations = m_model.getViolations();
-    for (; m_loggedViolations < violations.size(); ++m_loggedViolations)
-        log("violation: " + violations[m_loggedViolations]);
 }
 
 } // namespace Vantor

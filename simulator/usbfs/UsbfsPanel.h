@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/bus/BusPanel.h"
 #include "simulator/panel/ControlEndpoint.h"
 #include "simulator/panel/PanelModel.h"
 #include "simulator/usbfs/UsbfsFile.h"
@@ -7,13 +8,10 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 
 #include <umockdev.h>
@@ -25,34 +23,26 @@ struct BusShare {
     std::mutex mutex; // over every panel, its model and what follows
     std::condition_variable deadlineMoved;
     std::chrono::nanoseconds wakeTime = std::chrono::nanoseconds::max(); // of whoever waits for that
-
-    // Constant while panels exist.
-    PanelModel::Clock clock;
-    std::uint32_t capabilities = 0; // USBDEVFS_CAP_*
-    std::function<void(const std::string&)> log;
+    std::uint32_t capabilities = 0;                                      // USBDEVFS_CAP_*; constant
 };
 
-// One panel from plug to unplug: its device node, the programs that have it open, and
-// its PanelModel.
+// One panel from plug to unplug: its device node, and the programs that have it open.
 //
 // Threads: every operation but letGo with the bus's mutex held; ioctls come in on
 // umockdev's thread, which takes the mutex itself. Lifetime: that thread may look at it
 // until hasBeenLetGo, or until the testbed is no more.
-class UsbfsPanel {
+class UsbfsPanel : public BusPanel {
 public:
     struct Address {
-        unsigned int panel; // number on the command line
         unsigned int bus;
         unsigned int port;
         unsigned int device;
     };
 
     // `nodePath`: where clients find the node.
-    UsbfsPanel(BusShare& share, const Address& address, PanelModel::Options options, BootLoader::Flash flash,
+    UsbfsPanel(PanelRack& rack, unsigned int number, BusShare& share, const Address& address,
                const std::string& nodePath);
-    ~UsbfsPanel();
-    UsbfsPanel(const UsbfsPanel&) = delete;
-    UsbfsPanel& operator=(const UsbfsPanel&) = delete;
+    ~UsbfsPanel() override;
 
     // What to attach to the node; null after letGo.
     UMockdevIoctlBase* getIoctlHandler() const;
@@ -65,8 +55,7 @@ public:
     bool hasBeenLetGo() const;
 
     const Address& getAddress() const;
-    PanelModel& getModel();
-    bool isPlugged() const;
+    bool isPlugged() const override;
 
     // It has cut the link by itself and is still on the bus.
     bool isPulled() const;
@@ -74,22 +63,18 @@ public:
     // Ends everything that is under way, as when the cable is pulled.
     void unplug();
 
-    // Hands on what has completed; after everything that was done to the model.
-    void settle();
-
 private:
     static gboolean onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
     static void onClientGone(gpointer self, GObject* client);
     static void onHandlerGone(gpointer self, GObject* handler);
 
     int handleIoctl(UMockdevIoctlClient* client);
+    int serveIoctl(UMockdevIoctlClient* client);
     UsbfsFile& fileOf(UMockdevIoctlClient* client);
-    void log(const std::string& line) const;
-    void logViolations();
+    void handOn(PanelModel& model) override;
 
     BusShare& m_share;
     const Address m_address;
-    PanelModel m_model;
     ControlEndpoint m_control;
     UsbfsNode m_node;
     std::shared_ptr<UMockdevIoctlBase> m_handler; // umockdev and its clients have shares, too
@@ -97,7 +82,6 @@ private:
 
     bool m_plugged = true;
     PanelModel::UrbId m_lastUrb = 0;
-    std::size_t m_loggedViolations = 0;
     std::map<void*, std::unique_ptr<UsbfsFile>> m_files; // by client
 };
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "simulator/bus/OrderTimeline.h"
 #include "simulator/bus/PanelBus.h"
-#include "simulator/bus/PastViolations.h"
+#include "simulator/bus/PanelRack.h"
 #include "simulator/usbip/KernelPorts.h"
 #include "simulator/usbip/UsbIpConnection.h"
 
@@ -31,8 +30,8 @@ public:
     void setFlash(unsigned int panel, BootLoader::Flash flash) override;
     void plug(unsigned int panel) override;
     void unplug(unsigned int panel) override;
-    void execute(const PanelOrder& command) override;
-    void schedule(std::chrono::nanoseconds delay, const PanelOrder& command) override;
+    void execute(const PanelOrder& order) override;
+    void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) override;
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
     std::vector<std::string> getViolations() const override;
 
@@ -44,30 +43,17 @@ public:
     void serve(std::vector<pollfd>& others);
 
 private:
-    void log(unsigned int panel, const std::string& line) const;
     void tell(unsigned int panel, const std::string& line) const;
-    void complain(unsigned int panel, const std::string& line) const;
-    void attempt(unsigned int panel, const std::function<void()>& action) const;
-    UsbIpConnection* findPlugged(unsigned int panel) const;
-    UsbIpConnection* findLast(unsigned int panel) const;
-    void forgetLast(unsigned int panel);
-    BootLoader::Flash takeFlash(unsigned int panel);
     void remove(UsbIpConnection& panel);
-    void apply(const PanelOrder& command);
 
     void wait(std::vector<pollfd>& descriptors) const;
-    std::optional<std::chrono::nanoseconds> getNextTime() const;
-    void executeDue();
     void attend(UsbIpConnection& panel, short events);
     void greet(const UsbIpConnection& panel) const;
 
-    const Options m_options;
+    const Log m_tell;
     KernelPorts& m_ports;
-    const PanelModel::Clock m_clock;
-    std::vector<std::unique_ptr<UsbIpConnection>> m_panels; // plugged in last under each number
-    PastViolations m_pastViolations;                        // of those before them
-    std::map<unsigned int, BootLoader::Flash> m_flash;      // for panels not plugged in yet
-    OrderTimeline m_timeline;
+    PanelRack m_rack;
+    std::map<unsigned int, std::unique_ptr<UsbIpConnection>> m_panels; // plugged in last under each number
 };
 
 } // namespace Vantor

@@ -1,7 +1,5 @@
 #include "simulator/usbip/UsbIpConnection.h"
 
-#include "simulator/bus/OrderExecution.h"
-
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -28,16 +26,8 @@ bool isLater(int error)
 
 } // namespace
 
-UsbIpConnection::UsbIpConnection(unsigned int number, PanelModel::Options options, PanelModel::Clock clock,
-                                 BootLoader::Flash flash, Log log)
-    : m_number(number), m_log(std::move(log)), m_model(std::move(options), std::move(clock), std::move(flash)),
-      m_usbIp(m_model)
-{
-    m_model.setRecordObserver([this](const PanelModel::Record& record) {
-        if (m_log)
-            m_log(describe(record));
-    });
-}
+UsbIpConnection::UsbIpConnection(PanelRack& rack, unsigned int number) : BusPanel(rack, number), m_usbIp(servedModel())
+{}
 
 UsbIpConnection::~UsbIpConnection()
 {
@@ -63,27 +53,16 @@ void UsbIpConnection::plug(KernelPorts& ports, std::optional<unsigned int> prefe
 // What the panel has said before that still arrives.
 void UsbIpConnection::unplug()
 {
-    if (!m_model.isUnplugged())
+    if (!getModel().isUnplugged())
         static_cast<void>(send());
-    m_model.unplug();
     close(m_socket);
     m_socket = -1;
-    logViolations();
-}
-
-unsigned int UsbIpConnection::getNumber() const
-{
-    return m_number;
+    act([](PanelModel& model) { model.unplug(); });
 }
 
 unsigned int UsbIpConnection::getPort() const
 {
     return m_port;
-}
-
-PanelModel& UsbIpConnection::getModel()
-{
-    return m_model;
 }
 
 bool UsbIpConnection::isPlugged() const
@@ -122,10 +101,11 @@ bool UsbIpConnection::receive()
         return end("the kernel has let go of it");
     if (size < 0)
         return isLater(errno) || end("the connection to the kernel: " + std::generic_category().message(errno));
-    if (!m_usbIp.receive(buffer.data(), static_cast<std::size_t>(size)))
-        return end("the kernel sent " + m_usbIp.getError());
-    settle();
-    return true;
+    bool isUnderstood = false;
+    act([this, &buffer, size, &isUnderstood](PanelModel& /*model*/) {
+        isUnderstood = m_usbIp.receive(buffer.data(), static_cast<std::size_t>(size));
+    });
+    return isUnderstood || end("the kernel sent " + m_usbIp.getError());
 }
 
 bool UsbIpConnection::send()
@@ -153,7 +133,7 @@ const std::string& UsbIpConnection::getReason() const
     return m_reason;
 }
 
-void UsbIpConnection::settle()
+void UsbIpConnection::handOn(PanelModel& /*model*/)
 {
     m_usbIp.settle();
     const std::vector<std::uint8_t> output = m_usbIp.takeOutput();
@@ -161,20 +141,6 @@ void UsbIpConnection::settle()
     if (isConfigured() != m_wasConfigured)
         log(isConfigured() ? "configured" : "no longer configured");
     m_wasConfigured = isConfigured();
-    logViolations();
-}
-
-void UsbIpConnection::log(const std::string& line) const
-{
-    if (m_log)
-        m_log(line);
-}
-
-void UsbIpConnection::logViolations()
-{
-    const auto& violations = m_model.getViolations();
-    for (; m_loggedViolations < violations.size(); ++m_loggedViolations)
-        log("violation: " + violations[m_loggedViolations]);
 }
 
 } // namespace Vantor

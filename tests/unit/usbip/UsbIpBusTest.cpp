@@ -56,7 +56,7 @@ public:
         m_sockets.erase(found);
     }
 
-    void refuse() { m_full = true; }
+    void refuse(bool refused = true) { m_full = refused; }
 
     void send(unsigned int port, const Bytes& message) const
     {
@@ -332,6 +332,20 @@ TEST_F(UsbIpBusTest, flash_outlivesUnplugging)
     m_bus->setFlash(0, flash);
     m_bus->plug(0);
     m_bus->unplug(0);
+    m_bus->plug(0);
+    m_bus->visit(0, [](PanelModel& model) {
+        EXPECT_THAT(model.getBootLoader().getFlash().main.bytes, testing::ElementsAre(1, 2, 3));
+    });
+}
+
+TEST_F(UsbIpBusTest, flash_outlivesAPlugThatFails)
+{
+    BootLoader::Flash flash;
+    flash.main.bytes = {1, 2, 3};
+    m_bus->setFlash(0, flash);
+    m_kernel.refuse();
+    EXPECT_THROW(m_bus->plug(0), std::runtime_error);
+    m_kernel.refuse(false);
     m_bus->plug(0);
     m_bus->visit(0, [](PanelModel& model) {
         EXPECT_THAT(model.getBootLoader().getFlash().main.bytes, testing::ElementsAre(1, 2, 3));

@@ -1,0 +1,239 @@
+#include "simulator/bus/PanelRack.h"
+
+#include "simulator/bus/OrderExecution.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace Vantor {
+
+namespace {
+
+std::string withNumber(unsigned int panel, const std::string& line)
+{
+    return "panel " + std::to_string(panel) + ": " + line;
+}
+
+void append(const BusPanel& panel, std::vector<std::string>& lines)
+{
+    for (const std::string& violation : panel.getModel().getViolations())
+        lines.push_back(withNumber(panel.getNumber(), violation));
+}
+
+// Whether a panel that is not plugged is worth a complaint: a fault that meets nobody and
+// an emission by nobody are somebody's mistake; a panel that leaves within a repeated
+// emission, or with faults, is not.
+bool needsPanel(const PanelOrder& order)
+{
+    if (const auto* const emission = std::get_if<EmitOrder>(&order))
+        return !emission->isBegun;
+    return !std::holds_alternative<ClearFaultsOrder>(order);
+}
+
+struct Deed {
+    PanelModel& model;
+
+    void operator()(const FaultOrder& order) const { model.inject(order.fault); }
+    void operator()(const BootFaultOrder& order) const { model.inject(order.fault); }
+    void operator()(const ClearFaultsOrder& /*order*/) const { model.clearFaults(); }
+    void operator()(const EmitOrder& order) const { model.emit(order.type, order.payload); }
+    void operator()(const PlugOrder& /*order*/) const {}
+    void operator()(const UnplugOrder& /*order*/) const {}
+};
+
+} // namespace
+
+PanelModel::Clock PanelRack::startClock()
+{
+    const auto start = std::chrono::steady_clock::now();
+    return [start] { return std::chrono::steady_clock::now() - start; };
+}
+
+PanelRack::PanelRack(PanelBus::Options options, PanelModel::Clock clock)
+    : m_options(std::move(options)), m_clock(std::move(clock))
+{}
+
+std::chrono::nanoseconds PanelRack::now() const
+{
+    return m_clock();
+}
+
+void PanelRack::setFlash(unsigned int panel, BootLoader::Flash flash)
+{
+    m_flash[panel] = std::move(flash);
+}
+
+void PanelRack::keepFlash(const BusPanel& panel) const
+{
+    if (m_options.keepFlash)
+        m_options.keepFlash(panel.getNumber(), panel.getModel().getBootLoader().getFlash());
+}
+
+PanelModel PanelRack::makeModel(unsigned int panel)
+{
+    PanelModel::Options options = m_options.panel;
+    options.seed += panel;
+    auto flash = m_flash.extract(panel);
+    BusPanel* const last = findLast(panel);
+    if (flash)
+        return {std::move(options), m_clock, std::move(flash.mapped())};
+    return {std::move(options), m_clock, last != nullptr ? last->takeFlash() : BootLoader::Flash{}};
+}
+
+void PanelRack::enter(BusPanel& panel)
+{
+    m_panels.push_back(&panel);
+}
+
+void PanelRack::leave(BusPanel& panel)
+{
+    if (findLast(panel.getNumber()) == &panel) // nobody has it yet
+        setFlash(panel.getNumber(), panel.takeFlash());
+    m_panels.erase(std::find(m_panels.begin(), m_panels.end(), &panel));
+
+    // Of all together no more lines than one panel has.
+    append(panel, m_pastViolations);
+    if (m_pastViolations.size() <= PanelModel::maxViolations)
+        return;
+    m_pastViolations.resize(PanelModel::maxViolations);
+    m_pastViolations.emplace_back("further violations of panels that were plugged back are not listed");
+}
+
+std::vector<std::string> PanelRack::getViolations() const
+{
+    std::vector<std::string> violations = m_pastViolations;
+    for (const BusPanel* const panel : m_panels)
+        append(*panel, violations);
+    return violations;
+}
+
+bool PanelRack::canPlug(unsigned int panel) const
+{
+    if (panel >= PanelBus::maxPanels)
+        complain(panel, "has no port");
+    else if (isPlugged(panel))
+        complain(panel, "is plugged already");
+    else
+        return true;
+    return false;
+}
+
+bool PanelRack::canUnplug(unsigned int panel) const
+{
+    if (!isPlugged(panel))
+        complain(panel, "is not plugged");
+    return isPlugged(panel);
+}
+
+bool PanelRack::plugOrUnplug(PanelBus& bus, const PanelOrder& order)
+{
+    if (const auto* const plugIn = std::get_if<PlugOrder>(&order))
+        bus.plug(plugIn->panel);
+    else if (const auto* const pullOut = std::get_if<UnplugOrder>(&order))
+        bus.unplug(pullOut->panel);
+    else
+        return false;
+    return true;
+}
+
+void PanelRack::execute(const PanelOrder& order)
+{
+    const unsigned int panel = OrderExecution::panelOf(order);
+    const std::string line = OrderExecution::describe(order);
+    if (isPlugged(panel)) {
+        log(panel, line);
+        findLast(panel)->act([&order](PanelModel& model) { std::visit(Deed{model}, order); });
+    } else if (needsPanel(order)) {
+        complain(panel, "is not plugged: " + line);
+    } else {
+        log(panel, "is not plugged: " + line);
+    }
+
+    const auto* const emission = std::get_if<EmitOrder>(&order);
+    if (emission == nullptr || emission->count <= 1)
+        return;
+    EmitOrder rest = *emission;
+    --rest.count;
+    rest.isBegun = true;
+    schedule(rest.every, rest);
+}
+
+void PanelRack::schedule(std::chrono::nanoseconds delay, const PanelOrder& order)
+{
+    m_orders.emplace(m_clock() + delay, order);
+}
+
+std::optional<PanelOrder> PanelRack::takeDue()
+{
+    if (m_orders.empty() || m_orders.begin()->first > m_clock())
+        return std::nullopt;
+    return m_orders.extract(m_orders.begin()).mapped();
+}
+
+std::optional<std::chrono::nanoseconds> PanelRack::getNextTime() const
+{
+    auto next = m_orders.empty() ? std::nullopt : std::optional(m_orders.begin()->first);
+    for (const BusPanel* const panel : m_panels) {
+        const auto deadline = panel->getModel().nextDeadline();
+        if (deadline && (!next || *deadline < *next))
+            next = deadline;
+    }
+    return next;
+}
+
+void PanelRack::settle() const
+{
+    for (BusPanel* const panel : m_panels)
+        panel->settle();
+}
+
+bool PanelRack::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) const
+{
+    BusPanel* const last = findLast(panel);
+    if (last != nullptr)
+        last->act(visitor);
+    return last != nullptr;
+}
+
+BusPanel* PanelRack::findLast(unsigned int panel) const
+{
+    const auto found = std::find_if(m_panels.rbegin(), m_panels.rend(),
+                                    [panel](const BusPanel* known) { return known->getNumber() == panel; });
+    return found != m_panels.rend() ? *found : nullptr;
+}
+
+bool PanelRack::isPlugged(unsigned int panel) const
+{
+    const BusPanel* const last = findLast(panel);
+    return last != nullptr && last->isPlugged();
+}
+
+void PanelRack::attempt(unsigned int panel, const std::function<void()>& action) const
+{
+    try {
+        action();
+    } catch (const std::exception& error) {
+        complain(panel, error.what());
+    }
+}
+
+bool PanelRack::isLogged() const
+{
+    return static_cast<bool>(m_options.log);
+}
+
+void PanelRack::log(unsigned int panel, const std::string& line) const
+{
+    if (isLogged())
+        m_options.log(withNumber(panel, line));
+}
+
+void PanelRack::complain(unsigned int panel, const std::string& line) const
+{
+    log(panel, line);
+    if (m_options.complain)
+        m_options.complain(withNumber(panel, line));
+}
+
+} // namespace Vantor

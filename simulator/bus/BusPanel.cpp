@@ -1,7 +1,7 @@
 #include "simulator/bus/BusPanel.h"
 
-#include "simulator/bus/OrderExecution.h"
 #include "simulator/bus/PanelRack.h"
+#include "simulator/bus/QuantityText.h"
 
 #include <algorithm>
 

@@ -1,98 +1,55 @@
 #include "simulator/bus/PanelOrder.h"
 
-#include "protocol/FirmwareUpgradeCommand.h"
+#include "simulator/bus/OrderWords.h"
+#include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
-#include "simulator/panel/PanelModel.h"
 
-#include <cerrno>
-#include <charconv>
+#include <algorithm>
 #include <cstddef>
-#include <iterator>
+#include <sstream>
 #include <utility>
 
 namespace Vantor {
 
 namespace {
 
-constexpr std::uint64_t maxCount = 1'000'000'000;
+using OrderWords::Opening;
+using OrderWords::openings;
+using OrderWords::Phrase;
+using OrderWords::Place;
+using OrderWords::Word;
 
-struct NamedStatus {
-    std::string_view name;
-    int status;
-};
+using Texts = std::vector<std::string>;
 
-// The transfer statuses of Linux host controllers that are a failure's and not the host's own doing.
-constexpr NamedStatus namedStatuses[] = {
-    {"EPROTO", -EPROTO},       {"EILSEQ", -EILSEQ}, {"ETIME", -ETIME},   {"EPIPE", -EPIPE},
-    {"ECOMM", -ECOMM},         {"ENOSR", -ENOSR},   {"EIO", -EIO},       {"EREMOTEIO", -EREMOTEIO},
-    {"ENODEV", -ENODEV},       {"EXDEV", -EXDEV},   {"EINVAL", -EINVAL}, {"EOVERFLOW", -EOVERFLOW},
-    {"ESHUTDOWN", -ESHUTDOWN},
-};
-
-std::string allowedStatuses()
+std::string join(const Texts& texts, const std::string& separator, const std::string& last)
 {
-    std::string names;
-    for (const NamedStatus& named : namedStatuses) {
-        if (!names.empty())
-            names += &named == std::prev(std::end(namedStatuses)) ? " or " : ", ";
-        names += named.name;
-    }
-    return names;
+    std::string joined;
+    for (std::size_t i = 0; i < texts.size(); ++i)
+        joined += (i == 0 ? "" : i + 1 < texts.size() ? separator : last) + texts[i];
+    return joined;
 }
 
-std::optional<std::uint64_t> parseNumber(std::string_view text, std::uint64_t max)
+// "short=BYTES"
+template <typename Target> std::string usageOf(const Word<Target>& word)
 {
-    std::uint64_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    if (result.ec != std::errc() || result.ptr != end || number > max)
-        return std::nullopt;
-    return number;
+    return word.argument.empty() ? word.name : word.name + "=" + word.argument;
 }
 
-bool isDigit(char character)
+template <typename Target> Texts usagesOf(const Place<Target>& place)
 {
-    return character >= '0' && character <= '9';
+    Texts usages;
+    for (const Word<Target>& word : place.words)
+        usages.push_back(usageOf(word));
+    return usages;
 }
 
-std::optional<std::uint8_t> hexDigit(char character)
+Texts verbs()
 {
-    if (isDigit(character))
-        return static_cast<std::uint8_t>(character - '0');
-    if (character >= 'a' && character <= 'f')
-        return static_cast<std::uint8_t>(character - 'a' + 10);
-    if (character >= 'A' && character <= 'F')
-        return static_cast<std::uint8_t>(character - 'A' + 10);
-    return std::nullopt;
-}
-
-std::optional<std::vector<std::uint8_t>> parseHex(std::string_view text)
-{
-    if (text.empty() || text.size() % 2 != 0 || text.size() / 2 > PanelModel::maxPayload)
-        return std::nullopt;
-    std::vector<std::uint8_t> bytes;
-    bytes.reserve(text.size() / 2);
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        const auto high = hexDigit(text[i]);
-        const auto low = hexDigit(text[i + 1]);
-        if (!high || !low)
-            return std::nullopt;
-        bytes.push_back(static_cast<std::uint8_t>(*high * 16 + *low));
-    }
-    return bytes;
-}
-
-std::vector<std::uint8_t> countingBytes(std::size_t size)
-{
-    std::vector<std::uint8_t> bytes(size);
-    for (std::size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<std::uint8_t>(i);
-    return bytes;
-}
-
-std::string found(const std::string& allowed, std::string_view word)
-{
-    return "expected " + allowed + ", found " + (word.empty() ? "the end" : '"' + UserText::shown(word) + '"');
+    Texts verbs;
+    for (const Opening& opening : openings())
+        if (verbs.empty() || verbs.back() != opening.verb)
+            verbs.push_back(opening.verb);
+    return verbs;
 }
 
 // One line, word by word. The first thing that is wrong is kept as the error, and
@@ -103,180 +60,116 @@ public:
 
     ParsedOrder parse()
     {
-        std::optional<PanelOrder> command = parseCommand();
-        if (m_error.empty() && !m_word.empty())
+        PanelOrder order = takeOpening();
+        std::visit([this](auto& alternative) { takeRest(alternative); }, order);
+        if (!m_word.empty())
             fail("the end");
         if (!m_error.empty())
             return {std::nullopt, std::move(m_error)};
-        return {std::move(command), {}};
+        return {std::move(order), {}};
     }
 
 private:
-    std::optional<PanelOrder> parseCommand()
+    PanelOrder takeOpening()
     {
-        if (takeWord("plug"))
-            return PlugOrder{takeLastPanel()};
-        if (takeWord("unplug"))
-            return UnplugOrder{takeLastPanel()};
-        if (takeWord("fault"))
-            return parseFault();
-        if (takeWord("emit"))
-            return parseEmit();
-        fail("plug, unplug, fault or emit");
-        return std::nullopt;
-    }
-
-    PanelOrder parseFault()
-    {
+        const std::string verb(m_word);
+        if (!isOrderVerb(verb))
+            fail(join(verbs(), ", ", " or "));
+        advance();
         const unsigned int panel = takePanel();
-        if (takeWord("clear"))
-            return ClearFaultsOrder{panel};
-        if (takeWord("boot"))
-            return BootFaultOrder{panel, parseBootFault()};
-        PanelFault fault;
-        if (takeWord("in"))
-            fault.direction = PanelFault::Direction::In;
-        else if (!takeWord("out"))
-            fail("out, in, boot or clear");
-        parseKind(fault);
-        fault.sticky = takeDuration("once or sticky");
-        return FaultOrder{panel, fault};
-    }
-
-    BootFault parseBootFault()
-    {
-        BootFault fault;
-        parseKind(fault);
-        const auto skip = valueOf("skip");
-        if (skip)
-            fault.skip = static_cast<unsigned int>(takeNumber("skip", *skip, 0, maxCount));
-        fault.sticky = takeDuration(skip ? "once or sticky" : "skip=N, once or sticky");
-        return fault;
-    }
-
-    // Whether the fault is sticky.
-    bool takeDuration(const char* allowed)
-    {
-        if (takeWord("sticky"))
-            return true;
-        if (!takeWord("once") && !m_word.empty())
-            fail(allowed);
-        return false;
-    }
-
-    void parseKind(PanelFault& fault)
-    {
-        if (takeWord("stall")) {
-            fault.kind = PanelFault::Kind::Stall;
-        } else if (takeWord("silent")) {
-            fault.kind = PanelFault::Kind::NoAnswer;
-        } else if (const auto bytes = valueOf("short")) {
-            fault.kind = PanelFault::Kind::Short;
-            fault.bytes = static_cast<unsigned int>(takeNumber("short", *bytes, 0, UINT32_MAX));
-        } else if (const auto status = valueOf("status")) {
-            fault.kind = PanelFault::Kind::Status;
-            fault.status = takeStatus(*status);
-        } else if (const auto delay = valueOf("delay")) {
-            fault.kind = PanelFault::Kind::Delay;
-            fault.delay = takeTime(*delay);
-        } else {
-            fail("stall, silent, short=BYTES, status=ERRNO or delay=TIME");
-        }
-    }
-
-    void parseKind(BootFault& fault)
-    {
-        using Kind = BootFault::Kind;
-        constexpr unsigned int lastByte = sizeof(FirmwareUpgradeCommand) - 1;
-        if (const auto code = valueOf("reply")) {
-            fault.kind = Kind::Reply;
-            fault.code = takeCode(*code);
-        } else if (takeWord("lose")) {
-            fault.kind = Kind::Lose;
-        } else if (takeWord("ignore")) {
-            fault.kind = Kind::Ignore;
-        } else if (const auto delay = valueOf("delay")) {
-            fault.kind = Kind::Delay;
-            fault.delay = takeTime(*delay);
-        } else if (takeWord("duplicate")) {
-            fault.kind = Kind::Duplicate;
-        } else if (const auto offset = valueOf("corrupt")) {
-            fault.kind = Kind::Corrupt;
-            fault.offset = static_cast<unsigned int>(takeNumber("corrupt", *offset, 0, lastByte));
-        } else if (takeWord("unplug")) {
-            fault.kind = Kind::Unplug;
-        } else {
-            fail("reply=CODE, lose, ignore, delay=TIME, duplicate, corrupt=OFFSET or unplug");
-        }
-    }
-
-    std::uint8_t takeCode(std::string_view text)
-    {
-        const auto bytes = parseHex(text.size() == 1 ? "0" + std::string(text) : std::string(text));
-        if (!bytes || bytes->size() != 1) {
-            fail("reply= and one or two hexadecimal digits");
-            return 0;
-        }
-        advance();
-        return bytes->front();
-    }
-
-    int takeStatus(std::string_view name)
-    {
-        for (const NamedStatus& named : namedStatuses) {
-            if (named.name == name) {
-                advance();
-                return named.status;
+        PanelOrder order;
+        // One without a second word is in front of those with one.
+        for (auto opening = openings().rbegin(); opening != openings().rend(); ++opening) {
+            if (opening->verb != verb)
+                continue;
+            order = opening->order;
+            if (opening->second.empty())
+                break;
+            if (takeWord(opening->second)) {
+                m_seconds.clear();
+                break;
             }
+            m_seconds.insert(m_seconds.begin(), opening->second);
         }
-        fail("status=" + allowedStatuses());
-        return 0;
+        std::visit([panel](auto& alternative) { alternative.panel = panel; }, order);
+        return order;
     }
 
-    PanelOrder parseEmit()
+    template <typename Order> void takeRest(Order& order)
     {
-        EmitOrder emit{takePanel(), PacketType{}, {}, 1, {}, false};
-        bool hasType = false;
-        bool hasPayload = false;
-        bool hasCount = false;
-        bool hasEvery = false;
+        OrderWords::usePhrase(order, [this](const auto& phrase, auto& target) { this->takeInOrder(phrase, target); });
+    }
+    void takeRest(EmitOrder& order) { takeInAnyOrder(OrderWords::emitPhrase(), order); }
+    void takeRest(PlugOrder& /*order*/) { takeNothing(); }
+    void takeRest(UnplugOrder& /*order*/) { takeNothing(); }
+
+    void takeNothing()
+    {
+        if (!m_word.empty())
+            fail("a panel's number or the end");
+    }
+
+    template <typename Target> void takeInOrder(const Phrase<Target>& phrase, Target& target)
+    {
+        Texts allowed;
+        for (const Place<Target>& place : phrase) {
+            if (takeOne(place, target)) {
+                allowed.clear();
+                continue;
+            }
+            const Texts usages = usagesOf(place);
+            allowed.insert(allowed.end(), usages.begin(), usages.end());
+            if (&place == &phrase.front())
+                allowed.insert(allowed.end(), m_seconds.begin(), m_seconds.end());
+            if (place.isRequired)
+                fail(join(allowed, ", ", " or "));
+        }
+        if (!allowed.empty() && !m_word.empty())
+            fail(join(allowed, ", ", " or "));
+    }
+
+    template <typename Target> void takeInAnyOrder(const Phrase<Target>& phrase, Target& target)
+    {
+        Texts all;
+        std::vector<const Place<Target>*> open;
+        for (const Place<Target>& place : phrase) {
+            all.push_back(join(usagesOf(place), " or ", " or "));
+            open.push_back(&place);
+        }
         while (m_error.empty() && !m_word.empty()) {
-            if (const auto type = valueOf("type"); type && !std::exchange(hasType, true)) {
-                emit.type = static_cast<PacketType>(takeNumber("type", *type, 0, 255));
-            } else if (const auto hex = valueOf("hex"); hex && !std::exchange(hasPayload, true)) {
-                emit.payload = takeHex(*hex);
-            } else if (const auto size = valueOf("size"); size && !std::exchange(hasPayload, true)) {
-                emit.payload =
-                    countingBytes(static_cast<std::size_t>(takeNumber("size", *size, 0, PanelModel::maxPayload)));
-            } else if (const auto count = valueOf("count"); count && !std::exchange(hasCount, true)) {
-                emit.count = static_cast<unsigned int>(takeNumber("count", *count, 1, maxCount));
-            } else if (const auto every = valueOf("every"); every && !std::exchange(hasEvery, true)) {
-                emit.every = takeTime(*every);
-            } else {
-                fail("type=T, hex=HEX or size=N, count=C, every=TIME, each once");
-            }
+            const auto taken = std::find_if(open.begin(), open.end(), [this, &target](const Place<Target>* place) {
+                return takeOne(*place, target);
+            });
+            if (taken == open.end())
+                fail(join(all, ", ", ", ") + ", each once");
+            else
+                open.erase(taken);
         }
-        if (!hasType)
-            fail("type=T");
-        if (!hasPayload)
-            fail("hex=HEX or size=N");
-        return emit;
+        for (const Place<Target>* const place : open)
+            if (place->isRequired)
+                fail(join(usagesOf(*place), " or ", " or "));
     }
 
-    std::vector<std::uint8_t> takeHex(std::string_view text)
+    // Whether it is one of the place's words; what is behind its "=" may be wrong.
+    template <typename Target> bool takeOne(const Place<Target>& place, Target& target)
     {
-        auto bytes = parseHex(text);
-        if (!bytes) {
-            fail("hex= and 1 to " + std::to_string(PanelModel::maxPayload) + " bytes of two hexadecimal digits each");
-            return {};
+        for (const Word<Target>& word : place.words) {
+            const std::string beginning = word.name + "=";
+            if (word.argument.empty() ? m_word != word.name : m_word.substr(0, beginning.size()) != beginning)
+                continue;
+            std::string error = word.read(m_word, target);
+            if (m_error.empty())
+                m_error = error;
+            if (error.empty())
+                advance();
+            return true;
         }
-        advance();
-        return std::move(*bytes);
+        return false;
     }
 
     unsigned int takePanel()
     {
-        if (m_word.empty() || !isDigit(m_word.front()))
+        if (m_word.empty() || m_word.front() < '0' || m_word.front() > '9')
             return 0;
         const auto panel = parseNumber(m_word, UINT32_MAX);
         if (!panel) {
@@ -287,51 +180,12 @@ private:
         return static_cast<unsigned int>(*panel);
     }
 
-    unsigned int takeLastPanel()
-    {
-        const unsigned int panel = takePanel();
-        if (!m_word.empty())
-            fail("a panel's number or the end");
-        return panel;
-    }
-
-    std::uint64_t takeNumber(const std::string& name, std::string_view text, std::uint64_t min, std::uint64_t max)
-    {
-        const auto number = parseNumber(text, max);
-        if (!number || *number < min) {
-            fail(name + "=" + std::to_string(min) + " to " + std::to_string(max));
-            return min;
-        }
-        advance();
-        return *number;
-    }
-
-    std::chrono::nanoseconds takeTime(std::string_view text)
-    {
-        const ParsedTime time = parseTime(text, PlainTime::Milliseconds);
-        if (!time.time) {
-            if (m_error.empty())
-                m_error = time.error;
-            return {};
-        }
-        advance();
-        return *time.time;
-    }
-
     bool takeWord(std::string_view word)
     {
         if (m_word != word)
             return false;
         advance();
         return true;
-    }
-
-    // What follows "name=" in the current word.
-    std::optional<std::string_view> valueOf(std::string_view name) const
-    {
-        if (m_word.size() <= name.size() || m_word.substr(0, name.size()) != name || m_word[name.size()] != '=')
-            return std::nullopt;
-        return m_word.substr(name.size() + 1);
     }
 
     void advance()
@@ -346,13 +200,76 @@ private:
     void fail(const std::string& allowed)
     {
         if (m_error.empty())
-            m_error = found(allowed, m_word);
+            m_error = UserText::expected(allowed, m_word);
     }
 
+    Texts m_seconds; // that the opening might have had
     std::string_view m_rest;
     std::string_view m_word; // the current one; empty at the end of the line
     std::string m_error;
 };
+
+// The words of the order's phrase, each with a blank in front.
+std::string phraseOf(const PanelOrder& order)
+{
+    std::string line;
+    const auto say = [&line](const auto& phrase, const auto& target) {
+        for (const auto& place : phrase)
+            for (const auto& word : place.words)
+                if (const auto value = word.write(target))
+                    line += " " + word.name + (value->empty() ? "" : "=" + *value);
+    };
+    std::visit([&say](const auto& alternative) { OrderWords::usePhrase(alternative, say); }, order);
+    return line;
+}
+
+// `panel` stands behind the verb.
+std::string format(const PanelOrder& order, const std::string& panel)
+{
+    const Opening& opening = openings()[order.index()];
+    return opening.verb + panel + (opening.second.empty() ? "" : " ") + opening.second + phraseOf(order);
+}
+
+// In lines of some 100 columns, the text to the right of what it explains.
+std::string explain(const std::string& usage, std::string_view text)
+{
+    constexpr std::size_t column = 16;
+    constexpr std::size_t width = 102;
+    std::string lines;
+    std::string line = "  " + usage + "  ";
+    line.resize(std::max(line.size(), column), ' ');
+    std::istringstream words{std::string(text)};
+    for (std::string word; words >> word; line += word + " ")
+        if (line.size() + word.size() > width) {
+            lines += line.substr(0, line.size() - 1) + "\n";
+            line.assign(column, ' ');
+        }
+    return lines + line.substr(0, line.size() - 1) + "\n";
+}
+
+// Of one order: its syntax, and a line or more for each of its words.
+std::string syntaxOf(const Opening& opening)
+{
+    std::string line = "  " + opening.verb + " [P]" + (opening.second.empty() ? "" : " ") + opening.second;
+    const auto add = [&line](const auto& phrase, const auto& /*target*/) {
+        for (const auto& place : phrase) {
+            const std::string usage = join(usagesOf(place), "|", "|");
+            line += place.isRequired ? " " + usage : " [" + usage + "]";
+        }
+    };
+    std::visit([&add](const auto& alternative) { OrderWords::usePhrase(alternative, add); }, opening.order);
+    return line + "\n";
+}
+
+template <typename Target> std::string explain(const Phrase<Target>& phrase)
+{
+    std::string lines;
+    for (const Place<Target>& place : phrase)
+        for (const Word<Target>& word : place.words)
+            if (!word.help.empty())
+                lines += explain(usageOf(word), word.help);
+    return lines;
+}
 
 } // namespace
 
@@ -361,39 +278,47 @@ ParsedOrder parsePanelOrder(std::string_view line)
     return LineParser(line).parse();
 }
 
-ParsedTime parseTime(std::string_view text, PlainTime plain)
+std::string formatPanelOrder(const PanelOrder& order)
 {
-    constexpr std::uint64_t maxSeconds = 1'000'000;
-    constexpr std::size_t maxPlaces = 9;
-    std::string_view rest = text;
-    const auto takeSuffix = [&rest](std::string_view suffix) {
-        if (rest.size() < suffix.size() || rest.substr(rest.size() - suffix.size()) != suffix)
-            return false;
-        rest.remove_suffix(suffix.size());
-        return true;
-    };
-    constexpr std::uint64_t second = 1'000'000'000; // in nanoseconds
-    constexpr std::uint64_t millisecond = 1'000'000;
-    const bool arePlainMilliseconds = plain == PlainTime::Milliseconds;
-    std::uint64_t unit = arePlainMilliseconds ? millisecond : second;
-    if (takeSuffix("ms"))
-        unit = millisecond;
-    else if (takeSuffix("s"))
-        unit = second;
+    return format(order, " " + std::to_string(panelOf(order)));
+}
 
-    const std::size_t point = rest.find('.');
-    std::string places(point == std::string_view::npos ? "0" : rest.substr(point + 1));
-    const bool placesFit = !places.empty() && places.size() <= maxPlaces;
-    places.resize(maxPlaces, '0');
-    const auto whole = parseNumber(rest.substr(0, point), maxSeconds * second / unit);
-    const auto fraction = parseNumber(places, UINT64_MAX);
-    if (!whole || !fraction || !placesFit) {
-        const char* const example = arePlainMilliseconds ? "250 (milliseconds)" : "2 (seconds)";
-        return {std::nullopt,
-                found("a time such as 250ms, 2s, 1.5s or " + std::string(example) + ", at most 1000000s", text)};
-    }
-    // The fraction counts billionths of the unit.
-    return {std::chrono::nanoseconds(*whole * unit + *fraction * unit / 1'000'000'000), {}};
+std::string describe(const PanelOrder& order)
+{
+    if (const auto* const emission = std::get_if<EmitOrder>(&order))
+        return "emit type " + std::to_string(static_cast<int>(emission->type)) + ", " +
+               formatBytes(emission->payload.size());
+    return format(order, "");
+}
+
+bool isOrderVerb(std::string_view word)
+{
+    const Texts all = verbs();
+    return std::find(all.begin(), all.end(), word) != all.end();
+}
+
+unsigned int panelOf(const PanelOrder& order)
+{
+    return std::visit([](const auto& alternative) { return alternative.panel; }, order);
+}
+
+std::string explainPanelOrders()
+{
+    std::string syntax;
+    for (const Opening& opening : openings())
+        syntax += syntaxOf(opening);
+    return syntax + R"(A plain number for the TIME of delay= and every= is milliseconds.
+
+A fault meets the next transfer of the panel's endpoint, records to the panel (out) or packets from
+it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
+)" + explain(OrderWords::faultPhrase()) +
+           R"(
+A boot fault meets the next firmware record, a request or a chunk of an upgrade, or the one after N
+others; sticky, all from then on:
+)" + explain(OrderWords::bootFaultPhrase()) +
+           R"(
+emit has the panel send packets of one record each. Its words come in any order:
+)" + explain(OrderWords::emitPhrase());
 }
 
 } // namespace Vantor

@@ -14,19 +14,8 @@
 
 namespace Vantor {
 
-// The commands by which a running simulation is told what should happen, one a line:
-//
-//   plug [P]
-//   unplug [P]
-//   fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=TIME [once|sticky]
-//   fault [P] boot reply=CODE|lose|ignore|delay=TIME|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
-//   fault [P] clear
-//   emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]
-//
-// P is a panel's number from 0, 0 when it is left out; TIME is parseTime's, a plain number
-// milliseconds; a fault is for once unless it is sticky. ERRNO is a name (EPROTO), CODE one or two hexadecimal digits,
-// T 0 to 255; skip is 0 when left out; size=N stands for N bytes 0, 1, 2 … 255, 0 …; count is 1 and every 0 when left
-// out. The words of emit's tail may come in any order.
+// The orders by which a running simulation is told what should happen; commands, to its
+// user. Each is a line of the command language: explainPanelOrders.
 
 struct PlugOrder {
     unsigned int panel;
@@ -52,32 +41,38 @@ struct ClearFaultsOrder {
 
 // `count` packets with one record each, `every` apart, the first at once.
 struct EmitOrder {
-    unsigned int panel;
-    PacketType type;
+    unsigned int panel = 0;
+    PacketType type{};
     std::vector<std::uint8_t> payload;
-    unsigned int count;
-    std::chrono::nanoseconds every;
-    bool isBegun = false; // what is left of a repeated emission
+    unsigned int count = 1;
+    std::chrono::nanoseconds every{0};
+    bool isBegun = false; // what is left of a repeated emission; no words say that
 };
 
 using PanelOrder = std::variant<PlugOrder, UnplugOrder, FaultOrder, BootFaultOrder, ClearFaultsOrder, EmitOrder>;
 
-// Without a command: `error` names the word that is wrong and what is allowed in its place.
+// Without an order: `error` names the word that is wrong and what is allowed in its place.
 struct ParsedOrder {
-    std::optional<PanelOrder> command;
-    std::string error;
-};
-
-struct ParsedTime {
-    std::optional<std::chrono::nanoseconds> time;
+    std::optional<PanelOrder> order;
     std::string error;
 };
 
 // Pure; throw nothing but what exhausted memory throws.
 ParsedOrder parsePanelOrder(std::string_view line);
 
-// 250ms, 2s, 1.5s, or a plain number of the unit. Up to nine places, at most 1,000,000 s.
-enum class PlainTime { Seconds, Milliseconds };
-ParsedTime parseTime(std::string_view text, PlainTime plain = PlainTime::Seconds);
+// The line in its plainest form, which parses to the same order.
+std::string formatPanelOrder(const PanelOrder& order);
+
+// As the log has it, without the panel, and of an emission no more than type and size:
+// "fault out stall once", "emit type 5, 1 byte".
+std::string describe(const PanelOrder& order);
+
+// Whether a line may begin with this word.
+bool isOrderVerb(std::string_view word);
+
+unsigned int panelOf(const PanelOrder& order);
+
+// For the help: what can be said, and what each word does. Whole lines.
+std::string explainPanelOrders();
 
 } // namespace Vantor

@@ -1,7 +1,5 @@
 #include "simulator/bus/PanelRack.h"
 
-#include "simulator/bus/OrderExecution.h"
-
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -139,8 +137,8 @@ bool PanelRack::plugOrUnplug(PanelBus& bus, const PanelOrder& order)
 
 void PanelRack::execute(const PanelOrder& order)
 {
-    const unsigned int panel = OrderExecution::panelOf(order);
-    const std::string line = OrderExecution::describe(order);
+    const unsigned int panel = panelOf(order);
+    const std::string line = describe(order);
     if (isPlugged(panel)) {
         log(panel, line);
         findLast(panel)->act([&order](PanelModel& model) { std::visit(Deed{model}, order); });

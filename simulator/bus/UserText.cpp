@@ -47,4 +47,9 @@ std::string UserText::shown(std::string_view text)
     return result;
 }
 
+std::string UserText::expected(const std::string& allowed, std::string_view word)
+{
+    return "expected " + allowed + ", found " + (word.empty() ? "the end" : '"' + shown(word) + '"');
+}
+
 } // namespace Vantor

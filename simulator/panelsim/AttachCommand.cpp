@@ -1,6 +1,5 @@
 #include "simulator/panelsim/AttachCommand.h"
 
-#include "simulator/bus/OrderExecution.h"
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/LineInput.h"
 #include "simulator/panelsim/Simulation.h"
@@ -75,12 +74,12 @@ void complain(const std::string& line, const std::string& error)
 void execute(UsbIpBus& bus, const std::string& line)
 {
     const ParsedOrder parsed = parsePanelOrder(line);
-    if (!parsed.command)
+    if (!parsed.order)
         return complain(line, parsed.error);
-    if (OrderExecution::panelOf(*parsed.command) >= PanelBus::maxPanels)
+    if (panelOf(*parsed.order) >= PanelBus::maxPanels)
         return complain(line, "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
     try {
-        bus.execute(*parsed.command);
+        bus.execute(*parsed.order);
     } catch (const std::exception& error) {
         complain(line, error.what());
     }

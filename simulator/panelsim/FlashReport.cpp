@@ -1,12 +1,14 @@
 #include "simulator/panelsim/FlashReport.h"
 
+#include "simulator/bus/QuantityText.h"
+
 namespace Vantor {
 
 namespace {
 
 std::string describe(const BootLoader::Image& image)
 {
-    const std::string size = std::to_string(image.size) + (image.size == 1 ? " byte" : " bytes");
+    const std::string size = formatBytes(image.size);
     switch (image.state) {
     case BootLoader::State::Untouched:
         break;

@@ -1,39 +1,13 @@
 #include "simulator/panelsim/PanelsimHelp.h"
 
+#include "simulator/bus/PanelOrder.h"
+
 namespace Vantor {
 
 namespace {
 
-constexpr char commands[] =
-    R"(  plug [P]
-  unplug [P]
-  fault [P] out|in stall|silent|short=BYTES|status=ERRNO|delay=TIME [once|sticky]
-  fault [P] boot reply=CODE|lose|ignore|delay=TIME|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]
-  fault [P] clear
-  emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]
-A plain number for the TIME of delay= and every= is milliseconds.
-
-A fault meets the next transfer of the panel's endpoint, records to the panel (out) or packets from
-it (in); once is the default, sticky goes on until 'fault clear' or 'unplug'.
-  stall         the endpoint halts; out and in. Clearing the halt ends a sticky one
-  silent        the transfer is never answered; the host gives up on it in its own time. In: what the
-                panel has to say waits for the next read
-  short=BYTES   out: only the first BYTES are taken; in: only the first BYTES of what the panel has to
-                say are given. The rest is lost
-  status=ERRNO  the transfer fails: EPROTO, EILSEQ, ETIME, EPIPE, ECOMM, ENOSR, EIO, EREMOTEIO, ENODEV,
-                EXDEV, EINVAL, EOVERFLOW or ESHUTDOWN; out loses its bytes, in loses nothing
-  delay=TIME    out: taken TIME later; in: given TIME after there is something to give
-
-A boot fault meets the next firmware record, a request or a chunk of an upgrade, or the one after N
-others; sticky, all from then on:
-  reply=CODE    nothing is written, the answer is CODE, hexadecimal (0, 1, 2, f0, f1, f2)
-  lose          done, but not answered
-  ignore        as if the record had never come
-  delay=TIME    done and answered TIME later
-  duplicate     answered twice
-  corrupt=OFFSET  byte 0 to 13 of the answer is inverted
-  unplug        the panel is gone before it takes the record; 'plug' brings it back
-
+constexpr char firmware[] =
+    R"(
 A panel takes firmware upgrades: it writes a chunk in 110 ms, or --chunk-time, and answers. Its flash,
 2 MiB for the main MCU and 1 MiB for the servo MCU, outlives unplugging. With --flash-dir it outlives
 the run, too: panelP-main.bin and panelP-servo.bin in DIR are loaded at the start, and written when the
@@ -107,12 +81,12 @@ Example: a panel that is pulled after 20 s and comes back, for any program on th
 
 std::string PanelsimHelp::getRunFooter()
 {
-    return std::string(runBeginning) + commands + pictures + runEnd;
+    return std::string(runBeginning) + explainPanelOrders() + firmware + pictures + runEnd;
 }
 
 std::string PanelsimHelp::getAttachFooter()
 {
-    return std::string(attachBeginning) + commands + pictures + attachEnd;
+    return std::string(attachBeginning) + explainPanelOrders() + firmware + pictures + attachEnd;
 }
 
 } // namespace Vantor

@@ -1,7 +1,7 @@
 #include "simulator/panelsim/PanelsimOptions.h"
 
-#include "simulator/bus/OrderExecution.h"
 #include "simulator/bus/PanelBus.h"
+#include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/LcdOption.h"
 #include "simulator/panelsim/PanelsimHelp.h"
@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <iostream>
-#include <set>
 #include <sstream>
 #include <utility>
 
@@ -31,8 +30,7 @@ bool isOption(const std::string& word)
 // begins; empty when all is well.
 std::string findUnquotedCommand(const std::vector<std::string>& words, std::size_t first)
 {
-    static const std::set<std::string> verbs{"plug", "unplug", "fault", "emit"};
-    if (first >= words.size() || verbs.count(words[first]) == 0)
+    if (first >= words.size() || !isOrderVerb(words[first]))
         return {};
     const bool hasSeparator = std::find(words.begin(), words.end(), "--") != words.end();
     std::string command = words[first];
@@ -40,7 +38,7 @@ std::string findUnquotedCommand(const std::vector<std::string>& words, std::size
     for (std::size_t i = first + 1; i < words.size() && !isOption(words[i]); ++i) {
         command += " " + words[i];
         // Without a separator, PROGRAM may be among these words.
-        if (hasSeparator || parsePanelOrder(command).command)
+        if (hasSeparator || parsePanelOrder(command).order)
             unquoted = command;
     }
     return unquoted;
@@ -63,13 +61,13 @@ PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
     const ParsedTime time = parseTime(text.first);
     if (!time.time)
         throw CLI::ValidationError("--at " + text.first, time.error);
-    const ParsedOrder command = parsePanelOrder(text.second);
-    if (!command.command)
-        throw CLI::ValidationError("--at '" + text.second + "'", command.error);
-    if (OrderExecution::panelOf(*command.command) >= PanelBus::maxPanels)
+    const ParsedOrder parsed = parsePanelOrder(text.second);
+    if (!parsed.order)
+        throw CLI::ValidationError("--at '" + text.second + "'", parsed.error);
+    if (panelOf(*parsed.order) >= PanelBus::maxPanels)
         throw CLI::ValidationError("--at '" + text.second + "'",
                                    "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
-    return {*time.time, *command.command};
+    return {*time.time, *parsed.order};
 }
 
 std::map<std::uint16_t, PanelScreen::Size> parseLcdSizes(const std::vector<std::string>& texts)

@@ -1,6 +1,5 @@
 #include "simulator/usbfs/UsbfsBus.h"
 
-#include "simulator/bus/OrderExecution.h"
 #include "simulator/usbfs/SysfsDescription.h"
 
 #include <algorithm>
@@ -305,7 +304,7 @@ void UsbfsBus::runTime()
                 removePulled();
             });
         } else if (const auto order = m_rack.takeDue()) {
-            m_rack.attempt(OrderExecution::panelOf(*order), [this, &lock, &order] {
+            m_rack.attempt(panelOf(*order), [this, &lock, &order] {
                 const Unlocked unlocked(lock);
                 execute(*order);
             });

@@ -1,7 +1,5 @@
 #include "simulator/usbip/UsbIpBus.h"
 
-#include "simulator/bus/OrderExecution.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
@@ -79,7 +77,7 @@ std::vector<std::string> UsbIpBus::getViolations() const
 void UsbIpBus::serve(std::vector<pollfd>& others)
 {
     while (const auto order = m_rack.takeDue())
-        m_rack.attempt(OrderExecution::panelOf(*order), [this, &order] { execute(*order); });
+        m_rack.attempt(panelOf(*order), [this, &order] { execute(*order); });
     std::vector<pollfd> descriptors = others;
     std::vector<UsbIpConnection*> panels;
     for (const auto& [number, panel] : m_panels) {

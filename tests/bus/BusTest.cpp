@@ -116,8 +116,8 @@ void BusTest::startClientWithPanel()
 void BusTest::execute(const std::string& command)
 {
     const ParsedOrder parsed = parsePanelOrder(command);
-    ASSERT_TRUE(parsed.command) << parsed.error;
-    bus().execute(*parsed.command);
+    ASSERT_TRUE(parsed.order) << parsed.error;
+    bus().execute(*parsed.order);
 }
 
 void BusTest::tell(const std::string& command)

@@ -1,5 +1,7 @@
 #include "simulator/bus/PanelOrder.h"
 
+#include "simulator/bus/QuantityText.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <limits>
@@ -20,11 +22,11 @@ template <typename Command> Command parsed(const std::string& line)
 {
     const ParsedOrder result = parsePanelOrder(line);
     EXPECT_EQ(result.error, "") << line;
-    if (!result.command || !std::holds_alternative<Command>(*result.command)) {
+    if (!result.order || !std::holds_alternative<Command>(*result.order)) {
         ADD_FAILURE() << "another command: " << line;
         return {};
     }
-    return std::get<Command>(*result.command);
+    return std::get<Command>(*result.order);
 }
 
 const std::string badTime = "expected a time such as 250ms, 2s, 1.5s or 250 (milliseconds), at most 1000000s, found ";
@@ -32,7 +34,7 @@ const std::string badTime = "expected a time such as 250ms, 2s, 1.5s or 250 (mil
 std::string errorOf(const std::string& line)
 {
     const ParsedOrder result = parsePanelOrder(line);
-    EXPECT_FALSE(result.command) << line;
+    EXPECT_FALSE(result.order) << line;
     return result.error;
 }
 
@@ -160,6 +162,12 @@ TEST(PanelOrder, emit_hex)
     EXPECT_EQ(emit.every, 0ms);
 }
 
+TEST(PanelOrder, emit_hexAsPeopleCopyIt)
+{
+    for (const std::string hex : {"deAD01", "0xdead01", "0XDEAD01", "de:ad:01", "0xde:ad:01", "dead:01"})
+        EXPECT_THAT(parsed<EmitOrder>("emit type=1 hex=" + hex).payload, ElementsAre(0xDE, 0xAD, 0x01)) << hex;
+}
+
 TEST(PanelOrder, emit_sizeCountsUpAndOrderIsFree)
 {
     EXPECT_EQ(parsed<EmitOrder>("emit every=0.5s type=1 size=0").every, 500ms);
@@ -222,7 +230,14 @@ TEST(PanelOrder, badHex_error)
     EXPECT_EQ(errorOf("emit type=1 hex="), allowed + "\"hex=\"");
     EXPECT_EQ(errorOf("emit type=1 hex=0"), allowed + "\"hex=0\"");
     EXPECT_EQ(errorOf("emit type=1 hex=0g"), allowed + "\"hex=0g\"");
-    EXPECT_EQ(errorOf("emit type=1 hex=0x00"), allowed + "\"hex=0x00\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=0x"), allowed + "\"hex=0x\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=0x0x00"), allowed + "\"hex=0x0x00\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=00:0x01"), allowed + "\"hex=00:0x01\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=:00"), allowed + "\"hex=:00\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=00:"), allowed + "\"hex=00:\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=00::01"), allowed + "\"hex=00::01\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=0:0"), allowed + "\"hex=0:0\"");
+    EXPECT_EQ(errorOf("emit type=1 hex=-1"), allowed + "\"hex=-1\"");
 }
 
 TEST(PanelOrder, emitWordTwiceOrUnknown_error)

@@ -74,8 +74,8 @@ protected:
     static PanelOrder parse(const std::string& line)
     {
         const ParsedOrder parsed = parsePanelOrder(line);
-        EXPECT_TRUE(parsed.command) << parsed.error;
-        return parsed.command.value_or(PlugOrder{99});
+        EXPECT_TRUE(parsed.order) << parsed.error;
+        return parsed.order.value_or(PlugOrder{99});
     }
 
     void execute(const std::string& line) { m_rack.execute(parse(line)); }

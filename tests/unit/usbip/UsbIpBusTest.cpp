@@ -122,13 +122,13 @@ protected:
     void execute(const std::string& line)
     {
         const ParsedOrder parsed = parsePanelOrder(line);
-        ASSERT_TRUE(parsed.command) << parsed.error;
-        m_bus->execute(*parsed.command);
+        ASSERT_TRUE(parsed.order) << parsed.error;
+        m_bus->execute(*parsed.order);
     }
 
     void schedule(std::chrono::nanoseconds delay, const std::string& line)
     {
-        m_bus->schedule(delay, *parsePanelOrder(line).command);
+        m_bus->schedule(delay, *parsePanelOrder(line).order);
     }
 
     void configure(unsigned int port = 0)

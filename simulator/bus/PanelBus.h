@@ -11,7 +11,7 @@
 
 namespace Vantor {
 
-// A USB bus with simulated panels, as commands see it.
+// A USB bus with simulated panels, as orders see it.
 class PanelBus {
 public:
     static constexpr unsigned int maxPanels = 31; // ports of a hub
@@ -42,11 +42,11 @@ public:
     virtual void plug(unsigned int panel) = 0;
     virtual void unplug(unsigned int panel) = 0;
 
-    // Carries out a command now; a repeated emission goes on in its own time.
-    virtual void execute(const PanelOrder& command) = 0;
+    // Carries out an order now; a repeated emission goes on in its own time.
+    virtual void execute(const PanelOrder& order) = 0;
 
     // As execute, `delay` from now.
-    virtual void schedule(std::chrono::nanoseconds delay, const PanelOrder& command) = 0;
+    virtual void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) = 0;
 
     // Hands over the panel plugged in last under this number, while nothing else
     // happens on the bus; false when there has been none.

@@ -91,10 +91,10 @@ bool takeLine(UsbIpBus& bus, const std::string& line)
     const std::size_t begin = line.find_first_not_of(" \t\r");
     if (begin == std::string::npos || line[begin] == '#')
         return true;
-    const std::string command = line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
-    if (command == "quit")
+    const std::string text = line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
+    if (text == "quit")
         return false;
-    execute(bus, command);
+    execute(bus, text);
     return true;
 }
 

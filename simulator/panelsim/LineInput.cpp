@@ -11,16 +11,6 @@ namespace Vantor {
 
 LineInput::LineInput(int descriptor) : m_descriptor(descriptor) {}
 
-int LineInput::getDescriptor() const
-{
-    return m_descriptor;
-}
-
-bool LineInput::hasEnded() const
-{
-    return m_hasEnded;
-}
-
 void LineInput::read()
 {
     if (m_descriptor < 0)

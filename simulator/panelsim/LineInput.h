@@ -18,10 +18,10 @@ public:
     explicit LineInput(int descriptor);
 
     // For poll; -1 when nothing more can come.
-    int getDescriptor() const;
+    int getDescriptor() const { return m_descriptor; }
 
     // Nothing more comes because the input has ended, not because it can't be read.
-    bool hasEnded() const;
+    bool hasEnded() const { return m_hasEnded; }
 
     // Takes what is there; waits when there is nothing.
     void read();

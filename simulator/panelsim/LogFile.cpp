@@ -44,9 +44,4 @@ void LogFile::write(const std::string& line)
         m_complain(failure(m_path, std::generic_category().message(error)));
 }
 
-bool LogFile::hasFailed() const
-{
-    return m_hasFailed;
-}
-
 } // namespace Vantor

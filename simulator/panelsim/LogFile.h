@@ -24,7 +24,7 @@ public:
     void write(const std::string& line);
 
     // Whether lines are missing; from any thread.
-    bool hasFailed() const;
+    bool hasFailed() const { return m_hasFailed; }
 
 private:
     const std::string m_path;

@@ -14,7 +14,7 @@ int main(int argc, char** argv)
     if (!arguments.run)
         return arguments.exitCode;
     try {
-        const bool isRun = arguments.options.command == PanelsimOptions::Command::Run;
+        const bool isRun = arguments.options.subcommand == PanelsimOptions::Subcommand::Run;
         return isRun ? runProgram(arguments.options) : attachPanels(arguments.options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "panelsim: %s\n", error.what());

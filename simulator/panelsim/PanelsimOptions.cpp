@@ -18,7 +18,7 @@ namespace Vantor {
 
 namespace {
 
-using TimeAndCommand = std::pair<std::string, std::string>;
+using TimeAndOrder = std::pair<std::string, std::string>;
 
 bool isOption(const std::string& word)
 {
@@ -28,35 +28,35 @@ bool isOption(const std::string& word)
 // COMMAND as several arguments, for want of quotes: the parser would take the further
 // ones for PROGRAM, or complain of that program's arguments. `first` is where COMMAND
 // begins; empty when all is well.
-std::string findUnquotedCommand(const std::vector<std::string>& words, std::size_t first)
+std::string findUnquotedOrder(const std::vector<std::string>& words, std::size_t first)
 {
     if (first >= words.size() || !isOrderVerb(words[first]))
         return {};
     const bool hasSeparator = std::find(words.begin(), words.end(), "--") != words.end();
-    std::string command = words[first];
+    std::string order = words[first];
     std::string unquoted;
     for (std::size_t i = first + 1; i < words.size() && !isOption(words[i]); ++i) {
-        command += " " + words[i];
+        order += " " + words[i];
         // Without a separator, PROGRAM may be among these words.
-        if (hasSeparator || parsePanelOrder(command).order)
-            unquoted = command;
+        if (hasSeparator || parsePanelOrder(order).order)
+            unquoted = order;
     }
     return unquoted;
 }
 
-void refuseUnquotedCommands(int argc, char** argv)
+void refuseUnquotedOrders(int argc, char** argv)
 {
     const std::vector<std::string> words(argv, argv + argc);
     for (std::size_t i = 1; i < words.size() && words[i] != "--"; ++i) {
         if (words[i] != "--at")
             continue;
-        const std::string command = findUnquotedCommand(words, i + 2);
-        if (!command.empty())
-            throw CLI::ValidationError("--at " + words[i + 1], "quote COMMAND: '" + UserText::shown(command) + "'");
+        const std::string order = findUnquotedOrder(words, i + 2);
+        if (!order.empty())
+            throw CLI::ValidationError("--at " + words[i + 1], "quote COMMAND: '" + UserText::shown(order) + "'");
     }
 }
 
-PanelsimOptions::TimedCommand parseTimedCommand(const TimeAndCommand& text)
+PanelsimOptions::TimedOrder parseTimedOrder(const TimeAndOrder& text)
 {
     const ParsedTime time = parseTime(text.first);
     if (!time.time)
@@ -138,7 +138,7 @@ int answer(const CLI::App& app, const CLI::ParseError& error, int argc, char** a
 
 // What the command line says in words that need a second look.
 struct RawOptions {
-    std::vector<TimeAndCommand> timed;
+    std::vector<TimeAndOrder> timed;
     std::vector<std::string> lcds;
     std::string chunkTime;
     bool withoutScatterGather = false;
@@ -184,7 +184,7 @@ void addPanels(CLI::App& command, PanelsimOptions& options, const char* descript
         ->capture_default_str();
 }
 
-void addTimedCommands(CLI::App& command, RawOptions& raw, const char* description)
+void addTimedOrders(CLI::App& command, RawOptions& raw, const char* description)
 {
     command.add_option("--at", raw.timed, description)
         ->type_name("TIME 'COMMAND'")
@@ -195,25 +195,25 @@ void addRun(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
 {
     CLI::App* const run = app.add_subcommand("run", "Run PROGRAM on a bus of its own");
     addPanels(*run, options, "Panels plugged in before PROGRAM starts");
-    addTimedCommands(*run, raw, "What happens TIME after PROGRAM's start; may be repeated");
+    addTimedOrders(*run, raw, "What happens TIME after PROGRAM's start; may be repeated");
     addCommonOptions(*run, options, raw);
     run->add_flag("--no-scatter-gather", raw.withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
     run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
     run->footer(PanelsimHelp::getRunFooter());
-    run->final_callback([&options] { options.command = PanelsimOptions::Command::Run; });
+    run->final_callback([&options] { options.subcommand = PanelsimOptions::Subcommand::Run; });
 }
 
 void addAttach(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
 {
     CLI::App* const attach = app.add_subcommand("attach", "Plug panels into this machine's kernel, for any program");
     addPanels(*attach, options, "Panels plugged in at the start");
-    addTimedCommands(*attach, raw, "What happens TIME after that; may be repeated");
+    addTimedOrders(*attach, raw, "What happens TIME after that; may be repeated");
     addCommonOptions(*attach, options, raw);
     attach->add_option("--vhci", options.vhciFolder, "Where sysfs has the kernel's first virtual host controller")
         ->type_name("DIR")
         ->capture_default_str();
     attach->footer(PanelsimHelp::getAttachFooter());
-    attach->final_callback([&options] { options.command = PanelsimOptions::Command::Attach; });
+    attach->final_callback([&options] { options.subcommand = PanelsimOptions::Subcommand::Attach; });
 }
 
 } // namespace
@@ -231,10 +231,10 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     addRun(app, options, raw);
     addAttach(app, options, raw);
     try {
-        refuseUnquotedCommands(argc, argv);
+        refuseUnquotedOrders(argc, argv);
         app.parse(argc, argv);
-        for (const TimeAndCommand& text : raw.timed)
-            options.timedCommands.push_back(parseTimedCommand(text));
+        for (const TimeAndOrder& text : raw.timed)
+            options.timedOrders.push_back(parseTimedOrder(text));
         options.lcdSizes = parseLcdSizes(raw.lcds);
         options.chunkTime = parseChunkTime(raw.chunkTime);
     } catch (const CLI::ParseError& error) {

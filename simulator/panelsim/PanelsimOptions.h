@@ -24,17 +24,17 @@ constexpr int signalBase = 128; // plus the number of the signal that ended the 
 
 // The command line of panelsim.
 struct PanelsimOptions {
-    enum class Command {
+    enum class Subcommand {
         Run,    // a program on a virtual bus
         Attach, // panels to the kernel's own bus
     };
 
-    struct TimedCommand {
+    struct TimedOrder {
         std::chrono::nanoseconds time; // after the start of the program, or of it all
-        PanelOrder command;
+        PanelOrder order;
     };
 
-    Command command = Command::Run;
+    Subcommand subcommand = Subcommand::Run;
     unsigned int panels = 1; // plugged at the start
     std::uint64_t seed = 1;
     std::uint16_t maxPacketSize = 8192;
@@ -44,7 +44,7 @@ struct PanelsimOptions {
     bool show = false;
     std::string flashFolder; // empty: flash lasts as long as the run
     std::chrono::nanoseconds chunkTime = BootLoader::Options{}.chunkTime;
-    std::vector<TimedCommand> timedCommands;
+    std::vector<TimedOrder> timedOrders;
 
     // Of Run.
     bool scatterGather = true;

@@ -146,16 +146,16 @@ void Simulation::begin(PanelBus& bus)
             bus.setFlash(panel, m_flashFolder->load(panel, BootLoader::Options{}));
     for (unsigned int panel = 0; panel < m_options.panels; ++panel)
         bus.plug(panel);
-    for (const PanelsimOptions::TimedCommand& timed : m_options.timedCommands)
+    for (const PanelsimOptions::TimedOrder& timed : m_options.timedOrders)
         if (timed.time.count() == 0)
-            bus.execute(timed.command);
+            bus.execute(timed.order);
 }
 
 void Simulation::schedule(PanelBus& bus) const
 {
-    for (const PanelsimOptions::TimedCommand& timed : m_options.timedCommands)
+    for (const PanelsimOptions::TimedOrder& timed : m_options.timedOrders)
         if (timed.time.count() != 0)
-            bus.schedule(timed.time, timed.command);
+            bus.schedule(timed.time, timed.order);
 }
 
 bool Simulation::finish(PanelBus& bus)

@@ -22,11 +22,11 @@ public:
     // Throws std::runtime_error for a log that can't be written.
     void setUp(PanelBus::Options& bus);
 
-    // Flash memory, panels, and the commands for time 0: they have happened before anyone
+    // Flash memory, panels, and the orders for time 0: they have happened before anyone
     // sees the bus.
     void begin(PanelBus& bus);
 
-    // The other commands, counted from now.
+    // The other orders, counted from now.
     void schedule(PanelBus& bus) const;
 
     // Reports violations and upgrades, writes flash memory and pictures. False when there

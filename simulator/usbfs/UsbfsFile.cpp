@@ -231,11 +231,6 @@ int UsbfsFile::reap(const ClientMemory& argument)
     return 0;
 }
 
-bool UsbfsFile::hasReapable() const
-{
-    return !m_done.empty();
-}
-
 void UsbfsFile::disconnect()
 {
     m_connected = false;

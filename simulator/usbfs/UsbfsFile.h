@@ -36,7 +36,7 @@ public:
     // Takes a completion of the model; false when it is not of this file.
     bool complete(const PanelModel::Completion& completion);
 
-    bool hasReapable() const;
+    bool hasReapable() const { return !m_done.empty(); }
 
     // The device is gone: only reaping works from now on.
     void disconnect();

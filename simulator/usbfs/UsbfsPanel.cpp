@@ -63,16 +63,6 @@ bool UsbfsPanel::hasBeenLetGo() const
     return m_livingHandler == nullptr;
 }
 
-const UsbfsPanel::Address& UsbfsPanel::getAddress() const
-{
-    return m_address;
-}
-
-bool UsbfsPanel::isPlugged() const
-{
-    return m_plugged;
-}
-
 bool UsbfsPanel::isPulled() const
 {
     return m_plugged && getModel().isUnplugged();

@@ -54,8 +54,8 @@ public:
     // Nor has anyone else the handler, and nobody comes back to this panel.
     bool hasBeenLetGo() const;
 
-    const Address& getAddress() const;
-    bool isPlugged() const override;
+    const Address& getAddress() const { return m_address; }
+    bool isPlugged() const override { return m_plugged; }
 
     // It has cut the link by itself and is still on the bus.
     bool isPulled() const;

@@ -60,24 +60,9 @@ void UsbIpConnection::unplug()
     act([](PanelModel& model) { model.unplug(); });
 }
 
-unsigned int UsbIpConnection::getPort() const
-{
-    return m_port;
-}
-
-bool UsbIpConnection::isPlugged() const
-{
-    return m_socket >= 0;
-}
-
 bool UsbIpConnection::isConfigured() const
 {
     return m_usbIp.isConfigured();
-}
-
-int UsbIpConnection::getSocket() const
-{
-    return m_socket;
 }
 
 short UsbIpConnection::getEvents() const
@@ -126,11 +111,6 @@ bool UsbIpConnection::end(const std::string& reason)
 {
     m_reason = reason;
     return false;
-}
-
-const std::string& UsbIpConnection::getReason() const
-{
-    return m_reason;
 }
 
 void UsbIpConnection::handOn(PanelModel& /*model*/)

@@ -27,20 +27,20 @@ public:
     // Closes the connection, which is how the kernel learns of it.
     void unplug();
 
-    unsigned int getPort() const;
-    bool isPlugged() const override;
+    unsigned int getPort() const { return m_port; }
+    bool isPlugged() const override { return m_socket >= 0; }
 
     // The host has set the panel up.
     bool isConfigured() const;
 
     // What to poll the connection for.
-    int getSocket() const;
+    int getSocket() const { return m_socket; }
     short getEvents() const;
 
     // Takes what the kernel has sent, and sends what it takes. False when the connection is
     // over: `getReason` says why.
     bool serve();
-    const std::string& getReason() const;
+    const std::string& getReason() const { return m_reason; }
 
 private:
     bool receive();

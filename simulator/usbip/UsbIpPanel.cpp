@@ -66,11 +66,6 @@ bool UsbIpPanel::fail(const std::string& error)
     return false;
 }
 
-const std::string& UsbIpPanel::getError() const
-{
-    return m_error;
-}
-
 bool UsbIpPanel::submit(const UsbIpMessage::Submit& request, const std::uint8_t* data)
 {
     if (m_pending.count(request.sequence) != 0)

@@ -30,7 +30,7 @@ public:
     // Messages may come in any pieces. False when they can't be understood any more: the
     // connection must be closed, and getError says why.
     bool receive(const std::uint8_t* data, std::size_t size);
-    const std::string& getError() const;
+    const std::string& getError() const { return m_error; }
 
     // Hands on what has completed; after everything that was done to the model.
     void settle();

@@ -126,13 +126,29 @@ std::string makeShown(std::string message, int argc, char** argv)
     return message;
 }
 
+// Of words that nobody expects, the parser lists all, with the values and the "--" between them.
+std::string explain(const CLI::App& app, const CLI::ParseError& error)
+{
+    auto extras = app.remaining(true);
+    extras.erase(std::remove(extras.begin(), extras.end(), "--"), extras.end());
+    if (extras.empty())
+        return error.what();
+    if (app.get_subcommands().empty() && !isOption(extras.front()))
+        return "'" + extras.front() + "' is no subcommand: there are run and attach";
+    return "'" + extras.front() + "' was not expected";
+}
+
 // Help and version to standard output, a complaint to standard error: the exit code.
 int answer(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv)
 {
-    std::ostringstream complaint;
-    if (app.exit(error, std::cout, complaint) == 0)
+    std::ostringstream ignored;
+    if (app.exit(error, std::cout, ignored) != 0)
+        std::cerr << "panelsim: " << makeShown(explain(app, error), argc, argv)
+                  << "\nRun with --help for more information.\n";
+    else if (!std::cout.flush())
+        std::cerr << "panelsim: cannot write to standard output\n";
+    else
         return 0;
-    std::cerr << makeShown(complaint.str(), argc, argv);
     return PanelsimExit::failure;
 }
 
@@ -155,6 +171,7 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
         .add_option("--max-packet", options.maxPacketSize,
                     "Packet limit in bytes that the panels announce; hosts ignore 1024 or less and use 1100")
         ->check(refuseSign, "")
+        ->check(CLI::Range(0U, static_cast<unsigned int>(UINT16_MAX)))
         ->capture_default_str();
     command.add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
         ->type_name("FILE")

@@ -130,6 +130,14 @@ TEST_F(Panelsim, wrongUsage_is125)
     EXPECT_EQ(run({"run", "--log", "/nowhere/log", "--", "true"}).exitCode, 125);
 }
 
+TEST_F(Panelsim, helpThatCannotBeWritten_is125)
+{
+    for (const std::string words : {"--help", "--version", "run --help", "attach --help"}) {
+        EXPECT_EQ(shell("$panelsim " + words + " > /dev/full 2> $output\n"), 125);
+        EXPECT_EQ(contentOf(fileName("output")), "panelsim: cannot write to standard output\n");
+    }
+}
+
 TEST_F(Panelsim, failures_quoteAtMost80Characters)
 {
     const std::string text = "\x1B[31m" + std::string(200, 'x');

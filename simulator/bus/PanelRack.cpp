@@ -52,16 +52,6 @@ PanelRack::PanelRack(PanelBus::Options options, PanelModel::Clock clock)
     : m_options(std::move(options)), m_clock(std::move(clock))
 {}
 
-std::chrono::nanoseconds PanelRack::now() const
-{
-    return m_clock();
-}
-
-void PanelRack::setFlash(unsigned int panel, BootLoader::Flash flash)
-{
-    m_flash[panel] = std::move(flash);
-}
-
 void PanelRack::keepFlash(const BusPanel& panel) const
 {
     if (m_options.keepFlash)
@@ -77,11 +67,6 @@ PanelModel PanelRack::makeModel(unsigned int panel)
     if (flash)
         return {std::move(options), m_clock, std::move(flash.mapped())};
     return {std::move(options), m_clock, last != nullptr ? last->takeFlash() : BootLoader::Flash{}};
-}
-
-void PanelRack::enter(BusPanel& panel)
-{
-    m_panels.push_back(&panel);
 }
 
 void PanelRack::leave(BusPanel& panel)
@@ -214,11 +199,6 @@ void PanelRack::attempt(unsigned int panel, const std::function<void()>& action)
     } catch (const std::exception& error) {
         complain(panel, error.what());
     }
-}
-
-bool PanelRack::isLogged() const
-{
-    return static_cast<bool>(m_options.log);
 }
 
 void PanelRack::log(unsigned int panel, const std::string& line) const

@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Vantor {
@@ -24,11 +25,11 @@ public:
 
     explicit PanelRack(PanelBus::Options options, PanelModel::Clock clock = startClock());
 
-    std::chrono::nanoseconds now() const;
+    std::chrono::nanoseconds now() const { return m_clock(); }
 
     // As PanelBus has them. Of orders, those that BusPanel::act can carry out; the rest of a
     // repeated emission waits for its time.
-    void setFlash(unsigned int panel, BootLoader::Flash flash);
+    void setFlash(unsigned int panel, BootLoader::Flash flash) { m_flash[panel] = std::move(flash); }
     void execute(const PanelOrder& order);
     void schedule(std::chrono::nanoseconds delay, const PanelOrder& order);
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) const;
@@ -56,14 +57,14 @@ public:
     // Complains of what is thrown, for want of anybody to throw it to.
     void attempt(unsigned int panel, const std::function<void()>& action) const;
 
-    bool isLogged() const;
+    bool isLogged() const { return static_cast<bool>(m_options.log); }
     void log(unsigned int panel, const std::string& line) const;
     void complain(unsigned int panel, const std::string& line) const;
 
     // For BusPanel. A model begins with the flash memory that was set for it, or else that
     // of the panel before it.
     PanelModel makeModel(unsigned int panel);
-    void enter(BusPanel& panel);
+    void enter(BusPanel& panel) { m_panels.push_back(&panel); }
     void leave(BusPanel& panel);
 
 private:

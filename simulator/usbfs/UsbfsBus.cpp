@@ -61,7 +61,7 @@ void UsbfsBus::GObjectRelease::operator()(void* object) const
     g_object_unref(object);
 }
 
-UsbfsBus::UsbfsBus(Options options)
+UsbfsBus::UsbfsBus(const Options& options)
     : m_rack(options), m_testbed(umockdev_testbed_new()), m_root(rootOf(m_testbed.get())), m_listeners(m_root)
 {
     m_share.capabilities = capabilities | (options.scatterGather ? USBDEVFS_CAP_BULK_SCATTER_GATHER : 0U);

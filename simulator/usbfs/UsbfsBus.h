@@ -33,7 +33,7 @@ public:
     };
 
     // Throws std::runtime_error when the bus cannot be set up.
-    explicit UsbfsBus(Options options);
+    explicit UsbfsBus(const Options& options);
     ~UsbfsBus() override;
 
     // Environment for the client, this process's own included: NAME=VALUE.

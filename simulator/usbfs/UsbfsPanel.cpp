@@ -48,26 +48,6 @@ UsbfsPanel::~UsbfsPanel()
         g_object_weak_unref(static_cast<GObject*>(client), onClientGone, this);
 }
 
-UMockdevIoctlBase* UsbfsPanel::getIoctlHandler() const
-{
-    return m_handler.get();
-}
-
-void UsbfsPanel::letGo()
-{
-    m_handler.reset();
-}
-
-bool UsbfsPanel::hasBeenLetGo() const
-{
-    return m_livingHandler == nullptr;
-}
-
-bool UsbfsPanel::isPulled() const
-{
-    return m_plugged && getModel().isUnplugged();
-}
-
 void UsbfsPanel::unplug()
 {
     m_plugged = false;

@@ -45,20 +45,20 @@ public:
     ~UsbfsPanel() override;
 
     // What to attach to the node; null after letGo.
-    UMockdevIoctlBase* getIoctlHandler() const;
+    UMockdevIoctlBase* getIoctlHandler() const { return m_handler.get(); }
 
     // For when the handler is attached no more. Without the bus's mutex, in the thread that
     // attaches and detaches.
-    void letGo();
+    void letGo() { m_handler.reset(); }
 
     // Nor has anyone else the handler, and nobody comes back to this panel.
-    bool hasBeenLetGo() const;
+    bool hasBeenLetGo() const { return m_livingHandler == nullptr; }
 
     const Address& getAddress() const { return m_address; }
     bool isPlugged() const override { return m_plugged; }
 
     // It has cut the link by itself and is still on the bus.
-    bool isPulled() const;
+    bool isPulled() const { return m_plugged && getModel().isUnplugged(); }
 
     // Ends everything that is under way, as when the cable is pulled.
     void unplug();

@@ -14,11 +14,6 @@ UsbIpBus::UsbIpBus(Options options, KernelPorts& ports)
 
 UsbIpBus::~UsbIpBus() = default;
 
-void UsbIpBus::setFlash(unsigned int panel, BootLoader::Flash flash)
-{
-    m_rack.setFlash(panel, std::move(flash));
-}
-
 void UsbIpBus::plug(unsigned int panel)
 {
     if (!m_rack.canPlug(panel))
@@ -57,21 +52,6 @@ void UsbIpBus::execute(const PanelOrder& order)
 {
     if (!PanelRack::plugOrUnplug(*this, order))
         m_rack.execute(order);
-}
-
-void UsbIpBus::schedule(std::chrono::nanoseconds delay, const PanelOrder& order)
-{
-    m_rack.schedule(delay, order);
-}
-
-bool UsbIpBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)
-{
-    return m_rack.visit(panel, visitor);
-}
-
-std::vector<std::string> UsbIpBus::getViolations() const
-{
-    return m_rack.getViolations();
 }
 
 void UsbIpBus::serve(std::vector<pollfd>& others)

@@ -27,13 +27,16 @@ public:
     UsbIpBus(Options options, KernelPorts& ports);
     ~UsbIpBus() override;
 
-    void setFlash(unsigned int panel, BootLoader::Flash flash) override;
+    void setFlash(unsigned int panel, BootLoader::Flash flash) override { m_rack.setFlash(panel, std::move(flash)); }
     void plug(unsigned int panel) override;
     void unplug(unsigned int panel) override;
     void execute(const PanelOrder& order) override;
-    void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) override;
-    bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
-    std::vector<std::string> getViolations() const override;
+    void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) override { m_rack.schedule(delay, order); }
+    bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override
+    {
+        return m_rack.visit(panel, visitor);
+    }
+    std::vector<std::string> getViolations() const override { return m_rack.getViolations(); }
 
     void unplugAll();
 

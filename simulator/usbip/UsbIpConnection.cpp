@@ -31,7 +31,7 @@ UsbIpConnection::UsbIpConnection(PanelRack& rack, unsigned int number) : BusPane
 
 UsbIpConnection::~UsbIpConnection()
 {
-    if (isPlugged())
+    if (m_socket >= 0)
         close(m_socket);
 }
 
@@ -58,11 +58,6 @@ void UsbIpConnection::unplug()
     close(m_socket);
     m_socket = -1;
     act([](PanelModel& model) { model.unplug(); });
-}
-
-bool UsbIpConnection::isConfigured() const
-{
-    return m_usbIp.isConfigured();
 }
 
 short UsbIpConnection::getEvents() const

@@ -31,7 +31,7 @@ public:
     bool isPlugged() const override { return m_socket >= 0; }
 
     // The host has set the panel up.
-    bool isConfigured() const;
+    bool isConfigured() const { return m_usbIp.isConfigured(); }
 
     // What to poll the connection for.
     int getSocket() const { return m_socket; }

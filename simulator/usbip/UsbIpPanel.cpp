@@ -156,9 +156,4 @@ std::vector<std::uint8_t> UsbIpPanel::takeOutput()
     return std::exchange(m_output, {});
 }
 
-bool UsbIpPanel::isConfigured() const
-{
-    return m_control.getConfiguration() != 0;
-}
-
 } // namespace Vantor

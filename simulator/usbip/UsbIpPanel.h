@@ -39,7 +39,7 @@ public:
     std::vector<std::uint8_t> takeOutput();
 
     // The host has found the panel and set it up.
-    bool isConfigured() const;
+    bool isConfigured() const { return m_control.getConfiguration() != 0; }
 
 private:
     bool takeMessage(const std::uint8_t* data, std::size_t size, std::size_t& used);

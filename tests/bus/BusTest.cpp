@@ -72,7 +72,7 @@ void BusTest::makeBus(UsbfsBus::Options options)
         const std::lock_guard<std::mutex> lock(m_busLogMutex);
         m_busLog.push_back(line);
     };
-    m_bus = std::make_unique<UsbfsBus>(std::move(options));
+    m_bus = std::make_unique<UsbfsBus>(options);
 }
 
 void BusTest::useClient(const std::string& program)

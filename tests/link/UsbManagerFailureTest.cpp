@@ -10,15 +10,7 @@ namespace Vantor::Test {
 
 namespace {
 
-FakeLibusb::Panel panelAt(std::uint8_t port)
-{
-    FakeLibusb::Panel panel;
-    panel.port = port;
-    panel.ports = {port};
-    return panel;
-}
-
-void send(UsbManager& manager)
+void sendThree(UsbManager& manager)
 {
     const std::uint8_t payload[] = {1, 2, 3};
     for (const auto& device : manager.getDeviceListSafe())
@@ -35,13 +27,13 @@ bool live(unsigned int n, int code)
     rig.start();
     libusb_device* const second = rig.usb.plug(panelAt(5));
     rig.usb.pass();
-    send(*rig.manager);
+    sendThree(*rig.manager);
     rig.usb.completeSend(first);
     rig.usb.receive(first, {12, 0, 1, 0, 0, 0, 0, 0, 5, 1, 0, 42});
     rig.usb.complete(second, FakeLibusb::outEndpoint, LIBUSB_TRANSFER_STALL, 0);
     rig.usb.complete(second, FakeLibusb::inEndpoint, LIBUSB_TRANSFER_STALL, 0);
     rig.usb.pass();
-    send(*rig.manager);
+    sendThree(*rig.manager);
     for (const auto& device : rig.manager->getDeviceListSafe())
         device->getPortNumbers();
     libusb_device* const stray = rig.usb.attach(panelAt(6));
@@ -53,7 +45,7 @@ bool live(unsigned int n, int code)
     rig.usb.passAfter(0s);
     rig.usb.unplug(first);
     rig.usb.pass();
-    send(*rig.manager);
+    sendThree(*rig.manager);
     rig.usb.unplug(stray);
     rig.usb.plug(panelAt(4));
     rig.usb.passAfter(6s);

@@ -24,14 +24,6 @@ namespace {
 constexpr auto heldUp = Meeting::Expected::HeldUp;
 constexpr auto through = Meeting::Expected::Through;
 
-FakeLibusb::Panel panelAt(std::uint8_t port)
-{
-    FakeLibusb::Panel panel;
-    panel.port = port;
-    panel.ports = {port};
-    return panel;
-}
-
 void send(UsbManager& manager)
 {
     const std::uint8_t byte = 1;

@@ -23,14 +23,6 @@ namespace {
 
 constexpr std::uint16_t productionVendor = MORVANE_PRODUCTION_VENDOR_ID;
 
-FakeLibusb::Panel panelAt(std::uint8_t port)
-{
-    FakeLibusb::Panel panel;
-    panel.port = port;
-    panel.ports = {port};
-    return panel;
-}
-
 // As libusb would call it.
 int hotplug(libusb_device* device, int event)
 {

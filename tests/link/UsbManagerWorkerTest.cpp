@@ -20,18 +20,6 @@ using testing::SizeIs;
 
 namespace Vantor::Test {
 
-namespace {
-
-FakeLibusb::Panel panelAt(std::uint8_t port)
-{
-    FakeLibusb::Panel panel;
-    panel.port = port;
-    panel.ports = {port};
-    return panel;
-}
-
-} // namespace
-
 TEST(UsbManagerWorker, worker_handlesEventsForUpTo1050Milliseconds)
 {
     ManagerRig rig;

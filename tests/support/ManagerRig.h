@@ -9,6 +9,14 @@
 
 namespace Vantor::Test {
 
+inline FakeLibusb::Panel panelAt(std::uint8_t port)
+{
+    FakeLibusb::Panel panel;
+    panel.port = port;
+    panel.ports = {port};
+    return panel;
+}
+
 // The manager on the scripted libusb. Its worker is parked whenever the test's thread
 // has the turn, and its receive thread waits for a message.
 class ManagerRig : public LinkRig {

@@ -7,7 +7,7 @@ namespace Vantor {
 
 namespace {
 
-void append(png_structp png, png_bytep bytes, std::size_t size)
+void keepBytes(png_structp png, png_bytep bytes, std::size_t size)
 {
     static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(bytes), size);
 }
@@ -36,7 +36,7 @@ std::string PngSample::encode() const
     std::string file;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
-    png_set_write_fn(png, &file, append, nullptr);
+    png_set_write_fn(png, &file, keepBytes, nullptr);
     png_set_IHDR(png, info, width, height, depth, type, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     writeColours(*this, png, info);

@@ -9,7 +9,7 @@ namespace Vantor::Test {
 
 namespace {
 
-std::string hex(unsigned int value)
+std::string hexDigits(unsigned int value)
 {
     char text[16];
     std::snprintf(text, sizeof text, "%x", value);
@@ -29,33 +29,33 @@ void RecordingObserver::write(const std::string& kind, const std::string& rest)
 
 void RecordingObserver::onDeviceAdded(std::uint16_t uid)
 {
-    write("added", hex(uid));
+    write("added", hexDigits(uid));
     if (whenAdded)
         whenAdded(uid);
 }
 
 void RecordingObserver::onDeviceRemoved(std::uint16_t uid)
 {
-    write("removed", hex(uid));
+    write("removed", hexDigits(uid));
     if (whenRemoved)
         whenRemoved(uid);
 }
 
 void RecordingObserver::onReserved(std::uint16_t uid)
 {
-    write("reserved", hex(uid));
+    write("reserved", hexDigits(uid));
 }
 
 void RecordingObserver::onMessageBegin(std::uint16_t deviceId, const UsbMessage& message)
 {
-    write("begin", hex(deviceId) + " " + std::to_string(message.size) + " bytes");
+    write("begin", hexDigits(deviceId) + " " + std::to_string(message.size) + " bytes");
     if (whenBegun)
         whenBegun(deviceId, message);
 }
 
 void RecordingObserver::onMessageEnd(std::uint16_t deviceId)
 {
-    write("end", hex(deviceId));
+    write("end", hexDigits(deviceId));
     const std::lock_guard<std::mutex> lock(m_mutex);
     ++m_messages;
     m_ended.notify_all();
@@ -64,9 +64,9 @@ void RecordingObserver::onMessageEnd(std::uint16_t deviceId)
 void RecordingObserver::onParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
                                        unsigned int length)
 {
-    std::string text = hex(deviceId) + " type " + std::to_string(static_cast<int>(type)) + ":";
+    std::string text = hexDigits(deviceId) + " type " + std::to_string(static_cast<int>(type)) + ":";
     for (unsigned int i = 0; i < length; ++i)
-        text += " " + hex(payloadOf(data)[i]);
+        text += " " + hexDigits(payloadOf(data)[i]);
     write("parsed", text);
     if (whenParsed)
         whenParsed(deviceId);

@@ -17,6 +17,9 @@ namespace Vantor::Test {
 constexpr std::uint8_t mainMcu = 1;
 constexpr std::uint8_t servoMcu = 0x0F;
 
+// From one pass of the manager's worker to the next, while nothing happens.
+constexpr std::chrono::milliseconds passTime{1050};
+
 // What a device prints, and the level from which it does.
 struct LogLine {
     int level;

@@ -7,12 +7,6 @@
 
 namespace Vantor::Test {
 
-namespace {
-
-constexpr std::chrono::milliseconds passTime{1050};
-
-} // namespace
-
 ManagedUpgrade::ManagedUpgrade(const FaultyPanel::Options& options) : m_options(options)
 {
     setLevel(0);

@@ -12,7 +12,6 @@ namespace Vantor::Test {
 
 namespace {
 
-constexpr std::chrono::milliseconds passTime{1050};
 constexpr std::chrono::seconds settleTime{5};
 
 } // namespace

@@ -14,7 +14,7 @@ using Pixels = std::vector<unsigned int>;
 const Bytes marker = {0xFF, 0xFF, 0xFF, 0xFF};
 
 // A bitmap with a buffer of `size` bytes 0xEE.
-ClientLcdBitmap withBuffer(std::size_t size)
+ClientLcdBitmap bitmapWithBuffer(std::size_t size)
 {
     ClientLcdBitmap bitmap(0, 0, 0);
     bitmap.buffer.assign(size, 0xEE);
@@ -23,7 +23,7 @@ ClientLcdBitmap withBuffer(std::size_t size)
 
 Bytes compressed(const Pixels& pixels, int width, int height)
 {
-    ClientLcdBitmap out = withBuffer(4096);
+    ClientLcdBitmap out = bitmapWithBuffer(4096);
     PriorityPacker::compressImage(pixels.data(), width, height, 0, 0, out);
     EXPECT_EQ(out.size(), 4096u);
     for (std::size_t i = out.encodedSize; i < out.size(); ++i)
@@ -109,7 +109,7 @@ TEST(CompressImage, compressImage_setsPositionAndSizeAlone)
 TEST(CompressImage, compressImageIntoASmallerBuffer_setsEncodedSizeTo0Alone)
 {
     const Pixels pixels = {1, 2};
-    ClientLcdBitmap out = withBuffer(11); // a marker and two runs are 12
+    ClientLcdBitmap out = bitmapWithBuffer(11); // a marker and two runs are 12
     out.x = 3;
     out.y = 4;
     out.encodedSize = 99;
@@ -123,7 +123,7 @@ TEST(CompressImage, compressImageIntoASmallerBuffer_setsEncodedSizeTo0Alone)
 TEST(CompressImage, compressImageIntoABufferThatJustFits_fillsIt)
 {
     const Pixels pixels = {1, 2};
-    ClientLcdBitmap out = withBuffer(12);
+    ClientLcdBitmap out = bitmapWithBuffer(12);
     PriorityPacker::compressImage(pixels.data(), 2, 1, 50, 60, out);
     EXPECT_EQ(out.encodedSize, 12u);
     EXPECT_EQ(out.buffer, joined({marker, {1, 0, 0, 1}, {1, 0, 0, 2}}));
@@ -132,7 +132,7 @@ TEST(CompressImage, compressImageIntoABufferThatJustFits_fillsIt)
 TEST(CompressImage, compressImageOfNothing_leavesTheBitmapUntouched)
 {
     const unsigned int pixel = 7;
-    ClientLcdBitmap out = withBuffer(100);
+    ClientLcdBitmap out = bitmapWithBuffer(100);
     out.x = 3;
     out.y = 4;
     out.encodedSize = 99;

@@ -270,7 +270,7 @@ std::string rowOf(const Panel& panel, unsigned int y, unsigned int columns)
     return row;
 }
 
-ClientLcdBitmap bytesPerRow(std::uint16_t lcd, unsigned char rows)
+ClientLcdBitmap columnOnLcd(std::uint16_t lcd, unsigned char rows)
 {
     ClientLcdBitmap bitmap(8, rows, 1);
     bitmap.lcd = lcd;
@@ -460,9 +460,9 @@ TEST(PictureOracle, layerThatNeverFits_stopsEveryLcdButNoRecord)
         PriorityPacker packer(8 + 10 + 20);
         Panel panel(8 + 10 + 20);
         bitmap.lcd = 5;
-        packer.drawBitmapData(bytesPerRow(2, 30));
+        packer.drawBitmapData(columnOnLcd(2, 30));
         packer.drawBitmapData(bitmap);
-        packer.drawBitmapData(bytesPerRow(9, 4));
+        packer.drawBitmapData(columnOnLcd(9, 4));
         ASSERT_EQ(sendAll(packer, panel).size(), 1u); // LCD 2's first 20 rows, then LCD 5's turn
         const std::uint8_t payload = 1;
         packer.addStructData(&payload, 1, typeOf(7));
@@ -478,7 +478,7 @@ TEST(PictureOracle, layerThatNeverFits_isPassedWhileItsLcdIsLocked)
     ClientLcdBitmap stuck(240, 1, 1);
     stuck.lcd = 5;
     packer.drawBitmapData(stuck);
-    packer.drawBitmapData(bytesPerRow(9, 4));
+    packer.drawBitmapData(columnOnLcd(9, 4));
     EXPECT_EQ(sendAll(packer, panel).size(), 0u);
     packer.lockLcd(5);
     EXPECT_EQ(sendAll(packer, panel).size(), 1u);
@@ -490,7 +490,7 @@ TEST(PictureOracle, layerThatNeverFits_isRemovedByOneThatCoversIt)
     PriorityPacker packer(8 + 10 + 20);
     Panel panel(8 + 10 + 20);
     packer.drawBitmapData(ClientLcdBitmap(100, 1, 8));
-    packer.drawBitmapData(bytesPerRow(9, 4));
+    packer.drawBitmapData(columnOnLcd(9, 4));
     EXPECT_EQ(sendAll(packer, panel).size(), 0u);
     packer.drawBitmapData(ClientLcdBitmap(120, 1, 1));
     EXPECT_EQ(sendAll(packer, panel).size(), 2u);
@@ -504,7 +504,7 @@ TEST(PictureOracle, encodedLayer_waitsWhileEveryPacketBeginsWithARecord)
     PriorityPacker packer(1000);
     Panel panel(1000);
     packer.drawBitmapData(encodedLayer(3, 1, 24, {1, 2, 3}).bitmap);
-    packer.drawBitmapData(bytesPerRow(9, 4));
+    packer.drawBitmapData(columnOnLcd(9, 4));
     for (int packet = 0; packet < 3; ++packet) {
         packer.clearData();
         const std::uint8_t payload = 1;

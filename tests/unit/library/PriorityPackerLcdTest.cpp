@@ -1,5 +1,6 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
+#include "tests/support/CountingObserver.h"
 #include "tests/support/PackedBytes.h"
 #include "tests/support/PrivateMember.h"
 
@@ -51,7 +52,7 @@ ClientLcdBitmap rectangle(unsigned char x, unsigned char y, unsigned char width,
     return bitmap;
 }
 
-void queue(PriorityPacker& packer, int type, std::size_t size)
+void queueFiller(PriorityPacker& packer, int type, std::size_t size)
 {
     const Bytes payload(size, 0x5A);
     packer.addStructData(payload.data(), static_cast<unsigned int>(size), typeOf(type));
@@ -87,7 +88,7 @@ Packed slice(int lcd, int row, int rows)
 
 using Packet = std::vector<Packed>;
 
-Packet next(PriorityPacker& packer)
+Packet nextPacket(PriorityPacker& packer)
 {
     packer.clearData();
     const unsigned int count = packer.prepareNextPacket();
@@ -117,13 +118,6 @@ std::vector<std::pair<int, int>> drawnOn1(PriorityPacker& packer)
     return corners;
 }
 
-class CountingObserver : public PriorityPacker::Observer {
-public:
-    void onPackerHasChanged() override { ++m_calls; }
-
-    int m_calls = 0;
-};
-
 } // namespace
 
 TEST(PriorityPackerLcd, emptyPacker_leavesTheCursorAtTheEnd)
@@ -146,7 +140,7 @@ TEST(PriorityPackerLcd, layer_goesOutAsASliceAndIsGone)
     EXPECT_EQ(packer.prepareNextPacket(), 1u);
     EXPECT_EQ(packetOf(packer), (Bytes{20, 0, 1, 0, 0, 0, 0, 0, 38, 9, 0, 0x02, 0x01, 3, 4, 8, 2, 1, 0xA1, 0xA2}));
     EXPECT_FALSE(packer.hasMoreData());
-    EXPECT_EQ(next(packer), Packet{});
+    EXPECT_EQ(nextPacket(packer), Packet{});
 }
 
 TEST(PriorityPackerLcd, halfSentOriginal_isDrawnFromItsFirstRow)
@@ -156,7 +150,7 @@ TEST(PriorityPackerLcd, halfSentOriginal_isDrawnFromItsFirstRow)
     bitmap.byteOffset = 2;
     bitmap.rowOffset = 2;
     packer.drawBitmapData(bitmap);
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 4)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 4)}));
     EXPECT_EQ(bitmap.rowOffset, 2);
 }
 
@@ -167,15 +161,15 @@ TEST(PriorityPackerLcd, rvalueDraw_copiesToo)
     bitmap.buffer = {0xA1, 0xA2};
     packer.drawBitmapData(std::move(bitmap));
     EXPECT_EQ(bitmap.buffer, (Bytes{0xA1, 0xA2})); // NOLINT(bugprone-use-after-move): that is the point
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 2)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 2)}));
 }
 
 TEST(PriorityPackerLcd, slices_goBehindEveryStructRecord)
 {
     PriorityPacker packer(100);
     packer.drawBitmapData(bytesPerRow(1, 2));
-    queue(packer, 46, 1);
-    queue(packer, 6, 1);
+    queueFiller(packer, 46, 1);
+    queueFiller(packer, 6, 1);
     packer.clearData();
     EXPECT_EQ(packer.prepareNextPacket(), 3u);
     const std::vector<PackedRecord> records = recordsOf(packer);
@@ -189,10 +183,10 @@ TEST(PriorityPackerLcd, structRecordThatDoesNotFit_endsThePacketBeforeAnySlice)
     for (const int type : {5, 6}) {
         PriorityPacker packer(8 + 40);
         packer.drawBitmapData(bytesPerRow(1, 2)); // 12 bytes
-        queue(packer, type, 20);
-        queue(packer, type, 20);
-        EXPECT_EQ(next(packer), (Packet{record(type)}));
-        EXPECT_EQ(next(packer), (Packet{record(type), slice(1, 0, 2)}));
+        queueFiller(packer, type, 20);
+        queueFiller(packer, type, 20);
+        EXPECT_EQ(nextPacket(packer), (Packet{record(type)}));
+        EXPECT_EQ(nextPacket(packer), (Packet{record(type), slice(1, 0, 2)}));
     }
 }
 
@@ -203,13 +197,13 @@ TEST(PriorityPackerLcd, twoLcdsWithLayersLargerThanAPacket_alternateFromPacketTo
     PriorityPacker packer(8 + 30);
     packer.drawBitmapData(bytesPerRow(1, 50));
     packer.drawBitmapData(bytesPerRow(2, 50));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 20)}));
-    EXPECT_EQ(next(packer), (Packet{slice(2, 0, 20)}));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 20, 20)}));
-    EXPECT_EQ(next(packer), (Packet{slice(2, 20, 20)}));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 40, 10)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 20)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(2, 0, 20)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 20, 20)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(2, 20, 20)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 40, 10)}));
     EXPECT_TRUE(packer.hasMoreData());
-    EXPECT_EQ(next(packer), (Packet{slice(2, 40, 10)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(2, 40, 10)}));
     EXPECT_FALSE(packer.hasMoreData());
 }
 
@@ -221,9 +215,9 @@ TEST(PriorityPackerLcd, twoLcds_alternateWithinAPacketWhileSpaceRemains)
     PriorityPacker packer(8 + 60);
     packer.drawBitmapData(column(1, 200));
     packer.drawBitmapData(column(2, 200));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 50), slice(2, 0, 34), slice(1, 50, 20), slice(2, 34, 8)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 50), slice(2, 0, 34), slice(1, 50, 20), slice(2, 34, 8)}));
     EXPECT_EQ(packer.getPacketSizeRemaining(), 7u);
-    EXPECT_EQ(next(packer), (Packet{slice(1, 70, 50), slice(2, 42, 34), slice(1, 120, 20), slice(2, 76, 8)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 70, 50), slice(2, 42, 34), slice(1, 120, 20), slice(2, 76, 8)}));
 }
 
 TEST(PriorityPackerLcd, lcdThatDidNotFit_isFirstInTheNextPacket)
@@ -232,11 +226,11 @@ TEST(PriorityPackerLcd, lcdThatDidNotFit_isFirstInTheNextPacket)
     packer.drawBitmapData(bytesPerRow(1, 12)); // leaves 8 bytes
     packer.drawBitmapData(bytesPerRow(2, 12));
     packer.drawBitmapData(bytesPerRow(3, 12));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 12)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 12)}));
     packer.drawBitmapData(bytesPerRow(1, 12));
-    EXPECT_EQ(next(packer), (Packet{slice(2, 0, 12)}));
-    EXPECT_EQ(next(packer), (Packet{slice(3, 0, 12)}));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 12)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(2, 0, 12)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(3, 0, 12)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 12)}));
 }
 
 TEST(PriorityPackerLcd, lessThanSevenBytesFree_leavesTheCursorOnTheLcd)
@@ -245,7 +239,7 @@ TEST(PriorityPackerLcd, lessThanSevenBytesFree_leavesTheCursorOnTheLcd)
         PriorityPacker packer(8 + 20 + free);
         packer.drawBitmapData(bytesPerRow(1, 10));
         packer.drawBitmapData(bytesPerRow(2, 10));
-        EXPECT_EQ(next(packer), (Packet{slice(1, 0, 10)}));
+        EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 10)}));
         EXPECT_EQ(packer.getPacketSizeRemaining(), free);
         ASSERT_TRUE(reach(NextLcd{}, packer) != reach(LcdData{}, packer).end());
         EXPECT_EQ(reach(NextLcd{}, packer)->first, 2);
@@ -271,12 +265,12 @@ TEST(PriorityPackerLcd, lockedLcd_isSkipped)
     packer.lockLcd(1);
     packer.drawBitmapData(bytesPerRow(1, 2));
     packer.drawBitmapData(bytesPerRow(2, 2));
-    EXPECT_EQ(next(packer), (Packet{slice(2, 0, 2)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(2, 0, 2)}));
     EXPECT_TRUE(packer.hasMoreData());
-    EXPECT_EQ(next(packer), Packet{});
+    EXPECT_EQ(nextPacket(packer), Packet{});
     EXPECT_TRUE(packer.hasMoreData());
     packer.unlockLcd(1);
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 2)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 2)}));
     EXPECT_FALSE(packer.hasMoreData());
 }
 
@@ -294,11 +288,11 @@ TEST(PriorityPackerLcd, lockInTheMiddleOfALayer_holdsTheRestBack)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 10)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 10)}));
     packer.lockLcd(1);
-    EXPECT_EQ(next(packer), Packet{});
+    EXPECT_EQ(nextPacket(packer), Packet{});
     packer.unlockLcd(1);
-    EXPECT_EQ(next(packer), (Packet{slice(1, 10, 5)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 10, 5)}));
 }
 
 TEST(PriorityPackerLcd, lock_isAFlagNotACount)
@@ -308,7 +302,7 @@ TEST(PriorityPackerLcd, lock_isAFlagNotACount)
     packer.lockLcd(1);
     packer.drawBitmapData(bytesPerRow(1, 2));
     packer.unlockLcd(1);
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 2)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 2)}));
 }
 
 TEST(PriorityPackerLcd, unlock_notifiesAndLockDoesNot)
@@ -341,7 +335,7 @@ TEST(PriorityPackerLcd, lcdEntries_stayOnceMade)
 {
     PriorityPacker packer(100);
     packer.drawBitmapData(bytesPerRow(4, 2));
-    next(packer);
+    nextPacket(packer);
     EXPECT_EQ(reach(LcdData{}, packer).count(4), 1u);
 }
 
@@ -353,16 +347,16 @@ TEST(PriorityPackerLcd, cursorOnLcd3WithOnlyLcd1Unlocked_packsNoSliceUntilTheNex
     packer.drawBitmapData(bytesPerRow(1, 20)); // fills the packet
     packer.drawBitmapData(bytesPerRow(3, 5));
     packer.drawBitmapData(bytesPerRow(5, 5));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 20)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 20)}));
     ASSERT_EQ(reach(NextLcd{}, packer)->first, 3);
 
     packer.drawBitmapData(bytesPerRow(1, 5));
     packer.lockLcd(3);
     packer.lockLcd(5);
-    queue(packer, 7, 1);
-    EXPECT_EQ(next(packer), (Packet{record(7)}));
+    queueFiller(packer, 7, 1);
+    EXPECT_EQ(nextPacket(packer), (Packet{record(7)}));
     EXPECT_TRUE(reach(NextLcd{}, packer) == reach(LcdData{}, packer).end());
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 5)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 5)}));
 }
 
 TEST(PriorityPackerLcd, sweepThatPackedBehindTheCursor_goesOnFromTheBeginning)
@@ -370,9 +364,9 @@ TEST(PriorityPackerLcd, sweepThatPackedBehindTheCursor_goesOnFromTheBeginning)
     PriorityPacker packer(8 + 37);
     packer.drawBitmapData(bytesPerRow(1, 20));
     packer.drawBitmapData(bytesPerRow(3, 5));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 20)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 20)}));
     packer.drawBitmapData(bytesPerRow(1, 5));
-    EXPECT_EQ(next(packer), (Packet{slice(3, 0, 5), slice(1, 0, 5)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(3, 0, 5), slice(1, 0, 5)}));
     EXPECT_TRUE(reach(NextLcd{}, packer) == reach(LcdData{}, packer).end());
 }
 
@@ -384,7 +378,7 @@ TEST(PriorityPackerLcd, severalLayersOfOneLcd_goOutOneAVisit)
     packer.drawBitmapData(bytesPerRow(1, 3));
     packer.drawBitmapData(second);
     packer.drawBitmapData(bytesPerRow(2, 4));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 3), slice(2, 0, 4), slice(1, 0, 2)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 3), slice(2, 0, 4), slice(1, 0, 2)}));
     EXPECT_FALSE(packer.hasMoreData());
 }
 
@@ -397,10 +391,10 @@ TEST(PriorityPackerLcd, encodedLayer_isTheFirstRecordOfItsPacket)
     encoded.encodedSize = 8;
     packer.drawBitmapData(encoded);
     packer.drawBitmapData(bytesPerRow(2, 4));
-    queue(packer, 5, 1);
+    queueFiller(packer, 5, 1);
     // It ends a packet that holds something, for the LCDs behind it too.
-    EXPECT_EQ(next(packer), (Packet{record(5)}));
-    EXPECT_EQ(next(packer), (Packet{{46, 1, 0, 1}, slice(2, 0, 4)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{record(5)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{{46, 1, 0, 1}, slice(2, 0, 4)}));
     EXPECT_FALSE(packer.hasMoreData());
 }
 
@@ -412,7 +406,7 @@ TEST(PriorityPackerLcd, layerThatNeverFits_holdsBackTheLcdsBehindIt)
     packer.drawBitmapData(wide);
     packer.drawBitmapData(bytesPerRow(2, 1));
     for (int packets = 0; packets < 3; ++packets)
-        EXPECT_EQ(next(packer), Packet{});
+        EXPECT_EQ(nextPacket(packer), Packet{});
     EXPECT_TRUE(packer.hasMoreData());
 }
 
@@ -420,11 +414,11 @@ TEST(PriorityPackerLcd, clearData_keepsLayersAndTheirCursors)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
-    next(packer);
+    nextPacket(packer);
     packer.clearData();
     packer.clearData();
     EXPECT_TRUE(packer.hasMoreData());
-    EXPECT_EQ(next(packer), (Packet{slice(1, 10, 5)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 10, 5)}));
 }
 
 TEST(PriorityPackerLcd, fullScreenOverThreeSmallerLayers_leavesOnlyItself)
@@ -464,17 +458,17 @@ TEST(PriorityPackerLcd, layerOfAnotherLcd_isNotCovered)
     PriorityPacker packer(8192);
     packer.drawBitmapData(bytesPerRow(1, 4));
     packer.drawBitmapData(bytesPerRow(2, 4));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 4), slice(2, 0, 4)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 4), slice(2, 0, 4)}));
 }
 
 TEST(PriorityPackerLcd, halfSentLayer_isRemovedWhenCovered)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 10)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 10)}));
     packer.drawBitmapData(bytesPerRow(1, 15));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 10)}));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 10, 5)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 10)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 10, 5)}));
     EXPECT_FALSE(packer.hasMoreData());
 }
 
@@ -483,11 +477,11 @@ TEST(PriorityPackerLcd, rowsAlreadySent_countForTheTopEdgeOnly)
 {
     PriorityPacker packer(8 + 20);
     packer.drawBitmapData(bytesPerRow(1, 15));
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 10)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 10)}));
     ClientLcdBitmap lower = bytesPerRow(1, 5);
     lower.y = 10; // covers the rows not yet sent
     packer.drawBitmapData(lower);
-    EXPECT_EQ(next(packer), (Packet{slice(1, 10, 5)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 10, 5)}));
     EXPECT_FALSE(packer.hasMoreData());
 }
 
@@ -498,7 +492,7 @@ TEST(PriorityPackerLcd, rowOffsetOfTheNewBitmap_lowersItsTopEdge)
     ClientLcdBitmap bitmap = bytesPerRow(1, 4);
     bitmap.rowOffset = 1;
     packer.drawBitmapData(bitmap);
-    EXPECT_EQ(next(packer), (Packet{slice(1, 0, 4), slice(1, 0, 4)}));
+    EXPECT_EQ(nextPacket(packer), (Packet{slice(1, 0, 4), slice(1, 0, 4)}));
 }
 
 TEST(PriorityPackerLcd, drawOnALockedLcd_isStored)
@@ -507,7 +501,7 @@ TEST(PriorityPackerLcd, drawOnALockedLcd_isStored)
     packer.lockLcd(1);
     packer.drawBitmapData(bytesPerRow(1, 2));
     EXPECT_EQ(reach(LcdData{}, packer)[1].bitmaps.size(), 1u);
-    EXPECT_EQ(next(packer), Packet{});
+    EXPECT_EQ(nextPacket(packer), Packet{});
     EXPECT_TRUE(packer.hasMoreData());
 }
 

@@ -35,7 +35,7 @@ Bytes row(std::uint8_t value)
     return joined({marker, {4, 0, 0, value}, {4, 0, 0, static_cast<std::uint8_t>(value + 1)}});
 }
 
-ClientLcdBitmap encodedLayer(std::uint8_t rows, const Bytes& words)
+ClientLcdBitmap layerOfWords(std::uint8_t rows, const Bytes& words)
 {
     ClientLcdBitmap bitmap(8, rows, 24);
     bitmap.lcd = 3;
@@ -239,7 +239,7 @@ TEST(PriorityPackerSliceDeathTest, rawRowOffsetAboveTheHeight_aborts)
 TEST(PriorityPackerSlice, encodedLayerThatFits_isOneSlice)
 {
     PackerWith packer(10 + 24);
-    ClientLcdBitmap bitmap = encodedLayer(2, joined({row(1), row(3)}));
+    ClientLcdBitmap bitmap = layerOfWords(2, joined({row(1), row(3)}));
     bitmap.x = 5;
     bitmap.y = 6;
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 34u);
@@ -252,7 +252,7 @@ TEST(PriorityPackerSlice, encodedLayerThatFits_isOneSlice)
 TEST(PriorityPackerSlice, encodedSizeBelowTheBuffers_isWhatCounts)
 {
     PackerWith packer(1000);
-    ClientLcdBitmap bitmap = encodedLayer(1, row(1));
+    ClientLcdBitmap bitmap = layerOfWords(1, row(1));
     bitmap.buffer.resize(200, 0xEE);
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 22u);
     EXPECT_EQ(packer.getPacketSize(), 30u);
@@ -263,7 +263,7 @@ TEST(PriorityPackerSlice, encodedPacketWithARecord_takesNone)
     PackerWith packer(1000);
     packer.addStructData(nullptr, 0, typeOf(5));
     packer.prepareNextPacket();
-    const ClientLcdBitmap bitmap = encodedLayer(1, row(1));
+    const ClientLcdBitmap bitmap = layerOfWords(1, row(1));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
     EXPECT_EQ(packer.getPacketCount(), 1u);
     expectCursor(bitmap, 0, 0, 0);
@@ -272,7 +272,7 @@ TEST(PriorityPackerSlice, encodedPacketWithARecord_takesNone)
 TEST(PriorityPackerSlice, encodedTenBytesFree_areTooFew)
 {
     PackerWith packer(10);
-    const ClientLcdBitmap bitmap = encodedLayer(1, row(1));
+    const ClientLcdBitmap bitmap = layerOfWords(1, row(1));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
 }
 
@@ -280,7 +280,7 @@ TEST(PriorityPackerSlice, encodedTenBytesFree_areTooFew)
 TEST(PriorityPackerSlice, encodedLayerThatDoesNotFit_isCutBeforeTheLastMarkerWithinReach)
 {
     PackerWith packer(40);
-    const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+    const ClientLcdBitmap bitmap = layerOfWords(3, joined({row(1), row(3), row(5)}));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 34u);
     EXPECT_EQ(packetOf(packer), joined({{42, 0, 1, 0, 0, 0, 0, 0, 46, 31, 0, 3, 0, 0, 0, 8, 2, 24}, row(1), row(3)}));
     expectCursor(bitmap, 24, 2, 0);
@@ -296,7 +296,7 @@ TEST(PriorityPackerSlice, encodedLayerThatDoesNotFit_isCutBeforeTheLastMarkerWit
 TEST(PriorityPackerSlice, encodedMarkerBehindRowsThatFillThePacket_isOutOfReach)
 {
     PackerWith packer(34);
-    const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+    const ClientLcdBitmap bitmap = layerOfWords(3, joined({row(1), row(3), row(5)}));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 22u);
     expectCursor(bitmap, 12, 1, 0);
 }
@@ -304,7 +304,7 @@ TEST(PriorityPackerSlice, encodedMarkerBehindRowsThatFillThePacket_isOutOfReach)
 TEST(PriorityPackerSlice, encodedOneByteMore_bringsTheMarkerWithinReach)
 {
     PackerWith packer(35);
-    const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+    const ClientLcdBitmap bitmap = layerOfWords(3, joined({row(1), row(3), row(5)}));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 34u);
     expectCursor(bitmap, 24, 2, 0);
 }
@@ -312,7 +312,7 @@ TEST(PriorityPackerSlice, encodedOneByteMore_bringsTheMarkerWithinReach)
 TEST(PriorityPackerSlice, encodedRowLongerThanTheSpace_isNotSent)
 {
     PackerWith packer(21);
-    const ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+    const ClientLcdBitmap bitmap = layerOfWords(3, joined({row(1), row(3), row(5)}));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
     EXPECT_EQ(packetOf(packer), (Bytes{8, 0, 0, 0, 0, 0, 0, 0}));
     expectCursor(bitmap, 0, 0, 0);
@@ -321,7 +321,7 @@ TEST(PriorityPackerSlice, encodedRowLongerThanTheSpace_isNotSent)
 TEST(PriorityPackerSlice, encodedMoreMarkersThanRowsLeft_endsTheLayer)
 {
     PackerWith packer(40);
-    const ClientLcdBitmap bitmap = encodedLayer(2, joined({row(1), row(3), row(5)}));
+    const ClientLcdBitmap bitmap = layerOfWords(2, joined({row(1), row(3), row(5)}));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 34u);
     EXPECT_EQ(packetOf(packer).at(16), 2);
     expectCursor(bitmap, 0, 0, 1);
@@ -332,7 +332,7 @@ TEST(PriorityPackerSlice, encodedMoreMarkersThanRowsLeft_endsTheLayer)
 TEST(PriorityPackerSlice, encoded256MarkersWithinReach_areASliceOf255Rows)
 {
     PackerWith packer(11 + 4 * 255); // reaches offset 1020, the 256th marker
-    const ClientLcdBitmap bitmap = encodedLayer(10, Bytes(4 * 300, 0xFF));
+    const ClientLcdBitmap bitmap = layerOfWords(10, Bytes(4 * 300, 0xFF));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 10u + 1020u);
     EXPECT_EQ(packetOf(packer).at(16), 255);
     expectCursor(bitmap, 0, 0, 1);
@@ -341,7 +341,7 @@ TEST(PriorityPackerSlice, encoded256MarkersWithinReach_areASliceOf255Rows)
 TEST(PriorityPackerSlice, encoded257MarkersWithinReach_areNotSent)
 {
     PackerWith packer(11 + 4 * 256);
-    const ClientLcdBitmap bitmap = encodedLayer(10, Bytes(4 * 300, 0xFF));
+    const ClientLcdBitmap bitmap = layerOfWords(10, Bytes(4 * 300, 0xFF));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
     EXPECT_EQ(packer.getPacketCount(), 0u);
     expectCursor(bitmap, 0, 0, 0);
@@ -352,7 +352,7 @@ TEST(PriorityPackerSlice, encodedRunThatLooksLikeAMarker_countsAsOne)
 {
     PackerWith packer(33); // reaches offset 20
     const Bytes whiteRow = joined({marker, marker, {1, 0xFF, 0xFF, 0xFF}});
-    const ClientLcdBitmap bitmap = encodedLayer(10, joined({whiteRow, whiteRow}));
+    const ClientLcdBitmap bitmap = layerOfWords(10, joined({whiteRow, whiteRow}));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 26u); // 4 markers, the last at 16
     EXPECT_EQ(packetOf(packer).at(16), 3);
     expectCursor(bitmap, 16, 3, 0);
@@ -360,10 +360,10 @@ TEST(PriorityPackerSlice, encodedRunThatLooksLikeAMarker_countsAsOne)
 
 TEST(PriorityPackerSlice, encodedNoRowsLeft_isNotSent)
 {
-    const ClientLcdBitmap fits = encodedLayer(0, row(1));
+    const ClientLcdBitmap fits = layerOfWords(0, row(1));
     PackerWith packer(100);
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(fits), 0u);
-    const ClientLcdBitmap cut = encodedLayer(0, joined({row(1), row(3), row(5)}));
+    const ClientLcdBitmap cut = layerOfWords(0, joined({row(1), row(3), row(5)}));
     PackerWith small(40);
     EXPECT_EQ(small.addBitmapDataToPacketEncoded(cut), 0u);
     expectCursor(cut, 0, 0, 0);
@@ -372,7 +372,7 @@ TEST(PriorityPackerSlice, encodedNoRowsLeft_isNotSent)
 TEST(PriorityPackerSlice, encodedNoBytes_areNotSent)
 {
     PackerWith packer(100);
-    const ClientLcdBitmap bitmap = encodedLayer(1, {});
+    const ClientLcdBitmap bitmap = layerOfWords(1, {});
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
     expectCursor(bitmap, 0, 0, 0);
 }
@@ -382,7 +382,7 @@ TEST(PriorityPackerSlice, encodedNoBytes_areNotSent)
 TEST(PriorityPackerSlice, encodedLessThanAWordThatDoesNotFit_goesOutAs255Rows)
 {
     PackerWith packer(11);
-    const ClientLcdBitmap bitmap = encodedLayer(4, {0xA1, 0xA2});
+    const ClientLcdBitmap bitmap = layerOfWords(4, {0xA1, 0xA2});
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 12u);
     EXPECT_EQ(packetOf(packer), (Bytes{20, 0, 1, 0, 0, 0, 0, 0, 46, 9, 0, 3, 0, 0, 0, 8, 255, 24, 0xA1, 0xA2}));
     EXPECT_EQ(packer.getPacketSizeRemaining(), 0u);
@@ -393,7 +393,7 @@ TEST(PriorityPackerSlice, encodedLessThanAWordThatDoesNotFit_goesOutAs255Rows)
 TEST(PriorityPackerSlice, encodedLongDataWithoutAMarker_isNotSent)
 {
     PackerWith packer(40);
-    const ClientLcdBitmap bitmap = encodedLayer(3, Bytes(100, 0x11));
+    const ClientLcdBitmap bitmap = layerOfWords(3, Bytes(100, 0x11));
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
     EXPECT_EQ(packetOf(packer), (Bytes{8, 0, 0, 0, 0, 0, 0, 0}));
     expectCursor(bitmap, 0, 0, 0);
@@ -402,7 +402,7 @@ TEST(PriorityPackerSlice, encodedLongDataWithoutAMarker_isNotSent)
 TEST(PriorityPackerSlice, encodedSizeAboveTheBuffers_isNotSent)
 {
     PackerWith packer(100);
-    ClientLcdBitmap bitmap = encodedLayer(1, row(1));
+    ClientLcdBitmap bitmap = layerOfWords(1, row(1));
     bitmap.encodedSize = 13;
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
 }
@@ -465,7 +465,7 @@ TEST(PriorityPackerSlice, encodedSizeFarAboveTheBuffers_isNotSent)
 {
     for (const unsigned int remaining : {11u, 40u, 60000u}) {
         PackerWith packer(remaining);
-        ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+        ClientLcdBitmap bitmap = layerOfWords(3, joined({row(1), row(3), row(5)}));
         for (const std::uint32_t size : {37u, 0x80000000u, 0xFFFFFFFFu}) {
             bitmap.encodedSize = size;
             EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
@@ -478,7 +478,7 @@ TEST(PriorityPackerSlice, encodedCursorBeyondTheSize_isNotSent)
 {
     for (const unsigned int remaining : {11u, 40u, 60000u}) {
         PackerWith packer(remaining);
-        ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+        ClientLcdBitmap bitmap = layerOfWords(3, joined({row(1), row(3), row(5)}));
         for (const std::uint32_t offset : {36u, 37u, 0x80000000u, 0xFFFFFFFFu}) {
             bitmap.byteOffset = offset;
             EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 0u);
@@ -491,7 +491,7 @@ TEST(PriorityPackerSlice, encodedCursorBeyondTheSize_isNotSent)
 TEST(PriorityPackerSlice, encodedCursorInsideAWord_scansFromTheWordsBeginning)
 {
     PackerWith packer(34);
-    ClientLcdBitmap bitmap = encodedLayer(3, joined({row(1), row(3), row(5)}));
+    ClientLcdBitmap bitmap = layerOfWords(3, joined({row(1), row(3), row(5)}));
     bitmap.byteOffset = 3;
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 22u);
     EXPECT_EQ(packetOf(packer), (Bytes{30,   0, 1, 0, 0, 0, 0, 0, 46, 19,   0,    3,   0, 0, 0, 8, 1, 24, //
@@ -502,7 +502,7 @@ TEST(PriorityPackerSlice, encodedCursorInsideAWord_scansFromTheWordsBeginning)
 TEST(PriorityPackerSlice, encodedRowOffsetAboveTheHeight_countsModulo256)
 {
     PackerWith packer(100);
-    ClientLcdBitmap bitmap = encodedLayer(3, row(1));
+    ClientLcdBitmap bitmap = layerOfWords(3, row(1));
     bitmap.rowOffset = 5;
     EXPECT_EQ(packer.addBitmapDataToPacketEncoded(bitmap), 22u);
     EXPECT_EQ(packetOf(packer).at(16), 254);
@@ -518,7 +518,7 @@ TEST(PriorityPackerSlice, encodedCutOfEverySize_staysInsideTheBuffer)
         for (unsigned int remaining = 11; remaining <= 60; ++remaining) {
             for (std::uint32_t offset = 0; offset <= size; ++offset) {
                 PackerWith packer(remaining);
-                ClientLcdBitmap bitmap = encodedLayer(3, Bytes(words.begin(), end));
+                ClientLcdBitmap bitmap = layerOfWords(3, Bytes(words.begin(), end));
                 bitmap.byteOffset = offset;
                 const std::size_t written = packer.addBitmapDataToPacketEncoded(bitmap);
                 // Less than a word may pass the limit, see above.

@@ -1,5 +1,6 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
+#include "tests/support/CountingObserver.h"
 #include "tests/support/PackedBytes.h"
 #include "tests/support/PrivateMember.h"
 
@@ -71,19 +72,6 @@ DeviceInformation informationWithLimit(unsigned int limit)
     information.maxPacketSize = static_cast<std::uint16_t>(limit);
     return information;
 }
-
-class CountingObserver : public PriorityPacker::Observer {
-public:
-    void onPackerHasChanged() override
-    {
-        ++m_calls;
-        if (m_onCall)
-            m_onCall();
-    }
-
-    int m_calls = 0;
-    std::function<void()> m_onCall;
-};
 
 bool isFree(std::mutex& mutex)
 {

@@ -9,7 +9,7 @@ namespace {
 
 using Kind = BootFault::Kind;
 
-BootFault fault(Kind kind, unsigned int skip, bool sticky)
+BootFault bootFault(Kind kind, unsigned int skip, bool sticky)
 {
     BootFault result;
     result.kind = kind;
@@ -43,47 +43,47 @@ TEST(BootFaultPlan, fresh_nothing)
 TEST(BootFaultPlan, once_inOrderEachForOneRecord)
 {
     BootFaultPlan plan;
-    plan.add(fault(Kind::Lose, 0, false));
-    plan.add(fault(Kind::Ignore, 0, false));
+    plan.add(bootFault(Kind::Lose, 0, false));
+    plan.add(bootFault(Kind::Ignore, 0, false));
     EXPECT_EQ(met(plan, 4), "LI--");
 }
 
 TEST(BootFaultPlan, skip_countsFromWhenThoseBeforeAreUsedUp)
 {
     BootFaultPlan plan;
-    plan.add(fault(Kind::Lose, 2, false));
-    plan.add(fault(Kind::Ignore, 1, false));
+    plan.add(bootFault(Kind::Lose, 2, false));
+    plan.add(bootFault(Kind::Ignore, 1, false));
     EXPECT_EQ(met(plan, 6), "--L-I-");
 }
 
 TEST(BootFaultPlan, sticky_staysAfterItsSkip)
 {
     BootFaultPlan plan;
-    plan.add(fault(Kind::Lose, 2, true));
+    plan.add(bootFault(Kind::Lose, 2, true));
     EXPECT_EQ(met(plan, 5), "--LLL");
 }
 
 TEST(BootFaultPlan, laterSticky_replacesEarlier)
 {
     BootFaultPlan plan;
-    plan.add(fault(Kind::Lose, 0, true));
-    plan.add(fault(Kind::Ignore, 1, true));
+    plan.add(bootFault(Kind::Lose, 0, true));
+    plan.add(bootFault(Kind::Ignore, 1, true));
     EXPECT_EQ(met(plan, 3), "-II");
 }
 
 TEST(BootFaultPlan, recordThatOnceSkips_meetsTheSticky)
 {
     BootFaultPlan plan;
-    plan.add(fault(Kind::Lose, 1, true));
-    plan.add(fault(Kind::Ignore, 2, false));
+    plan.add(bootFault(Kind::Lose, 1, true));
+    plan.add(bootFault(Kind::Ignore, 2, false));
     EXPECT_EQ(met(plan, 5), "-LILL");
 }
 
 TEST(BootFaultPlan, clear_dropsAll)
 {
     BootFaultPlan plan;
-    plan.add(fault(Kind::Lose, 0, false));
-    plan.add(fault(Kind::Lose, 0, true));
+    plan.add(bootFault(Kind::Lose, 0, false));
+    plan.add(bootFault(Kind::Lose, 0, true));
     plan.clear();
     EXPECT_EQ(met(plan, 2), "--");
 }

@@ -12,9 +12,6 @@ using testing::IsEmpty;
 
 using PanelModelBus = PanelModelFixture;
 
-constexpr PanelFault::Direction out = PanelFault::Direction::Out;
-constexpr PanelFault::Direction in = PanelFault::Direction::In;
-
 TEST_F(PanelModelBus, descriptors_carryTheIds)
 {
     PanelModel::Options other = options();

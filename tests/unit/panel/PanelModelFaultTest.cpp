@@ -10,8 +10,6 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr PanelFault::Direction out = PanelFault::Direction::Out;
-constexpr PanelFault::Direction in = PanelFault::Direction::In;
 constexpr PanelFault::Kind stall = PanelFault::Kind::Stall;
 constexpr PanelFault::Kind silent = PanelFault::Kind::NoAnswer;
 

@@ -29,6 +29,9 @@ class PanelModelFixture : public testing::Test {
 protected:
     using Completion = PanelModel::Completion;
 
+    static constexpr PanelFault::Direction out = PanelFault::Direction::Out;
+    static constexpr PanelFault::Direction in = PanelFault::Direction::In;
+
     static PanelFault fault(PanelFault::Direction direction, PanelFault::Kind kind, bool sticky = false)
     {
         PanelFault result;

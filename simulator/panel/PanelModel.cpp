@@ -17,7 +17,6 @@ namespace Vantor {
 
 namespace {
 
-constexpr std::size_t busPacket = 512;
 constexpr std::size_t urbSplit = 16384; // how hosts split transfers without scatter-gather
 
 template <typename Record> void append(std::vector<std::uint8_t>& bytes, const Record& record)
@@ -111,7 +110,7 @@ int PanelModel::submitOut(Owner owner, UrbId urb, std::vector<std::uint8_t> data
     const int claimed = claimForSubmit(owner);
     if (claimed != 0)
         return claimed;
-    const bool marked = endsTransfer || data.empty() || data.size() % busPacket != 0;
+    const bool marked = endsTransfer || data.empty() || data.size() % PanelOutbox::busPacket != 0;
     const bool ends = marked || data.size() % urbSplit != 0;
     m_outUrbs.push_back({owner, urb, std::move(data), ends, marked, m_submittedTransfer, m_packetLimit.at(m_clock())});
     if (ends)

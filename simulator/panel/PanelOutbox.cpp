@@ -6,12 +6,6 @@
 
 namespace Vantor {
 
-namespace {
-
-constexpr std::uint32_t busPacket = 512;
-
-} // namespace
-
 void PanelOutbox::add(std::vector<std::uint8_t> packet)
 {
     m_packets.push_back(std::move(packet));

@@ -21,6 +21,8 @@ namespace Vantor {
 // Threads: one at a time.
 class PanelOutbox {
 public:
+    static constexpr std::uint32_t busPacket = 512; // of a high-speed bulk endpoint
+
     struct Chunk {
         int status = 0; // 0 or -EOVERFLOW
         std::vector<std::uint8_t> bytes;

@@ -27,7 +27,7 @@ std::string describeTime(std::chrono::seconds time)
     return std::to_string(std::chrono::ceil<std::chrono::minutes>(time).count()) + " min";
 }
 
-std::string describe(const std::optional<FirmwareImage>& image)
+std::string describeImage(const std::optional<FirmwareImage>& image)
 {
     return image ? image->describe() : "left as it is";
 }
@@ -83,8 +83,8 @@ void FlashCommand::describe(const Panel& panel, Output& output) const
 {
     output.line("panel     %s (%s), %s", panel.getUidText().c_str(), panel.getPlace().c_str(),
                 panel.getDescription().c_str());
-    output.line("main      %s", Vantor::describe(m_images.main).c_str());
-    output.line("servo     %s", Vantor::describe(m_images.servo).c_str());
+    output.line("main      %s", describeImage(m_images.main).c_str());
+    output.line("servo     %s", describeImage(m_images.servo).c_str());
     output.line("time      about %s", describeTime(m_images.estimateTime()).c_str());
 }
 

@@ -211,11 +211,8 @@ TEST_F(UsbIpBusTest, repeatedEmission_goesOnInItsTime)
     const auto emissions = [this] { return std::count(m_log.begin(), m_log.end(), "panel 0: emit type 5, 1 byte"); };
     EXPECT_EQ(emissions(), 1);
     std::vector<pollfd> nobody;
-    m_bus->serve(nobody); // until the second is due
-    m_bus->serve(nobody); // the second, and until the third is due
-    EXPECT_EQ(emissions(), 2);
-    serve();
-    EXPECT_EQ(emissions(), 3);
+    while (emissions() < 3)
+        m_bus->serve(nobody); // what is due, or until something is
     EXPECT_EQ(answerTo(read(2)).size(), 48U + 3 * 12); // which had to wait together
 }
 

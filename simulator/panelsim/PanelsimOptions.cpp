@@ -135,7 +135,9 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error)
         return error.what();
     if (app.get_subcommands().empty() && !isOption(extras.front()))
         return "'" + extras.front() + "' is no subcommand: there are run and attach";
-    return "'" + extras.front() + "' was not expected";
+    // The value of a mistyped option passes for the program, and the program for too much.
+    const auto option = std::find_if(extras.begin(), extras.end(), isOption);
+    return "'" + (option != extras.end() ? *option : extras.front()) + "' was not expected";
 }
 
 // Help and version to standard output, a complaint to standard error: the exit code.

@@ -59,6 +59,7 @@ TEST(PanelsimOptions, wrongUsage_namesTheWord)
               "panelsim: 'bogus' is no subcommand: there are run and attach" + hint);
     EXPECT_EQ(refusalOf({"--bogus"}), "panelsim: '--bogus' was not expected" + hint);
     EXPECT_EQ(refusalOf({"run", "--bogus", "--", "true"}), "panelsim: '--bogus' was not expected" + hint);
+    EXPECT_EQ(refusalOf({"run", "--panel", "2", "--", "true"}), "panelsim: '--panel' was not expected" + hint);
     EXPECT_EQ(refusalOf({"run", "-x"}), "panelsim: '-x' was not expected" + hint);
     EXPECT_EQ(refusalOf({"run"}), "panelsim: PROGRAM is required" + hint);
     EXPECT_EQ(refusalOf({"attach", "x"}), "panelsim: 'x' was not expected" + hint);

@@ -13,6 +13,9 @@ namespace Vantor {
 #define MORVANE_SLOW_BUILD
 #endif
 #endif
+#ifdef __arm__ // in an emulator
+#define MORVANE_SLOW_BUILD
+#endif
 #ifdef MORVANE_SLOW_BUILD
 constexpr bool slowBuild = true;
 #else

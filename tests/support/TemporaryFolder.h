@@ -52,7 +52,7 @@ private:
 class TemporaryFile {
 public:
     template <typename Content = std::string>
-    explicit TemporaryFile(const Content& content = {}) : m_path(m_folder / "file")
+    explicit TemporaryFile(const Content& content = {}) : m_folder(), m_path(m_folder / "file")
     {
         write(content);
     }

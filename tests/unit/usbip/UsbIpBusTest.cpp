@@ -211,7 +211,7 @@ TEST_F(UsbIpBusTest, repeatedEmission_goesOnInItsTime)
     const auto emissions = [this] { return std::count(m_log.begin(), m_log.end(), "panel 0: emit type 5, 1 byte"); };
     EXPECT_EQ(emissions(), 1);
     while (emissions() < 3)
-        serve(); // does not wait
+        serve();
     EXPECT_EQ(answerTo(read(2)).size(), 48U + 3 * 12); // which had to wait together
 }
 

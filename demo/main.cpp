@@ -5,27 +5,37 @@
 #include "panelctl/terminal/Wording.h"
 
 #include <string>
-
-#include <CLI/CLI.hpp>
+#include <vector>
 
 namespace {
 
 using namespace Vantor;
 
-void run(int argc, char** argv, Output& output, const Interrupt& interrupt)
+constexpr char help[] = "Drives simulated panels and reports; ./run-demo runs it.\n"
+                        "Usage: morvane-demo [--any-panel] [--log-level N]\n\n"
+                        "  --any-panel      Also send the demo's made-up records to real panels\n"
+                        "  --log-level N    The library's log on standard error, 0 to 5\n";
+
+// By hand: two options are not worth half a minute of a compiler.
+void run(const std::vector<std::string>& arguments, Output& output, const Interrupt& interrupt)
 {
     bool anyPanel = false;
     int logLevel = 2;
-    CLI::App app("Drives simulated panels and reports; ./run-demo runs it.", "morvane-demo");
-    app.add_flag("--any-panel", anyPanel, "Also send the demo's made-up records to real panels");
-    app.add_option("--log-level", logLevel, "The library's log on standard error, 0 to 5")->check(CLI::Range(0, 5));
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        output.text(app.help());
-        return;
-    } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::Usage, makePrintable(error.what()) + "\n`morvane-demo --help` shows what there is.");
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
+        if (argument == "--help" || argument == "-h") {
+            output.text(help);
+            return;
+        }
+        const std::string value = i + 1 < arguments.size() ? arguments[i + 1] : "";
+        if (argument == "--any-panel") {
+            anyPanel = true;
+        } else if (argument == "--log-level" && value >= "0" && value <= "5" && value.size() == 1) {
+            logLevel = value[0] - '0';
+            ++i;
+        } else {
+            throw Failure(ExitCode::Usage, makePrintable(argument) + ": not understood here\n" + help);
+        }
     }
     DemoCommand demo(anyPanel);
     runCommand(demo, logLevel, output, interrupt);
@@ -35,5 +45,7 @@ void run(int argc, char** argv, Output& output, const Interrupt& interrupt)
 
 int main(int argc, char** argv)
 {
-    return runProgram([argc, argv](Output& output, const Interrupt& interrupt) { run(argc, argv, output, interrupt); });
+    return runProgram([&](Output& output, const Interrupt& interrupt) {
+        run({argv + 1, argv + argc}, output, interrupt);
+    });
 }

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t longestLoggedPayload = 32;
 
 // Only the first bytes of a long one.
-std::string describe(const PanelModel::Record& record)
+std::string describeRecord(const PanelModel::Record& record)
 {
     std::string line = "record type " + std::to_string(static_cast<int>(record.type)) + ", " +
                        formatBytes(record.payload.size()) + ":";
@@ -27,7 +27,7 @@ BusPanel::BusPanel(PanelRack& rack, unsigned int number)
     : m_rack(rack), m_number(number), m_model(rack.makeModel(number))
 {
     if (rack.isLogged())
-        m_model.setRecordObserver([this](const PanelModel::Record& record) { log(describe(record)); });
+        m_model.setRecordObserver([this](const PanelModel::Record& record) { log(describeRecord(record)); });
     rack.enter(*this);
 }
 

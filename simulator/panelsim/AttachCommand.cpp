@@ -55,7 +55,7 @@ private:
     int m_descriptor;
 };
 
-UsbIpBus::Options busOptions(Simulation& session)
+UsbIpBus::Options usbIpOptions(Simulation& session)
 {
     UsbIpBus::Options bus;
     session.setUp(bus);
@@ -66,7 +66,7 @@ UsbIpBus::Options busOptions(Simulation& session)
     return bus;
 }
 
-void complain(const std::string& line, const std::string& error)
+void refuse(const std::string& line, const std::string& error)
 {
     std::fprintf(stderr, "panelsim: '%s': %s\n", UserText::shown(line).c_str(), error.c_str());
 }
@@ -75,13 +75,13 @@ void execute(UsbIpBus& bus, const std::string& line)
 {
     const ParsedOrder parsed = parsePanelOrder(line);
     if (!parsed.order)
-        return complain(line, parsed.error);
+        return refuse(line, parsed.error);
     if (panelOf(*parsed.order) >= PanelBus::maxPanels)
-        return complain(line, "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
+        return refuse(line, "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
     try {
         bus.execute(*parsed.order);
     } catch (const std::exception& error) {
-        complain(line, error.what());
+        refuse(line, error.what());
     }
 }
 
@@ -134,7 +134,7 @@ int attachPanels(const PanelsimOptions& options)
     // Who waited for a line of the output may have gone; the panels and their flash stay.
     std::signal(SIGPIPE, SIG_IGN);
     VhciPorts ports(options.vhciFolder);
-    UsbIpBus bus(busOptions(session), ports);
+    UsbIpBus bus(usbIpOptions(session), ports);
     session.begin(bus);
     session.schedule(bus);
     serveUntilTheEnd(bus, signals);

@@ -1,26 +1,12 @@
 #include "simulator/panelsim/LcdOption.h"
 
+#include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
 
-#include <charconv>
-#include <system_error>
+#include <cstdint>
+#include <string>
 
 namespace Vantor {
-
-namespace {
-
-// The decimal number that is all of `text`, up to `highest`.
-std::optional<unsigned int> parseNumber(std::string_view text, unsigned int highest)
-{
-    unsigned int number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || rest != end || number > highest)
-        return std::nullopt;
-    return number;
-}
-
-} // namespace
 
 ParsedLcdOption parseLcdOption(std::string_view text)
 {
@@ -34,11 +20,13 @@ ParsedLcdOption parseLcdOption(std::string_view text)
         return {std::nullopt, "LCDs are numbered 0 to 65535, found '" + UserText::shown(lcdText) + "'"};
     const auto width = parseNumber(text.substr(equals + 1, times - equals - 1), PanelScreen::maxSide);
     const auto height = parseNumber(text.substr(times + 1), PanelScreen::maxSide);
-    if (!width || !height || !PanelScreen::isPossible({*width, *height}))
+    const PanelScreen::Size size{static_cast<unsigned int>(width.value_or(0)),
+                                 static_cast<unsigned int>(height.value_or(0))};
+    if (!PanelScreen::isPossible(size))
         return {std::nullopt, "an LCD is 1x1 to " + std::to_string(PanelScreen::maxSide) + "x" +
                                   std::to_string(PanelScreen::maxSide) + " pixels, found '" +
                                   UserText::shown(text.substr(equals + 1)) + "'"};
-    return {LcdOption{static_cast<std::uint16_t>(*lcd), {*width, *height}}, {}};
+    return {LcdOption{static_cast<std::uint16_t>(*lcd), size}, {}};
 }
 
 } // namespace Vantor

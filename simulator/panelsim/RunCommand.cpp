@@ -64,7 +64,7 @@ void attend(ClientProcess& program)
     }
 }
 
-UsbfsBus::Options busOptions(const PanelsimOptions& options, Simulation& session)
+UsbfsBus::Options usbfsOptions(const PanelsimOptions& options, Simulation& session)
 {
     UsbfsBus::Options bus;
     session.setUp(bus);
@@ -83,7 +83,7 @@ int runProgram(const PanelsimOptions& options)
     sigset_t originalMask;
     pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
 
-    UsbfsBus bus(busOptions(options, session));
+    UsbfsBus bus(usbfsOptions(options, session));
     session.begin(bus);
     int exitCode = 0;
     try {

@@ -26,7 +26,7 @@ constexpr std::size_t lengthAt = 24;
 constexpr std::size_t packetsAt = 32;
 constexpr std::size_t setupAt = 40;
 
-std::uint32_t read(const std::uint8_t* header, std::size_t offset)
+std::uint32_t load(const std::uint8_t* header, std::size_t offset)
 {
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < sizeof value; ++i)
@@ -34,7 +34,7 @@ std::uint32_t read(const std::uint8_t* header, std::size_t offset)
     return value;
 }
 
-void write(std::vector<std::uint8_t>& message, std::size_t offset, std::uint32_t value)
+void store(std::vector<std::uint8_t>& message, std::size_t offset, std::uint32_t value)
 {
     for (std::size_t i = 0; i < sizeof value; ++i)
         message[offset + i] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
@@ -44,9 +44,9 @@ void write(std::vector<std::uint8_t>& message, std::size_t offset, std::uint32_t
 std::vector<std::uint8_t> makeReply(std::uint32_t command, std::uint32_t sequence, std::int32_t status)
 {
     std::vector<std::uint8_t> reply(UsbIpMessage::headerSize);
-    write(reply, commandAt, command);
-    write(reply, sequenceAt, sequence);
-    write(reply, statusAt, static_cast<std::uint32_t>(status));
+    store(reply, commandAt, command);
+    store(reply, sequenceAt, sequence);
+    store(reply, statusAt, static_cast<std::uint32_t>(status));
     return reply;
 }
 
@@ -57,13 +57,13 @@ UsbIpMessage::ParsedRequest refuse(std::string error)
 
 UsbIpMessage::ParsedRequest parseSubmit(const std::uint8_t* header)
 {
-    const std::uint32_t direction = read(header, directionAt);
-    const std::uint32_t endpoint = read(header, endpointAt);
+    const std::uint32_t direction = load(header, directionAt);
+    const std::uint32_t endpoint = load(header, endpointAt);
     UsbIpMessage::Submit submit{};
-    submit.sequence = read(header, sequenceAt);
-    submit.flags = read(header, flagsAt);
-    submit.length = read(header, lengthAt);
-    submit.packets = read(header, packetsAt);
+    submit.sequence = load(header, sequenceAt);
+    submit.flags = load(header, flagsAt);
+    submit.length = load(header, lengthAt);
+    submit.packets = load(header, packetsAt);
     if (direction > 1)
         return refuse("a transfer in direction " + std::to_string(direction) + ", there are 0 (out) and 1 (in)");
     if (endpoint > highestEndpoint)
@@ -86,11 +86,11 @@ UsbIpMessage::ParsedRequest UsbIpMessage::parseRequest(const std::uint8_t* heade
 {
     if (size < headerSize)
         return refuse("a header of " + std::to_string(size) + " bytes, it has " + std::to_string(headerSize));
-    switch (const std::uint32_t command = read(header, commandAt)) {
+    switch (const std::uint32_t command = load(header, commandAt)) {
     case commandSubmit:
         return parseSubmit(header);
     case commandUnlink:
-        return {Unlink{read(header, sequenceAt), read(header, targetAt)}, {}};
+        return {Unlink{load(header, sequenceAt), load(header, targetAt)}, {}};
     default:
         return refuse("command " + std::to_string(command) + ", there are 1 (submit) and 2 (unlink)");
     }
@@ -101,9 +101,9 @@ std::vector<std::uint8_t> UsbIpMessage::makeSubmitReply(const Submit& request, s
                                                         const std::vector<std::uint8_t>& data)
 {
     std::vector<std::uint8_t> reply = makeReply(replySubmit, request.sequence, status);
-    write(reply, lengthAt, actualLength);
+    store(reply, lengthAt, actualLength);
     // Kernels differ in how they write "none"; each understands its own.
-    write(reply, packetsAt, request.packets);
+    store(reply, packetsAt, request.packets);
     reply.insert(reply.end(), data.begin(), data.end());
     return reply;
 }

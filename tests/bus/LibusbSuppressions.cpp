@@ -3,9 +3,9 @@
 // The manager opens and closes devices with its mutex held, and libusb calls the manager
 // back with its own locks held. Both happen on the one thread that runs libusb's events, or
 // the opening happens in initialise, while nobody runs events (see EventPump).
-extern "C" const char* __tsan_default_suppressions(); // NOLINT(bugprone-reserved-identifier): its name
+extern "C" const char* __tsan_default_suppressions();
 
-const char* __tsan_default_suppressions() // NOLINT(bugprone-reserved-identifier)
+const char* __tsan_default_suppressions()
 {
     return "deadlock:UsbManager::enterDevice\n"
            "deadlock:UsbManager::retire\n";

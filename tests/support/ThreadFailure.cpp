@@ -17,7 +17,7 @@ using Start = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 } // namespace
 
 // A sanitizer's own definition, where there is one: it must know of every thread.
-extern "C" __attribute__((weak)) Start __interceptor_pthread_create; // NOLINT(bugprone-reserved-identifier)
+extern "C" __attribute__((weak)) Start __interceptor_pthread_create;
 
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument)
 {

@@ -357,12 +357,12 @@ private:
 
 TEST(PackerOracle, records_comeOutWholeOnceAndInOrder)
 {
-    runSeeds(300, [](unsigned int seed) { RecordSchedule(seed).run(); });
+    runSeeds(slowBuild ? 100 : 300, [](unsigned int seed) { RecordSchedule(seed).run(); });
 }
 
 TEST(PackerOracle, layers_comeOutWholeOnceAndInOrder)
 {
-    runSeeds(100, [](unsigned int seed) { LcdSchedule(seed).run(); });
+    runSeeds(slowBuild ? 30 : 100, [](unsigned int seed) { LcdSchedule(seed).run(); });
 }
 
 } // namespace Vantor

@@ -281,7 +281,7 @@ ClientLcdBitmap columnOnLcd(std::uint16_t lcd, unsigned char rows)
 
 TEST(PictureOracle, pictureThatArrives_isThePictureComposed)
 {
-    runSeeds(60, [](unsigned int seed) { PictureSchedule(seed).run(); });
+    runSeeds(slowBuild ? 20 : 60, [](unsigned int seed) { PictureSchedule(seed).run(); });
 }
 
 // Four rows of two pixels, every limit from one row a packet to all in one.

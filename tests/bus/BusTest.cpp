@@ -146,6 +146,12 @@ void BusTest::awaitBusLog(const std::string& text)
     EXPECT_TRUE(waitUntil(isThere)) << "the bus did not log: " << text;
 }
 
+void BusTest::allowLogOfDeparture()
+{
+    allowLog(R"(\[libusb\] [RT]X LIBUSB_ERROR_NO_DEVICE( uid=\w+!)?)");
+    allowLog(R"(\[libusb\] found dead device: .*)");
+}
+
 void BusTest::allowLog(const std::string& pattern)
 {
     m_allowedLog.push_back(pattern);

@@ -50,6 +50,9 @@ protected:
 
     // Matching lines of the library are in order, and as many as there are.
     void allowLog(const std::string& pattern);
+    // What the library says of a panel that is pulled depends on what it notices first: that
+    // its transfers end, that the device has left, or that one in the registry is dead.
+    void allowLogOfDeparture();
 
     // The same for lines of libusb.
     void allowLibusb(const std::string& pattern);

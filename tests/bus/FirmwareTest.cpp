@@ -114,7 +114,7 @@ TEST_F(Firmware, faults_areRecoveredFrom)
 // Its flash is half written, in the files, too, until it is flashed again.
 TEST_F(Firmware, panelPulledHalfWay_isFlashedAgain)
 {
-    allowLog(R"(\[libusb\] [RT]X LIBUSB_ERROR_NO_DEVICE( uid=\w+!)?)");
+    allowLogOfDeparture();
     FlashFolder folder(m_folder.getPath());
     UsbfsBus::Options options;
     options.keepFlash = [&folder](unsigned int panel, const BootLoader::Flash& flash) { folder.save(panel, flash); };

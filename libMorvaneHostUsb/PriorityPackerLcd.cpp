@@ -70,6 +70,25 @@ BitmapImage viewOf(ClientLcdBitmap& bitmap, unsigned char depth)
     return {bitmap.data(), bitmap.width, bitmap.height, formatOfDepth(depth), flattenThreshold};
 }
 
+std::uint64_t pairAt(const unsigned int* pixels)
+{
+    std::uint64_t pair = 0;
+    std::memcpy(&pair, pixels, sizeof pair);
+    return pair;
+}
+
+// The first pixel from here to `reach` that is another.
+const unsigned int* endOfRun(const unsigned int* pixels, const unsigned int* reach)
+{
+    const unsigned int pixel = *pixels;
+    const std::uint64_t pair = static_cast<std::uint64_t>(pixel) << 32 | pixel;
+    while (reach - pixels >= 4 && ((pairAt(pixels) ^ pair) | (pairAt(pixels + 2) ^ pair)) == 0)
+        pixels += 4;
+    while (pixels != reach && *pixels == pixel)
+        ++pixels;
+    return pixels;
+}
+
 // A row marker, then the row's runs of at most 255 equal pixels.
 void appendEncodedRow(std::vector<std::uint32_t>& words, const unsigned int* row, std::size_t columns)
 {
@@ -77,11 +96,8 @@ void appendEncodedRow(std::vector<std::uint32_t>& words, const unsigned int* row
     words.push_back(SliceHeader::rowMarker);
     const unsigned int* const end = row + columns;
     while (row != end) {
-        const unsigned int* const reach = row + std::min(longestRun, end - row);
-        const unsigned int pixel = *row;
-        const unsigned int* const next =
-            std::find_if(row, reach, [pixel](unsigned int other) { return other != pixel; });
-        words.push_back(PriorityPacker::encode(pixel, static_cast<unsigned char>(next - row)));
+        const unsigned int* const next = endOfRun(row, row + std::min(longestRun, end - row));
+        words.push_back(PriorityPacker::encode(*row, static_cast<unsigned char>(next - row)));
         row = next;
     }
 }

@@ -4,6 +4,7 @@
 
 #include "tests/support/PackedBytes.h"
 
+#include "tests/support/EachPath.h"
 #include "tests/support/LiteralComposite.h"
 #include "tests/support/Random.h"
 #include "tests/support/Seeds.h"
@@ -14,6 +15,7 @@
 #include <map>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 namespace Vantor {
 namespace {
@@ -184,46 +186,105 @@ TEST(LcdHelperComposite, pictureWithoutPixels_drawsNothing)
     EXPECT_EQ(setBytes(rows), Set{});
 }
 
+// Of 2^32 - 1 rows at row 10, the one behind the highest position is at row 0 again: the
+// last nine.
+TEST(LcdHelperComposite, pictureAsHighAsPositionsGo_beginsAgainAtTheTop)
+{
+    if constexpr (sizeof(void*) == 8) {
+        void* const memory =
+            mmap(nullptr, UINT_MAX, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        ASSERT_NE(memory, MAP_FAILED);
+        auto* const grey = static_cast<unsigned char*>(memory);
+        std::memset(grey, 255, 54);
+        LcdBitmap pages{};
+        LcdHelper::compositeToLcd(&pages, grey, 1, UINT_MAX, 3, 10, mid);
+        EXPECT_EQ(setBytes(pages), (Set{{3, 0xFF}, {128 + 3, 0x01}}));
+        munmap(memory, UINT_MAX);
+    }
+}
+
 TEST(LcdHelperComposite, lcdWithoutPixels_isLeftAlone)
 {
     LcdHelper::compositeToLcd(nullptr, black.data(), 8, 8, 0, 8, 0, 0, mid);
     LcdHelper::compositeToLcd(nullptr, black.data(), 8, 8, 8, 0, 0, 0, mid);
 }
 
+namespace {
+
+// A picture of some kind at some place, on all kinds of LCDs.
+class RandomComposite {
+public:
+    explicit RandomComposite(Random& random)
+        : m_width(random.below(170)), m_height(random.below(200)),
+          m_grey(random.bytes(std::size_t{m_width} * m_height)), m_x(static_cast<int>(random.below(400)) - 200),
+          m_y(static_cast<int>(random.below(440)) - 220), m_threshold(static_cast<int>(random.below(280)) - 10),
+          m_lcdWidth(1 + random.below(150)), m_lcdHeight(1 + random.below(80)),
+          m_before(static_cast<std::uint8_t>(random.below(256)))
+    {}
+
+    void expectLiteralResults() const
+    {
+        SCOPED_TRACE(testing::Message() << m_width << " × " << m_height << " at " << m_x << ", " << m_y
+                                        << ", threshold " << m_threshold << ", LCD " << m_lcdWidth << " × "
+                                        << m_lcdHeight << " of bytes " << int{m_before});
+        expectLiteralPages();
+        expectLiteralRows();
+        expectLiteralRaw();
+    }
+
+private:
+    LiteralComposite literal() const { return {m_grey, m_width, m_height, m_x, m_y, m_threshold}; }
+
+    void expectLiteralPages() const
+    {
+        LcdBitmap pages{};
+        std::memset(pages.data, m_before, sizeof pages.data);
+        Bytes expected(sizeof pages.data, m_before);
+        literal().drawPages(expected, 128, 64);
+        LcdHelper::compositeToLcd(&pages, m_grey.data(), m_width, m_height, m_x, m_y, m_threshold);
+        ASSERT_EQ(Bytes(std::begin(pages.data), std::end(pages.data)), expected);
+    }
+
+    void expectLiteralRows() const
+    {
+        TransLcdBitmap rows{};
+        std::memset(rows.data, m_before, sizeof rows.data);
+        Bytes expected(sizeof rows.data, m_before);
+        literal().drawRows(expected, 144, 168);
+        LcdHelper::compositeToLcd(&rows, m_grey.data(), m_width, m_height, m_x, m_y, m_threshold);
+        ASSERT_EQ(Bytes(std::begin(rows.data), std::end(rows.data)), expected);
+    }
+
+    void expectLiteralRaw() const
+    {
+        Bytes raw(std::size_t{(m_lcdHeight + 7) / 8} * m_lcdWidth, m_before);
+        Bytes expected = raw;
+        literal().drawPages(expected, m_lcdWidth, m_lcdHeight);
+        LcdHelper::compositeToLcd(raw.data(), m_grey.data(), m_width, m_height, m_lcdWidth, m_lcdHeight, m_x, m_y,
+                                  m_threshold);
+        ASSERT_EQ(raw, expected);
+    }
+
+    unsigned int m_width;
+    unsigned int m_height;
+    Bytes m_grey;
+    int m_x;
+    int m_y;
+    int m_threshold;
+    unsigned int m_lcdWidth;
+    unsigned int m_lcdHeight;
+    std::uint8_t m_before;
+};
+
+} // namespace
+
 TEST(LcdHelperComposite, compositeAtRandomPositions_isTheLiteralOne)
 {
     runSeeds(1, [](unsigned int seed) {
         Random random(seed);
-        for (int round = 0; round < 300; ++round) {
-            const unsigned int width = random.below(170);
-            const unsigned int height = random.below(200);
-            const Bytes grey = random.bytes(std::size_t{width} * height);
-            const int x = static_cast<int>(random.below(400)) - 200;
-            const int y = static_cast<int>(random.below(440)) - 220;
-            const int threshold = static_cast<int>(random.below(260));
-            SCOPED_TRACE(testing::Message() << "round " << round << ": " << width << " × " << height << " at " << x
-                                            << ", " << y << ", threshold " << threshold);
-            const LiteralComposite literal{grey, width, height, x, y, threshold};
-
-            LcdBitmap pages{};
-            Bytes expected(sizeof pages.data, 0);
-            literal.drawPages(expected, 128, 64);
-            LcdHelper::compositeToLcd(&pages, grey.data(), width, height, x, y, threshold);
-            ASSERT_EQ(Bytes(std::begin(pages.data), std::end(pages.data)), expected);
-
-            TransLcdBitmap rows{};
-            expected.assign(sizeof rows.data, 0);
-            literal.drawRows(expected, 144, 168);
-            LcdHelper::compositeToLcd(&rows, grey.data(), width, height, x, y, threshold);
-            ASSERT_EQ(Bytes(std::begin(rows.data), std::end(rows.data)), expected);
-
-            const unsigned int lcdWidth = 1 + random.below(150);
-            const unsigned int lcdHeight = 1 + random.below(80);
-            expected.assign(std::size_t{(lcdHeight + 7) / 8} * lcdWidth, 0);
-            Bytes raw = expected;
-            literal.drawPages(expected, lcdWidth, lcdHeight);
-            LcdHelper::compositeToLcd(raw.data(), grey.data(), width, height, lcdWidth, lcdHeight, x, y, threshold);
-            ASSERT_EQ(raw, expected) << lcdWidth << " × " << lcdHeight;
+        for (int round = 0; round < 300 && !HasFailure(); ++round) {
+            const RandomComposite composite(random);
+            onEachPath([&composite] { composite.expectLiteralResults(); });
         }
     });
 }

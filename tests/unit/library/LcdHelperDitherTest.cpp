@@ -2,6 +2,7 @@
 
 #include "tests/support/PackedBytes.h"
 
+#include "tests/support/EachPath.h"
 #include "tests/support/LiteralDither.h"
 #include "tests/support/Random.h"
 #include "tests/support/Seeds.h"
@@ -48,15 +49,24 @@ std::vector<Bytes> picturesOf(int width, int height, Random& random)
     return pictures;
 }
 
-void expectLiteralResult(int width, int height, Random& random)
+void expectLiteralResult(const Bytes& picture, int width, int height, int type, int threshold)
+{
+    const Bytes expected = LiteralDither::dither(picture, width, height, type, threshold);
+    onEachPath([&] {
+        ASSERT_EQ(dithered(picture, width, height, type, threshold), expected)
+            << width << " × " << height << ", type " << type << ", threshold " << threshold << ", picture "
+            << testing::PrintToString(picture);
+    });
+}
+
+void expectLiteralResults(int width, int height, Random& random)
 {
     for (const Bytes& picture : picturesOf(width, height, random)) {
         for (int type = 0; type <= 3; ++type) {
             for (const int threshold : {0, 1, 60, 128, 255, 256}) {
-                ASSERT_EQ(dithered(picture, width, height, type, threshold),
-                          LiteralDither::dither(picture, width, height, type, threshold))
-                    << width << " × " << height << ", type " << type << ", threshold " << threshold << ", picture "
-                    << testing::PrintToString(picture);
+                expectLiteralResult(picture, width, height, type, threshold);
+                if (testing::Test::HasFailure())
+                    return;
             }
         }
     }
@@ -219,7 +229,22 @@ TEST(LcdHelperDither, ditherOfEverySmallPicture_isTheLiteralOne)
         Random random(seed);
         for (int height = 1; height <= 9 && !HasFailure(); ++height) {
             for (int width = 1; width <= 9 && !HasFailure(); ++width)
-                expectLiteralResult(width, height, random);
+                expectLiteralResults(width, height, random);
+        }
+    });
+}
+
+// Where the bands of rows that go side by side begin and end, and the steps in them.
+TEST(LcdHelperDither, ditherOfEverySizeAboutTheBands_isTheLiteralOne)
+{
+    runSeeds(1, [](unsigned int seed) {
+        Random random(seed);
+        for (const int height : {1, 2, 3, 13, 14, 15, 16, 17, 18, 28, 29, 30, 31, 32, 33, 46}) {
+            for (int width = 12; width <= 82 && !HasFailure(); width += slowBuild ? 5 : 1) {
+                const Bytes picture = random.bytes(static_cast<std::size_t>(width * height));
+                for (int type = 1; type <= 3; ++type)
+                    expectLiteralResult(picture, width, height, type, 1 + static_cast<int>(random.below(255)));
+            }
         }
     });
 }
@@ -232,7 +257,7 @@ TEST(LcdHelperDither, ditherOfLargerPictures_isTheLiteralOne)
         if (!slowBuild)
             sizes.emplace_back(144, 168);
         for (const auto& [width, height] : sizes) {
-            expectLiteralResult(width, height, random);
+            expectLiteralResults(width, height, random);
             if (HasFailure())
                 return;
         }

@@ -3,7 +3,10 @@
 #include "libMorvaneHostUsb/LcdHelper.h"
 
 #include "tests/support/PackedBytes.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
+#include <algorithm>
 #include <climits>
 #include <map>
 
@@ -17,6 +20,8 @@ struct Image {
     Image(int width, int height, int format, Bytes bytes)
         : m_bytes(std::move(bytes)), m_view{m_bytes.data(), width, height, format, 100}
     {}
+    Image(const Image&) = delete;
+    Image& operator=(const Image&) = delete;
 
     Bytes m_bytes;
     BitmapImage m_view;
@@ -156,6 +161,66 @@ TEST(LcdHelperImage, imagesWithoutPixels_drawNothing)
         BitmapImage target = none;
         LcdHelper::compositeToLcd(&target, image.m_view, 0, 0);
     }
+}
+
+namespace {
+
+// Word for word, a pixel of the source after the other.
+void copyLiterally(BitmapImage& target, const BitmapImage& source, int x, int y)
+{
+    for (int r = 0; r < source.height; ++r) {
+        for (int c = 0; c < source.width; ++c) {
+            const int column = x + c;
+            const int row = y + r;
+            if (column < 0 || column >= target.width || row < 0 || row >= target.height)
+                continue;
+            const unsigned int colour = source.getRgbPixel(c, r);
+            const std::uint8_t parts[] = {static_cast<std::uint8_t>(colour >> 16),
+                                          static_cast<std::uint8_t>(colour >> 8), static_cast<std::uint8_t>(colour)};
+            const int index = column + target.width * row;
+            if (target.format == BitmapImage::Rgb565) {
+                const int word = parts[0] / 8 * 2048 + parts[1] / 4 * 32 + parts[2] / 8;
+                target.data[2 * index] = static_cast<std::uint8_t>(word % 256);
+                target.data[2 * index + 1] = static_cast<std::uint8_t>(word / 256);
+            } else if (target.format == BitmapImage::Rgb888) {
+                std::copy(std::begin(parts), std::end(parts), target.data + 3 * index % 65536);
+            } else if (target.format == BitmapImage::Rgb444) {
+                std::uint8_t* const pixel = target.data + index * 12 / 8;
+                const int nibbles[] = {parts[0] / 16, parts[1] / 16, parts[2] / 16};
+                const bool isEven = column % 2 == 0;
+                pixel[0] = static_cast<std::uint8_t>(isEven ? nibbles[0] * 16 + nibbles[1] : pixel[0] | nibbles[0]);
+                pixel[1] = static_cast<std::uint8_t>(isEven ? nibbles[2] * 16 : nibbles[1] * 16 + nibbles[2]);
+            }
+        }
+    }
+}
+
+} // namespace
+
+TEST(LcdHelperImage, imagesOfAnyTwoFormats_areTheLiteralCopy)
+{
+    runSeeds(1, [](unsigned int seed) {
+        Random random(seed);
+        for (int round = 0; round < 3000 && !HasFailure(); ++round) {
+            const auto image = [&random] {
+                const int width = static_cast<int>(random.below(20));
+                const int height = static_cast<int>(random.below(12));
+                const int format = static_cast<int>(random.below(9));
+                return Image(width, height, format, random.bytes(std::size_t{4} * 20 * 12 + 2));
+            };
+            const Image source = image();
+            Image target = image();
+            Bytes expected = target.m_bytes;
+            BitmapImage literal = target.m_view;
+            literal.data = expected.data();
+            const int x = static_cast<int>(random.below(40)) - 20;
+            const int y = static_cast<int>(random.below(24)) - 12;
+            copyLiterally(literal, source.m_view, x, y);
+            LcdHelper::compositeToLcd(&target.m_view, source.m_view, x, y);
+            ASSERT_EQ(target.m_bytes, expected)
+                << "round " << round << ": format " << source.m_view.format << " to " << target.m_view.format;
+        }
+    });
 }
 
 // Vectors of exactly the pictures' bytes: the address sanitizer sees one too many.

@@ -1,6 +1,6 @@
 #include "libMorvaneHostUsb/LcdHelper.h"
 
-#include "libMorvaneHostUsb/imaging/GreyPicture.h"
+#include "libMorvaneHostUsb/imaging/GreyToBits.h"
 #include "libMorvaneHostUsb/imaging/ImageCopy.h"
 #include "libMorvaneHostUsb/imaging/Lanes.h"
 #include "libMorvaneHostUsb/imaging/TableDither.h"
@@ -29,7 +29,7 @@ void dither(const Picture& picture, int threshold, decltype(&WavefrontDither::at
         TableDither<Diffusion>(threshold).dither(pixels, width, height, row);
 }
 
-GreyPicture::Place placeOf(int x, int y)
+GreyToBits::Place placeOf(int x, int y)
 {
     return {static_cast<unsigned int>(x), static_cast<unsigned int>(y)};
 }
@@ -61,7 +61,7 @@ void LcdHelper::ditherImage(unsigned char* image, int width, int height, DitherT
     case Stucki:
         return dither<StuckiDiffusion>(picture, threshold, WavefrontDither::stucki);
     default:
-        GreyPicture::threshold(image, static_cast<std::size_t>(width) * static_cast<std::size_t>(height), threshold);
+        GreyToBits::threshold(image, static_cast<std::size_t>(width) * static_cast<std::size_t>(height), threshold);
     }
 }
 
@@ -69,7 +69,7 @@ void LcdHelper::compositeToLcd(unsigned char* lcd, const unsigned char* image, u
                                unsigned int imageHeight, unsigned int lcdWidth, unsigned int lcdHeight, int x, int y,
                                int threshold)
 {
-    GreyPicture::drawPages(lcd, lcdWidth, lcdHeight, {image, imageWidth, imageHeight}, placeOf(x, y), threshold);
+    GreyToBits::drawPages(lcd, lcdWidth, lcdHeight, {image, imageWidth, imageHeight}, placeOf(x, y), threshold);
 }
 
 void LcdHelper::compositeToLcd(LcdBitmap* lcd, const unsigned char* image, unsigned int imageWidth,
@@ -81,8 +81,8 @@ void LcdHelper::compositeToLcd(LcdBitmap* lcd, const unsigned char* image, unsig
 void LcdHelper::compositeToLcd(TransLcdBitmap* lcd, const unsigned char* image, unsigned int imageWidth,
                                unsigned int imageHeight, int x, int y, int threshold)
 {
-    GreyPicture::drawRows(lcd->data, TransLcdBitmap::width, TransLcdBitmap::height, {image, imageWidth, imageHeight},
-                          placeOf(x, y), threshold);
+    GreyToBits::drawRows(lcd->data, TransLcdBitmap::width, TransLcdBitmap::height, {image, imageWidth, imageHeight},
+                         placeOf(x, y), threshold);
 }
 
 void LcdHelper::compositeToLcd(BitmapImage* target, const BitmapImage& source, int x, int y)

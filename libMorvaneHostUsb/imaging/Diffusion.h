@@ -45,6 +45,26 @@ template <std::size_t count> constexpr bool areExact(const std::array<DiffusionP
 
 // The shares go down the rows, in each from left to right, the right neighbour's first.
 // Backwards it is the order in which a pixel receives them.
+template <std::size_t count> constexpr bool areInOrder(const std::array<DiffusionShare, count>& shares)
+{
+    for (std::size_t i = 1; i < count; ++i) {
+        const DiffusionShare& one = shares[i - 1];
+        const DiffusionShare& next = shares[i];
+        if (one.dy > next.dy || (one.dy == next.dy && one.dx >= next.dx))
+            return false;
+    }
+    return shares[0].dx == 1 && shares[0].dy == 0;
+}
+
+template <std::size_t count> constexpr int reachAside(const std::array<DiffusionShare, count>& shares)
+{
+    int reach = 0;
+    for (const DiffusionShare& share : shares) {
+        const int aside = share.dx < 0 ? -share.dx : share.dx;
+        reach = aside > reach ? aside : reach;
+    }
+    return reach;
+}
 
 struct FloydSteinbergDiffusion {
     static constexpr std::array<DiffusionPart, 4> parts = {
@@ -57,6 +77,7 @@ struct FloydSteinbergDiffusion {
         {0, 1, 2},
         {1, 1, 3},
     }};
+    static_assert(areInOrder(shares));
 };
 
 struct AtkinsonDiffusion {
@@ -71,6 +92,7 @@ struct AtkinsonDiffusion {
         {1, 1, 0},
         {0, 2, 0},
     }};
+    static_assert(areInOrder(shares));
 };
 
 // The first row has 1/6 and 5/42 where textbooks have 8/42 and 4/42.
@@ -97,6 +119,7 @@ struct StuckiDiffusion {
         {1, 2, 4},
         {2, 2, 5},
     }};
+    static_assert(areInOrder(shares));
 };
 
 } // namespace Vantor

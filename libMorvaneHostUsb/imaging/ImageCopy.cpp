@@ -9,33 +9,56 @@ namespace Vantor {
 
 namespace {
 
-// The part of the source that falls on the target, and where that lies.
 struct Copy {
     BitmapImage& target;
     const BitmapImage& source;
     std::int64_t x;
     std::int64_t y;
+};
 
-    static std::int64_t beginOf(std::int64_t position) { return std::max<std::int64_t>(0, -position); }
-    static std::int64_t endOf(std::int64_t position, int size, int limit)
+// The rows or columns of the source that fall on the target.
+struct Span {
+    Span(std::int64_t position, int size, int limit)
+        : begin(std::max<std::int64_t>(0, -position)), end(std::min<std::int64_t>(size, limit - position))
+    {}
+
+    std::int64_t begin;
+    std::int64_t end;
+};
+
+// A pixel of an image's memory, and the parity of its column.
+struct Cursor {
+    std::size_t index;
+    bool isEven;
+
+    void step()
     {
-        return std::min<std::int64_t>(size, limit - position);
+        ++index;
+        isEven = !isEven;
     }
 };
 
+// By value, all of it: what is written might be any of what is only referred to.
+template <int from, int to>
+void copyRow(unsigned char* target, Cursor at, const unsigned char* source, Cursor of, std::int64_t count)
+{
+    for (; count > 0; --count) {
+        PixelFormat::write<to>(target, at.index, at.isEven, PixelFormat::read<from>(source, of.index, of.isEven));
+        at.step();
+        of.step();
+    }
+}
+
 template <int from, int to> void copyPixels(const Copy& copy)
 {
-    const std::int64_t begin = Copy::beginOf(copy.x);
-    const std::int64_t end = Copy::endOf(copy.x, copy.source.width, copy.target.width);
-    const std::int64_t bottom = Copy::endOf(copy.y, copy.source.height, copy.target.height);
-    for (std::int64_t row = Copy::beginOf(copy.y); row < bottom; ++row) {
-        const auto sourceRow = static_cast<std::size_t>(row * copy.source.width);
-        const auto targetRow = static_cast<std::size_t>((copy.y + row) * copy.target.width + copy.x);
-        for (std::int64_t column = begin; column < end; ++column) {
-            const auto at = static_cast<std::size_t>(column);
-            const unsigned int colour = PixelFormat::read<from>(copy.source.data, sourceRow + at, at % 2 == 0);
-            PixelFormat::write<to>(copy.target.data, targetRow + at, (copy.x + column) % 2 == 0, colour);
-        }
+    const Span columns(copy.x, copy.source.width, copy.target.width);
+    const Span rows(copy.y, copy.source.height, copy.target.height);
+    for (std::int64_t row = rows.begin; row < rows.end; ++row) {
+        const std::int64_t of = row * copy.source.width + columns.begin;
+        const std::int64_t at = (copy.y + row) * copy.target.width + copy.x + columns.begin;
+        copyRow<from, to>(copy.target.data, {static_cast<std::size_t>(at), (copy.x + columns.begin) % 2 == 0},
+                          copy.source.data, {static_cast<std::size_t>(of), columns.begin % 2 == 0},
+                          columns.end - columns.begin);
     }
 }
 

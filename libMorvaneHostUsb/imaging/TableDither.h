@@ -35,12 +35,13 @@ private:
     static constexpr const auto& parts = Diffusion::parts;
     using Others = std::make_index_sequence<shares.size() - 1>; // but for the right neighbour's share
 
-    // An error of 255 gives its neighbour at most 111.
+    // What a pixel gives its right neighbour lies between.
+    static_assert(parts[shares[0].part].of(255) <= 127);
     static constexpr std::ptrdiff_t lowestSum = -128;
     static constexpr std::ptrdiff_t highestSum = 383;
 
     static constexpr std::ptrdiff_t reachDown = shares.back().dy; // the last is the lowest
-    static constexpr std::ptrdiff_t reachAside = shares.size() > 4 ? 2 : 1;
+    static constexpr std::ptrdiff_t reachAside = Vantor::reachAside(shares);
 
     struct Picture {
         unsigned char* pixels;

@@ -52,7 +52,17 @@ private:
 
     // How many pixels a row is behind the one above it: what is given to the lower left is
     // there by then.
-    static constexpr std::ptrdiff_t lag = Diffusion::shares[2].dx < -1 ? 3 : 2;
+    static constexpr std::ptrdiff_t lagOf()
+    {
+        std::ptrdiff_t steps = 0;
+        for (const DiffusionShare& share : shares) {
+            if (share.dy == 1)
+                steps = most(steps, 1 - share.dx);
+        }
+        return steps;
+    }
+
+    static constexpr std::ptrdiff_t lag = lagOf();
 
     // The steps from a pixel to the one that gets its share.
     static constexpr std::ptrdiff_t delayOf(std::size_t share) { return shares[share].dx + lag * shares[share].dy; }

@@ -1,6 +1,7 @@
 #include "panelctl/picture/PictureLayers.h"
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
+#include "wire/SliceHeader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,7 +14,6 @@ namespace {
 constexpr unsigned int bitsPerByte = 8;
 constexpr unsigned int lastColumn = std::numeric_limits<std::uint8_t>::max();
 constexpr std::size_t wordSize = 4;
-constexpr std::uint32_t rowMarker = 0xFFFFFFFF;
 
 bool isDark(const GreyPicture& picture, unsigned int x, unsigned int y)
 {
@@ -91,7 +91,7 @@ std::size_t PictureLayers::getLongestRow(const ClientLcdBitmap& encoded)
     for (std::size_t offset = 0; offset < encoded.encodedSize; offset += wordSize) {
         std::uint32_t word = 0;
         std::memcpy(&word, encoded.data() + offset, wordSize);
-        row = word == rowMarker ? wordSize : row + wordSize;
+        row = word == SliceHeader::rowMarker ? wordSize : row + wordSize;
         longest = std::max(longest, row);
     }
     return longest;

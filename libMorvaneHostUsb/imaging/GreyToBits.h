@@ -6,7 +6,7 @@ namespace Vantor {
 
 // Bits of an LCD from grey pixels, as LcdHelper's composites set them; with byte lanes
 // where there are any.
-namespace GreyPicture {
+namespace GreyToBits {
 
 // In place: 0 below the threshold, else 255.
 void threshold(unsigned char* pixels, std::size_t count, int threshold);
@@ -31,6 +31,6 @@ void drawPages(unsigned char* lcd, unsigned int lcdWidth, unsigned int lcdHeight
 void drawRows(unsigned char* lcd, unsigned int lcdWidth, unsigned int lcdHeight, const View& picture,
               const Place& place, int threshold);
 
-} // namespace GreyPicture
+} // namespace GreyToBits
 
 } // namespace Vantor

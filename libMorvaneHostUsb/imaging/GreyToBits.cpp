@@ -1,4 +1,4 @@
-#include "libMorvaneHostUsb/imaging/GreyPicture.h"
+#include "libMorvaneHostUsb/imaging/GreyToBits.h"
 
 #include "libMorvaneHostUsb/imaging/LanePacking.h"
 #include "libMorvaneHostUsb/imaging/Lanes.h"
@@ -35,7 +35,7 @@ void forEachVisible(unsigned int size, unsigned int position, unsigned int lcdSi
     }
 }
 
-const unsigned char* pixelsAt(const GreyPicture::View& picture, unsigned int column, unsigned int row)
+const unsigned char* pixelsAt(const GreyToBits::View& picture, unsigned int column, unsigned int row)
 {
     return picture.pixels + static_cast<std::size_t>(row) * picture.width + column;
 }
@@ -96,7 +96,7 @@ int limited(int threshold)
 
 } // namespace
 
-void GreyPicture::threshold(unsigned char* pixels, std::size_t count, int threshold)
+void GreyToBits::threshold(unsigned char* pixels, std::size_t count, int threshold)
 {
     std::size_t done = 0;
     if (Lanes::areUsed())
@@ -105,8 +105,8 @@ void GreyPicture::threshold(unsigned char* pixels, std::size_t count, int thresh
         pixels[done] = pixels[done] < threshold ? 0 : 255;
 }
 
-void GreyPicture::drawPages(unsigned char* lcd, unsigned int lcdWidth, unsigned int lcdHeight, const View& picture,
-                            const Place& place, int threshold)
+void GreyToBits::drawPages(unsigned char* lcd, unsigned int lcdWidth, unsigned int lcdHeight, const View& picture,
+                           const Place& place, int threshold)
 {
     const auto drawPart = [&](unsigned int left, unsigned int right, unsigned int top, unsigned int bottom) {
         for (unsigned int row = top; row < bottom;) {
@@ -124,8 +124,8 @@ void GreyPicture::drawPages(unsigned char* lcd, unsigned int lcdWidth, unsigned 
     });
 }
 
-void GreyPicture::drawRows(unsigned char* lcd, unsigned int lcdWidth, unsigned int lcdHeight, const View& picture,
-                           const Place& place, int threshold)
+void GreyToBits::drawRows(unsigned char* lcd, unsigned int lcdWidth, unsigned int lcdHeight, const View& picture,
+                          const Place& place, int threshold)
 {
     forEachVisible(picture.height, place.y, lcdHeight, [&](unsigned int top, unsigned int bottom) {
         forEachVisible(picture.width, place.x, lcdWidth, [&](unsigned int left, unsigned int right) {

@@ -50,6 +50,12 @@ void EventPump::handleEvents(libusb_context* context, timeval timeout)
     t_insideEvents = false;
 }
 
+void EventPump::wake(libusb_context* context)
+{
+    if (context != nullptr)
+        libusb_interrupt_event_handler(context);
+}
+
 bool EventPump::isInsideEvents()
 {
     return t_insideEvents;

@@ -36,6 +36,9 @@ public:
     // of `context`: this one should wait for it.
     static bool handleEventsUnlessRunElsewhere(libusb_context* context, timeval timeout);
 
+    // Ends the event call that runs on `context`, or else the next one, at once.
+    static void wake(libusb_context* context);
+
     // True inside handleEvents on this thread: events can neither be run nor waited for.
     static bool isInsideEvents();
 };

@@ -42,7 +42,7 @@ UsbDevice::UsbDevice(std::shared_ptr<UsbMessageQueue> queue, libusb_context* con
       m_transferRxInProgress(false), m_hasDeviceInfo(false), m_txTransfer(libusb_alloc_transfer(0)),
       m_rxTransfer(libusb_alloc_transfer(0)), m_servoOffset(0), m_mainOffset(0), m_servoCrc(0), m_mainCrc(0),
       m_firmwareState(0), m_firmwareData{}, m_firmwareTimeout(0.3), m_lastSentOffset(0), m_lastAckAddress(0),
-      m_resendCount(0), m_retryCount(0), m_duplicateCount(0)
+      m_resendCount(0), m_retryCount(0), m_duplicateCount(0), m_nextFirmwareStep(never)
 {
     MORVANE_TRACE("%s %p\n", "UsbDevice", static_cast<void*>(this));
 

@@ -144,6 +144,11 @@ public:
     void handleTransferRxStatus(int error);
     void poll(const std::chrono::system_clock::time_point& now);
 
+    // When the upgrade wants to be polled again, as of the last poll; worker thread. Never
+    // without one, nor while another thread is at it: that one wakes the worker.
+    static constexpr auto never = std::chrono::system_clock::time_point::max();
+    std::chrono::system_clock::time_point getNextFirmwareStep() const;
+
     // The panel's reply to a firmware record; receive thread.
     void handleFirmwareUpgrade(const FirmwareUpgradeCommand& command);
 
@@ -168,6 +173,10 @@ private:
     void handleStatus(const char* direction, int status);
     void handleSubmitError(const char* direction, int error);
 
+    void pollFirmware();
+    void beginFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
+                              std::function<void(const FirmwareProgress&)> callback) MORVANE_REQUIRES(m_firmwareMutex);
+    void handleFirmwareReply(const FirmwareUpgradeCommand& command) MORVANE_REQUIRES(m_firmwareMutex);
     void announceFirmware(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
     void sendMainChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
     void sendServoChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
@@ -241,6 +250,8 @@ private:
     std::uint8_t m_resendCount MORVANE_GUARDED_BY(m_firmwareMutex);     // main chunks sent again, this upgrade
     std::uint8_t m_retryCount MORVANE_GUARDED_BY(m_firmwareMutex);      // such resends since the last reply
     std::uint8_t m_duplicateCount MORVANE_GUARDED_BY(m_firmwareMutex);  // acknowledgements seen twice, this upgrade
+
+    std::chrono::system_clock::time_point m_nextFirmwareStep; // the worker thread alone
 };
 
 } // namespace Vantor

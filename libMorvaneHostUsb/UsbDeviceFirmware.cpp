@@ -1,9 +1,11 @@
 // The firmware upgrade of UsbDevice: both images in chunks, one in flight at a time.
+#include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/LogOutput.h"
 #include "libMorvaneHostUsb/UsbDevice.h"
 #include "protocol/FirmwareUpgradeRequest.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -77,7 +79,17 @@ std::vector<unsigned char> readImage(const std::string& path)
 void UsbDevice::startFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
                                      std::function<void(const FirmwareProgress&)> callback)
 {
-    const std::lock_guard<std::mutex> lock(m_firmwareMutex);
+    {
+        const std::lock_guard<std::mutex> lock(m_firmwareMutex);
+        beginFirmwareUpgrade(mainPath, servoPath, std::move(callback));
+    }
+    // Not under the lock: the worker passes over an upgrade whose mutex is taken.
+    EventPump::wake(m_context);
+}
+
+void UsbDevice::beginFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
+                                     std::function<void(const FirmwareProgress&)> callback)
+{
     if (m_firmwareState != idle) {
         MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Trying to update during an update!");
         return;
@@ -92,6 +104,23 @@ void UsbDevice::startFirmwareUpgrade(const std::string& mainPath, const std::str
     m_firmwareState.exchange(announcing);
     reportProgress();
     sendNextFirmwarePacket();
+}
+
+void UsbDevice::pollFirmware()
+{
+    // A progress callback that holds the mutex may be waiting for the manager's, which
+    // this thread holds: the step then waits until that thread wakes this one.
+    if (m_firmwareState == idle || !m_firmwareMutex.try_lock())
+        return;
+    const std::lock_guard<std::mutex> lock(m_firmwareMutex, std::adopt_lock);
+    sendNextFirmwarePacket();
+    if (m_firmwareState != idle)
+        m_nextFirmwareStep = m_lastFirmwareSendTime + std::chrono::nanoseconds(std::llround(m_firmwareTimeout * 1e9));
+}
+
+std::chrono::system_clock::time_point UsbDevice::getNextFirmwareStep() const
+{
+    return m_nextFirmwareStep;
 }
 
 void UsbDevice::sendNextFirmwarePacket()
@@ -222,7 +251,15 @@ void UsbDevice::finishFirmwareUpgrade()
 
 void UsbDevice::handleFirmwareUpgrade(const FirmwareUpgradeCommand& command)
 {
-    const std::lock_guard<std::mutex> lock(m_firmwareMutex);
+    {
+        const std::lock_guard<std::mutex> lock(m_firmwareMutex);
+        handleFirmwareReply(command);
+    }
+    EventPump::wake(m_context); // the next step may be due earlier than it waits
+}
+
+void UsbDevice::handleFirmwareReply(const FirmwareUpgradeCommand& command)
+{
     switch (command.command) {
     case FirmwareUpgradeCommand::Invalid:
         MORVANE_LOG(LogLevel::Error, "[libusb] Invalid command %d\n", command.command);

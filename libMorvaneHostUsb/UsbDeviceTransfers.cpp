@@ -218,6 +218,8 @@ void UsbDevice::handleSubmitError(const char* direction, int error)
 
 void UsbDevice::poll(const std::chrono::system_clock::time_point& now)
 {
+    // Also for a device that is not polled any more: its upgrade must not keep the worker awake.
+    m_nextFirmwareStep = never;
     if (!m_alive || m_devHandle == nullptr)
         return;
     recvNextPacket();
@@ -229,12 +231,7 @@ void UsbDevice::poll(const std::chrono::system_clock::time_point& now)
         cancelTransfers();
     checkTxWatchdog(now);
     checkRxWatchdog(now);
-    // A progress callback that holds the mutex may be waiting for the manager's,
-    // which this thread holds: the step then waits for the next pass.
-    if (m_firmwareState != 0 && m_firmwareMutex.try_lock()) {
-        const std::lock_guard<std::mutex> lock(m_firmwareMutex, std::adopt_lock);
-        sendNextFirmwarePacket();
-    }
+    pollFirmware();
 }
 
 void UsbDevice::requestDeviceInfo(const std::chrono::system_clock::time_point& now)

@@ -119,7 +119,9 @@ void UsbManager::initialise()
     } catch (const std::exception& failure) {
         MORVANE_LOG(LogLevel::Error, "[libusb] Cannot start a thread: %s\n", failure.what());
         undoInitialise(development);
+        return;
     }
+    EventPump::wake(m_context); // what is attached is announced without waiting for an event
 }
 
 // The receive thread is the last to be started: it is never there to be stopped. The

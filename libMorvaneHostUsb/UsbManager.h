@@ -79,7 +79,7 @@ public:
 
     // Registers for hotplug and starts the threads; does nothing when already done.
     // Panels that are attached are opened before it returns and announced by the
-    // worker thread. When a thread can't be started this is logged (level 2) and undone:
+    // worker thread, at once. When a thread can't be started this is logged (level 2) and undone:
     // what was opened is closed, as by closeAllDevices, and a second call may succeed.
     void initialise();
 
@@ -157,7 +157,9 @@ private:
     std::shared_ptr<UsbDevice> findDevice(const libusb_device* device) const MORVANE_REQUIRES(m_mutex);
     std::shared_ptr<UsbDevice> deviceOfTransfer(const libusb_transfer& transfer, const char* operation);
 
-    void runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known);
+    struct WorkerRun;
+    void runWorkerPass(WorkerRun& run);
+    void pollDevices(WorkerRun& run);
     Devices retire(const Devices& batch) MORVANE_REQUIRES(m_mutex);
     void announce(const Devices& retired, const Devices& arrived) const;
 

@@ -12,24 +12,42 @@ namespace Vantor {
 
 namespace {
 
-constexpr timeval eventTimeout{1, 50000};
+constexpr std::chrono::microseconds longestWait(1'050'000);
 constexpr std::chrono::nanoseconds registryCheckPeriod = std::chrono::seconds(5);
 
+// Rounded up, as libusb does with what is less than a millisecond: nothing is early.
+timeval waitUntil(const std::chrono::system_clock::time_point& due, const std::chrono::system_clock::time_point& now)
+{
+    std::chrono::microseconds wait(0);
+    if (due >= now + longestWait)
+        wait = longestWait;
+    else if (due > now)
+        wait = std::chrono::ceil<std::chrono::microseconds>(due - now);
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
+    return {static_cast<time_t>(seconds.count()), static_cast<suseconds_t>((wait - seconds).count())};
+}
+
 } // namespace
+
+struct UsbManager::WorkerRun {
+    timeval eventTimeout;
+    std::chrono::system_clock::time_point lastCheck;
+    std::set<libusb_device*> known;
+};
 
 void UsbManager::workerThread()
 {
     setCurrentThreadName("MorvaneWorker");
     const EventPump::Worker worker(m_context);
-    auto lastCheck = std::chrono::system_clock::now();
-    std::set<libusb_device*> known;
+    const auto begin = std::chrono::system_clock::now();
+    WorkerRun run{waitUntil(UsbDevice::never, begin), begin, {}};
     while (m_initialised)
-        runWorkerPass(lastCheck, known);
+        runWorkerPass(run);
 }
 
-void UsbManager::runWorkerPass(std::chrono::system_clock::time_point& lastCheck, std::set<libusb_device*>& known)
+void UsbManager::runWorkerPass(WorkerRun& run)
 {
-    EventPump::handleEvents(m_context, eventTimeout);
+    EventPump::handleEvents(m_context, run.eventTimeout);
 
     Devices batch;
     {
@@ -48,14 +66,22 @@ void UsbManager::runWorkerPass(std::chrono::system_clock::time_point& lastCheck,
         arrived.swap(m_arrivedDevices);
     }
     announce(retired, arrived);
+    pollDevices(run);
+}
 
+void UsbManager::pollDevices(WorkerRun& run)
+{
     const std::lock_guard<std::mutex> lock(m_mutex);
     const auto now = std::chrono::system_clock::now();
-    for (const auto& device : m_devices)
+    auto due = UsbDevice::never;
+    for (const auto& device : m_devices) {
         device->poll(now);
-    if (now - lastCheck > registryCheckPeriod) {
-        checkRegistry(known);
-        lastCheck = now;
+        due = std::min(due, device->getNextFirmwareStep());
+    }
+    run.eventTimeout = waitUntil(due, now);
+    if (now - run.lastCheck > registryCheckPeriod) {
+        checkRegistry(run.known);
+        run.lastCheck = now;
     }
 }
 

@@ -7,7 +7,8 @@ namespace Vantor {
 namespace {
 
 constexpr std::chrono::milliseconds chunkTime{110};
-constexpr std::chrono::milliseconds passTime{1050};
+constexpr std::chrono::milliseconds requestTime{100};
+constexpr std::chrono::milliseconds pauseAfterImage{700 - 110};
 
 std::uint32_t sizeOf(const std::optional<FirmwareImage>& image)
 {
@@ -50,12 +51,12 @@ std::string FirmwareImages::describePosition(std::uint32_t bytes) const
 std::chrono::milliseconds FirmwareImages::estimatePauses(std::uint32_t bytes) const
 {
     const int images = (main && bytes <= main->getSize() ? 1 : 0) + (servo ? 1 : 0);
-    return 2 * images * passTime;
+    return images * pauseAfterImage;
 }
 
 std::chrono::seconds FirmwareImages::estimateTime() const
 {
-    return std::chrono::ceil<std::chrono::seconds>(getChunks() * chunkTime + passTime + estimatePauses(0));
+    return std::chrono::ceil<std::chrono::seconds>(getChunks() * chunkTime + requestTime + estimatePauses(0));
 }
 
 const char* nameOf(FirmwareData::Board board)

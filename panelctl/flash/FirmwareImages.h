@@ -31,12 +31,12 @@ struct FirmwareImages {
     // "8192 of 12000 bytes of the main image"
     std::string describePosition(std::uint32_t bytes) const;
 
-    // The library's pauses that are still to come once `bytes` are written: two of its
-    // passes, a second each on a quiet bus, at the end of each image.
+    // The library's pauses that are still to come once `bytes` are written: at the end of
+    // each image 0.7 s from the sending of its last chunk, part of which that chunk takes.
     std::chrono::milliseconds estimatePauses(std::uint32_t bytes) const;
 
     // The usual time from start to end: a panel confirms a chunk in some 110 ms, and the
-    // library spends one more pass on the request.
+    // first goes out 0.1 s after the request.
     std::chrono::seconds estimateTime() const;
 };
 

@@ -23,8 +23,8 @@ public:
         bool isConfirmed = false;                    // do not ask
     };
 
-    // A healthy upgrade stands still for up to 2.3 s where it goes from one image to the
-    // other: two passes of the library, and a chunk.
+    // A healthy upgrade stands still where it goes from one image to the other: for 0.7 s,
+    // and as long as a panel takes for a chunk that it has to erase for.
     static constexpr std::chrono::seconds shortestPatience{3};
 
     // Checks the files; throws Failure (usage).

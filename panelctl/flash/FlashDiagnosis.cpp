@@ -108,7 +108,7 @@ std::string warnOfInterrupt(const std::string& panel, bool isAllConfirmed, int s
         std::string(signal == SIGINT ? "Press Ctrl-C" : "Interrupt it") + " once more to leave all the same.";
     if (isAllConfirmed)
         return "interrupted, when " + panel +
-               " had confirmed all of the firmware: the upgrade ends within some 2 s.\n" + more;
+               " had confirmed all of the firmware: the upgrade ends within a second.\n" + more;
     return "interrupted, but " + panel + " would be left half written: the upgrade goes on.\n" + more;
 }
 

@@ -433,13 +433,19 @@ void FakeLibusb::setFreeRunning(bool free)
 void FakeLibusb::settle()
 {
     Lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_parked && (!m_freeRunning || m_pending.empty()); });
+    m_changed.wait(lock, [this] { return m_parked && (!m_freeRunning || (m_pending.empty() && !m_interrupted)); });
 }
 
 bool FakeLibusb::hasPendingEvents()
 {
     const Lock lock(m_mutex);
     return !m_pending.empty();
+}
+
+std::chrono::nanoseconds FakeLibusb::remainingWait()
+{
+    const Lock lock(m_mutex);
+    return m_interrupted ? std::chrono::nanoseconds(0) : m_parkedFor;
 }
 
 libusb_context* FakeLibusb::makeContext()
@@ -495,6 +501,8 @@ int FakeLibusb::init(libusb_context** context)
     m_parked = false;
     m_granted = false;
     m_released = false;
+    m_interrupted = false;
+    m_worker.reset();
     return LIBUSB_SUCCESS;
 }
 
@@ -839,18 +847,18 @@ int FakeLibusb::handleEvents(libusb_context* context, timeval timeout)
     Lock lock(m_mutex);
     const std::chrono::nanoseconds limit =
         std::chrono::seconds(timeout.tv_sec) + std::chrono::microseconds(timeout.tv_usec);
-    const bool isMainLoop = timeout.tv_sec >= 1;
     if (t_inTransferCallback || t_inHotplugCallback)
         misuse("events handled inside a callback");
     if (std::exchange(m_eventThread, std::this_thread::get_id()))
         misuse("events handled on two threads at once");
     int code = result("handle_events", LIBUSB_SUCCESS);
-    if (isMainLoop) {
+    if (isMainLoop(limit)) {
         m_eventTimeouts.push_back(timeout);
         park(lock, limit);
     } else {
         waitQuietly(limit);
     }
+    m_interrupted = false;
     if (!isUsable(context, "handle_events_timeout_completed"))
         code = LIBUSB_ERROR_INVALID_PARAM;
     if (code == LIBUSB_SUCCESS) {
@@ -864,12 +872,30 @@ int FakeLibusb::handleEvents(libusb_context* context, timeval timeout)
     return code;
 }
 
+void FakeLibusb::interrupt(libusb_context* context)
+{
+    const Lock lock(m_mutex);
+    if (!isUsable(context, "interrupt_event_handler"))
+        return;
+    m_interrupted = true;
+    m_changed.notify_all();
+}
+
+bool FakeLibusb::isMainLoop(std::chrono::nanoseconds timeout)
+{
+    if (timeout >= std::chrono::seconds(1))
+        m_worker = std::this_thread::get_id();
+    return m_worker == std::this_thread::get_id() && timeout != std::chrono::milliseconds(10);
+}
+
 void FakeLibusb::park(Lock& lock, std::chrono::nanoseconds timeout)
 {
     m_parked = true;
+    m_parkedFor = timeout;
     ++m_parkings;
     m_changed.notify_all();
-    m_changed.wait(lock, [this] { return m_granted || m_released || (m_freeRunning && !m_pending.empty()); });
+    m_changed.wait(
+        lock, [this] { return m_granted || m_released || (m_freeRunning && (!m_pending.empty() || m_interrupted)); });
     m_parked = false;
     if (!std::exchange(m_granted, false))
         return;
@@ -884,7 +910,7 @@ void FakeLibusb::park(Lock& lock, std::chrono::nanoseconds timeout)
 // As long as an event call without events would take.
 void FakeLibusb::waitQuietly(std::chrono::nanoseconds timeout)
 {
-    if (m_pending.empty()) {
+    if (m_pending.empty() && !m_interrupted) {
         const auto now = VirtualClock::now();
         const auto due = nextDue();
         const auto end = due && *due < now + timeout ? std::max(*due, now) : now + timeout;
@@ -1117,6 +1143,11 @@ int LIBUSB_CALL libusb_cancel_transfer(libusb_transfer* transfer)
 int LIBUSB_CALL libusb_handle_events_timeout_completed(libusb_context* context, timeval* timeout, int* /*completed*/)
 {
     return FakeLibusb::enter("handle_events").handleEvents(context, *timeout);
+}
+
+void LIBUSB_CALL libusb_interrupt_event_handler(libusb_context* context)
+{
+    FakeLibusb::enter("interrupt_event_handler").interrupt(context);
 }
 
 const char* LIBUSB_CALL libusb_error_name(int code)

@@ -31,10 +31,12 @@ namespace Vantor::Test {
 //
 // What libusb forbids is collected as misuse: see verify().
 //
-// The worker. An event call of a second or more is the main loop's: it parks until the
-// test lets it go with pass() or passAfter(), so that test and worker take turns and
-// nothing depends on real time. Shorter event calls, and those after a deregistration,
-// deliver what there is, or else advance the virtual clock by their time-out.
+// The worker is the thread whose first event call may take a second or more. Its event
+// calls park until the test lets them go with pass() or passAfter(), so that test and
+// worker take turns and nothing depends on real time; but for those of exactly 10 ms,
+// which are a drain's. Those, event calls on other threads, and those after a
+// deregistration deliver what there is, or else advance the virtual clock by their
+// time-out. One that is interrupted, now or since the last, takes no time.
 //
 // Threads: every operation from any thread. Lifetime: one at a time.
 class FakeLibusb {
@@ -141,6 +143,9 @@ public:
 
     bool hasPendingEvents();
 
+    // How long the parked worker would wait for events: nothing once it is interrupted.
+    std::chrono::nanoseconds remainingWait();
+
     // The context of a test without a manager.
     libusb_context* makeContext();
 
@@ -184,6 +189,7 @@ public:
     int submit(libusb_transfer* transfer);
     int cancel(libusb_transfer* transfer);
     int handleEvents(libusb_context* context, timeval timeout);
+    void interrupt(libusb_context* context);
 
 private:
     using Lock = std::unique_lock<std::mutex>;
@@ -210,6 +216,7 @@ private:
     void forgetCompletion(const libusb_transfer* transfer);
     void postDue();
     std::optional<std::chrono::system_clock::time_point> nextDue();
+    bool isMainLoop(std::chrono::nanoseconds timeout);
     void park(Lock& lock, std::chrono::nanoseconds timeout);
     void waitQuietly(std::chrono::nanoseconds timeout);
     void grant(std::optional<std::chrono::nanoseconds> time);
@@ -249,9 +256,12 @@ private:
     bool m_parked = false;
     bool m_granted = false;
     bool m_released = false;
+    bool m_interrupted = false;
     bool m_freeRunning = false;
     std::optional<std::chrono::nanoseconds> m_grantedTime;
     unsigned long m_parkings = 0;
+    std::chrono::nanoseconds m_parkedFor{0};
+    std::optional<std::thread::id> m_worker;
     std::optional<std::thread::id> m_eventThread; // also while it is parked
     std::optional<std::thread::id> m_callbackThread;
 };

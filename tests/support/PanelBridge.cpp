@@ -39,6 +39,15 @@ std::chrono::nanoseconds PanelBridge::time()
     return VirtualClock::now().time_since_epoch();
 }
 
+void PanelBridge::pumpUntil(std::chrono::nanoseconds end)
+{
+    while (!pump() && time() < end) {
+        const auto next = std::min(nextDeadline().value_or(end), end);
+        VirtualClock::advance(std::max(next - time(), std::chrono::nanoseconds(1)));
+    }
+}
+
+// True when a completion waits for the host.
 bool PanelBridge::pump()
 {
     submit(FakeLibusb::outEndpoint);
@@ -99,6 +108,7 @@ bool PanelBridge::completeRead(const PanelModel::Completion& completion)
     return m_usb.receive(m_device, bytes);
 }
 
+// When the next thing happens by time alone.
 std::optional<std::chrono::nanoseconds> PanelBridge::nextDeadline() const
 {
     auto deadline = m_model.nextDeadline();

@@ -25,11 +25,9 @@ public:
     std::function<void(Bytes&)> onSend;
     std::function<void(const Bytes&)> onReceive;
 
-    // Hands over what is there, both ways. True when a completion waits for the host.
-    bool pump();
-
-    // When the next thing happens by time alone.
-    std::optional<std::chrono::nanoseconds> nextDeadline() const;
+    // Hands over what is there, both ways, and lets time pass until a completion waits for
+    // the host, or until `end`.
+    void pumpUntil(std::chrono::nanoseconds end);
 
     // The model's clock.
     static std::chrono::nanoseconds time();
@@ -41,6 +39,8 @@ private:
         std::chrono::nanoseconds timeout;
     };
 
+    bool pump();
+    std::optional<std::chrono::nanoseconds> nextDeadline() const;
     void submit(std::uint8_t endpoint);
     void expire(Pending& pending);
     bool complete(const PanelModel::Completion& completion);

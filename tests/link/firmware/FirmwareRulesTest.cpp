@@ -1,8 +1,8 @@
 // What the rules of an upgrade do not survive: each with its shortest schedule, and what
 // the panel's flash holds then. docs/limits.md tells what to do about them.
 //
-// Times are of the worker's passes: the request goes out at 0, is answered after 10 ms,
-// which is too soon for a step, and chunk 0 follows with the next pass, at 1.06 s.
+// The request goes out at 0 and is answered after 10 ms, which is too soon for a step:
+// chunk 0, called c0, follows at 0.1 s. A panel takes 0.11 s a chunk unless told otherwise.
 #include "tests/link/firmware/UpgradeRun.h"
 #include "tests/support/Random.h"
 
@@ -75,18 +75,16 @@ Result upgrade(const UpgradeRun::Options& options, const FirmwareFaults& faults)
 // Acknowledged twice, chunk 0 counts for two: an address of 0 is never a repetition. From
 // there on the host is a chunk ahead of the panel.
 
-TEST(FirmwareRules, replyToChunkZeroTwice_leavesTheLastChunkUnsent)
+TEST(FirmwareRules, replyToChunkZeroTwice_hasTwoChunksOnTheirWay)
 {
-    // c0, 0 and 0: c1, then its acknowledgement passes the end.
-    EXPECT_EQ(upgrade(images(9000, 0), {{1, Kind::ReplyTwice}}), (Result{true, 8192, 0, 12288}));
-    EXPECT_EQ(upgrade(images(0, 9000), {{1, Kind::ReplyTwice}}), (Result{true, 0, 8192, 12288}));
-}
-
-TEST(FirmwareRules, replyToChunkZeroTwiceInALongImage_skipsAChunk)
-{
-    // c2 is skipped, and c3 refused for the gap, again and again.
-    EXPECT_EQ(upgrade(images(20000, 0), {{1, Kind::ReplyTwice}}), (Result{false, 8192, 0, 12288}));
-    EXPECT_EQ(upgrade(images(0, 20000), {{1, Kind::ReplyTwice}}), (Result{false, 0, 8192, 12288}));
+    // c1 goes out at 0.21 with the first reply, c2 at 0.31 for the second, while the panel
+    // is at c1; and so on to the end.
+    for (const std::size_t size : {8192u, 9000u, 20000u}) {
+        EXPECT_EQ(upgrade(images(size, 0), {{1, Kind::ReplyTwice}}),
+                  (Result{true, size, 0, static_cast<std::uint32_t>(size)}));
+        EXPECT_EQ(upgrade(images(0, size), {{1, Kind::ReplyTwice}}),
+                  (Result{true, 0, size, static_cast<std::uint32_t>(size)}));
+    }
 }
 
 TEST(FirmwareRules, replyToChunkZeroTwiceAtOnce_skipsChunkOne)
@@ -101,11 +99,6 @@ TEST(FirmwareRules, replyToTheOnlyChunkTwice_onlyCountsTooMuch)
     EXPECT_EQ(upgrade(images(4096, 0, 10ms), {{1, Kind::ReplyTwice}}), (Result{true, 4096, 0, 8192}));
 }
 
-TEST(FirmwareRules, twoChunksAndTheReplyToChunkZeroTwice_onlyCountTooMuch)
-{
-    EXPECT_EQ(upgrade(images(8192, 0), {{1, Kind::ReplyTwice}}), (Result{true, 8192, 0, 12288}));
-}
-
 // One chunk ahead, the upgrade is over while the last chunk is on its way: nobody sends
 // it again. Even the progress is as it should be.
 TEST(FirmwareRules, aChunkAheadAndTheLastOneLost_endsWithoutIt)
@@ -117,14 +110,19 @@ TEST(FirmwareRules, aChunkAheadAndTheLastOneLost_endsWithoutIt)
 
 TEST(FirmwareRules, replyToChunkZeroAfterTheResend_skipsAChunk)
 {
-    // Sent at 1.06, again at 2.01 (the read's time-out begins a pass), acknowledged at 2.07
-    // and 2.18: the first is too soon after the resend for a step, the second counts again.
-    EXPECT_EQ(upgrade(images(9000, 0), {{1, Kind::ReplyLate, 0, 900ms}}), (Result{false, 4096, 0, 8192}));
+    // Sent at 0.1, again at 0.8, acknowledged at 0.85 and 0.86: both too soon after the
+    // resend for a step, and both count.
+    EXPECT_EQ(upgrade(images(9000, 0, 10ms), {{1, Kind::ReplyLate, 0, 740ms}}), (Result{false, 4096, 0, 8192}));
+    // At 1.11 and 1.22: each has a chunk sent at once.
+    EXPECT_EQ(upgrade(images(9000, 0), {{1, Kind::ReplyLate, 0, 900ms}}), (Result{true, 9000, 0, 9000}));
 }
 
-TEST(FirmwareRules, readThatDeliversNothingForTwoSeconds_skipsAChunk)
+TEST(FirmwareRules, readThatDeliversNothingForTwoSeconds_leavesAChunkUnsent)
 {
-    EXPECT_EQ(upgrade(images(9000, 0), {{1, Kind::ReadTimedOut}}), (Result{false, 4096, 0, 8192}));
+    // Sent at 0.1, 0.8 and 1.5; the three replies come at 2.01. The first has c1 sent, the
+    // others count for two more chunks: c2 is never sent, and c3 refused for the gap.
+    EXPECT_EQ(upgrade(images(9000, 0), {{1, Kind::ReadTimedOut}}), (Result{true, 8192, 0, 12288}));
+    EXPECT_EQ(upgrade(images(20000, 0), {{1, Kind::ReadTimedOut}}), (Result{false, 8192, 0, 16384}));
 }
 
 TEST(FirmwareRules, replyToTheRequestAfterChunkZero_skipsAChunk)
@@ -135,16 +133,17 @@ TEST(FirmwareRules, replyToTheRequestAfterChunkZero_skipsAChunk)
 
 TEST(FirmwareRules, panelThatTakesNothingForTwoSeconds_getsChunkZeroThreeTimes)
 {
-    // Each resend queues another copy, and all go out: three chunks are counted, that is
-    // more than there are, and one was sent.
-    EXPECT_EQ(upgrade(images(9000, 0, 10ms), {{1, Kind::SendTimedOut}}), (Result{true, 4096, 0, 12288}));
+    // Each resend queues another copy, and all go out from 2.1 on: with c1, which the first
+    // reply has sent, four chunks are counted, that is more than there are.
+    EXPECT_EQ(upgrade(images(9000, 0, 10ms), {{1, Kind::SendTimedOut}}), (Result{true, 8192, 0, 16384}));
 }
 
 // A main image of one chunk: its late reply comes when the servo image is on its way, and
 // has the host a chunk ahead there.
 TEST(FirmwareRules, lateReplyToAMainImageOfOneChunk_countsForTheServoImage)
 {
-    const FirmwareFaults late = {{1, Kind::ReplyLate, 0, 900ms}, {2, Kind::ReplyLate, 0, 3500ms}};
+    // Sent at 0.1 and 0.8, acknowledged at 0.81 and 1.56; the servo image begins at 1.5.
+    const FirmwareFaults late = {{1, Kind::ReplyLate, 0, 600ms}, {2, Kind::ReplyLate, 0, 640ms}};
     EXPECT_EQ(upgrade(images(100, 20000), late), (Result{true, 100, 20000, 20100}));
     FirmwareFaults andLost = late;
     andLost.push_back({7, Kind::SendLost}); // the last of the servo image's five chunks
@@ -266,21 +265,19 @@ TEST(FirmwareRules, everyOtherSingleFault_isSurvived)
     }
 }
 
-// An answer within 0.1 s of the send is too soon for a step, and the next one waits for the
-// worker's next pass, 1.05 s after it.
-TEST(FirmwareRules, quickPanel_isSlowerThanOneThatTakesItsTime)
+// The first chunk goes out 0.1 s after the request, ten chunks of 0.1 s follow, and the two
+// steps that end the upgrade are due 0.7 s after the last of them went out.
+TEST(FirmwareRules, quickPanel_getsAChunkEveryTenthOfASecond)
 {
     const auto duration = [](std::chrono::milliseconds chunkTime) {
         UpgradeRun run(images(40960, 0, chunkTime)); // ten chunks
         EXPECT_EQ(run.run(FirmwareFaults{}), "");
         return run.duration();
     };
-    // Chunk 0 at 1.06 s; ten answers, each followed by the next chunk at once; the rest
-    // takes two passes, the second begun by the end of the read, 2 s after the last answer.
-    EXPECT_EQ(duration(100ms), 1060ms + 10 * 100ms + 2000ms);
-    // Each chunk waits for a pass, the step behind the last one included; then two more
-    // steps, in passes of which the first is begun by the end of the read.
-    EXPECT_EQ(duration(99ms), 1060ms + 10 * (99ms + 1050ms) + 950ms + 1050ms);
+    EXPECT_EQ(duration(5ms), 100ms + 9 * 100ms + 700ms);
+    EXPECT_EQ(duration(99ms), 100ms + 9 * 100ms + 700ms);
+    EXPECT_EQ(duration(100ms), 100ms + 9 * 100ms + 700ms);
+    EXPECT_EQ(duration(200ms), 100ms + 9 * 200ms + 700ms);
 }
 
 } // namespace Vantor::Test

@@ -51,19 +51,13 @@ std::string ManagedUpgrade::run(const FaultyPanel::FaultSource& faults, std::chr
 // As far as the next thing that happens, or the whole of the worker's event call.
 void ManagedUpgrade::pass()
 {
-    const auto end = PanelBridge::time() + passTime;
-    while (!m_panel->bridge().pump() && PanelBridge::time() < end) {
-        const auto now = PanelBridge::time();
-        const auto next = std::min(m_panel->bridge().nextDeadline().value_or(end), end);
-        VirtualClock::advance(std::max(next - now, std::chrono::nanoseconds(1)));
-    }
+    m_panel->bridge().pumpUntil(PanelBridge::time() + usb.remainingWait());
     const std::size_t received = m_panel->takeReceived();
     usb.passAfter(std::chrono::nanoseconds(0));
     if (received != 0)
         observer.waitForMessages(received);
     usb.takeTrace();
     usb.takeCompletions();
-    usb.takeEventTimeouts();
     observer.take();
 }
 

@@ -55,9 +55,9 @@ UpgradeRun::Outcome UpgradeRun::run(const FaultyPanel::FaultSource& faults, std:
     const TemporaryFile main(m_options.main);
     const TemporaryFile servo(m_options.servo);
     const auto start = PanelBridge::time();
-    m_lastPass = start;
     device->startFirmwareUpgrade(main.getPath(), servo.getPath(),
                                  [this](const UsbDevice::FirmwareProgress& step) { m_progress = step.bytesWritten; });
+    poll();
     while (device->isUpdating() && PanelBridge::time() - m_panel.lastFault() < limit)
         pass();
     m_duration = PanelBridge::time() - start;
@@ -72,33 +72,31 @@ UpgradeRun::Outcome UpgradeRun::run(const FaultyPanel::FaultSource& faults, std:
 // As far as the next thing that happens, then what the library's threads do about it.
 void UpgradeRun::pass()
 {
-    while (!m_panel.bridge().pump() && PanelBridge::time() < m_lastPass + passTime)
-        advance();
-    m_lastPass = PanelBridge::time();
+    m_panel.bridge().pumpUntil(PanelBridge::time() + longestWait());
     deliver();
     usb.takeTrace();
     usb.takeCompletions();
     if (m_options.pollFirst)
         poll();
-    receive();
-    if (!m_options.pollFirst)
+    if (receive() || !m_options.pollFirst)
         poll();
 }
 
-void UpgradeRun::advance()
+std::chrono::nanoseconds UpgradeRun::longestWait() const
 {
-    const auto now = PanelBridge::time();
-    const auto end = m_lastPass + passTime;
-    const auto next = std::min(m_panel.bridge().nextDeadline().value_or(end), end);
-    VirtualClock::advance(std::max(next - now, std::chrono::nanoseconds(1)));
+    const auto now = VirtualClock::now();
+    const auto due = std::min(device->getNextFirmwareStep(), now + passTime);
+    return std::max<std::chrono::nanoseconds>(due - now, std::chrono::nanoseconds(0));
 }
 
-void UpgradeRun::receive()
+bool UpgradeRun::receive()
 {
+    const bool woken = queue->size() > 0;
     while (queue->size() > 0) {
         const auto message = queue->getMessage();
         m_parser.parse(message->data, message->size);
     }
+    return woken;
 }
 
 void UpgradeRun::handleParsedPacket(unsigned short /*deviceId*/, const PacketType& type, const DataPacketUnion& data,

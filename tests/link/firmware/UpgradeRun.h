@@ -14,8 +14,9 @@ namespace Vantor::Test {
 // The real device on the scripted libusb, with a simulated panel behind it, in virtual
 // time: upgrades with faults, from beginning to end.
 //
-// The worker and the receive thread are played: a pass ends when something has happened
-// or after 1.05 s, then the device is polled; what was received is handled before that.
+// The worker and the receive thread are played: a pass ends when something has happened,
+// when the upgrade's next step is due, or after 1.05 s; then the device is polled. What was
+// received is handled before that, or wakes the worker again.
 class UpgradeRun : public DeviceRig, private PackedPacketParser::Observer {
 public:
     struct Options : FaultyPanel::Options {
@@ -43,8 +44,8 @@ public:
 
 private:
     void pass();
-    void advance();
-    void receive();
+    std::chrono::nanoseconds longestWait() const;
+    bool receive();
     Outcome outcome() const;
     void handleParsedPacket(unsigned short deviceId, const PacketType& type, const DataPacketUnion& data,
                             unsigned int size) override;
@@ -52,7 +53,6 @@ private:
     Options m_options;
     FaultyPanel m_panel;
     PackedPacketParser m_parser;
-    std::chrono::nanoseconds m_lastPass{0};
     std::chrono::nanoseconds m_duration{0};
     std::uint32_t m_progress = 0;
 };

@@ -169,13 +169,13 @@ TEST(FirmwareImages, servoAlone_beginsWithIt)
     EXPECT_EQ(imagesOf(nullptr, &servo).describePosition(0), "0 of 256 bytes of the servo image");
 }
 
-// 25 chunks of 110 ms and 3 passes of 1.05 s are 5.9 s; with one more image 2 passes and 1 chunk more.
-TEST(FirmwareImages, estimate_countsChunksAndPasses)
+// 0.1 s, 25 chunks of 0.11 s and 0.59 s are 3.44 s; with one more image of one chunk 0.7 s more.
+TEST(FirmwareImages, estimate_countsChunksAndPauses)
 {
     const TemporaryFile main(std::string(102400, 'm'));
     const TemporaryFile servo(std::string(4096, 's'));
-    EXPECT_EQ(imagesOf(&main, nullptr).estimateTime(), std::chrono::seconds(6));
-    EXPECT_EQ(imagesOf(&main, &servo).estimateTime(), std::chrono::seconds(9));
+    EXPECT_EQ(imagesOf(&main, nullptr).estimateTime(), std::chrono::seconds(4));
+    EXPECT_EQ(imagesOf(&main, &servo).estimateTime(), std::chrono::seconds(5));
 }
 
 } // namespace Vantor

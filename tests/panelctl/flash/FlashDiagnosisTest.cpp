@@ -168,7 +168,7 @@ TEST_F(FlashDiagnosisTest, firstInterrupt_saysWhatIsAtRiskAndHowToLeave)
     EXPECT_EQ(warnOfInterrupt("P", false, SIGINT), "interrupted, but P would be left half written: the upgrade goes "
                                                    "on.\nPress Ctrl-C once more to leave all the same.");
     EXPECT_EQ(warnOfInterrupt("P", true, SIGTERM), "interrupted, when P had confirmed all of the firmware: the upgrade "
-                                                   "ends within some 2 s.\nInterrupt it once more to leave all the "
+                                                   "ends within a second.\nInterrupt it once more to leave all the "
                                                    "same.");
 }
 

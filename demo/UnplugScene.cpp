@@ -15,7 +15,7 @@ namespace {
 using Clock = Session::Clock;
 
 constexpr std::chrono::seconds loadAfterReturn{2};
-constexpr std::chrono::seconds finishLimit{5};
+constexpr std::chrono::seconds finishLimit{15};
 constexpr std::chrono::seconds reportPeriod{1};
 constexpr std::chrono::microseconds loadStep{200};
 

@@ -73,7 +73,8 @@ constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's,
                                     "\n"
                                     "--timeout is the longest wait for the panel's information (default 5) and, from\n"
                                     "3 up, the longest time without progress and for an answer afterwards (default\n"
-                                    "30): a healthy upgrade stands still for 0.7 s between two images.\n"
+                                    "30): a healthy upgrade stands still for 0.7 s between two images, and while a\n"
+                                    "panel erases.\n"
                                     "\n"
                                     "The time shown beforehand is a usual panel's, which takes 0.11 s for a chunk of\n"
                                     "4,096 bytes. Progress is a bar on a terminal, and a line for each 5 %\n"
@@ -346,8 +347,8 @@ void Parser::addFlash()
     CLI::App* const command = add("flash", "Write firmware to a panel", [this] {
         constexpr double shortest = std::chrono::duration<double>(FlashCommand::shortestPatience).count();
         if (m_timeout && *m_timeout < shortest)
-            throw Failure(ExitCode::Usage, "flash: --timeout: less than 3 s would end a healthy upgrade, which stands "
-                                           "still for up to 2.3 s between two images.");
+            throw Failure(ExitCode::Usage, "flash: --timeout: less than 3 s may end a healthy upgrade: a panel may "
+                                           "have to erase for a chunk.");
         m_flash.panel = m_panel;
         m_flash.informationLimit = getTimeout();
         m_flash.patience = toNanoseconds(m_timeout.value_or(defaultPatience));

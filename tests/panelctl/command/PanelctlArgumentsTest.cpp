@@ -319,9 +319,10 @@ TEST(PanelctlArguments, optionGivenAgain_isNamed)
 TEST(PanelctlArguments, timeoutThatNoUpgradeKeeps_isRefused)
 {
     const TemporaryFile good("x");
-    expectRefusal({"flash", "--main", good.getPath(), "--timeout", "2.9"},
-                  "panelctl: flash: --timeout: less than 3 s would end a healthy upgrade, which stands still for up to "
-                  "2.3 s between two images.\n");
+    expectRefusal(
+        {"flash", "--main", good.getPath(), "--timeout", "2.9"},
+        "panelctl: flash: --timeout: less than 3 s may end a healthy upgrade: a panel may have to erase for a "
+        "chunk.\n");
 }
 
 TEST(PanelctlArguments, helpOfFlash_hasItsExitCodesInEightyColumns)

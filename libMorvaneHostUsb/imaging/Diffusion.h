@@ -66,6 +66,23 @@ template <std::size_t count> constexpr int reachAside(const std::array<Diffusion
     return reach;
 }
 
+// The first and the last column of the shares that a row gets.
+template <std::size_t count> constexpr int firstColumn(const std::array<DiffusionShare, count>& shares, int dy)
+{
+    std::size_t i = 0;
+    while (shares[i].dy != dy)
+        ++i;
+    return shares[i].dx;
+}
+
+template <std::size_t count> constexpr int lastColumn(const std::array<DiffusionShare, count>& shares, int dy)
+{
+    std::size_t i = count - 1;
+    while (shares[i].dy != dy)
+        --i;
+    return shares[i].dx;
+}
+
 struct FloydSteinbergDiffusion {
     static constexpr std::array<DiffusionPart, 4> parts = {
         {{7, 16, 7, 0, 4}, {3, 16, 3, 0, 4}, {5, 16, 5, 0, 4}, {1, 16, 1, 0, 4}}};

@@ -1,5 +1,6 @@
 // Messages handed from one thread to another, beside a plain deque with a mutex and a
-// condition. Items are messages; each iteration hands over a batch of them.
+// condition. Items are messages; each iteration hands over a batch of them, or one while
+// as many wait as the argument says.
 
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
 
@@ -63,6 +64,8 @@ template <typename Queue> void handOver(benchmark::State& state)
 template <typename Queue> void addAndGet(benchmark::State& state)
 {
     Queue queue;
+    for (std::int64_t i = 0; i < state.range(0); ++i)
+        queue.addMessage(makeMessage());
     for ([[maybe_unused]] auto _ : state) {
         queue.addMessage(makeMessage());
         benchmark::DoNotOptimize(queue.getMessage());
@@ -70,10 +73,19 @@ template <typename Queue> void addAndGet(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
+// The message alone.
+void makeAndFree(benchmark::State& state)
+{
+    for ([[maybe_unused]] auto _ : state)
+        benchmark::DoNotOptimize(makeMessage());
+    state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK(makeAndFree);
 BENCHMARK_TEMPLATE(handOver, PlainQueue)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(handOver, UsbMessageQueue)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(addAndGet, PlainQueue);
-BENCHMARK_TEMPLATE(addAndGet, UsbMessageQueue);
+BENCHMARK_TEMPLATE(addAndGet, PlainQueue)->Arg(0)->Arg(10)->Arg(1000)->Arg(1000000);
+BENCHMARK_TEMPLATE(addAndGet, UsbMessageQueue)->Arg(0)->Arg(10)->Arg(1000)->Arg(1000000);
 
 } // namespace
 } // namespace Vantor

@@ -1,10 +1,15 @@
-// Records through the packer, beside the limit: framing the same bytes with memcpy
-// alone. Argument: payload bytes of each record. A packet of 8192 bytes is filled
-// and emptied per iteration; items are records.
+// Records through the packer; items are records.
+//
+// pack…: beside the limit, framing the same bytes with memcpy alone. Argument: payload
+// bytes of each record. A packet of 8192 bytes is filled and emptied per iteration.
+//
+// write…, drain…: one step of a record's way, with as many records waiting as the
+// argument says; that many are written, or packed, per iteration.
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "wire/RecordHeader.h"
 
+#include <chrono>
 #include <cstring>
 #include <vector>
 
@@ -108,10 +113,118 @@ void packKeyedRecords(benchmark::State& state)
     countRecords(state);
 }
 
+// Times `measured` alone; `other` brings back what it starts from.
+template <typename Measured, typename Other> void timeSteps(benchmark::State& state, Measured measured, Other other)
+{
+    for ([[maybe_unused]] auto _ : state) {
+        const auto begin = std::chrono::steady_clock::now();
+        measured();
+        state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+        other();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+// A packer in which a number of records are written, and all of them drained.
+class Backlog {
+public:
+    explicit Backlog(const benchmark::State& state) : m_records(static_cast<unsigned int>(state.range(0))) {}
+
+    void writeQueued()
+    {
+        for (unsigned int i = 0; i < m_records; ++i)
+            m_packer.addStructData(&m_value, sizeof m_value, type);
+    }
+
+    void writeKeys()
+    {
+        for (unsigned int key = 0; key < m_records; ++key)
+            m_packer.addStructData(&m_value, sizeof m_value, type, key);
+    }
+
+    void writeKeysWithOtherValue()
+    {
+        ++m_value;
+        writeKeys();
+    }
+
+    void drain()
+    {
+        while (m_packer.prepareNextPacket() != 0) {
+            benchmark::ClobberMemory();
+            m_packer.clearData();
+        }
+    }
+
+private:
+    unsigned int m_records;
+    std::uint32_t m_value = 0;
+    PriorityPacker m_packer{packetLimit};
+};
+
+void writeQueuedRecords(benchmark::State& state)
+{
+    Backlog backlog(state);
+    timeSteps(
+        state, [&backlog] { backlog.writeQueued(); }, [&backlog] { backlog.drain(); });
+}
+
+void drainQueuedRecords(benchmark::State& state)
+{
+    Backlog backlog(state);
+    backlog.writeQueued();
+    timeSteps(
+        state, [&backlog] { backlog.drain(); }, [&backlog] { backlog.writeQueued(); });
+}
+
+void writeNewKeys(benchmark::State& state)
+{
+    Backlog backlog(state);
+    timeSteps(
+        state, [&backlog] { backlog.writeKeys(); }, [&backlog] { backlog.drain(); });
+}
+
+void writeDuplicates(benchmark::State& state)
+{
+    Backlog backlog(state);
+    backlog.writeKeys();
+    timeSteps(
+        state, [&backlog] { backlog.writeKeys(); }, [] {});
+}
+
+void overwriteKeys(benchmark::State& state)
+{
+    Backlog backlog(state);
+    backlog.writeKeys();
+    timeSteps(
+        state, [&backlog] { backlog.writeKeysWithOtherValue(); }, [] {});
+}
+
+void drainKeys(benchmark::State& state)
+{
+    Backlog backlog(state);
+    backlog.writeKeys();
+    timeSteps(
+        state, [&backlog] { backlog.drain(); }, [&backlog] { backlog.writeKeys(); });
+}
+
+void withWaitingRecords(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->UseManualTime();
+    for (const int records : {10, 1000, 100000, 1000000})
+        benchmark->Arg(records);
+}
+
 BENCHMARK(packMemcpyLimit)->Arg(4)->Arg(64)->Arg(1024);
 BENCHMARK(packBasePacker)->Arg(4)->Arg(64)->Arg(1024);
 BENCHMARK(packQueuedRecords)->Arg(4)->Arg(64)->Arg(1024);
 BENCHMARK(packKeyedRecords)->Arg(4)->Arg(64)->Arg(1024);
+BENCHMARK(writeQueuedRecords)->Apply(withWaitingRecords);
+BENCHMARK(drainQueuedRecords)->Apply(withWaitingRecords);
+BENCHMARK(writeNewKeys)->Apply(withWaitingRecords);
+BENCHMARK(writeDuplicates)->Apply(withWaitingRecords);
+BENCHMARK(overwriteKeys)->Apply(withWaitingRecords);
+BENCHMARK(drainKeys)->Apply(withWaitingRecords);
 
 } // namespace
 } // namespace Vantor

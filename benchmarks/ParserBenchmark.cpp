@@ -1,6 +1,7 @@
 // The parser beside the limit: a plain walk over the record headers of the same
 // buffer, unchecked, that hands each payload to a function. Argument: payload bytes
-// of each record, in a buffer of one packet of about 8192 bytes; items are records.
+// of each record, in a buffer of one packet of about 8192 bytes, or of one record alone
+// as most answers are; items are records.
 
 #include "protocol/PackedPacketParser.h"
 #include "protocol/PacketPacker.h"
@@ -14,9 +15,9 @@
 namespace Vantor {
 namespace {
 
-std::vector<unsigned char> packetOfRecords(unsigned int size)
+std::vector<unsigned char> packetOfRecords(unsigned int size, unsigned int limit = 8192)
 {
-    PacketPacker packer(8192);
+    PacketPacker packer(limit);
     const std::vector<unsigned char> payload(size, 0x5A);
     while (packer.addStructData(payload.data(), size, static_cast<PacketType>(5)) != 0) {
     }
@@ -58,9 +59,8 @@ void parsePlainWalkLimit(benchmark::State& state)
     state.SetItemsProcessed(sum.m_records);
 }
 
-void parsePacket(benchmark::State& state)
+void parse(benchmark::State& state, std::vector<unsigned char> buffer)
 {
-    std::vector<unsigned char> buffer = packetOfRecords(static_cast<unsigned int>(state.range(0)));
     Sum sum;
     PackedPacketParser parser(&sum);
     for ([[maybe_unused]] auto _ : state) {
@@ -70,8 +70,20 @@ void parsePacket(benchmark::State& state)
     state.SetItemsProcessed(sum.m_records);
 }
 
+void parsePacket(benchmark::State& state)
+{
+    parse(state, packetOfRecords(static_cast<unsigned int>(state.range(0))));
+}
+
+void parseLoneRecord(benchmark::State& state)
+{
+    const auto size = static_cast<unsigned int>(state.range(0));
+    parse(state, packetOfRecords(size, static_cast<unsigned int>(sizeof(PacketHeader) + sizeof(RecordHeader)) + size));
+}
+
 BENCHMARK(parsePlainWalkLimit)->Arg(4)->Arg(64)->Arg(1024);
-BENCHMARK(parsePacket)->Arg(4)->Arg(64)->Arg(1024);
+BENCHMARK(parsePacket)->Arg(4)->Arg(14)->Arg(64)->Arg(82)->Arg(1024);
+BENCHMARK(parseLoneRecord)->Arg(4)->Arg(14)->Arg(64)->Arg(82)->Arg(1024);
 
 } // namespace
 } // namespace Vantor

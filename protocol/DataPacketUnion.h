@@ -11,6 +11,9 @@ namespace Vantor {
 // valid. The payload's length comes with it and may exceed sizeof(DataPacketUnion):
 // then the union is a view of the receive buffer, whose bytes `payloadOf` reaches.
 // A shorter payload is followed by zeros up to sizeof(DataPacketUnion).
+//
+// 83 bytes, as its members are the records that the library reads; all others only pass
+// through. A member for each would have every record copied into room for the largest.
 union __attribute__((packed)) DataPacketUnion {
     DeviceInformation deviceInformation;
     FirmwareUpgradeCommand firmwareUpgradeCommand;

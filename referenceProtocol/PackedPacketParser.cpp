@@ -10,21 +10,39 @@ namespace Vantor {
 
 namespace {
 
-void deliver(PackedPacketParser::Observer& observer, unsigned short deviceId, PacketType type,
-             const unsigned char* payload, unsigned int size)
-{
-    if (size >= sizeof(DataPacketUnion)) {
-        observer.handleParsedPacket(deviceId, type, *reinterpret_cast<const DataPacketUnion*>(payload), size);
-        return;
+constexpr unsigned int unionSize = sizeof(DataPacketUnion);
+
+// Room for a payload shorter than the union. It is put directly before the zeros that have
+// to follow it, so that these are written once a buffer and not once a record.
+class ShortPayload {
+public:
+    explicit ShortPayload(const unsigned char* buffer) : m_buffer(buffer)
+    {
+        // As a copy: to clear so many bytes gcc uses `rep stos`, which takes as long as a record.
+        static constexpr DataPacketUnion zeros{};
+        std::memcpy(m_bytes + unionSize, &zeros, sizeof zeros);
     }
-    DataPacketUnion data{};
-    std::memcpy(&data, payload, size);
-    observer.handleParsedPacket(deviceId, type, data, size);
-}
+
+    const DataPacketUnion& copyOf(const unsigned char* payload, unsigned int size)
+    {
+        unsigned char* const copy = m_bytes + unionSize - size;
+        // Of a constant size, with what stands in front of the payload: a copy of `size`
+        // bytes is a `rep movs`.
+        if (payload - m_buffer + size >= unionSize)
+            std::memcpy(m_bytes, payload + size - unionSize, unionSize);
+        else
+            std::memcpy(copy, payload, size);
+        return *reinterpret_cast<const DataPacketUnion*>(copy);
+    }
+
+private:
+    const unsigned char* m_buffer;
+    unsigned char m_bytes[2 * unionSize];
+};
 
 // Walks the records of one packet; false when one reaches past its end.
 bool deliverRecords(PackedPacketParser::Observer& observer, unsigned short deviceId, const unsigned char* packet,
-                    unsigned int length)
+                    unsigned int length, ShortPayload& shortPayload)
 {
     unsigned int offset = sizeof(PacketHeader);
     while (offset < length) {
@@ -35,7 +53,10 @@ bool deliverRecords(PackedPacketParser::Observer& observer, unsigned short devic
         offset += sizeof record;
         if (record.length > length - offset)
             return false;
-        deliver(observer, deviceId, static_cast<PacketType>(record.type), packet + offset, record.length);
+        const unsigned char* const payload = packet + offset;
+        const DataPacketUnion& data = record.length < unionSize ? shortPayload.copyOf(payload, record.length)
+                                                                : *reinterpret_cast<const DataPacketUnion*>(payload);
+        observer.handleParsedPacket(deviceId, static_cast<PacketType>(record.type), data, record.length);
         offset += record.length;
     }
     return true;
@@ -52,6 +73,7 @@ void PackedPacketParser::parse(unsigned char* data, unsigned int size)
     if (m_observer == nullptr || data == nullptr)
         return;
 
+    ShortPayload shortPayload(data);
     unsigned int offset = 0;
     unsigned short deviceId = 0;
     while (offset < size) {
@@ -65,7 +87,7 @@ void PackedPacketParser::parse(unsigned char* data, unsigned int size)
         if (offset == 0)
             deviceId = static_cast<unsigned short>(header.deviceId);
         if (header.length < sizeof header || header.length > rest ||
-            !deliverRecords(*m_observer, deviceId, data + offset, header.length)) {
+            !deliverRecords(*m_observer, deviceId, data + offset, header.length, shortPayload)) {
             ++m_rejectedCount;
             return;
         }

@@ -53,6 +53,29 @@ struct Fixture {
     }
 };
 
+Bytes counted(std::size_t size)
+{
+    Bytes bytes(size);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::uint8_t>(i + 1);
+    return bytes;
+}
+
+// One packet of three records; the second's payload is `counted(size)`.
+Bytes packetAround(std::size_t before, std::size_t size, std::size_t behind)
+{
+    const auto low = [](std::size_t value) { return static_cast<std::uint8_t>(value % 256); };
+    const auto high = [](std::size_t value) { return static_cast<std::uint8_t>(value / 256); };
+    const std::size_t length = 8 + 3 + before + 3 + size + 3 + behind;
+    return joined({{low(length), high(length), 3, 0, 0, 0, 0, 0},
+                   {5, low(before), 0},
+                   Bytes(before, 0xEE),
+                   {6, low(size), 0},
+                   counted(size),
+                   {7, low(behind), 0},
+                   Bytes(behind, 0xEE)});
+}
+
 const Bytes twoRecords = {18, 0, 2, 0, 0x34, 0x12, 0, 0, 5, 2, 0, 0xA1, 0xA2, 6, 2, 0, 0xB1, 0xB2};
 const Bytes oneRecord = {12, 0, 1, 0, 0x78, 0x56, 0, 0, 7, 1, 0, 0xC1};
 
@@ -162,6 +185,37 @@ TEST(PackedPacketParser, payloadOfTheUnionsSize_isDeliveredWhole)
     fixture.parse(joined({{94, 0, 1, 0, 0, 0, 0, 0, 0, 83, 0}, Bytes(83, 0x11)}));
     ASSERT_EQ(fixture.listener.m_parsed.size(), 1u);
     EXPECT_EQ(fixture.listener.m_parsed[0].record.payload, Bytes(83, 0x11));
+}
+
+// At the ends of the buffer a sanitizer sees any byte that is read beyond it.
+TEST(PackedPacketParser, payload_isAloneWhereverItStands)
+{
+    for (const std::size_t size : {0u, 1u, 2u, 8u, 15u, 16u, 64u, 81u, 82u, 83u, 84u}) {
+        for (std::size_t distance = 0; distance <= 90; ++distance) {
+            for (const bool fromTheBegin : {true, false}) {
+                SCOPED_TRACE(testing::Message()
+                             << size << " bytes, " << distance << (fromTheBegin ? " before" : " behind"));
+                Fixture fixture;
+                fixture.parse(packetAround(fromTheBegin ? distance : 0, size, fromTheBegin ? 0 : distance));
+                ASSERT_EQ(fixture.listener.m_parsed.size(), 3u);
+                const Parsed& parsed = fixture.listener.m_parsed[1];
+                ASSERT_EQ(parsed.record, (PackedRecord{6, counted(size)}));
+                ASSERT_EQ(parsed.padding, Bytes(size < 83 ? 83 - size : 0, 0));
+            }
+        }
+    }
+}
+
+TEST(PackedPacketParser, loneRecordOfAnySize_isFollowedByZeros)
+{
+    for (std::uint8_t size = 0; size <= 84; ++size) {
+        SCOPED_TRACE(static_cast<int>(size));
+        Fixture fixture;
+        fixture.parse(joined({{static_cast<std::uint8_t>(11 + size), 0, 1, 0, 0, 0, 0, 0, 5, size, 0}, counted(size)}));
+        ASSERT_EQ(fixture.listener.m_parsed.size(), 1u);
+        EXPECT_EQ(fixture.listener.m_parsed[0].record.payload, counted(size));
+        EXPECT_EQ(fixture.listener.m_parsed[0].padding, Bytes(size < 83 ? 83u - size : 0u, 0));
+    }
 }
 
 TEST(PackedPacketParser, payloadLongerThanTheUnion_isAViewOfTheBuffer)

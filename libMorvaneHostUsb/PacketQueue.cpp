@@ -30,6 +30,36 @@ bool isExemptFromDuplicateTest(const PacketType& type)
     }
 }
 
+bool isDuplicate(const std::vector<unsigned char>& data, const std::vector<unsigned char>& waiting,
+                 const PacketType& type)
+{
+    return data.size() <= duplicateTestLimit && data == waiting && !isExemptFromDuplicateTest(type);
+}
+
+// The values of one type up to the first that has not been packed. They leave the queue with
+// their keys all at once, which takes less than one by one, when this is destroyed: also
+// when the packer throws, exactly what has been packed is gone.
+struct PackedValues {
+    using Values = std::map<unsigned int, std::vector<unsigned char>>;
+
+    PackedValues(Values& waiting, std::set<unsigned int>& pendingKeys)
+        : values(waiting), keys(pendingKeys), end(values.begin())
+    {}
+
+    ~PackedValues()
+    {
+        keys.erase(keys.begin(), end == values.end() ? keys.end() : keys.lower_bound(end->first));
+        values.erase(values.begin(), end);
+    }
+
+    PackedValues(const PackedValues&) = delete;
+    PackedValues& operator=(const PackedValues&) = delete;
+
+    Values& values;
+    std::set<unsigned int>& keys;
+    Values::iterator end;
+};
+
 } // namespace
 
 PacketQueue::PacketQueue() : m_keyedData(static_cast<std::size_t>(packetTypeCount)) {}
@@ -41,21 +71,20 @@ void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketTyp
 
 void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketType& type, const unsigned int& key)
 {
-    if (!isAssigned(type) || isWaiting(data, type, key))
+    if (!isAssigned(type))
+        return;
+    auto& values = m_keyedData[static_cast<std::size_t>(type)];
+    const auto place = values.lower_bound(key);
+    const bool isWaiting = place != values.end() && place->first == key;
+    if (isWaiting && isDuplicate(data, place->second, type))
         return;
     // In this order: a pending key without a value is passed over when packing, but a
     // value whose key is not pending would have later writes dropped as duplicates.
     m_pendingKeys[type].insert(key);
-    m_keyedData[static_cast<std::size_t>(type)][key] = std::move(data);
-}
-
-bool PacketQueue::isWaiting(const std::vector<unsigned char>& data, const PacketType& type, unsigned int key) const
-{
-    if (isExemptFromDuplicateTest(type) || data.size() > duplicateTestLimit)
-        return false;
-    const auto& values = m_keyedData[static_cast<std::size_t>(type)];
-    const auto waiting = values.find(key);
-    return waiting != values.end() && waiting->second == data;
+    if (isWaiting)
+        place->second = std::move(data);
+    else
+        values.emplace_hint(place, key, std::move(data));
 }
 
 bool PacketQueue::hasMoreData() const
@@ -73,17 +102,11 @@ bool PacketQueue::packKeyed(PriorityPacker& packer, unsigned int& count)
     for (auto pending = m_pendingKeys.begin(); pending != m_pendingKeys.end(); pending = m_pendingKeys.erase(pending)) {
         if (!isAssigned(pending->first))
             continue; // required; none is ever stored
-        auto& values = m_keyedData[static_cast<std::size_t>(pending->first)];
-        auto& keys = pending->second;
-        while (!keys.empty()) {
-            const auto value = values.find(*keys.begin());
-            if (value != values.end()) {
-                if (packer._addStructData(pending->first, value->second) == 0)
-                    return false;
-                values.erase(value);
-                ++count;
-            }
-            keys.erase(keys.begin());
+        // By the invariant the values stand in the order of the keys.
+        PackedValues packed(m_keyedData[static_cast<std::size_t>(pending->first)], pending->second);
+        for (; packed.end != packed.values.end(); ++packed.end, ++count) {
+            if (packer._addStructData(pending->first, packed.end->second) == 0)
+                return false;
         }
     }
     return true;

@@ -37,7 +37,6 @@ public:
     bool prepareNextPacket(PriorityPacker& packer, unsigned int& count);
 
 private:
-    bool isWaiting(const std::vector<unsigned char>& data, const PacketType& type, unsigned int key) const;
     bool packKeyed(PriorityPacker& packer, unsigned int& count);
     bool packQueued(PriorityPacker& packer, unsigned int& count);
 

@@ -13,6 +13,10 @@ struct PendingKeys {
     friend auto& reach(PendingKeys, PacketQueue& queue);
 };
 template struct PrivateMember<PendingKeys, PacketQueue, &PacketQueue::m_pendingKeys>;
+struct KeyedData {
+    friend auto& reach(KeyedData, PacketQueue& queue);
+};
+template struct PrivateMember<KeyedData, PacketQueue, &PacketQueue::m_keyedData>;
 
 namespace {
 
@@ -155,6 +159,14 @@ TEST(PacketQueue, valueThatStartsLikeTheWaitingOne_replacesIt)
     EXPECT_EQ(fixture.drained(), (Records{{5, {1, 2, 3}}}));
 }
 
+TEST(PacketQueue, otherValueOfTheSameSize_replacesTheWaitingOne)
+{
+    Fixture fixture;
+    fixture.key(5, 3, {1, 2, 3});
+    fixture.key(5, 3, {1, 2, 4});
+    EXPECT_EQ(fixture.drained(), (Records{{5, {1, 2, 4}}}));
+}
+
 TEST(PacketQueue, valueThatReturnsToAnEarlierOne_isSent)
 {
     Fixture fixture;
@@ -245,6 +257,37 @@ TEST(PacketQueue, keyedRecordThatDoesNotFit_isFirstInTheNextDrain)
     EXPECT_EQ(fixture.count, 2u);
     EXPECT_EQ(recordsOf(fixture.packer), (Records{{5, Bytes(5, 1)}, {5, Bytes(5, 2)}}));
     EXPECT_EQ(fixture.drained(), (Records{{5, Bytes(5, 3)}, {6, Bytes(5, 9)}}));
+}
+
+// Written again, the values that still wait are duplicates and the packed ones new.
+TEST(PacketQueue, drainThatStopsAtAnyKey_hasTakenThePackedOnesAlone)
+{
+    for (unsigned int packed = 0; packed < 5; ++packed) {
+        SCOPED_TRACE(packed);
+        Fixture fixture(8 + packed * 8);
+        const auto writeAll = [&fixture] {
+            for (std::uint8_t key = 0; key < 5; ++key)
+                fixture.key(3, key * 10u, Bytes(5, key));
+        };
+        const Records all{{3, Bytes(5, 0)}, {3, Bytes(5, 1)}, {3, Bytes(5, 2)}, {3, Bytes(5, 3)}, {3, Bytes(5, 4)}};
+        const auto behind = all.begin() + packed;
+
+        writeAll();
+        EXPECT_FALSE(fixture.drain());
+        EXPECT_EQ(fixture.count, packed);
+        EXPECT_EQ(recordsOf(fixture.packer), Records(all.begin(), behind));
+        EXPECT_EQ(reach(PendingKeys{}, fixture.waiting)[typeOf(3)].size(), 5 - packed);
+        EXPECT_EQ(reach(KeyedData{}, fixture.waiting)[3].size(), 5 - packed);
+
+        fixture.packer.setMaxPacketSize(8192);
+        if (packed % 2 == 0) {
+            EXPECT_EQ(fixture.drained(), Records(behind, all.end()));
+        } else {
+            writeAll();
+            EXPECT_EQ(fixture.drained(), all);
+        }
+        EXPECT_FALSE(fixture.waiting.hasMoreData());
+    }
 }
 
 TEST(PacketQueue, valueThatDidNotFit_canStillBeReplaced)

@@ -116,23 +116,6 @@ TEST(PacketQueueMemory, overwriteThatFailed_keepsTheWaitingValue)
     failEachAllocationOf(write, check, prepare);
 }
 
-TEST(PacketQueueMemory, drain_allocatesNothing)
-{
-    PacketQueue queue;
-    PriorityPacker packer(8192);
-    for (unsigned int i = 0; i < 1000; ++i) {
-        queue.addStructData(Bytes{1, 2, 3}, typeOf(3), i);
-        queue.addStructData(Bytes{4, 5, 6}, typeOf(3));
-    }
-    const AllocationFailure failure(1);
-    for (unsigned int packets = 1; packets <= 2; ++packets) {
-        unsigned int count = 0;
-        packer.clearData();
-        EXPECT_EQ(queue.prepareNextPacket(packer, count), packets == 2);
-    }
-    EXPECT_FALSE(failure.hasHappened());
-}
-
 TEST(PacketQueueMemory, queuedWriteThatFailed_leavesNothingBehind)
 {
     const auto write = [](PacketQueue& queue, const Bytes& payload) { queue.addStructData(payload, typeOf(3)); };

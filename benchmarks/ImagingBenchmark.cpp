@@ -3,13 +3,13 @@
 // without byte lanes.
 
 #include "benchmarks/LiteralImaging.h"
+#include "benchmarks/Pictures.h"
 #include "libMorvaneHostUsb/LcdHelper.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "libMorvaneHostUsb/imaging/Lanes.h"
 
 #include <cstring>
 #include <memory>
-#include <random>
 
 #include <benchmark/benchmark.h>
 #ifdef MORVANE_LEPTONICA
@@ -31,18 +31,6 @@ int heightOf(const benchmark::State& state)
     return static_cast<int>(state.range(1));
 }
 
-// Brighter to the lower right, with some noise.
-std::vector<unsigned char> greyPicture(int width, int height)
-{
-    std::vector<unsigned char> grey;
-    std::minstd_rand random(1); // NOLINT(bugprone-random-generator-seed,cert-msc51-cpp): the same picture each time
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x)
-            grey.push_back(static_cast<unsigned char>((x * 240 / width + y * 240 / height) / 2 + random() % 16));
-    }
-    return grey;
-}
-
 void countPixels(benchmark::State& state)
 {
     state.SetItemsProcessed(state.iterations() * widthOf(state) * heightOf(state));
@@ -51,7 +39,7 @@ void countPixels(benchmark::State& state)
 // On a fresh copy of the picture each time; the copying counts, with all contenders.
 template <typename Work> void onPicture(benchmark::State& state, const Work& work)
 {
-    const std::vector<unsigned char> picture = greyPicture(widthOf(state), heightOf(state));
+    const std::vector<unsigned char> picture = Pictures::grey(widthOf(state), heightOf(state));
     // Far from the picture's own place in a page: some processors copy slowly between equals.
     constexpr std::size_t apart = 2000;
     std::vector<unsigned char> room(picture.size() + apart);
@@ -160,21 +148,9 @@ void copyLiterally(BitmapImage* target, const BitmapImage& source, int x, int y)
     LiteralImaging::copy(*target, source, x, y);
 }
 
-// A drawing: runs of about 20 pixels.
-std::vector<unsigned int> drawing(int width, int height)
-{
-    std::vector<unsigned int> pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
-    int i = 0;
-    for (unsigned int& pixel : pixels) {
-        pixel = (i % 37 < 9 || i / width % 11 == 0) ? 0x102030 : 0xF0F0F0;
-        ++i;
-    }
-    return pixels;
-}
-
 void compress(benchmark::State& state)
 {
-    const auto pixels = drawing(widthOf(state), heightOf(state));
+    const auto pixels = Pictures::drawing(widthOf(state), heightOf(state));
     ClientLcdBitmap out(static_cast<unsigned char>(widthOf(state)), static_cast<unsigned char>(heightOf(state)), 24);
     out.buffer.resize(pixels.size() * 8);
     for ([[maybe_unused]] auto _ : state) {
@@ -186,7 +162,7 @@ void compress(benchmark::State& state)
 
 void compressLiteral(benchmark::State& state)
 {
-    const auto pixels = drawing(widthOf(state), heightOf(state));
+    const auto pixels = Pictures::drawing(widthOf(state), heightOf(state));
     std::vector<unsigned char> out(pixels.size() * 8);
     for ([[maybe_unused]] auto _ : state) {
         const auto words = LiteralImaging::compress(pixels.data(), widthOf(state), heightOf(state));
@@ -232,7 +208,7 @@ using Pix = std::unique_ptr<PIX, PixDeleter>;
 
 template <PIX* (*toBinary)(PIX*)> void leptonica(benchmark::State& state)
 {
-    const auto picture = greyPicture(widthOf(state), heightOf(state));
+    const auto picture = Pictures::grey(widthOf(state), heightOf(state));
     const Pix grey(pixCreate(widthOf(state), heightOf(state), 8));
     auto level = picture.begin();
     for (int y = 0; y < heightOf(state); ++y) {

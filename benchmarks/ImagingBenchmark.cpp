@@ -12,7 +12,7 @@
 #include <memory>
 
 #include <benchmark/benchmark.h>
-#ifdef MORVANE_LEPTONICA
+#ifdef MORVANE_PEER_LEPT
 #include <leptonica/allheaders.h>
 #endif
 
@@ -148,29 +148,10 @@ void copyLiterally(BitmapImage* target, const BitmapImage& source, int x, int y)
     LiteralImaging::copy(*target, source, x, y);
 }
 
-void compress(benchmark::State& state)
+// Which all of the above begin with.
+void copyGrey(benchmark::State& state)
 {
-    const auto pixels = Pictures::drawing(widthOf(state), heightOf(state));
-    ClientLcdBitmap out(static_cast<unsigned char>(widthOf(state)), static_cast<unsigned char>(heightOf(state)), 24);
-    out.buffer.resize(pixels.size() * 8);
-    for ([[maybe_unused]] auto _ : state) {
-        PriorityPacker::compressImage(pixels.data(), widthOf(state), heightOf(state), 0, 0, out);
-        benchmark::ClobberMemory();
-    }
-    countPixels(state);
-}
-
-void compressLiteral(benchmark::State& state)
-{
-    const auto pixels = Pictures::drawing(widthOf(state), heightOf(state));
-    std::vector<unsigned char> out(pixels.size() * 8);
-    for ([[maybe_unused]] auto _ : state) {
-        const auto words = LiteralImaging::compress(pixels.data(), widthOf(state), heightOf(state));
-        std::memcpy(out.data(), words.data(), words.size() * sizeof words[0]);
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
-    countPixels(state);
+    onPicture(state, [](const unsigned char*, int, int) {});
 }
 
 void lcdSizes(benchmark::internal::Benchmark* benchmark)
@@ -197,10 +178,9 @@ BENCHMARK(drawRowsLiteral)->Args({144, 168, 0})->Args({139, 168, 5});
 BENCHMARK(wholePath)->Args({144, 168});
 BENCHMARK(copyImages<LcdHelper::compositeToLcd>)->ArgsProduct({{144}, {168}, {2, 3, 4, 5, 6, 7}, {4, 5, 6}});
 BENCHMARK(copyImages<copyLiterally>)->ArgsProduct({{144}, {168}, {2, 3, 4, 5, 6, 7}, {4, 5, 6}});
-BENCHMARK(compress)->Args({144, 168});
-BENCHMARK(compressLiteral)->Args({144, 168});
+BENCHMARK(copyGrey)->Apply(lcdSizes);
 
-#ifdef MORVANE_LEPTONICA
+#ifdef MORVANE_PEER_LEPT
 struct PixDeleter {
     void operator()(PIX* pix) const { pixDestroy(&pix); }
 };

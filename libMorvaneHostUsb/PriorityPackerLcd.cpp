@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace Vantor {
 
@@ -77,29 +78,59 @@ std::uint64_t pairAt(const unsigned int* pixels)
     return pair;
 }
 
-// The first pixel from here to `reach` that is another.
-const unsigned int* endOfRun(const unsigned int* pixels, const unsigned int* reach)
+unsigned int isEndOfRun(const unsigned int* pixel)
 {
-    const unsigned int pixel = *pixels;
-    const std::uint64_t pair = static_cast<std::uint64_t>(pixel) << 32 | pixel;
-    while (reach - pixels >= 4 && ((pairAt(pixels) ^ pair) | (pairAt(pixels + 2) ^ pair)) == 0)
-        pixels += 4;
-    while (pixels != reach && *pixels == pixel)
-        ++pixels;
-    return pixels;
+    return pixel[0] != pixel[1] ? 1 : 0;
 }
 
-// A row marker, then the row's runs of at most 255 equal pixels.
-void appendEncodedRow(std::vector<std::uint32_t>& words, const unsigned int* row, std::size_t columns)
+// Bit i tells whether pixel i is another than the next; for at most 32 pixels.
+std::uint32_t findEndsOfRuns(const unsigned int* pixels, std::ptrdiff_t count)
+{
+    std::uint32_t ends = 0;
+    std::ptrdiff_t i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const unsigned int* const four = pixels + i;
+        if (((pairAt(four) ^ pairAt(four + 1)) | (pairAt(four + 2) ^ pairAt(four + 3))) != 0)
+            ends |=
+                (isEndOfRun(four) | isEndOfRun(four + 1) << 1 | isEndOfRun(four + 2) << 2 | isEndOfRun(four + 3) << 3)
+                << i;
+    }
+    for (; i < count; ++i)
+        ends |= isEndOfRun(pixels + i) << i;
+    return ends;
+}
+
+std::uint32_t runWord(unsigned int pixel, unsigned int run)
+{
+    return run | (__builtin_bswap32(pixel) & 0xFFFFFF00);
+}
+
+std::uint32_t* writeRun(std::uint32_t* word, const unsigned int* begin, const unsigned int* end)
 {
     constexpr std::ptrdiff_t longestRun = 255;
-    words.push_back(SliceHeader::rowMarker);
-    const unsigned int* const end = row + columns;
-    while (row != end) {
-        const unsigned int* const next = endOfRun(row, row + std::min(longestRun, end - row));
-        words.push_back(PriorityPacker::encode(*row, static_cast<unsigned char>(next - row)));
-        row = next;
+    for (; end - begin > longestRun; begin += longestRun)
+        *word++ = runWord(*begin, longestRun);
+    *word++ = runWord(*begin, static_cast<unsigned int>(end - begin));
+    return word;
+}
+
+// A row marker, then the row's runs; returns the end of the words. The ends of runs are
+// looked for apart: a branch at each would be guessed wrong thousands of times in a
+// dithered picture.
+std::uint32_t* encodeRow(std::uint32_t* word, const unsigned int* row, std::size_t columns)
+{
+    constexpr std::ptrdiff_t step = 32;
+    *word++ = SliceHeader::rowMarker;
+    const unsigned int* const last = row + columns - 1;
+    const unsigned int* begin = row;
+    for (const unsigned int* part = row; part < last; part += step) {
+        for (std::uint32_t ends = findEndsOfRuns(part, std::min(step, last - part)); ends != 0; ends &= ends - 1) {
+            const unsigned int* const end = part + __builtin_ctz(ends) + 1;
+            word = writeRun(word, begin, end);
+            begin = end;
+        }
     }
+    return writeRun(word, begin, last + 1);
 }
 
 // The part of a run-length layer that goes into one slice.
@@ -238,7 +269,7 @@ void PriorityPacker::flattenLcdImage(unsigned short lcd)
 
 unsigned int PriorityPacker::encode(unsigned int pixel, unsigned char run)
 {
-    return run | (pixel >> 16 & 0xFF) << 8 | (pixel >> 8 & 0xFF) << 16 | (pixel & 0xFF) << 24;
+    return runWord(pixel, run);
 }
 
 void PriorityPacker::compressImage(const unsigned int* pixels, int width, int height, int x, int y,
@@ -248,12 +279,13 @@ void PriorityPacker::compressImage(const unsigned int* pixels, int width, int he
         return;
     const auto columns = static_cast<std::size_t>(width);
     const auto rows = static_cast<std::size_t>(height);
-    std::vector<std::uint32_t> words;
-    words.reserve(rows + rows * columns / 4);
+    // For runs of one pixel; what is not written to takes no memory.
+    const std::unique_ptr<std::uint32_t[]> words(new std::uint32_t[rows * (1 + columns)]);
+    std::uint32_t* end = words.get();
     for (std::size_t row = 0; row < rows; ++row)
-        appendEncodedRow(words, pixels + row * columns, columns);
+        end = encodeRow(end, pixels + row * columns, columns);
 
-    const std::size_t bytes = words.size() * sizeof words[0];
+    const std::size_t bytes = static_cast<std::size_t>(end - words.get()) * sizeof *end;
     if (bytes > out.size()) {
         out.encodedSize = 0;
         return;
@@ -261,7 +293,7 @@ void PriorityPacker::compressImage(const unsigned int* pixels, int width, int he
     out.x = static_cast<std::uint8_t>(x);
     out.y = static_cast<std::uint8_t>(y);
     out.encodedSize = static_cast<std::uint32_t>(bytes);
-    std::memcpy(out.data(), words.data(), bytes);
+    std::memcpy(out.data(), words.get(), bytes);
 }
 
 std::size_t PriorityPacker::addBitmapDataToPacket(const ClientLcdBitmap& bitmap)

@@ -10,22 +10,22 @@ using LongLanes = std::uint64_t __attribute__((vector_size(16)));
 
 constexpr std::size_t stepSize = laneCount;
 
-// Above 255 nothing is too light.
-class DarkTest {
+// Above 255 nothing is light.
+class LightTest {
 public:
-    explicit DarkTest(int threshold)
+    explicit LightTest(int threshold)
         : m_threshold(allLanes(static_cast<unsigned int>(threshold > 255 ? 255 : threshold))),
-          m_always(allLanes(threshold > 255 ? 255 : 0))
+          m_possible(allLanes(threshold > 255 ? 0 : 255))
     {}
 
     ByteLanes operator()(const unsigned char* pixels) const
     {
-        return ~areAtLeast(loadLanes(pixels), m_threshold) | m_always;
+        return areAtLeast(loadLanes(pixels), m_threshold) & m_possible;
     }
 
 private:
     ByteLanes m_threshold;
-    ByteLanes m_always;
+    ByteLanes m_possible;
 };
 
 // All of them, where there are enough for one step: the last may do again what is done.
@@ -52,29 +52,31 @@ LongLanes gathered(ByteLanes bits)
 
 std::size_t LanePacking::dither(unsigned char* pixels, std::size_t count, int threshold)
 {
-    const DarkTest isDark(threshold);
-    return forEachStep(count, [&](std::size_t at) { storeLanes(pixels + at, ~isDark(pixels + at)); });
+    const LightTest isLight(threshold);
+    return forEachStep(count, [&](std::size_t at) { storeLanes(pixels + at, isLight(pixels + at)); });
 }
 
 std::size_t LanePacking::packColumns(unsigned char* bytes, const unsigned char* pixels, std::size_t stride,
                                      unsigned int rows, unsigned int firstBit, std::size_t count, int threshold)
 {
-    const DarkTest isDark(threshold);
+    const LightTest isLight(threshold);
+    const ByteLanes column = allLanes((1U << rows) - 1);
     return forEachStep(count, [&](std::size_t at) {
-        ByteLanes columns = loadLanes(bytes + at);
-        for (unsigned int row = 0; row < rows; ++row)
-            columns |= isDark(pixels + row * stride + at) & allLanes(1U << (firstBit + row));
-        storeLanes(bytes + at, columns);
+        ByteLanes light{}; // from the lowest row up: a light pixel's 255 is -1
+        for (const unsigned char* row = pixels + at + rows * stride; row != pixels + at;)
+            light = light + light - isLight(row -= stride);
+        const LongLanes dark = LongLanes(~light & column) << firstBit;
+        storeLanes(bytes + at, loadLanes(bytes + at) | ByteLanes(dark));
     });
 }
 
 std::size_t LanePacking::packRow(unsigned char* bytes, const unsigned char* pixels, std::size_t count, int threshold)
 {
     constexpr ByteLanes bits = {128, 64, 32, 16, 8, 4, 2, 1, 128, 64, 32, 16, 8, 4, 2, 1};
-    const DarkTest isDark(threshold);
+    const LightTest isLight(threshold);
     std::size_t done = 0;
     for (; count - done >= stepSize; done += stepSize) {
-        const LongLanes packed = gathered(isDark(pixels + done) & bits);
+        const LongLanes packed = gathered(~isLight(pixels + done) & bits);
         unsigned char* const target = bytes + done / 8;
         target[0] = static_cast<unsigned char>(target[0] | packed[0]);
         target[1] = static_cast<unsigned char>(target[1] | packed[1]);

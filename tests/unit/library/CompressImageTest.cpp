@@ -1,6 +1,8 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
 #include "tests/support/PackedBytes.h"
+#include "tests/support/Random.h"
+#include "tests/support/Seeds.h"
 
 #include <climits>
 
@@ -29,6 +31,31 @@ Bytes compressed(const Pixels& pixels, int width, int height)
     for (std::size_t i = out.encodedSize; i < out.size(); ++i)
         EXPECT_EQ(out.buffer[i], 0xEE) << "byte " << i;
     return Bytes(out.buffer.begin(), out.buffer.begin() + out.encodedSize);
+}
+
+// So many pixels, with runs of up to `longest`, and longer where two of a colour meet.
+Pixels picture(Random& random, std::size_t size, unsigned int longest)
+{
+    Pixels pixels;
+    while (pixels.size() < size)
+        pixels.insert(pixels.end(), random.between(1, longest), random.below(3));
+    pixels.resize(size);
+    return pixels;
+}
+
+// A row marker, then a word for each run, pixel by pixel.
+Bytes literally(const Pixels& pixels, std::size_t width)
+{
+    Bytes bytes;
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+        if (i % width == 0)
+            bytes.insert(bytes.end(), marker.begin(), marker.end());
+        if (i % width != 0 && pixels[i] == pixels[i - 1] && bytes[bytes.size() - 4] != 255)
+            ++bytes[bytes.size() - 4];
+        else
+            bytes.insert(bytes.end(), {1, 0, 0, static_cast<std::uint8_t>(pixels[i])});
+    }
+    return bytes;
 }
 
 } // namespace
@@ -71,6 +98,20 @@ TEST(CompressImage, compressedRun_endsAt255)
     EXPECT_EQ(compressed(Pixels(255, 7), 255, 1), joined({marker, {255, 0, 0, 7}}));
     EXPECT_EQ(compressed(Pixels(256, 7), 256, 1), joined({marker, {255, 0, 0, 7}, {1, 0, 0, 7}}));
     EXPECT_EQ(compressed(Pixels(511, 7), 511, 1), joined({marker, {255, 0, 0, 7}, {255, 0, 0, 7}, {1, 0, 0, 7}}));
+}
+
+TEST(CompressImage, picturesOfAnyWidthAndRuns_areTheLiteralWords)
+{
+    runSeeds(3, [](unsigned int seed) {
+        Random random(seed);
+        for (std::size_t width = 1; width <= 300; ++width) {
+            for (const unsigned int longest : {1u, 4u, 40u, 400u}) {
+                const Pixels pixels = picture(random, 3 * width, longest);
+                ASSERT_EQ(compressed(pixels, static_cast<int>(width), 3), literally(pixels, width))
+                    << "width " << width << ", runs of up to " << longest;
+            }
+        }
+    });
 }
 
 TEST(CompressImage, compressedRowOf255WhitePixels_looksLikeTwoMarkers)

@@ -224,6 +224,35 @@ TEST(LcdHelperImage, imagesOfAnyTwoFormats_areTheLiteralCopy)
 }
 
 // Vectors of exactly the pictures' bytes: the address sanitizer sees one too many.
+// Pixel by pixel in the same order, so that what is read has been written before.
+TEST(LcdHelperImage, imageWithinItsOwnMemory_isTheLiteralCopy)
+{
+    runSeeds(1, [](unsigned int seed) {
+        Random random(seed);
+        for (int from = 2; from <= 7; ++from) {
+            for (const int to : {4, 5, 6}) {
+                for (const int apart : {0, 1, 2, 3, 30}) {
+                    const Bytes before = random.bytes(400);
+                    Bytes bytes = before;
+                    Bytes literalBytes = before;
+                    const auto copyWithin = [&](Bytes& memory, auto copy) {
+                        const BitmapImage source{memory.data(), 7, 5, from, 0};
+                        BitmapImage target{memory.data() + apart, 7, 5, to, 0};
+                        copy(target, source);
+                    };
+                    copyWithin(bytes, [](BitmapImage& target, const BitmapImage& source) {
+                        LcdHelper::compositeToLcd(&target, source, 1, 0);
+                    });
+                    copyWithin(literalBytes, [](BitmapImage& target, const BitmapImage& source) {
+                        copyLiterally(target, source, 1, 0);
+                    });
+                    ASSERT_EQ(bytes, literalBytes) << "from " << from << " to " << to << ", apart " << apart;
+                }
+            }
+        }
+    });
+}
+
 TEST(LcdHelperImage, lastPixelOfTheTarget_isTheLastByteOfItsBuffer)
 {
     const std::map<int, int> bitsOfFormat = {{4, 12}, {5, 16}, {6, 24}};

@@ -18,10 +18,11 @@ public:
           m_possible(allLanes(threshold > 255 ? 0 : 255))
     {}
 
-    ByteLanes operator()(const unsigned char* pixels) const
-    {
-        return areAtLeast(loadLanes(pixels), m_threshold) & m_possible;
-    }
+    ByteLanes operator()(const unsigned char* pixels) const { return ifPossible(isReached(pixels)); }
+
+    // Its two halves, of which the second is the same for any number of pixels.
+    ByteLanes isReached(const unsigned char* pixels) const { return areAtLeast(loadLanes(pixels), m_threshold); }
+    ByteLanes ifPossible(ByteLanes light) const { return light & m_possible; }
 
 private:
     ByteLanes m_threshold;
@@ -59,13 +60,13 @@ std::size_t LanePacking::dither(unsigned char* pixels, std::size_t count, int th
 std::size_t LanePacking::packColumns(unsigned char* bytes, const unsigned char* pixels, std::size_t stride,
                                      unsigned int rows, unsigned int firstBit, std::size_t count, int threshold)
 {
-    const LightTest isLight(threshold);
+    const LightTest test(threshold);
     const ByteLanes column = allLanes((1U << rows) - 1);
     return forEachStep(count, [&](std::size_t at) {
         ByteLanes light{}; // from the lowest row up: a light pixel's 255 is -1
         for (const unsigned char* row = pixels + at + rows * stride; row != pixels + at;)
-            light = light + light - isLight(row -= stride);
-        const LongLanes dark = LongLanes(~light & column) << firstBit;
+            light = light + light - test.isReached(row -= stride);
+        const LongLanes dark = LongLanes(~test.ifPossible(light) & column) << firstBit;
         storeLanes(bytes + at, loadLanes(bytes + at) | ByteLanes(dark));
     });
 }

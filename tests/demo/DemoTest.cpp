@@ -15,20 +15,36 @@ using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
+namespace {
+
+// With the panel 0102 unplugged after so many seconds, and back half a second later. It has
+// stopped reading before, so that a batch waits.
+ToolResult runWithUnplugAfter(int seconds, const TemporaryFolder& folder)
+{
+    const std::string time = std::to_string(seconds);
+    return runTool(
+        onBus({"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12", "--at",
+               "500ms", "emit 1 type=21 size=32 count=12", "--at", std::to_string(seconds - 1) + ".5s",
+               "fault 1 out silent", "--at", time + "s", "unplug 1", "--at", time + ".5s", "plug 1"},
+              {MORVANE_DEMO}));
+}
+
+} // namespace
+
 TEST(Demo, unplugUnderLoad_endsInOrder)
 {
     const TemporaryFolder folder;
-    const ToolResult result =
-        runTool(onBus({"--panels", "2", "--png", folder.getPath(), "--at", "500ms", "emit 0 type=20 size=32 count=12",
-                       "--at", "500ms", "emit 1 type=21 size=32 count=12", "--at", "3900ms", "fault 1 out silent",
-                       "--at", "4s", "unplug 1", "--at", "4500ms", "plug 1"},
-                      {MORVANE_DEMO}));
+    // On a busy machine the demo may not have come as far as the load by then.
+    ToolResult result = runWithUnplugAfter(4, folder);
+    for (const int later : {12, 18}) {
+        if (result.output.find("\n5. ") == std::string::npos)
+            result = runWithUnplugAfter(later, folder);
+    }
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr("   0102 says: \"Simulated panel\", packets of up to 8192 bytes"));
     EXPECT_THAT(result.output, HasSubstr("\n   4,000 records, "));
     EXPECT_THAT(result.output, HasSubstr("of type 21\n"));
     EXPECT_THAT(result.output, HasSubstr("The demo waits up to 20 s for each.\n"));
-    // It does not read, so that a batch waits.
     EXPECT_THAT(result.output, HasSubstr(" s  0102 has left, with 16 records on their way\n"));
     EXPECT_THAT(result.output, HasSubstr("(any LIBUSB_ERROR_NO_DEVICE in the library's log comes from that)\n"));
     EXPECT_THAT(result.output, HasSubstr(" s  0102 is back; "));

@@ -184,7 +184,7 @@ private:
     void fillFirmwareChunk(FirmwareData::Board board, const std::vector<unsigned char>& image, std::uint32_t offset)
         MORVANE_REQUIRES(m_firmwareMutex);
     void acknowledgeChunk(const FirmwareUpgradeCommand& command) MORVANE_REQUIRES(m_firmwareMutex);
-    void sendAgain() MORVANE_REQUIRES(m_firmwareMutex);
+    void stepAfterReply() MORVANE_REQUIRES(m_firmwareMutex);
     void reportProgress() MORVANE_REQUIRES(m_firmwareMutex);
 
     PriorityPacker m_packer; // synchronises itself

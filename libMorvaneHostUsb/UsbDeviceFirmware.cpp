@@ -269,18 +269,18 @@ void UsbDevice::handleFirmwareReply(const FirmwareUpgradeCommand& command)
         break;
     case FirmwareUpgradeCommand::SendAgain:
     case FirmwareUpgradeCommand::FailedSendAgain:
-        sendAgain();
+        stepAfterReply();
         break;
     case FirmwareUpgradeCommand::WriteFailed:
         MORVANE_LOG(LogLevel::Error,
                     "[libusb] Failed to write %d bytes to board %x address=0x%x status=0x%x uid=%d\n\n",
                     static_cast<int>(command.length), command.board, command.address, command.command, m_uid);
-        sendAgain();
+        stepAfterReply();
         break;
     case FirmwareUpgradeCommand::EraseFailed:
         MORVANE_LOG(LogLevel::Error, "[libusb] Failed to erase sector on board %x address=0x%x status=0x%x uid=%d\n\n",
                     command.board, command.address, command.command, m_uid);
-        sendAgain();
+        stepAfterReply();
         break;
     default:
         break;
@@ -307,10 +307,10 @@ void UsbDevice::acknowledgeChunk(const FirmwareUpgradeCommand& command)
     else if (m_firmwareState == sendingServo)
         m_servoOffset += m_firmwareData.length;
     reportProgress();
-    sendAgain();
+    stepAfterReply();
 }
 
-void UsbDevice::sendAgain()
+void UsbDevice::stepAfterReply()
 {
     m_retryCount = 0;
     m_firmwareTimeout = afterReply;

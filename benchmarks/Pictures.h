@@ -16,7 +16,8 @@ inline std::vector<unsigned char> grey(int width, int height)
     std::minstd_rand random(1); // NOLINT(bugprone-random-generator-seed,cert-msc51-cpp): the same picture each time
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x)
-            grey.push_back(static_cast<unsigned char>((x * 240 / width + y * 240 / height) / 2 + random() % 16));
+            grey.push_back(
+                static_cast<unsigned char>((x * 240 / width + y * 240 / height) / 2 + static_cast<int>(random() % 16)));
     }
     return grey;
 }

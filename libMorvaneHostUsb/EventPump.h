@@ -39,6 +39,19 @@ public:
     // Ends the event call that runs on `context`, or else the next one, at once.
     static void wake(libusb_context* context);
 
+    // Does so when it is destroyed. Declared before a lock that the worker tries, it comes
+    // when that is free, and an exception does not keep it from coming.
+    class WakeAtEnd {
+    public:
+        explicit WakeAtEnd(libusb_context* context) : m_context(context) {}
+        ~WakeAtEnd() { wake(m_context); }
+        WakeAtEnd(const WakeAtEnd&) = delete;
+        WakeAtEnd& operator=(const WakeAtEnd&) = delete;
+
+    private:
+        libusb_context* m_context;
+    };
+
     // True inside handleEvents on this thread: events can neither be run nor waited for.
     static bool isInsideEvents();
 };

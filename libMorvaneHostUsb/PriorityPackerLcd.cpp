@@ -121,16 +121,17 @@ std::uint32_t* encodeRow(std::uint32_t* word, const unsigned int* row, std::size
 {
     constexpr std::ptrdiff_t step = 32;
     *word++ = SliceHeader::rowMarker;
-    const unsigned int* const last = row + columns - 1;
-    const unsigned int* begin = row;
-    for (const unsigned int* part = row; part < last; part += step) {
-        for (std::uint32_t ends = findEndsOfRuns(part, std::min(step, last - part)); ends != 0; ends &= ends - 1) {
-            const unsigned int* const end = part + __builtin_ctz(ends) + 1;
-            word = writeRun(word, begin, end);
+    const auto count = static_cast<std::ptrdiff_t>(columns);
+    std::ptrdiff_t begin = 0;
+    for (std::ptrdiff_t part = 0; part < count - 1; part += step) {
+        for (std::uint32_t ends = findEndsOfRuns(row + part, std::min(step, count - 1 - part)); ends != 0;
+             ends &= ends - 1) {
+            const std::ptrdiff_t end = part + __builtin_ctz(ends) + 1;
+            word = writeRun(word, row + begin, row + end);
             begin = end;
         }
     }
-    return writeRun(word, begin, last + 1);
+    return writeRun(word, row + begin, row + count);
 }
 
 // The part of a run-length layer that goes into one slice.
@@ -279,7 +280,7 @@ void PriorityPacker::compressImage(const unsigned int* pixels, int width, int he
         return;
     const auto columns = static_cast<std::size_t>(width);
     const auto rows = static_cast<std::size_t>(height);
-    // For runs of one pixel; what is not written to takes no memory.
+    // As many as runs of one pixel take.
     const std::unique_ptr<std::uint32_t[]> words(new std::uint32_t[rows * (1 + columns)]);
     std::uint32_t* end = words.get();
     for (std::size_t row = 0; row < rows; ++row)

@@ -174,9 +174,6 @@ private:
     void handleSubmitError(const char* direction, int error);
 
     void pollFirmware();
-    void beginFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
-                              std::function<void(const FirmwareProgress&)> callback) MORVANE_REQUIRES(m_firmwareMutex);
-    void handleFirmwareReply(const FirmwareUpgradeCommand& command) MORVANE_REQUIRES(m_firmwareMutex);
     void announceFirmware(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
     void sendMainChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
     void sendServoChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);

@@ -30,6 +30,12 @@ constexpr double afterRequest = 1.0;
 
 constexpr std::uint8_t retriesBeforeRestart = 4;
 
+std::chrono::system_clock::duration toClockTime(double seconds)
+{
+    return std::chrono::duration_cast<std::chrono::system_clock::duration>(
+        std::chrono::nanoseconds(std::llround(seconds * 1e9)));
+}
+
 std::uint32_t sizeOf(const std::vector<unsigned char>& image)
 {
     return static_cast<std::uint32_t>(image.size());
@@ -79,17 +85,8 @@ std::vector<unsigned char> readImage(const std::string& path)
 void UsbDevice::startFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
                                      std::function<void(const FirmwareProgress&)> callback)
 {
-    {
-        const std::lock_guard<std::mutex> lock(m_firmwareMutex);
-        beginFirmwareUpgrade(mainPath, servoPath, std::move(callback));
-    }
-    // Not under the lock: the worker passes over an upgrade whose mutex is taken.
-    EventPump::wake(m_context);
-}
-
-void UsbDevice::beginFirmwareUpgrade(const std::string& mainPath, const std::string& servoPath,
-                                     std::function<void(const FirmwareProgress&)> callback)
-{
+    const EventPump::WakeAtEnd wake(m_context);
+    const std::lock_guard<std::mutex> lock(m_firmwareMutex);
     if (m_firmwareState != idle) {
         MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Trying to update during an update!");
         return;
@@ -115,7 +112,7 @@ void UsbDevice::pollFirmware()
     const std::lock_guard<std::mutex> lock(m_firmwareMutex, std::adopt_lock);
     sendNextFirmwarePacket();
     if (m_firmwareState != idle)
-        m_nextFirmwareStep = m_lastFirmwareSendTime + std::chrono::nanoseconds(std::llround(m_firmwareTimeout * 1e9));
+        m_nextFirmwareStep = m_lastFirmwareSendTime + toClockTime(m_firmwareTimeout);
 }
 
 std::chrono::system_clock::time_point UsbDevice::getNextFirmwareStep() const
@@ -251,15 +248,8 @@ void UsbDevice::finishFirmwareUpgrade()
 
 void UsbDevice::handleFirmwareUpgrade(const FirmwareUpgradeCommand& command)
 {
-    {
-        const std::lock_guard<std::mutex> lock(m_firmwareMutex);
-        handleFirmwareReply(command);
-    }
-    EventPump::wake(m_context); // the next step may be due earlier than it waits
-}
-
-void UsbDevice::handleFirmwareReply(const FirmwareUpgradeCommand& command)
-{
+    const EventPump::WakeAtEnd wake(m_context); // the next step may be due earlier than the worker waits
+    const std::lock_guard<std::mutex> lock(m_firmwareMutex);
     switch (command.command) {
     case FirmwareUpgradeCommand::Invalid:
         MORVANE_LOG(LogLevel::Error, "[libusb] Invalid command %d\n", command.command);

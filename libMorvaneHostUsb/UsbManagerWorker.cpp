@@ -15,14 +15,16 @@ namespace {
 constexpr std::chrono::microseconds longestWait(1'050'000);
 constexpr std::chrono::nanoseconds registryCheckPeriod = std::chrono::seconds(5);
 
-// Rounded up, as libusb does with what is less than a millisecond: nothing is early.
-timeval waitUntil(const std::chrono::system_clock::time_point& due, const std::chrono::system_clock::time_point& now)
+// How long to wait for events. Rounded up, as libusb does with what is less than a
+// millisecond: nothing is early.
+timeval waitUntil(const std::chrono::system_clock::time_point& due)
 {
-    std::chrono::microseconds wait(0);
-    if (due >= now + longestWait)
-        wait = longestWait;
-    else if (due > now)
-        wait = std::chrono::ceil<std::chrono::microseconds>(due - now);
+    std::chrono::microseconds wait = longestWait;
+    if (due != UsbDevice::never) {
+        const auto left = due - std::chrono::system_clock::now();
+        wait =
+            std::clamp(std::chrono::ceil<std::chrono::microseconds>(left), std::chrono::microseconds(0), longestWait);
+    }
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
     return {static_cast<time_t>(seconds.count()), static_cast<suseconds_t>((wait - seconds).count())};
 }
@@ -30,7 +32,7 @@ timeval waitUntil(const std::chrono::system_clock::time_point& due, const std::c
 } // namespace
 
 struct UsbManager::WorkerRun {
-    timeval eventTimeout;
+    std::chrono::system_clock::time_point due; // the soonest step of an upgrade
     std::chrono::system_clock::time_point lastCheck;
     std::set<libusb_device*> known;
 };
@@ -39,15 +41,14 @@ void UsbManager::workerThread()
 {
     setCurrentThreadName("MorvaneWorker");
     const EventPump::Worker worker(m_context);
-    const auto begin = std::chrono::system_clock::now();
-    WorkerRun run{waitUntil(UsbDevice::never, begin), begin, {}};
+    WorkerRun run{UsbDevice::never, std::chrono::system_clock::now(), {}};
     while (m_initialised)
         runWorkerPass(run);
 }
 
 void UsbManager::runWorkerPass(WorkerRun& run)
 {
-    EventPump::handleEvents(m_context, run.eventTimeout);
+    EventPump::handleEvents(m_context, waitUntil(run.due));
 
     Devices batch;
     {
@@ -73,12 +74,11 @@ void UsbManager::pollDevices(WorkerRun& run)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const auto now = std::chrono::system_clock::now();
-    auto due = UsbDevice::never;
+    run.due = UsbDevice::never;
     for (const auto& device : m_devices) {
         device->poll(now);
-        due = std::min(due, device->getNextFirmwareStep());
+        run.due = std::min(run.due, device->getNextFirmwareStep());
     }
-    run.eventTimeout = waitUntil(due, now);
     if (now - run.lastCheck > registryCheckPeriod) {
         checkRegistry(run.known);
         run.lastCheck = now;

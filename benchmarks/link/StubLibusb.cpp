@@ -115,7 +115,8 @@ using namespace Vantor;
 
 int LIBUSB_CALL libusb_init(libusb_context** context)
 {
-    *context = nullptr;
+    static char context_;
+    *context = reinterpret_cast<libusb_context*>(&context_);
     return 0;
 }
 

@@ -7,9 +7,8 @@
 
 namespace Vantor {
 
-// Whole upgrades, by the library and libusb as they are. The boot loader's ordinary 110 ms
-// for a chunk are the quick ones: a reply that comes sooner finds the host not ready, and
-// the next chunk then waits for the next pass of the worker.
+// Whole upgrades, by the library and libusb as they are, with the boot loader's ordinary
+// 110 ms for a chunk.
 class Firmware : public BusTest {
 protected:
     // `factor`: so that no two images are alike.

@@ -125,6 +125,19 @@ TEST(UsbManagerWaiting, lessThanAMicrosecondToGo_isNotTakenForNone)
     EXPECT_NE(rig.usb.inFlight(rig.panel, FakeLibusb::outEndpoint), nullptr);
 }
 
+// The registry check comes between the polls and the wait.
+TEST(UsbManagerWaiting, slowOpenOfAStrayPanel_doesNotMakeTheStepLate)
+{
+    WaitingRig rig;
+    WaitingRig::setLevel(0);
+    rig.usb.passAfter(5s);
+    rig.startUpgrade();
+    rig.usb.attach(panelAt(5));
+    rig.usb.onCall("open", [] { VirtualClock::advance(300ms); });
+    rig.usb.passAfter(500ms);
+    EXPECT_EQ(rig.usb.remainingWait(), 200ms);
+}
+
 TEST(UsbManagerWaiting, ofTwoUpgrades_theSoonerStepCounts)
 {
     WaitingRig rig;
@@ -217,6 +230,17 @@ TEST(UsbManagerWaiting, wake_comesWhenTheFirmwareMutexIsFree)
         wake(rig);
         EXPECT_TRUE(meeting.wasAsExpected());
     }
+}
+
+// Its context lives as long as it does.
+TEST(UsbManagerWaiting, deviceThatOutlivesTheManager_wakesNobody)
+{
+    WaitingRig rig;
+    WaitingRig::setLevel(0);
+    rig.stop();
+    rig.device->startFirmwareUpgrade(rig.image.getPath(), "/nonexistent", nullptr);
+    rig.device->handleFirmwareUpgrade(FirmwareUpgradeCommand{});
+    EXPECT_THAT(rig.usb.takeMisuses(), testing::IsEmpty());
 }
 
 } // namespace Vantor::Test

@@ -121,17 +121,17 @@ std::uint32_t* encodeRow(std::uint32_t* word, const unsigned int* row, std::size
 {
     constexpr std::ptrdiff_t step = 32;
     *word++ = SliceHeader::rowMarker;
-    const auto count = static_cast<std::ptrdiff_t>(columns);
-    std::ptrdiff_t begin = 0;
-    for (std::ptrdiff_t part = 0; part < count - 1; part += step) {
-        for (std::uint32_t ends = findEndsOfRuns(row + part, std::min(step, count - 1 - part)); ends != 0;
-             ends &= ends - 1) {
-            const std::ptrdiff_t end = part + __builtin_ctz(ends) + 1;
-            word = writeRun(word, row + begin, row + end);
+    const unsigned int* const last = row + columns - 1;
+    const unsigned int* begin = row;
+    for (std::ptrdiff_t at = 0; at < last - row; at += step) {
+        const unsigned int* const part = row + at;
+        for (std::uint32_t ends = findEndsOfRuns(part, std::min(step, last - part)); ends != 0; ends &= ends - 1) {
+            const unsigned int* const end = part + __builtin_ctz(ends) + 1;
+            word = writeRun(word, begin, end);
             begin = end;
         }
     }
-    return writeRun(word, row + begin, row + count);
+    return writeRun(word, begin, last + 1);
 }
 
 // The part of a run-length layer that goes into one slice.

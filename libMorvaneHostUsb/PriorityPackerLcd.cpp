@@ -1,6 +1,8 @@
 // The LCD side of PriorityPacker: layers, their slices, run-length encoding.
 #include "libMorvaneHostUsb/LcdHelper.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
+#include "libMorvaneHostUsb/imaging/LanePacking.h"
+#include "libMorvaneHostUsb/imaging/Lanes.h"
 #include "wire/RecordHeader.h"
 #include "wire/SliceHeader.h"
 
@@ -83,9 +85,13 @@ unsigned int isEndOfRun(const unsigned int* pixel)
     return pixel[0] != pixel[1] ? 1 : 0;
 }
 
+constexpr std::ptrdiff_t runStep = 32;
+
 // Bit i tells whether pixel i is another than the next; for at most 32 pixels.
 std::uint32_t findEndsOfRuns(const unsigned int* pixels, std::ptrdiff_t count)
 {
+    if (count == runStep && Lanes::areUsed())
+        return LanePacking::findEndsOfRuns(pixels);
     std::uint32_t ends = 0;
     std::ptrdiff_t i = 0;
     for (; i + 4 <= count; i += 4) {
@@ -119,13 +125,12 @@ std::uint32_t* writeRun(std::uint32_t* word, const unsigned int* begin, const un
 // dithered picture.
 std::uint32_t* encodeRow(std::uint32_t* word, const unsigned int* row, std::size_t columns)
 {
-    constexpr std::ptrdiff_t step = 32;
     *word++ = SliceHeader::rowMarker;
     const unsigned int* const last = row + columns - 1;
     const unsigned int* begin = row;
-    for (std::ptrdiff_t at = 0; at < last - row; at += step) {
+    for (std::ptrdiff_t at = 0; at < last - row; at += runStep) {
         const unsigned int* const part = row + at;
-        for (std::uint32_t ends = findEndsOfRuns(part, std::min(step, last - part)); ends != 0; ends &= ends - 1) {
+        for (std::uint32_t ends = findEndsOfRuns(part, std::min(runStep, last - part)); ends != 0; ends &= ends - 1) {
             const unsigned int* const end = part + __builtin_ctz(ends) + 1;
             word = writeRun(word, begin, end);
             begin = end;

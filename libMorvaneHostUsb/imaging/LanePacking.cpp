@@ -7,6 +7,7 @@ namespace Vantor {
 namespace {
 
 using LongLanes = std::uint64_t __attribute__((vector_size(16)));
+using PixelLanes = std::uint32_t __attribute__((vector_size(16)));
 
 constexpr std::size_t stepSize = laneCount;
 
@@ -38,6 +39,13 @@ template <typename Step> std::size_t forEachStep(std::size_t count, const Step& 
         step(at);
     step(count - stepSize);
     return count;
+}
+
+PixelLanes loadPixels(const unsigned int* pixels)
+{
+    PixelLanes lanes;
+    std::memcpy(&lanes, pixels, sizeof lanes);
+    return lanes;
 }
 
 // Each eight lanes, of which each has a bit of its own, in the first of them.
@@ -83,6 +91,19 @@ std::size_t LanePacking::packRow(unsigned char* bytes, const unsigned char* pixe
         target[1] = static_cast<unsigned char>(target[1] | packed[1]);
     }
     return done;
+}
+
+std::uint32_t LanePacking::findEndsOfRuns(const unsigned int* pixels)
+{
+    PixelLanes ends{};
+    PixelLanes bits = {1, 2, 4, 8};
+    for (std::size_t i = 0; i < 32; i += 4) {
+        ends |= PixelLanes(loadPixels(pixels + i) != loadPixels(pixels + i + 1)) & bits;
+        bits <<= 4;
+    }
+    const LongLanes halves = LongLanes(ends);
+    const std::uint64_t both = halves[0] | halves[1];
+    return static_cast<std::uint32_t>(both | both >> 32);
 }
 
 } // namespace Vantor

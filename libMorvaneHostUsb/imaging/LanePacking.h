@@ -1,11 +1,12 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Vantor {
 
-// Grey pixels below a threshold, 0 to 256, as bits, sixteen at a time; see Lanes.h for
-// where. Each takes as many as it can from the first on, and returns how many.
+// Pixels to bits, many at a time; see Lanes.h for where. Those of grey pixels below a
+// threshold, 0 to 256, take as many as they can from the first on, and return how many.
 namespace LanePacking {
 
 // In place: 0 below the threshold, else 255.
@@ -18,6 +19,10 @@ std::size_t packColumns(unsigned char* bytes, const unsigned char* pixels, std::
 
 // Sets bits of bytes, from the most significant one of the first on.
 std::size_t packRow(unsigned char* bytes, const unsigned char* pixels, std::size_t count, int threshold);
+
+// For 32 pixels of as many bits, of which bit i tells whether pixel i is another than the
+// next: the 33rd is read, too.
+std::uint32_t findEndsOfRuns(const unsigned int* pixels);
 
 } // namespace LanePacking
 

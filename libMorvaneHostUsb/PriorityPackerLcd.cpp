@@ -85,7 +85,7 @@ unsigned int isEndOfRun(const unsigned int* pixel)
     return pixel[0] != pixel[1] ? 1 : 0;
 }
 
-constexpr std::ptrdiff_t runStep = 32;
+constexpr std::ptrdiff_t runStep = LanePacking::runStep;
 
 // Bit i tells whether pixel i is another than the next; for at most 32 pixels.
 std::uint32_t findEndsOfRuns(const unsigned int* pixels, std::ptrdiff_t count)

@@ -73,15 +73,17 @@ template <int from, int to>
 void copyRowByPairs(unsigned char* target, Cursor at, const unsigned char* source, Cursor of, std::int64_t count)
 {
     if constexpr (from == to && to == BitmapImage::Rgb565) { // spread and cut, a value is what it was
-        for (std::size_t i = 0; i < 2 * static_cast<std::size_t>(std::max<std::int64_t>(count, 0)); ++i)
+        for (std::size_t i = 0; i < 2 * static_cast<std::size_t>(count); ++i)
             target[2 * at.index + i] = source[2 * of.index + i];
         return;
     }
-    if (!at.isEven && count-- > 0)
+    if (!at.isEven) {
         copyPixel<from, to>(target, at, source, of);
+        --count;
+    }
     const auto copyAll = of.isEven ? copyPairs<from, to, true> : copyPairs<from, to, false>;
     copyAll(target, at.index, source, of.index, count / 2);
-    if (count > 0 && count % 2 != 0) {
+    if (count % 2 != 0) {
         at.index += static_cast<std::size_t>(count - 1);
         of.index += static_cast<std::size_t>(count - 1);
         copyPixel<from, to>(target, at, source, of);
@@ -100,6 +102,8 @@ template <int from, int to> void copyPixels(const Copy& copy)
 {
     const Span columns(copy.x, copy.source.width, copy.target.width);
     const Span rows(copy.y, copy.source.height, copy.target.height);
+    if (columns.begin >= columns.end)
+        return;
     const auto copyRow = mayOverlap(copy.target, copy.source) ? copyRowByPixel<from, to> : copyRowByPairs<from, to>;
     for (std::int64_t row = rows.begin; row < rows.end; ++row) {
         const std::int64_t of = row * copy.source.width + columns.begin;

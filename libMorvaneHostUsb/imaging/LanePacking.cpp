@@ -97,7 +97,7 @@ std::uint32_t LanePacking::findEndsOfRuns(const unsigned int* pixels)
 {
     PixelLanes ends{};
     PixelLanes bits = {1, 2, 4, 8};
-    for (std::size_t i = 0; i < 32; i += 4) {
+    for (int i = 0; i < runStep; i += 4) {
         ends |= PixelLanes(loadPixels(pixels + i) != loadPixels(pixels + i + 1)) & bits;
         bits <<= 4;
     }

@@ -20,8 +20,10 @@ std::size_t packColumns(unsigned char* bytes, const unsigned char* pixels, std::
 // Sets bits of bytes, from the most significant one of the first on.
 std::size_t packRow(unsigned char* bytes, const unsigned char* pixels, std::size_t count, int threshold);
 
-// For 32 pixels of as many bits, of which bit i tells whether pixel i is another than the
-// next: the 33rd is read, too.
+constexpr int runStep = 32;
+
+// For so many pixels of as many bits, of which bit i tells whether pixel i is another than the
+// next: the one behind them is read, too.
 std::uint32_t findEndsOfRuns(const unsigned int* pixels);
 
 } // namespace LanePacking

@@ -2,9 +2,6 @@
 
 #include "libMorvaneHostUsb/Log.h"
 
-#include <cstdio>
-#include <mutex>
-
 namespace Vantor {
 
 // Any thread may set the level while others read it.
@@ -13,36 +10,39 @@ inline bool isLogged(int level)
     return __atomic_load_n(&logLevel, __ATOMIC_RELAXED) >= level;
 }
 
-} // namespace Vantor
+namespace LogOutput {
 
-// One locked output call each. Macros, because the arguments must not be
-// evaluated when the level is not reached and the format stays checked.
-#define MORVANE_LOG(level, ...)                                                                                        \
-    do {                                                                                                               \
-        if (::Vantor::isLogged(level)) {                                                                               \
-            const std::lock_guard<std::mutex> logLock(::Vantor::s_logMutex);                                           \
-            std::printf(__VA_ARGS__);                                                                                  \
-        }                                                                                                              \
-    } while (false)
+// One message, as printf writes it; its newline is in the format.
+void print(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // A whole line: the newline is added.
+void printLine(int level, const char* text);
+
+// Source position and message are two lock periods on standard output; another thread's
+// line may fall between.
+void trace(const char* file, int line, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+} // namespace LogOutput
+
+} // namespace Vantor
+
+// Macros, because the arguments must not be evaluated when the level is not reached.
+#define MORVANE_LOG(level, ...)                                                                                        \
+    do {                                                                                                               \
+        if (::Vantor::isLogged(level))                                                                                 \
+            ::Vantor::LogOutput::print(level, __VA_ARGS__);                                                            \
+    } while (false)
+
 #define MORVANE_LOG_LINE(level, text)                                                                                  \
     do {                                                                                                               \
-        if (::Vantor::isLogged(level)) {                                                                               \
-            const std::lock_guard<std::mutex> logLock(::Vantor::s_logMutex);                                           \
-            std::puts(text);                                                                                           \
-        }                                                                                                              \
+        if (::Vantor::isLogged(level))                                                                                 \
+            ::Vantor::LogOutput::printLine(level, text);                                                               \
     } while (false)
 
-// Source position and text are two lock periods; another thread's line may fall between.
 #define MORVANE_TRACE(...)                                                                                             \
     do {                                                                                                               \
-        MORVANE_LOG(::Vantor::LogLevel::Trace, "%s:%d: ", __FILE__, __LINE__);                                         \
-        MORVANE_LOG(::Vantor::LogLevel::Trace, __VA_ARGS__);                                                           \
+        if (::Vantor::isLogged(::Vantor::LogLevel::Trace))                                                             \
+            ::Vantor::LogOutput::trace(__FILE__, __LINE__, __VA_ARGS__);                                               \
     } while (false)
 
-#define MORVANE_TRACE_LINE(text)                                                                                       \
-    do {                                                                                                               \
-        MORVANE_LOG(::Vantor::LogLevel::Trace, "%s:%d: ", __FILE__, __LINE__);                                         \
-        MORVANE_LOG_LINE(::Vantor::LogLevel::Trace, text);                                                             \
-    } while (false)
+#define MORVANE_TRACE_LINE(text) MORVANE_TRACE("%s\n", text)

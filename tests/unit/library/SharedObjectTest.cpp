@@ -159,8 +159,9 @@ TEST(SharedObject, undefinedSymbols_belongToTheProtocolLibraryOrTheSystem)
 
 TEST(SharedObject, definedSymbols_belongToThePublicClasses)
 {
-    const Lines owners = {"UsbManager",  "UsbDevice", "PriorityPacker", "ClientLcdBitmap", "LcdHelper",
-                          "BitmapImage", "logLevel",  "setLogLevel",    "s_logMutex",      "PackedPacketParser"};
+    const Lines owners = {"UsbManager", "UsbDevice",          "PriorityPacker", "ClientLcdBitmap",
+                          "LcdHelper",  "BitmapImage",        "logLevel",       "setLogLevel",
+                          "s_logMutex", "PackedPacketParser", "setLogSink"};
     for (const std::string& name : defined())
         EXPECT_THAT(owners, testing::Contains(ownerOf(name))) << name;
 }
@@ -239,6 +240,7 @@ TEST(SharedObject, everyPublicOperation_isThere)
         EXPECT_THAT(own, testing::Contains(name));
     // Its callback type spells out std::function.
     EXPECT_THAT(own, testing::Contains(testing::StartsWith("Vantor::UsbDevice::startFirmwareUpgrade(")));
+    EXPECT_THAT(own, testing::Contains(testing::StartsWith("Vantor::setLogSink(")));
 }
 
 } // namespace Vantor

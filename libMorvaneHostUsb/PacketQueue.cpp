@@ -2,6 +2,7 @@
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Vantor {
@@ -67,6 +68,13 @@ PacketQueue::PacketQueue() : m_keyedData(static_cast<std::size_t>(packetTypeCoun
 void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketType& type)
 {
     m_queuedData[type].push_back(std::move(data));
+    countWaiting();
+}
+
+void PacketQueue::countWaiting()
+{
+    ++m_counts.waiting;
+    m_counts.mostWaiting = std::max(m_counts.mostWaiting, m_counts.waiting);
 }
 
 void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketType& type, const unsigned int& key)
@@ -76,15 +84,20 @@ void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketTyp
     auto& values = m_keyedData[static_cast<std::size_t>(type)];
     const auto place = values.lower_bound(key);
     const bool isWaiting = place != values.end() && place->first == key;
-    if (isWaiting && isDuplicate(data, place->second, type))
+    if (isWaiting && isDuplicate(data, place->second, type)) {
+        ++m_counts.duplicates;
         return;
+    }
     // In this order: a pending key without a value is passed over when packing, but a
     // value whose key is not pending would have later writes dropped as duplicates.
     m_pendingKeys[type].insert(key);
-    if (isWaiting)
+    if (isWaiting) {
         place->second = std::move(data);
-    else
+        ++m_counts.superseded;
+    } else {
         values.emplace_hint(place, key, std::move(data));
+        countWaiting();
+    }
 }
 
 bool PacketQueue::hasMoreData() const
@@ -107,6 +120,7 @@ bool PacketQueue::packKeyed(PriorityPacker& packer, unsigned int& count)
         for (; packed.end != packed.values.end(); ++packed.end, ++count) {
             if (packer._addStructData(pending->first, packed.end->second) == 0)
                 return false;
+            --m_counts.waiting;
         }
     }
     return true;
@@ -120,6 +134,7 @@ bool PacketQueue::packQueued(PriorityPacker& packer, unsigned int& count)
             if (packer._addStructData(queued->first, records.front()) == 0)
                 return false;
             records.pop_front();
+            --m_counts.waiting;
             ++count;
         }
     }

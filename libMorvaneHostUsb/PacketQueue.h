@@ -2,6 +2,8 @@
 
 #include "protocol/PacketType.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <set>
@@ -18,6 +20,14 @@ class PriorityPacker;
 // mutex. Lifetime: a member of its PriorityPacker.
 class PacketQueue {
 public:
+    // Since construction, but for what waits now.
+    struct Counts {
+        std::size_t waiting = 0;
+        std::size_t mostWaiting = 0;
+        std::uint64_t superseded = 0; // values in whose place a later one came
+        std::uint64_t duplicates = 0; // writes that were dropped
+    };
+
     PacketQueue();
 
     // Queued write: appended behind the type's earlier ones.
@@ -36,7 +46,10 @@ public:
     // at the first record that does not fit, which stays with all behind it.
     bool prepareNextPacket(PriorityPacker& packer, unsigned int& count);
 
+    const Counts& getCounts() const { return m_counts; }
+
 private:
+    void countWaiting();
     bool packKeyed(PriorityPacker& packer, unsigned int& count);
     bool packQueued(PriorityPacker& packer, unsigned int& count);
 
@@ -46,6 +59,7 @@ private:
     std::vector<std::map<unsigned int, std::vector<unsigned char>>> m_keyedData;
     std::map<PacketType, std::deque<std::vector<unsigned char>>> m_queuedData;
     std::map<PacketType, std::set<unsigned int>> m_pendingKeys;
+    Counts m_counts;
 };
 
 } // namespace Vantor

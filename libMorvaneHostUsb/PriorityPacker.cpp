@@ -1,5 +1,7 @@
 #include "libMorvaneHostUsb/PriorityPacker.h"
 
+#include "libMorvaneHostUsb/DeviceCounters.h"
+#include "libMorvaneHostUsb/PackerCounts.h"
 #include "wire/PanelLink.h"
 
 namespace Vantor {
@@ -31,7 +33,7 @@ bool isHighPriority(const PacketType& type)
 } // namespace
 
 PriorityPacker::PriorityPacker(const unsigned int& maxPacketSize)
-    : PacketPacker(maxPacketSize), m_nextLcd(m_lcdData.end()), m_observer(nullptr)
+    : PacketPacker(maxPacketSize), m_nextLcd(m_lcdData.end()), m_observer(nullptr), m_counts(new PackerCounts)
 {
     setDeviceInformation(DeviceInformation{}); // required; changes no limit
 }
@@ -42,6 +44,28 @@ void PriorityPacker::clearData()
 {
     const std::lock_guard<std::mutex> lock(m_dataMutex);
     PacketPacker::clearData();
+    m_counts->dropPacket();
+}
+
+void PriorityPacker::finishPacket(std::chrono::system_clock::time_point now, std::uint32_t taken)
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    m_counts->finishPacket(now, taken, getPacketSize(), getPacketCount());
+    PacketPacker::clearData();
+}
+
+DeviceStatistics PriorityPacker::readStatistics(const DeviceCounters& counters) const
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    DeviceStatistics statistics = counters.read();
+    m_counts->read(statistics);
+    const PacketQueue::Counts& high = m_highPriorityQueue.getCounts();
+    const PacketQueue::Counts& normal = m_normalQueue.getCounts();
+    statistics.highPriorityRecords = {high.waiting, high.mostWaiting};
+    statistics.normalRecords = {normal.waiting, normal.mostWaiting};
+    statistics.sent.supersededValues = high.superseded + normal.superseded;
+    statistics.sent.duplicates = high.duplicates + normal.duplicates;
+    return statistics;
 }
 
 std::size_t PriorityPacker::addStructData(const void* data, const unsigned int& size, const PacketType& type)
@@ -53,6 +77,7 @@ std::size_t PriorityPacker::addStructData(const void* data, const unsigned int& 
     {
         const std::lock_guard<std::mutex> lock(m_dataMutex);
         _queueOf(type).addStructData(std::move(record), type);
+        m_counts->getTimes().add(type, m_header.count != 0);
     }
     notifyObserver();
     return size;
@@ -67,7 +92,11 @@ std::size_t PriorityPacker::addStructData(const void* data, const unsigned int& 
     std::vector<unsigned char> record(bytes, bytes + size);
     {
         const std::lock_guard<std::mutex> lock(m_dataMutex);
-        _queueOf(type).addStructData(std::move(record), type, key);
+        PacketQueue& queue = _queueOf(type);
+        const std::size_t waiting = queue.getCounts().waiting;
+        queue.addStructData(std::move(record), type, key);
+        if (queue.getCounts().waiting != waiting)
+            m_counts->getTimes().add(type, m_header.count != 0);
     }
     notifyObserver();
     return size;
@@ -78,9 +107,14 @@ PacketQueue& PriorityPacker::_queueOf(const PacketType& type)
     return isHighPriority(type) ? m_highPriorityQueue : m_normalQueue;
 }
 
-std::size_t PriorityPacker::_addStructData(const PacketType& type, const std::vector<unsigned char>& data)
+// Not analysed: its caller, prepareNextPacket's callee, knows the packer but not its mutex.
+std::size_t PriorityPacker::_addStructData(const PacketType& type,
+                                           const std::vector<unsigned char>& data) MORVANE_NO_THREAD_SAFETY_ANALYSIS
 {
-    return PacketPacker::addStructData(data.data(), static_cast<unsigned int>(data.size()), type);
+    const std::size_t taken = PacketPacker::addStructData(data.data(), static_cast<unsigned int>(data.size()), type);
+    if (taken != 0)
+        m_counts->getTimes().pack(type);
+    return taken;
 }
 
 void PriorityPacker::setDeviceInformation(const DeviceInformation& info)
@@ -118,7 +152,22 @@ void PriorityPacker::stopWaiting() {}
 
 unsigned int PriorityPacker::prepareNextPacket()
 {
+    return prepareNextPacket(std::chrono::system_clock::now());
+}
+
+unsigned int PriorityPacker::prepareNextPacket(std::chrono::system_clock::time_point now)
+{
     const std::lock_guard<std::mutex> lock(m_dataMutex);
+    AddingTimes& times = m_counts->getTimes();
+    times.setTime(now);
+    const unsigned int count = _fillPacket();
+    if (m_header.count == 0)
+        times.forgetTime();
+    return count;
+}
+
+unsigned int PriorityPacker::_fillPacket()
+{
     unsigned int count = 0;
     if (!m_highPriorityQueue.prepareNextPacket(*this, count) || !m_normalQueue.prepareNextPacket(*this, count))
         return count;

@@ -7,14 +7,21 @@
 #include "protocol/DeviceInformation.h"
 #include "protocol/PacketPacker.h"
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <vector>
 
 namespace Vantor {
+
+class DeviceCounters;
+struct DeviceStatistics;
+class PackerCounts;
 
 // What waits to go out to one panel, and the order in which it goes:
 // high-priority records, then all others, then slices of LCD pictures, the LCDs
@@ -116,6 +123,16 @@ public:
     // added; 0 when nothing waits or nothing more fits.
     unsigned int prepareNextPacket();
 
+    // Device link. The same, for a caller that has the time.
+    unsigned int prepareNextPacket(std::chrono::system_clock::time_point now);
+
+    // Device link. Empties the packet being built, of which the panel has taken so many bytes
+    // by now.
+    void finishPacket(std::chrono::system_clock::time_point now, std::uint32_t taken);
+
+    // Device link. Its own counts and the device's, of one instant.
+    DeviceStatistics readStatistics(const DeviceCounters& counters) const;
+
     // For PacketQueue, which calls it with m_dataMutex held. 0: the record was not taken.
     std::size_t _addStructData(const PacketType& type, const std::vector<unsigned char>& data);
 
@@ -125,6 +142,7 @@ public:
 private:
     PacketQueue& _queueOf(const PacketType& type) MORVANE_REQUIRES(m_dataMutex);
     void _drawBitmapData(const ClientLcdBitmap& bitmap);
+    unsigned int _fillPacket() MORVANE_REQUIRES(m_dataMutex);
     unsigned int _packLcdSlices(unsigned int count) MORVANE_REQUIRES(m_dataMutex);
     bool _packSlice(ClientLcdBitmapData& lcd) MORVANE_REQUIRES(m_dataMutex);
     void _appendSlice(const ClientLcdBitmap& bitmap, PacketType type, unsigned int rows, std::size_t size);
@@ -138,6 +156,7 @@ private:
     mutable std::mutex m_dataMutex;                                       // also over the base's packet
     std::mutex m_observerMutex;                                           // taken before m_dataMutex, never after
     Observer* m_observer MORVANE_GUARDED_BY(m_observerMutex);
+    const std::unique_ptr<PackerCounts> m_counts MORVANE_PT_GUARDED_BY(m_dataMutex);
 };
 
 } // namespace Vantor

@@ -1,5 +1,6 @@
 // The LCD side of PriorityPacker: layers, their slices, run-length encoding.
 #include "libMorvaneHostUsb/LcdHelper.h"
+#include "libMorvaneHostUsb/PackerCounts.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "libMorvaneHostUsb/imaging/LanePacking.h"
 #include "libMorvaneHostUsb/imaging/Lanes.h"
@@ -206,6 +207,7 @@ bool PriorityPacker::_packSlice(ClientLcdBitmapData& lcd)
     const std::size_t written = front.encoded != 0 ? addBitmapDataToPacketEncoded(front) : addBitmapDataToPacket(front);
     if (written == 0)
         return false;
+    m_counts->packSlice(written - sliceOverhead, front.complete != 0);
     if (front.complete != 0)
         lcd.bitmaps.pop_front();
     return true;
@@ -226,8 +228,11 @@ void PriorityPacker::_drawBitmapData(const ClientLcdBitmap& bitmap)
     {
         const std::lock_guard<std::mutex> lock(m_dataMutex);
         auto& layers = m_lcdData[bitmap.lcd].bitmaps;
+        const std::size_t before = layers.size();
         layers.remove_if([&bitmap](const ClientLcdBitmap& old) { return covers(bitmap, old); });
+        m_counts->coverPictures(before - layers.size());
         layers.push_back(bitmap);
+        m_counts->addPicture();
         m_changedLcds.insert(bitmap.lcd);
     }
     notifyObserver();

@@ -9,5 +9,6 @@
 #endif
 
 #define MORVANE_GUARDED_BY(x) MORVANE_THREAD_ANNOTATION(guarded_by(x))
+#define MORVANE_PT_GUARDED_BY(x) MORVANE_THREAD_ANNOTATION(pt_guarded_by(x))
 #define MORVANE_REQUIRES(...) MORVANE_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define MORVANE_NO_THREAD_SAFETY_ANALYSIS MORVANE_THREAD_ANNOTATION(no_thread_safety_analysis)

@@ -1,5 +1,6 @@
 #include "libMorvaneHostUsb/UsbDevice.h"
 
+#include "libMorvaneHostUsb/DeviceCounters.h"
 #include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/LogOutput.h"
 #include "libMorvaneHostUsb/TransferAccount.h"
@@ -42,7 +43,8 @@ UsbDevice::UsbDevice(std::shared_ptr<UsbMessageQueue> queue, libusb_context* con
       m_transferRxInProgress(false), m_hasDeviceInfo(false), m_txTransfer(libusb_alloc_transfer(0)),
       m_rxTransfer(libusb_alloc_transfer(0)), m_servoOffset(0), m_mainOffset(0), m_servoCrc(0), m_mainCrc(0),
       m_firmwareState(0), m_firmwareData{}, m_firmwareTimeout(0.3), m_lastSentOffset(0), m_lastAckAddress(0),
-      m_resendCount(0), m_retryCount(0), m_duplicateCount(0), m_nextFirmwareStep(never)
+      m_resendCount(0), m_retryCount(0), m_duplicateCount(0), m_nextFirmwareStep(never),
+      m_counters(std::make_shared<DeviceCounters>())
 {
     MORVANE_TRACE("%s %p\n", "UsbDevice", static_cast<void*>(this));
 
@@ -60,6 +62,8 @@ UsbDevice::UsbDevice(std::shared_ptr<UsbMessageQueue> queue, libusb_context* con
     m_packer.setObserver(this);
     // Without its transfers it can do no I/O; the registry check retires it.
     m_alive = m_txTransfer != nullptr && m_rxTransfer != nullptr;
+    if (!m_alive)
+        m_counters->fail(DeviceFailure::Operation::Allocate, LIBUSB_ERROR_NO_MEM);
 }
 
 void UsbDevice::assignIdentity(std::uint8_t bus, std::uint8_t port)
@@ -81,6 +85,7 @@ UsbDevice::~UsbDevice()
     markDead();
     drain(wasAlive);
     cleanup();
+    m_counters->leave();
     MORVANE_TRACE("%s %p dev=%p\n", "~UsbDevice", static_cast<void*>(this), static_cast<void*>(m_device));
 
     const std::lock_guard<std::mutex> idLock(s_idMutex);
@@ -99,8 +104,10 @@ UsbDevice::~UsbDevice()
 void UsbDevice::open()
 {
     MORVANE_LOG(LogLevel::Detail, "[libusb] UsbDevice::open uid=%x id=%u\n", m_uid, m_id);
-    if (libusb_open(m_device, &m_devHandle) != 0) {
+    const int result = libusb_open(m_device, &m_devHandle);
+    if (result != 0) {
         MORVANE_LOG(LogLevel::Error, "[libusb] Cannot open device uid=%x %p\n", m_uid, static_cast<void*>(m_devHandle));
+        m_counters->fail(DeviceFailure::Operation::Open, result);
         m_alive = false;
         return;
     }
@@ -125,22 +132,24 @@ bool UsbDevice::claimInterface()
 {
     MORVANE_TRACE("libusb_claim_interface uid=%x %p\n", m_uid, static_cast<void*>(m_devHandle));
     const int result = libusb_claim_interface(m_devHandle, PanelLink::interfaceNumber);
-    switch (result) {
-    case LIBUSB_SUCCESS:
+    if (result == LIBUSB_SUCCESS)
         return true;
+    m_counters->fail(DeviceFailure::Operation::Claim, result);
+    switch (result) {
     case LIBUSB_ERROR_NOT_FOUND:
         MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Unable to claim USB interface. Device not found. Aborting.");
-        return false;
+        break;
     case LIBUSB_ERROR_NO_DEVICE:
         MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Unable to claim USB interface. No device. Aborting.");
-        return false;
+        break;
     case LIBUSB_ERROR_BUSY:
         MORVANE_LOG_LINE(LogLevel::Error, "[libusb] Unable to claim USB interface. Device busy. Aborting.");
-        return false;
+        break;
     default:
         MORVANE_LOG(LogLevel::Error, "[libusb] Unable to claim USB interface. Error %d. Aborting.\n", result);
-        return false;
+        break;
     }
+    return false;
 }
 
 void UsbDevice::markDead()
@@ -152,6 +161,27 @@ void UsbDevice::markDead()
     m_cancelPending = true;
     m_alive = false;
     m_packer.stopWaiting();
+}
+
+void UsbDevice::end(DeviceFailure::Operation operation, int code)
+{
+    m_counters->fail(operation, code);
+    markDead();
+}
+
+void UsbDevice::enterStatistics(const std::shared_ptr<StatisticsBook>& book)
+{
+    m_counters->enter(book, m_packer);
+}
+
+DeviceStatistics UsbDevice::getStatistics() const
+{
+    return m_packer.readStatistics(*m_counters);
+}
+
+DeviceFailure UsbDevice::getFailure() const
+{
+    return m_counters->getFailure();
 }
 
 void UsbDevice::drain(bool wasAlive)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "libMorvaneHostUsb/DeviceFailure.h"
+#include "libMorvaneHostUsb/DeviceStatistics.h"
 #include "libMorvaneHostUsb/Export.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "libMorvaneHostUsb/ThreadAnnotations.h"
@@ -24,13 +26,15 @@ struct libusb_transfer;
 
 namespace Vantor {
 
+class DeviceCounters;
+class StatisticsBook;
 class UsbMessageQueue;
 
 // One attached panel. The UsbManager builds, opens, drives and retires it; the
 // application gets it from UsbManager::getDevice or a device list.
 //
-// Failures are not returned: they become a log line, and a fatal one ends the
-// device. It never comes back; the panel re-appears as a new UsbDevice.
+// Failures are not returned: they become a log line and a count, and a fatal one ends the
+// device, see getFailure. It never comes back; the panel re-appears as a new UsbDevice.
 //
 // Threads: the operations under "for applications" from any thread. The others
 // belong to the manager.
@@ -103,6 +107,14 @@ public:
     // packet may still be under way.
     void sync(int timeout);
 
+    // What has happened to it so far. Takes two short locks, never one that is held while
+    // the panel, the log or the application is waited for: also in any callback but a log sink.
+    DeviceStatistics getStatistics() const;
+
+    // Why it is not alive. Any callback but a log sink may ask. The first reason stays: of
+    // an unplugged panel it may be a transfer that failed, with LIBUSB_ERROR_NO_DEVICE.
+    DeviceFailure getFailure() const;
+
     // For the UsbManager.
 
     // `queue` takes what is received; `context` and `device` must outlive the object.
@@ -120,6 +132,12 @@ public:
 
     // Stops all I/O. Transfers in flight are not touched.
     void markDead();
+
+    // The same, with the reason.
+    void end(DeviceFailure::Operation operation, int code);
+
+    // Its counts go into the book, from now on to its end.
+    void enterStatistics(const std::shared_ptr<StatisticsBook>& book);
 
     // Takes the transfers of a dead device back from libusb: a send of a device that
     // was alive gets up to 250 ms to complete, then both are cancelled until they have
@@ -165,13 +183,17 @@ private:
 
     void assignIdentity(std::uint8_t bus, std::uint8_t port);
     bool claimInterface();
+    void countRead(const libusb_transfer& transfer, bool completed);
     void deliver(const libusb_transfer& transfer);
+    static unsigned int receivedSize(const libusb_transfer& transfer);
     void requestDeviceInfo(const std::chrono::system_clock::time_point& now);
     void cancelTransfers();
     void checkTxWatchdog(const std::chrono::system_clock::time_point& now);
     void checkRxWatchdog(const std::chrono::system_clock::time_point& now);
     void handleStatus(const char* direction, int status);
-    void handleSubmitError(const char* direction, int error);
+    void handleSubmitError(const char* direction, DeviceFailure::Operation operation, int error);
+    void sendNextPacket(const std::chrono::system_clock::time_point& now);
+    void startSend(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_txMutex);
 
     void pollFirmware();
     void announceFirmware(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
@@ -249,6 +271,8 @@ private:
     std::uint8_t m_duplicateCount MORVANE_GUARDED_BY(m_firmwareMutex);  // acknowledgements seen twice, this upgrade
 
     std::chrono::system_clock::time_point m_nextFirmwareStep; // the worker thread alone
+
+    const std::shared_ptr<DeviceCounters> m_counters; // synchronise themselves
 };
 
 } // namespace Vantor

@@ -1,4 +1,5 @@
 // The firmware upgrade of UsbDevice: both images in chunks, one in flight at a time.
+#include "libMorvaneHostUsb/DeviceCounters.h"
 #include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/LogOutput.h"
 #include "libMorvaneHostUsb/UsbDevice.h"
@@ -208,6 +209,7 @@ void UsbDevice::sendMainChunk(const std::chrono::system_clock::time_point& now)
     if (m_mainOffset == m_lastSentOffset) {
         MORVANE_LOG(LogLevel::Detail, "[libusb] Re-sending Firmware upgrade packet at offset 0x%X uid %d\n",
                     m_mainOffset, m_uid);
+        m_counters->change([](DeviceStatistics& statistics) { ++statistics.upgradeResends; });
         ++m_resendCount;
         ++m_retryCount;
     }
@@ -285,6 +287,7 @@ void UsbDevice::acknowledgeChunk(const FirmwareUpgradeCommand& command)
                     "[libusb] Duplicate packet written to STM. Skipping increment. address=0x%x checksum=0x%x "
                     "previous address=0x%x uid=%d\n",
                     command.address, command.checksum, m_lastAckAddress, m_uid);
+        m_counters->change([](DeviceStatistics& statistics) { ++statistics.upgradeDuplicates; });
         ++m_duplicateCount;
         return;
     }

@@ -1,4 +1,5 @@
 // The bulk transfer engine of UsbDevice: one send and one read, reused for ever.
+#include "libMorvaneHostUsb/DeviceCounters.h"
 #include "libMorvaneHostUsb/LogOutput.h"
 #include "libMorvaneHostUsb/TransferAccount.h"
 #include "libMorvaneHostUsb/UsbDevice.h"
@@ -50,6 +51,35 @@ bool isFatalSubmitError(int error)
     return error == LIBUSB_ERROR_IO || error == LIBUSB_ERROR_NO_DEVICE || error == LIBUSB_ERROR_NOT_FOUND;
 }
 
+// Of a transfer that did not do what it was for.
+void countFailure(TransferFailures& failures, const libusb_transfer& transfer)
+{
+    failures.lostBytes += static_cast<std::uint64_t>(transfer.actual_length);
+    switch (statusOf(transfer)) {
+    case LIBUSB_TRANSFER_COMPLETED:
+        ++failures.late;
+        break;
+    case LIBUSB_TRANSFER_TIMED_OUT:
+        ++failures.timedOut;
+        break;
+    case LIBUSB_TRANSFER_CANCELLED:
+        ++failures.cancelled;
+        break;
+    case LIBUSB_TRANSFER_STALL:
+        ++failures.stalled;
+        break;
+    case LIBUSB_TRANSFER_NO_DEVICE:
+        ++failures.gone;
+        break;
+    case LIBUSB_TRANSFER_OVERFLOW:
+        ++failures.overflowed;
+        break;
+    default:
+        ++failures.failed;
+        break;
+    }
+}
+
 // Counters are read by the application through a reference; see getSentData.
 void addToCounter(std::uint32_t& counter, std::uint32_t amount)
 {
@@ -66,17 +96,29 @@ void UsbDevice::onPackerHasChanged()
 void UsbDevice::sendNextPacket()
 {
     const std::lock_guard<std::mutex> lock(m_txMutex);
-    if (!m_alive || m_devHandle == nullptr || m_transferTxInProgress)
-        return;
+    if (m_alive && m_devHandle != nullptr && !m_transferTxInProgress)
+        startSend(std::chrono::system_clock::now());
+}
+
+// For those who know the time: looking at the clock is what takes longest here.
+void UsbDevice::sendNextPacket(const std::chrono::system_clock::time_point& now)
+{
+    const std::lock_guard<std::mutex> lock(m_txMutex);
+    if (m_alive && m_devHandle != nullptr && !m_transferTxInProgress)
+        startSend(now);
+}
+
+void UsbDevice::startSend(const std::chrono::system_clock::time_point& now)
+{
     // A packet that was not cleared is sent again, also when nothing can be added.
-    if (m_packer.prepareNextPacket() == 0 && m_packer.getPacketCount() == 0)
+    if (m_packer.prepareNextPacket(now) == 0 && m_packer.getPacketCount() == 0)
         return;
 
     libusb_fill_bulk_transfer(m_txTransfer, m_devHandle, PanelLink::outEndpoint, m_packer.getPacket(),
                               static_cast<int>(m_packer.getPacketSize()), UsbManager::transferSendCallback,
                               getIdAsPtr(), transferTimeout);
     m_txTransfer->flags = LIBUSB_TRANSFER_ADD_ZERO_PACKET;
-    m_txStartTime = std::chrono::system_clock::now();
+    m_txStartTime = now;
     m_transferTxInProgress = true;
     const int result = submit(m_txTransfer);
     if (result != LIBUSB_SUCCESS) {
@@ -87,6 +129,7 @@ void UsbDevice::sendNextPacket()
 
 void UsbDevice::onSentMessage(libusb_transfer* transfer)
 {
+    const auto now = std::chrono::system_clock::now();
     bool goOn = false;
     {
         const std::lock_guard<std::mutex> lock(m_txMutex);
@@ -94,16 +137,25 @@ void UsbDevice::onSentMessage(libusb_transfer* transfer)
                     static_cast<unsigned int>(transfer->actual_length), statusOf(*transfer));
         const bool completed = statusOf(*transfer) == LIBUSB_TRANSFER_COMPLETED;
         if (m_transferTxInProgress && completed && transfer->actual_length > 0) {
-            addToCounter(m_sentBytes, static_cast<std::uint32_t>(transfer->actual_length));
+            const auto taken = static_cast<std::uint32_t>(transfer->actual_length);
+            addToCounter(m_sentBytes, taken);
             // A packet taken only in part is cleared all the same.
-            m_packer.clearData();
+            m_packer.finishPacket(now, taken);
+        } else {
+            const bool isEmpty = m_transferTxInProgress && completed;
+            m_counters->change([&](DeviceStatistics& statistics) {
+                if (isEmpty)
+                    ++statistics.sent.emptySends;
+                else
+                    countFailure(statistics.sent.failures, *transfer);
+            });
         }
         handleTxStatus(transfer);
         m_transferTxInProgress = false;
         goOn = m_alive && completed;
     }
     if (goOn && m_packer.hasMoreData())
-        sendNextPacket();
+        sendNextPacket(now);
 }
 
 void UsbDevice::recvNextPacket()
@@ -126,7 +178,9 @@ void UsbDevice::onRecvMessage(libusb_transfer* transfer)
 {
     MORVANE_LOG(LogLevel::Trace, "[libusb] onRecvMessage size=%u\n",
                 static_cast<unsigned int>(transfer->actual_length));
-    if (m_transferRxInProgress && statusOf(*transfer) == LIBUSB_TRANSFER_COMPLETED) {
+    const bool completed = m_transferRxInProgress && statusOf(*transfer) == LIBUSB_TRANSFER_COMPLETED;
+    countRead(*transfer, completed);
+    if (completed) {
         MORVANE_LOG(LogLevel::Trace, "[libusb] onRecvMessage transferRxInProgress transferred=%d status=%d\n",
                     transfer->actual_length, statusOf(*transfer));
         if (transfer->actual_length > 0)
@@ -137,10 +191,32 @@ void UsbDevice::onRecvMessage(libusb_transfer* transfer)
     recvNextPacket();
 }
 
+unsigned int UsbDevice::receivedSize(const libusb_transfer& transfer)
+{
+    return std::min(static_cast<unsigned int>(transfer.actual_length), rxBufferSize);
+}
+
+// One that completed is counted before anybody can see what it has brought.
+void UsbDevice::countRead(const libusb_transfer& transfer, bool completed)
+{
+    m_counters->change([&transfer, completed](DeviceStatistics& statistics) {
+        ReceiveStatistics& received = statistics.received;
+        if (!completed) {
+            countFailure(received.failures, transfer);
+        } else if (transfer.actual_length > 0) {
+            ++received.buffers;
+            received.bytes += receivedSize(transfer);
+        } else {
+            ++received.emptyReads;
+        }
+    });
+}
+
 void UsbDevice::deliver(const libusb_transfer& transfer)
 {
-    const unsigned int size = std::min(static_cast<unsigned int>(transfer.actual_length), rxBufferSize);
+    const unsigned int size = receivedSize(transfer);
     auto message = std::make_unique<UsbMessage>(m_uid, static_cast<unsigned short>(size));
+    message->counters = m_counters;
     std::memcpy(message->data, m_rxBuffer, size);
     addToCounter(m_receivedBytes, size);
     m_messageQueue->addMessage(std::move(message));
@@ -154,8 +230,10 @@ void UsbDevice::handleTxStatus(libusb_transfer* transfer)
                     transfer->actual_length);
     else
         handleStatus("TX", status);
-    if (status == LIBUSB_TRANSFER_ERROR || status == LIBUSB_TRANSFER_NO_DEVICE)
-        markDead();
+    if (status == LIBUSB_TRANSFER_ERROR)
+        end(DeviceFailure::Operation::Send, LIBUSB_ERROR_IO);
+    else if (status == LIBUSB_TRANSFER_NO_DEVICE)
+        end(DeviceFailure::Operation::Send, LIBUSB_ERROR_NO_DEVICE);
 }
 
 // No status of a read kills: it is re-armed, and a device that is really gone is caught
@@ -196,15 +274,17 @@ void UsbDevice::handleStatus(const char* direction, int status)
 
 void UsbDevice::handleTransferTxStatus(int error)
 {
-    handleSubmitError("TX", error);
+    m_counters->change([](DeviceStatistics& statistics) { ++statistics.sent.failures.refused; });
+    handleSubmitError("TX", DeviceFailure::Operation::Submit, error);
 }
 
 void UsbDevice::handleTransferRxStatus(int error)
 {
-    handleSubmitError("RX", error);
+    m_counters->change([](DeviceStatistics& statistics) { ++statistics.received.failures.refused; });
+    handleSubmitError("RX", DeviceFailure::Operation::Receive, error);
 }
 
-void UsbDevice::handleSubmitError(const char* direction, int error)
+void UsbDevice::handleSubmitError(const char* direction, DeviceFailure::Operation operation, int error)
 {
     if (error == LIBUSB_SUCCESS)
         return;
@@ -213,7 +293,7 @@ void UsbDevice::handleSubmitError(const char* direction, int error)
     else
         MORVANE_LOG(LogLevel::Error, "[libusb] %s Unknown error=%d!!\n", direction, error);
     if (isFatalSubmitError(error))
-        markDead();
+        end(operation, error);
 }
 
 void UsbDevice::poll(const std::chrono::system_clock::time_point& now)
@@ -223,7 +303,7 @@ void UsbDevice::poll(const std::chrono::system_clock::time_point& now)
     if (!m_alive || m_devHandle == nullptr)
         return;
     recvNextPacket();
-    sendNextPacket();
+    sendNextPacket(now);
     requestDeviceInfo(now);
     // A device that was dead when this pass began does not get here: what is left is
     // one that died in the two sends above, or between the two stores of markDead.
@@ -250,6 +330,7 @@ void UsbDevice::checkTxWatchdog(const std::chrono::system_clock::time_point& now
     if (now - m_txStartTime <= watchdogLimit)
         return;
     MORVANE_LOG(LogLevel::Error, "[libusb] Tx timeout dev=%x\n", m_uid);
+    m_counters->change([](DeviceStatistics& statistics) { ++statistics.sent.failures.watchdogs; });
     libusb_cancel_transfer(m_txTransfer);
     m_transferTxInProgress = false;
 }
@@ -259,6 +340,7 @@ void UsbDevice::checkRxWatchdog(const std::chrono::system_clock::time_point& now
     if (now - m_rxStartTime <= watchdogLimit || !m_transferRxInProgress)
         return;
     MORVANE_LOG(LogLevel::Error, "[libusb] Rx timeout dev=%x\n", m_uid);
+    m_counters->change([](DeviceStatistics& statistics) { ++statistics.received.failures.watchdogs; });
     libusb_cancel_transfer(m_rxTransfer);
     m_transferRxInProgress = false;
     recvNextPacket();

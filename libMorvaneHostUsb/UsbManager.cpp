@@ -2,6 +2,7 @@
 
 #include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/LogOutput.h"
+#include "libMorvaneHostUsb/StatisticsBook.h"
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
 #include "wire/PanelLink.h"
 
@@ -65,7 +66,7 @@ void UsbManager::destroyUsbManager() MORVANE_NO_THREAD_SAFETY_ANALYSIS
 
 UsbManager::UsbManager()
     : m_parser(this), m_context(nullptr), m_observer(nullptr), m_hotplugArrivedHandle(0), m_hotplugLeftHandle(0),
-      m_initialised(false)
+      m_initialised(false), m_statistics(std::make_shared<StatisticsBook>())
 {
     MORVANE_LOG(LogLevel::Detail, "[libusb] --- Has capability CAP=%d ---\n",
                 libusb_has_capability(LIBUSB_CAP_HAS_CAPABILITY));
@@ -92,6 +93,7 @@ UsbManager::~UsbManager()
     m_receiveThread.join();
     m_workerThread.join();
     closeAllDevices();
+    m_statistics->setQueue(nullptr); // its messages' counters have a share of the book
     // At process exit the pointer is still set.
     UsbManager* self = this;
     s_instance.compare_exchange_strong(self, nullptr);
@@ -106,6 +108,7 @@ void UsbManager::initialise()
     m_initialised = true;
     if (!m_messageQueue)
         m_messageQueue = std::make_shared<UsbMessageQueue>();
+    m_statistics->setQueue(m_messageQueue);
     // Before the first device is opened, which happens under m_mutex: from here on no
     // drain runs events, whose callbacks take it.
     EventPump::expectWorker(m_context);
@@ -170,10 +173,11 @@ void UsbManager::closeAllDevices()
     // Without m_mutex: closing waits for callbacks, and they may wait for it.
     const auto close = [](const std::shared_ptr<UsbDevice>& device) {
         const bool wasAlive = device->isAlive();
-        device->markDead();
+        device->end(DeviceFailure::Operation::Close, 0);
         device->drain(wasAlive);
         device->cleanup();
     };
+    m_statistics->count(StatisticsBook::Event::Departure, devices.size());
     std::for_each(devices.begin(), devices.end(), close);
     std::for_each(removed.begin(), removed.end(), close);
 }
@@ -213,6 +217,11 @@ int UsbManager::getVersionMinor()
 int UsbManager::getVersionPatch()
 {
     return 1;
+}
+
+ManagerStatistics UsbManager::getStatistics() const
+{
+    return m_statistics->read();
 }
 
 std::shared_ptr<UsbDevice> UsbManager::getDevice(const unsigned short& uid)
@@ -300,7 +309,7 @@ void UsbManager::removeDevice(libusb_device* device)
     if (!removed)
         return;
     m_removedDevices.push_back(removed);
-    removed->markDead();
+    removed->end(DeviceFailure::Operation::Leave, LIBUSB_ERROR_NO_DEVICE);
     forgetId(*removed);
 }
 
@@ -312,6 +321,8 @@ void UsbManager::enterDevice(const std::shared_ptr<UsbDevice>& device)
     if (id >= m_devicesById.size())
         m_devicesById.resize(id + 1);
     m_devicesById[id] = device;
+    device->enterStatistics(m_statistics);
+    m_statistics->count(StatisticsBook::Event::Arrival);
     device->open();
 }
 

@@ -2,6 +2,7 @@
 
 #include "libMorvaneHostUsb/Export.h"
 #include "libMorvaneHostUsb/Log.h"
+#include "libMorvaneHostUsb/ManagerStatistics.h"
 #include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "libMorvaneHostUsb/UsbDevice.h"
 #include "libMorvaneHostUsb/UsbMessage.h"
@@ -23,6 +24,7 @@
 
 namespace Vantor {
 
+class StatisticsBook;
 class UsbMessageQueue;
 
 // The library's entry: finds panels, drives them from its own threads, and hands
@@ -30,7 +32,7 @@ class UsbMessageQueue;
 //
 // Order of use: getUsbManager, registerObserver, initialise, work, destroyUsbManager.
 //
-// Threads: getUsbManager, getDevice, getDeviceListSafe, closeAllDevices, sync,
+// Threads: getUsbManager, getDevice, getDeviceListSafe, getStatistics, closeAllDevices, sync,
 // registerObserver, unregisterObserver and the version getters from any thread;
 // initialise and destroyUsbManager from one thread of the application, never from a
 // callback; getDeviceList in single-threaded applications.
@@ -116,6 +118,10 @@ public:
     // All devices, in order of arrival, in a list of the caller's own.
     std::vector<std::shared_ptr<UsbDevice>> getDeviceListSafe() const;
 
+    // What has happened to all panels so far. Takes short locks only, as
+    // UsbDevice::getStatistics: also in any callback but a log sink.
+    ManagerStatistics getStatistics() const;
+
     ~UsbManager() override;
 
     UsbManager(const UsbManager&) = delete;
@@ -176,6 +182,7 @@ private:
     void retireDeadDevices(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void takeInStrayDevices(const std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void dispatch(UsbMessage& message);
+    void countParsed(const UsbMessage& message) const;
 
     static std::unique_ptr<UsbManager> s_usbManager MORVANE_GUARDED_BY(s_usbManagerMutex);
     static std::mutex s_usbManagerMutex;
@@ -204,6 +211,15 @@ private:
 
     // Shared with every device: libusb_exit runs when the last of them is gone.
     std::shared_ptr<libusb_context> m_contextOwner;
+
+    const std::shared_ptr<StatisticsBook> m_statistics; // synchronises itself
+
+    // What the parser has handed on of the buffer that it is at; the receive thread alone.
+    struct Parsed {
+        std::uint64_t records = 0;
+        std::uint64_t bytes = 0; // their headers included
+    };
+    Parsed m_parsed;
 };
 
 } // namespace Vantor

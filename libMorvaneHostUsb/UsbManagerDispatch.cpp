@@ -1,11 +1,13 @@
 // What has come in, on its way through UsbManager: messages to the application, completions
 // to their devices.
+#include "libMorvaneHostUsb/DeviceCounters.h"
 #include "libMorvaneHostUsb/LogOutput.h"
 #include "libMorvaneHostUsb/ThreadName.h"
 #include "libMorvaneHostUsb/TransferAccount.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
 #include "protocol/PacketHeader.h"
+#include "wire/RecordHeader.h"
 
 #include <cstddef>
 #include <cstring>
@@ -26,6 +28,37 @@ private:
     const libusb_transfer* m_transfer;
 };
 
+// One that no device has made is not counted.
+template <typename Change> void change(const UsbMessage& message, Change change)
+{
+    if (message.counters)
+        message.counters->change([&change](DeviceStatistics& statistics) { change(statistics.received); });
+}
+
+struct Frame {
+    std::uint64_t packets = 0;
+    std::uint64_t recordBytes = 0; // in those
+    bool isWhole = false;          // nothing behind them
+};
+
+// Up to the first packet whose length can't be.
+Frame walkPackets(const UsbMessage& message)
+{
+    Frame frame;
+    unsigned int offset = 0;
+    PacketHeader header{};
+    while (message.size - offset >= sizeof header) {
+        std::memcpy(&header, message.data + offset, sizeof header);
+        if (header.length < sizeof header || header.length > message.size - offset)
+            return frame;
+        ++frame.packets;
+        frame.recordBytes += header.length - sizeof header;
+        offset += header.length;
+    }
+    frame.isWhole = offset == message.size;
+    return frame;
+}
+
 } // namespace
 
 void UsbManager::receiveMsgThread()
@@ -45,18 +78,38 @@ void UsbManager::receiveMsgThread()
 void UsbManager::dispatch(UsbMessage& message)
 {
     // Without an observer nothing is parsed at all.
-    if (message.size <= sizeof(PacketHeader) || m_observer == nullptr)
+    if (message.size <= sizeof(PacketHeader) || m_observer == nullptr) {
+        change(message, [](ReceiveStatistics& received) { ++received.unparsedBuffers; });
         return;
+    }
     const std::uint32_t deviceId = message.id;
     std::memcpy(message.data + offsetof(PacketHeader, deviceId), &deviceId, sizeof deviceId);
     tell([&message](Observer& observer) { observer.onMessageBegin(message.id, message); });
+    m_parsed = {};
     m_parser.parse(message.data, message.size);
+    countParsed(message);
     tell([&message](Observer& observer) { observer.onMessageEnd(message.id); });
+}
+
+// How many of its records a parser could not make out the lengths tell: a parser says nothing.
+void UsbManager::countParsed(const UsbMessage& message) const
+{
+    const Frame frame = walkPackets(message);
+    change(message, [&frame, this](ReceiveStatistics& received) {
+        received.packets += frame.packets;
+        received.records += m_parsed.records;
+        if (m_parsed.bytes < frame.recordBytes)
+            ++received.refusedRecords;
+        else if (!frame.isWhole)
+            ++received.malformedPackets;
+    });
 }
 
 void UsbManager::handleParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
                                     unsigned int length)
 {
+    ++m_parsed.records;
+    m_parsed.bytes += sizeof(RecordHeader) + length;
     if (type == PacketType::DeviceInformation || type == PacketType::FirmwareUpgradeCommand) {
         // The panel may have gone since the buffer came in.
         const std::shared_ptr<UsbDevice> device = getDevice(deviceId);

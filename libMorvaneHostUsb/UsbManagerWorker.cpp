@@ -1,6 +1,7 @@
 // The worker thread of UsbManager, and its check of the registry against the bus.
 #include "libMorvaneHostUsb/EventPump.h"
 #include "libMorvaneHostUsb/LogOutput.h"
+#include "libMorvaneHostUsb/StatisticsBook.h"
 #include "libMorvaneHostUsb/ThreadName.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 
@@ -99,6 +100,7 @@ UsbManager::Devices UsbManager::retire(const Devices& batch)
         forgetId(*device);
         device->cleanup();
         m_devices.erase(registered);
+        m_statistics->count(StatisticsBook::Event::Departure);
         retired.push_back(device);
     }
     return retired;
@@ -130,6 +132,7 @@ void UsbManager::retireDeadDevices(std::set<libusb_device*>& known)
         if (std::find(m_removedDevices.begin(), m_removedDevices.end(), device) != m_removedDevices.end())
             continue;
         MORVANE_LOG(LogLevel::Info, "[libusb] found dead device: uid=%x id=%x\n", device->getUid(), device->getId());
+        m_statistics->count(StatisticsBook::Event::Dead);
         forgetId(*device);
         m_removedDevices.push_back(device);
     }
@@ -147,6 +150,7 @@ void UsbManager::takeInStrayDevices(const std::set<libusb_device*>& known)
         const std::shared_ptr<UsbDevice> stray = makeDevice(list[i]);
         // Labelled uid, but it is the id.
         MORVANE_LOG(LogLevel::Info, "[libusb] Found stray device uid=%x\n", stray->getId());
+        m_statistics->count(StatisticsBook::Event::Stray);
         enterDevice(stray);
     }
     libusb_free_device_list(list, 1);

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace Vantor {
+
+class DeviceCounters;
 
 // One received buffer and the panel it came from. Owned by exactly one
 // std::unique_ptr at a time; moved, never copied.
@@ -25,6 +28,8 @@ public:
     std::uint16_t id;   // uid of the panel that sent it
     std::uint16_t size; // bytes in data
     std::uint8_t* data; // owned; null when size is 0
+
+    std::shared_ptr<DeviceCounters> counters; // the library's own: of the device that received it
 };
 
 } // namespace Vantor

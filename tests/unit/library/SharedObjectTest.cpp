@@ -161,7 +161,7 @@ TEST(SharedObject, definedSymbols_belongToThePublicClasses)
 {
     const Lines owners = {"UsbManager", "UsbDevice",          "PriorityPacker", "ClientLcdBitmap",
                           "LcdHelper",  "BitmapImage",        "logLevel",       "setLogLevel",
-                          "s_logMutex", "PackedPacketParser", "setLogSink"};
+                          "s_logMutex", "PackedPacketParser", "setLogSink",     "DeviceFailure"};
     for (const std::string& name : defined())
         EXPECT_THAT(owners, testing::Contains(ownerOf(name))) << name;
 }
@@ -169,7 +169,8 @@ TEST(SharedObject, definedSymbols_belongToThePublicClasses)
 TEST(SharedObject, innerClasses_areHidden)
 {
     const Lines own = defined();
-    for (const char* owner : {"UsbMessageQueue", "UsbMessage", "PacketQueue", "TransferAccount", "EventPump"})
+    for (const char* owner : {"UsbMessageQueue", "UsbMessage", "PacketQueue", "TransferAccount", "EventPump",
+                              "DeviceCounters", "StatisticsBook", "PackerCounts", "AddingTimes", "LogOutput"})
         EXPECT_EQ(ownedBy(own, owner), Lines{});
 }
 
@@ -200,6 +201,11 @@ TEST(SharedObject, everyPublicOperation_isThere)
              "Vantor::UsbDevice::getSentData() const",
              "Vantor::UsbDevice::getReceivedData() const",
              "Vantor::UsbDevice::sync(int)",
+             "Vantor::UsbDevice::getStatistics() const",
+             "Vantor::UsbDevice::getFailure() const",
+             "Vantor::UsbManager::getStatistics() const",
+             "Vantor::DeviceFailure::nameOf(Vantor::DeviceFailure::Operation)",
+             "Vantor::DeviceFailure::toString[abi:cxx11]() const",
              "Vantor::PriorityPacker::PriorityPacker(unsigned int const&)",
              "Vantor::PriorityPacker::addStructData(void const*, unsigned int const&, Vantor::PacketType const&)",
              "Vantor::PriorityPacker::addStructData(void const*, unsigned int const&, Vantor::PacketType const&, "

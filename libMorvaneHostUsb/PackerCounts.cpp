@@ -68,8 +68,11 @@ void PackerCounts::dropPacket()
 
 void PackerCounts::read(DeviceStatistics& statistics) const
 {
+    // These two the packer never sees.
+    const std::uint64_t emptySends = statistics.sent.emptySends;
     const TransferFailures failures = statistics.sent.failures;
     statistics.sent = m_sent;
+    statistics.sent.emptySends = emptySends;
     statistics.sent.failures = failures;
     statistics.pictures = m_pictures;
     statistics.timesToTaken = m_timesToTaken;

@@ -27,19 +27,22 @@ public:
         std::uint64_t records;
     };
 
-    void add(const PacketType& type, bool isPacketUnderWay) noexcept;
+    void add(const PacketType& type, bool isPacketUnderWay) noexcept
+    {
+        if (m_usesLeft == 0 || type != m_addedType) {
+            beginRun(type, isPacketUnderWay);
+        } else {
+            --m_usesLeft;
+            ++m_added;
+        }
+    }
 
     // What is added from now on, while a packet is under way, is added at `now`.
     void setTime(Clock::time_point now) noexcept;
     void forgetTime() noexcept { m_usesLeft = 0; }
 
-    // One record of the type is in the packet now.
-    void pack(const PacketType& type) noexcept
-    {
-        if (m_packedType != type)
-            beginRun(type);
-        ++m_packed;
-    }
+    // So many records of the type are in the packet now.
+    void pack(const PacketType& type, std::uint64_t records) noexcept;
 
     // The records of the packet; it is empty then.
     std::vector<Mark>& takePacket() noexcept;
@@ -54,9 +57,9 @@ private:
     };
 
     Marks& marksOf(const PacketType& type) noexcept;
-    bool append(Marks& marks, Clock::time_point time) noexcept;
-    void beginRun(const PacketType& type) noexcept;
+    void beginRun(const PacketType& type, bool isPacketUnderWay) noexcept;
     void endRun() noexcept;
+    bool append(Marks& marks, const Mark& mark) noexcept;
 
     std::array<Marks, packetTypeCount + 1> m_waiting; // the last is of all types beyond
     std::size_t m_waitingMarks = 0;
@@ -64,9 +67,9 @@ private:
     unsigned int m_usesLeft = 0;
     Marks* m_timeless = nullptr; // where the last mark waits for its time
 
-    // The run of records of one type that was packed last, and is in m_waiting still.
-    PacketType m_packedType{};
-    std::uint64_t m_packed = 0;
+    // The run of records of one type that was added last, at m_now, and is in no mark yet.
+    PacketType m_addedType{};
+    std::uint64_t m_added = 0;
 
     // Has room for all that waits, twice as a mark may come in parts: packing allocates nothing.
     std::vector<Mark> m_packet;

@@ -63,18 +63,47 @@ struct PackedValues {
 
 } // namespace
 
+// Records of one type that have been packed one after the other. They are counted all at
+// once, also when the packer throws.
+class PacketQueue::Run {
+public:
+    Run(PriorityPacker& packer, const PacketType& type, unsigned int& count, std::size_t& waiting)
+        : m_packer(packer), m_type(type), m_count(count), m_waiting(waiting)
+    {}
+
+    ~Run()
+    {
+        m_count += m_records;
+        m_waiting -= m_records;
+        m_packer._countPacked(m_type, m_records);
+    }
+
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+    // False: the packet is full.
+    bool pack(const std::vector<unsigned char>& data)
+    {
+        if (m_packer._addStructData(m_type, data) == 0)
+            return false;
+        ++m_records;
+        return true;
+    }
+
+private:
+    PriorityPacker& m_packer;
+    const PacketType& m_type;
+    unsigned int& m_count;
+    std::size_t& m_waiting;
+    unsigned int m_records = 0;
+};
+
 PacketQueue::PacketQueue() : m_keyedData(static_cast<std::size_t>(packetTypeCount)) {}
 
 void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketType& type)
 {
     m_queuedData[type].push_back(std::move(data));
-    countWaiting();
-}
-
-void PacketQueue::countWaiting()
-{
     ++m_counts.waiting;
-    m_counts.mostWaiting = std::max(m_counts.mostWaiting, m_counts.waiting);
 }
 
 void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketType& type, const unsigned int& key)
@@ -96,7 +125,7 @@ void PacketQueue::addStructData(std::vector<unsigned char> data, const PacketTyp
         ++m_counts.superseded;
     } else {
         values.emplace_hint(place, key, std::move(data));
-        countWaiting();
+        ++m_counts.waiting;
     }
 }
 
@@ -107,6 +136,7 @@ bool PacketQueue::hasMoreData() const
 
 bool PacketQueue::prepareNextPacket(PriorityPacker& packer, unsigned int& count)
 {
+    m_counts.mostWaiting = std::max(m_counts.mostWaiting, m_counts.waiting);
     return packKeyed(packer, count) && packQueued(packer, count);
 }
 
@@ -117,10 +147,10 @@ bool PacketQueue::packKeyed(PriorityPacker& packer, unsigned int& count)
             continue; // required; none is ever stored
         // By the invariant the values stand in the order of the keys.
         PackedValues packed(m_keyedData[static_cast<std::size_t>(pending->first)], pending->second);
-        for (; packed.end != packed.values.end(); ++packed.end, ++count) {
-            if (packer._addStructData(pending->first, packed.end->second) == 0)
+        Run run(packer, pending->first, count, m_counts.waiting);
+        for (; packed.end != packed.values.end(); ++packed.end) {
+            if (!run.pack(packed.end->second))
                 return false;
-            --m_counts.waiting;
         }
     }
     return true;
@@ -130,12 +160,11 @@ bool PacketQueue::packQueued(PriorityPacker& packer, unsigned int& count)
 {
     for (auto queued = m_queuedData.begin(); queued != m_queuedData.end(); queued = m_queuedData.erase(queued)) {
         auto& records = queued->second;
+        Run run(packer, queued->first, count, m_counts.waiting);
         while (!records.empty()) {
-            if (packer._addStructData(queued->first, records.front()) == 0)
+            if (!run.pack(records.front()))
                 return false;
             records.pop_front();
-            --m_counts.waiting;
-            ++count;
         }
     }
     return true;

@@ -23,7 +23,7 @@ public:
     // Since construction, but for what waits now.
     struct Counts {
         std::size_t waiting = 0;
-        std::size_t mostWaiting = 0;
+        std::size_t mostWaiting = 0;  // before the last prepareNextPacket
         std::uint64_t superseded = 0; // values in whose place a later one came
         std::uint64_t duplicates = 0; // writes that were dropped
     };
@@ -49,7 +49,8 @@ public:
     const Counts& getCounts() const { return m_counts; }
 
 private:
-    void countWaiting();
+    class Run;
+
     bool packKeyed(PriorityPacker& packer, unsigned int& count);
     bool packQueued(PriorityPacker& packer, unsigned int& count);
 

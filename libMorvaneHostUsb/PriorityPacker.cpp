@@ -4,6 +4,8 @@
 #include "libMorvaneHostUsb/PackerCounts.h"
 #include "wire/PanelLink.h"
 
+#include <algorithm>
+
 namespace Vantor {
 
 namespace {
@@ -61,8 +63,8 @@ DeviceStatistics PriorityPacker::readStatistics(const DeviceCounters& counters) 
     m_counts->read(statistics);
     const PacketQueue::Counts& high = m_highPriorityQueue.getCounts();
     const PacketQueue::Counts& normal = m_normalQueue.getCounts();
-    statistics.highPriorityRecords = {high.waiting, high.mostWaiting};
-    statistics.normalRecords = {normal.waiting, normal.mostWaiting};
+    statistics.highPriorityRecords = {high.waiting, std::max(high.waiting, high.mostWaiting)};
+    statistics.normalRecords = {normal.waiting, std::max(normal.waiting, normal.mostWaiting)};
     statistics.sent.supersededValues = high.superseded + normal.superseded;
     statistics.sent.duplicates = high.duplicates + normal.duplicates;
     return statistics;
@@ -107,14 +109,16 @@ PacketQueue& PriorityPacker::_queueOf(const PacketType& type)
     return isHighPriority(type) ? m_highPriorityQueue : m_normalQueue;
 }
 
-// Not analysed: its caller, prepareNextPacket's callee, knows the packer but not its mutex.
-std::size_t PriorityPacker::_addStructData(const PacketType& type,
-                                           const std::vector<unsigned char>& data) MORVANE_NO_THREAD_SAFETY_ANALYSIS
+std::size_t PriorityPacker::_addStructData(const PacketType& type, const std::vector<unsigned char>& data)
 {
-    const std::size_t taken = PacketPacker::addStructData(data.data(), static_cast<unsigned int>(data.size()), type);
-    if (taken != 0)
-        m_counts->getTimes().pack(type);
-    return taken;
+    return PacketPacker::addStructData(data.data(), static_cast<unsigned int>(data.size()), type);
+}
+
+// Not analysed: the queue that calls it knows the packer, but not its mutex.
+void PriorityPacker::_countPacked(const PacketType& type, unsigned int records) MORVANE_NO_THREAD_SAFETY_ANALYSIS
+{
+    if (records != 0)
+        m_counts->getTimes().pack(type, records);
 }
 
 void PriorityPacker::setDeviceInformation(const DeviceInformation& info)

@@ -136,6 +136,9 @@ public:
     // For PacketQueue, which calls it with m_dataMutex held. 0: the record was not taken.
     std::size_t _addStructData(const PacketType& type, const std::vector<unsigned char>& data);
 
+    // For PacketQueue: so many records of the type have been taken, one after the other.
+    void _countPacked(const PacketType& type, unsigned int records);
+
     // hasMoreData for a caller that holds m_dataMutex.
     bool _hasMoreData() const MORVANE_REQUIRES(m_dataMutex);
 

@@ -10,6 +10,8 @@
 //   stop                      "stopped"
 //   drain UID                 waits until the packer is empty: "drained UID"
 //   counters UID              "counters UID SENT RECEIVED", decimal
+//   draw UID LCD WIDTH HEIGHT draws a picture of 8 bits a pixel
+//   statistics UID            "statistics NAME=COUNT ...", those that the test compares
 //   list                      "list UID ...", in order of arrival
 //   hold                      keeps the device list: "held NUMBER"
 //   touch                     calls every device that is held: "touched NUMBER"
@@ -31,6 +33,7 @@
 #include <functional>
 #include <iostream>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -98,6 +101,8 @@ public:
             {"load", &Application::load},
             {"drain", &Application::drain},
             {"counters", &Application::counters},
+            {"draw", &Application::draw},
+            {"statistics", &Application::statistics},
             {"list", &Application::list},
             {"hold", &Application::hold},
             {"touch", &Application::touch},
@@ -240,6 +245,43 @@ private:
             report("counters " + hex(device->getUid()) + " " +
                    std::to_string(__atomic_load_n(&device->getSentData(), __ATOMIC_RELAXED)) + " " +
                    std::to_string(__atomic_load_n(&device->getReceivedData(), __ATOMIC_RELAXED)));
+    }
+
+    void draw(Words& words)
+    {
+        const auto device = deviceOf(words);
+        unsigned short lcd = 0;
+        unsigned int width = 0;
+        unsigned int height = 0;
+        words >> lcd >> width >> height;
+        if (!device)
+            return;
+        ClientLcdBitmap picture(static_cast<unsigned char>(width), static_cast<unsigned char>(height), 8);
+        picture.lcd = lcd;
+        device->getPacker().drawBitmapData(picture);
+    }
+
+    void statistics(Words& words)
+    {
+        const auto device = deviceOf(words);
+        if (!device)
+            return;
+        const DeviceStatistics all = device->getStatistics();
+        const SendStatistics& sent = all.sent;
+        const ReceiveStatistics& received = all.received;
+        std::ostringstream line;
+        line << "statistics packets=" << sent.packets << " bytes=" << sent.bytes << " records=" << sent.records
+             << " slices=" << sent.slices << " pictureBytes=" << sent.pictureBytes << " pictures=" << sent.pictures
+             << " cutPackets=" << sent.cutPackets << " cutRecords=" << sent.cutRecords
+             << " stalled=" << sent.failures.stalled << " timedOut=" << sent.failures.timedOut
+             << " lostBytes=" << sent.failures.lostBytes << " buffers=" << received.buffers
+             << " receivedBytes=" << received.bytes << " receivedPackets=" << received.packets
+             << " receivedRecords=" << received.records << " malformed=" << received.malformedPackets
+             << " refused=" << received.refusedRecords << " readsStalled=" << received.failures.stalled
+             << " readsFailed=" << received.failures.failed << " readsTimedOut=" << received.failures.timedOut
+             << " waiting=" << all.highPriorityRecords.now + all.normalRecords.now + all.pictures.now
+             << " timed=" << std::accumulate(all.timesToTaken.begin(), all.timesToTaken.end(), std::uint64_t{0});
+        report(line.str());
     }
 
     void list(Words& /*words*/)

@@ -250,7 +250,7 @@ void BusTest::checkLogs()
         if (!matchesAny(line, m_allowedLibusb))
             errors += line + "\n";
     EXPECT_EQ(errors, "") << "from libusb or a sanitizer";
-    static const std::vector<std::string> expected{"begin .*", "packet .*", "end .*", "counters .*"};
+    static const std::vector<std::string> expected{"begin .*", "packet .*", "end .*", "counters .*", "statistics .*"};
     for (const std::string& event : m_events->takeRest())
         EXPECT_TRUE(matchesAny(event, expected)) << "the application was told: " << event;
 }

@@ -1,8 +1,11 @@
 // What one device counts.
 #include "tests/support/DeviceRig.h"
+#include "tests/support/Meeting.h"
 
 #include "libMorvaneHostUsb/ClientLcdBitmap.h"
 
+#include <atomic>
+#include <future>
 #include <numeric>
 #include <utility>
 
@@ -358,6 +361,44 @@ TEST(UsbDeviceStatistics, packetSentAgain_isTimedFromTheAdding)
     rig.finishSend();
     EXPECT_EQ(rig.statistics().timesToTaken[22], 1U); // 4 s: from 2^21 to 2^22 us is 2.1 to 4.2 s
     EXPECT_EQ(elsewhere(rig.statistics(), 22), 0U);
+}
+
+TEST(UsbDeviceStatistics, whileASendIsSubmitted_canBeRead)
+{
+    CountingRig rig;
+    const Meeting meeting(rig.usb, "submit_transfer 0x02", Meeting::Expected::Through, [&rig] {
+        rig.statistics();
+        rig.device->getFailure();
+    });
+    rig.add(normal, {'a'});
+    EXPECT_TRUE(meeting.wasAsExpected());
+}
+
+// One packet is one record of 4 bytes.
+TEST(UsbDeviceStatistics, whileRecordsAreTaken_isOfOneInstant)
+{
+    constexpr std::uint64_t records = 3000;
+    CountingRig rig;
+    std::atomic<bool> reading{false};
+    auto reader = std::async(std::launch::async, [&rig, &reading] {
+        std::uint64_t contradictions = 0;
+        for (DeviceStatistics statistics; statistics.sent.packets < records;) {
+            statistics = rig.statistics();
+            reading = true;
+            if (statistics.sent.records != statistics.sent.packets ||
+                statistics.sent.bytes != 15 * statistics.sent.packets ||
+                sumOf(statistics.timesToTaken) != statistics.sent.records)
+                ++contradictions;
+        }
+        return contradictions;
+    });
+    while (!reading) {
+    }
+    for (std::uint64_t record = 0; record < records; ++record) {
+        rig.add(normal, {1, 2, 3, 4});
+        rig.finishSend();
+    }
+    EXPECT_EQ(reader.get(), 0U);
 }
 
 } // namespace Vantor::Test

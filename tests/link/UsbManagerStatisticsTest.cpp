@@ -1,5 +1,8 @@
 // What the manager counts of all panels, and what it counts of the buffers that are parsed.
 #include "tests/support/ManagerRig.h"
+#include "tests/support/Meeting.h"
+
+#include <future>
 
 #include <gtest/gtest.h>
 
@@ -193,6 +196,36 @@ TEST(UsbManagerStatistics, newManager_beginsAnew)
     SummingRig rig;
     EXPECT_EQ(rig.manager->getStatistics().devices.received.records, 0U);
     EXPECT_EQ(rig.manager->getStatistics().arrivals, 1U);
+}
+
+TEST(UsbManagerStatistics, whileThePollHasTheRegistry_canBeRead)
+{
+    ManagerRig rig;
+    rig.start();
+    const Meeting meeting(rig.usb, "submit_transfer 0x81", Meeting::Expected::Through,
+                          [&rig] { rig.manager->getStatistics(); });
+    rig.arrive();
+    EXPECT_TRUE(meeting.wasAsExpected());
+}
+
+TEST(UsbManagerStatistics, buffersThatWaitForTheApplication_areCounted)
+{
+    SummingRig rig;
+    std::promise<void> leave;
+    const std::shared_future<void> left = leave.get_future().share();
+    rig.observer.whenBegun = [left](std::uint16_t /*uid*/, const UsbMessage& /*message*/) { left.wait(); };
+    for (int i = 0; i < 3; ++i) {
+        rig.usb.receive(rig.panel, twoPackets);
+        rig.usb.pass();
+    }
+    // The receive thread is at the first, or about to be.
+    while (rig.manager->getStatistics().waitingBuffers > 2) {
+    }
+    EXPECT_EQ(rig.manager->getStatistics().waitingBuffers, 2U);
+    EXPECT_EQ(rig.received().buffers, 3U);
+    leave.set_value();
+    rig.observer.waitForMessages(3);
+    EXPECT_EQ(rig.manager->getStatistics().waitingBuffers, 0U);
 }
 
 } // namespace Vantor::Test

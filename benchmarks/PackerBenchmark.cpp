@@ -3,9 +3,12 @@
 // pack…: beside the limit, framing the same bytes with memcpy alone. Argument: payload
 // bytes of each record. A packet of 8192 bytes is filled and emptied per iteration.
 //
+// count…: what of that is for the statistics.
+//
 // write…, drain…: one step of a record's way, with as many records waiting as the
 // argument says; that many are written, or packed, per iteration.
 
+#include "libMorvaneHostUsb/PackerCounts.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "wire/RecordHeader.h"
 
@@ -92,6 +95,28 @@ void packQueuedRecords(benchmark::State& state)
             state.SkipWithError("the packet does not hold all records");
         benchmark::ClobberMemory();
         packer.clearData();
+    }
+    countRecords(state);
+}
+
+// What the packer does for its statistics, of the same records.
+void countQueuedRecords(benchmark::State& state)
+{
+    const unsigned int size = payloadSize(state);
+    const unsigned int records = recordsInAPacket(size);
+    PackerCounts counts;
+    std::size_t waiting = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        for (unsigned int i = 0; i < records; ++i) {
+            counts.getTimes().add(type, true);
+            benchmark::DoNotOptimize(++waiting);
+        }
+        const auto now = std::chrono::system_clock::now();
+        counts.getTimes().setTime(now);
+        counts.getTimes().pack(type, records);
+        waiting -= records;
+        counts.finishPacket(now, packetLimit, packetLimit, records);
+        benchmark::ClobberMemory();
     }
     countRecords(state);
 }
@@ -218,6 +243,7 @@ void withWaitingRecords(benchmark::internal::Benchmark* benchmark)
 BENCHMARK(packMemcpyLimit)->Arg(4)->Arg(64)->Arg(1024);
 BENCHMARK(packBasePacker)->Arg(4)->Arg(64)->Arg(1024);
 BENCHMARK(packQueuedRecords)->Arg(4)->Arg(64)->Arg(1024);
+BENCHMARK(countQueuedRecords)->Arg(4)->Arg(64)->Arg(1024);
 BENCHMARK(packKeyedRecords)->Arg(4)->Arg(64)->Arg(1024);
 BENCHMARK(writeQueuedRecords)->Apply(withWaitingRecords);
 BENCHMARK(drainQueuedRecords)->Apply(withWaitingRecords);

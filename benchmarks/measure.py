@@ -36,6 +36,7 @@ CONTENDERS = {
     "packQueuedRecords": ("records", "{0} bytes, into a packet", "queued", "ours"),
     "packKeyedRecords": ("records", "{0} bytes, into a packet", "keyed", "ours"),
     "packBasePacker": ("records", "{0} bytes, into a packet", "no queue", "ours"),
+    "countQueuedRecords": ("records", "{0} bytes, into a packet", "counting alone", "limit"),
     "packMemcpyLimit": ("records", "{0} bytes, into a packet", "memcpy", "limit"),
     "writeQueuedRecords": ("records", "{0:,} waiting, a record is queued", "", "ours"),
     "writeNewKeys": ("records", "{0:,} waiting, a new key", "", "ours"),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/bus/LinkTap.h"
 #include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/BootLoader.h"
 #include "simulator/panel/PanelModel.h"
@@ -21,6 +22,7 @@ public:
     struct Options {
         PanelModel::Options panel; // of panel 0; panel P has the seed P higher
         Log log;                   // one line for each thing that happens, from any thread, one at a time
+        LinkTap::Listener record;  // what crosses the links, from any thread, one at a time
         Log complain;              // also a plug, unplug or fault that could not be carried out
         // What is in the flash memory of a panel that has been unplugged, on the thread that
         // unplugs it; it is not plugged back meanwhile. What it throws is complained of, or

@@ -83,6 +83,16 @@ void PanelRack::leave(BusPanel& panel)
     m_pastViolations.emplace_back("further violations of panels that were plugged back are not listed");
 }
 
+LinkTap PanelRack::tapLink(std::optional<LinkTap::Address> address)
+{
+    // A bus has devices 1 to 127, the first of them being its root hub.
+    constexpr std::uint32_t firstDevice = 2;
+    constexpr std::uint32_t devices = 126;
+    const std::uint32_t plug = m_plugs++;
+    const LinkTap::Address chosen{1, static_cast<std::uint8_t>(firstDevice + plug % devices)};
+    return {m_options.record, address.value_or(chosen), plug + 1};
+}
+
 std::vector<std::string> PanelRack::getViolations() const
 {
     std::vector<std::string> violations = m_pastViolations;

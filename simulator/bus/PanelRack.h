@@ -1,10 +1,12 @@
 #pragma once
 
 #include "simulator/bus/BusPanel.h"
+#include "simulator/bus/LinkTap.h"
 #include "simulator/bus/PanelBus.h"
 #include "simulator/bus/PanelOrder.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -67,6 +69,10 @@ public:
     void enter(BusPanel& panel) { m_panels.push_back(&panel); }
     void leave(BusPanel& panel);
 
+    // For a panel that is being plugged in. Where nobody knows the address that the host
+    // gives it, the link gets one on bus 1 that no panel had lately.
+    LinkTap tapLink(std::optional<LinkTap::Address> address = std::nullopt);
+
 private:
     BusPanel* findLast(unsigned int panel) const;
     bool isPlugged(unsigned int panel) const;
@@ -77,6 +83,7 @@ private:
     std::map<unsigned int, BootLoader::Flash> m_flash; // for panels to come
     std::vector<std::string> m_pastViolations;         // of panels that are no more
     std::multimap<std::chrono::nanoseconds, PanelOrder> m_orders;
+    std::uint32_t m_plugs = 0;
 };
 
 } // namespace Vantor

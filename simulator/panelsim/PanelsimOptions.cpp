@@ -95,6 +95,12 @@ std::string refuseEmpty(const std::string& text)
     return text.empty() ? "needs a name" : "";
 }
 
+// A capture between the lines of PROGRAM would be of no use to anybody.
+std::string refuseNoFile(const std::string& text)
+{
+    return text == "-" ? "needs the name of a file" : refuseEmpty(text);
+}
+
 std::chrono::nanoseconds parseChunkTime(const std::string& text)
 {
     constexpr std::chrono::seconds longest{1000};
@@ -178,6 +184,11 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
     command.add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
         ->type_name("FILE")
         ->check(refuseEmpty, "");
+    command
+        .add_option("--record", options.captureFile,
+                    "Write all that crosses the links, as a capture that Wireshark and tshark open")
+        ->type_name("FILE")
+        ->check(refuseNoFile, "");
     command.add_option("--lcd", raw.lcds, "Size of LCD L in pixels; may be repeated")
         ->type_name("L=WxH")
         ->allow_extra_args(false);

@@ -38,7 +38,8 @@ struct PanelsimOptions {
     unsigned int panels = 1; // plugged at the start
     std::uint64_t seed = 1;
     std::uint16_t maxPacketSize = 8192;
-    std::string logFile; // empty: none
+    std::string logFile;     // empty: none
+    std::string captureFile; // empty: none
     std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
     std::string pngFolder; // empty: no pictures
     bool show = false;

@@ -135,6 +135,10 @@ void Simulation::setUp(PanelBus::Options& bus)
         m_log = std::make_unique<LogFile>(m_options.logFile, complain);
         bus.log = [this](const std::string& line) { m_log->write(line); };
     }
+    if (!m_options.captureFile.empty()) {
+        m_capture = std::make_unique<CaptureFile>(m_options.captureFile, complain);
+        bus.record = [this](CapturedUrb urb) { m_capture->write(std::move(urb)); };
+    }
     if (m_options.logFile != "-") // which has the line already
         bus.complain = complain;
 }
@@ -167,6 +171,8 @@ bool Simulation::finish(PanelBus& bus)
     reportScreens(bus, m_options, failures);
     if (m_log && m_log->hasFailed())
         failures.push_back("lines are missing in the log '" + UserText::shown(m_options.logFile) + "'");
+    if (m_capture && m_capture->hasFailed())
+        failures.push_back("frames are missing in the capture '" + UserText::shown(m_options.captureFile) + "'");
     for (std::size_t i = 1; i < failures.size(); ++i)
         std::fprintf(stderr, "panelsim: %s\n", failures[i].c_str());
     if (!failures.empty())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulator/bus/PanelBus.h"
+#include "simulator/panelsim/CaptureFile.h"
 #include "simulator/panelsim/FlashFolder.h"
 #include "simulator/panelsim/LogFile.h"
 #include "simulator/panelsim/PanelsimOptions.h"
@@ -19,7 +20,7 @@ public:
     // std::runtime_error for one that can't be made or written to.
     explicit Simulation(const PanelsimOptions& options);
 
-    // Throws std::runtime_error for a log that can't be written.
+    // Throws std::runtime_error for a log or a capture that can't be written.
     void setUp(PanelBus::Options& bus);
 
     // Flash memory, panels, and the orders for time 0: they have happened before anyone
@@ -37,6 +38,7 @@ private:
     const PanelsimOptions& m_options;
     std::unique_ptr<FlashFolder> m_flashFolder; // null when flash is not kept in files
     std::unique_ptr<LogFile> m_log;             // null without one
+    std::unique_ptr<CaptureFile> m_capture;     // null without one
 };
 
 } // namespace Vantor

@@ -27,14 +27,25 @@ bool UsbfsFile::Urb::isContinuation() const
     return (flags & USBDEVFS_URB_BULK_CONTINUATION) != 0;
 }
 
-UsbfsFile::UsbfsFile(PanelModel& model, ControlEndpoint& control, std::uint32_t capabilities,
+LinkTap::Transfer UsbfsFile::Urb::describe() const
+{
+    return {static_cast<std::uint32_t>(id), endpoint, flags, length, std::nullopt};
+}
+
+UsbfsFile::UsbfsFile(PanelModel& model, ControlEndpoint& control, const LinkTap& tap, std::uint32_t capabilities,
                      PanelModel::UrbId& lastUrb)
-    : m_model(model), m_control(control), m_capabilities(capabilities), m_lastUrb(lastUrb)
+    : m_model(model), m_control(control), m_tap(tap), m_capabilities(capabilities), m_lastUrb(lastUrb)
 {}
 
+// A kernel kills what a closed file has left.
 UsbfsFile::~UsbfsFile()
 {
     m_model.closeOwner(this);
+    for (const auto& [id, urb] : m_pending)
+        m_tap.complete(urb.describe(), -ENOENT, 0, {});
+    for (const auto& [endpoint, held] : m_held)
+        for (const Urb& urb : held)
+            m_tap.complete(urb.describe(), -ENOENT, 0, {});
 }
 
 int UsbfsFile::handle(unsigned long request, const ClientMemory& argument)
@@ -56,8 +67,7 @@ int UsbfsFile::handle(unsigned long request, const ClientMemory& argument)
     case USBDEVFS_RELEASEINTERFACE:
         return m_model.releaseInterface(this, argument.follow(0, sizeof(unsigned int)).read<unsigned int>());
     case USBDEVFS_CLEAR_HALT:
-        return m_model.clearHalt(
-            static_cast<std::uint8_t>(argument.follow(0, sizeof(unsigned int)).read<unsigned int>()));
+        return clearHalt(static_cast<std::uint8_t>(argument.follow(0, sizeof(unsigned int)).read<unsigned int>()));
     case USBDEVFS_GETDRIVER:
         return -ENODATA; // no kernel driver is ever bound
     case USBDEVFS_IOCTL: // binding one finds none, unbinding has nothing to do
@@ -66,7 +76,9 @@ int UsbfsFile::handle(unsigned long request, const ClientMemory& argument)
                    ? 0
                    : -ENODATA;
     case USBDEVFS_SETCONFIGURATION:
+        return setConfiguration(argument);
     case USBDEVFS_SETINTERFACE:
+        return setInterface(argument);
     case USBDEVFS_RESET:
         return 0;
     case USBDEVFS_SUBMITURB:
@@ -78,6 +90,35 @@ int UsbfsFile::handle(unsigned long request, const ClientMemory& argument)
     }
 }
 
+int UsbfsFile::clearHalt(std::uint8_t endpoint)
+{
+    const int result = m_model.clearHalt(endpoint);
+    if (result == 0)
+        tellRequest({USB_RECIP_ENDPOINT, USB_REQ_CLEAR_FEATURE, USB_ENDPOINT_HALT, 0, endpoint, 0, 0, 0});
+    return result;
+}
+
+int UsbfsFile::setInterface(const ClientMemory& argument)
+{
+    const auto wanted = argument.follow(0, sizeof(usbdevfs_setinterface)).read<usbdevfs_setinterface>();
+    tellRequest({USB_RECIP_INTERFACE, USB_REQ_SET_INTERFACE, static_cast<std::uint8_t>(wanted.altsetting), 0,
+                 static_cast<std::uint8_t>(wanted.interface), 0, 0, 0});
+    return 0;
+}
+
+int UsbfsFile::setConfiguration(const ClientMemory& argument)
+{
+    const auto wanted = argument.follow(0, sizeof(unsigned int)).read<unsigned int>();
+    tellRequest({USB_RECIP_DEVICE, USB_REQ_SET_CONFIGURATION, static_cast<std::uint8_t>(wanted), 0, 0, 0, 0, 0});
+    return 0;
+}
+
+// The request that a kernel makes of an ioctl.
+void UsbfsFile::tellRequest(const ControlEndpoint::Setup& setup)
+{
+    m_tap.exchange(static_cast<std::uint32_t>(++m_lastUrb), setup, {}, {0, {}});
+}
+
 int UsbfsFile::submit(const ClientMemory& argument)
 {
     const ClientMemory memory = argument.follow(0, sizeof(usbdevfs_urb));
@@ -85,10 +126,14 @@ int UsbfsFile::submit(const ClientMemory& argument)
     const auto length = static_cast<std::uint32_t>(request.buffer_length);
     if (request.buffer_length < 0 || length > longestTransfer)
         return -EINVAL;
-    Urb urb{memory, request.endpoint, request.flags, length, {}};
+    Urb urb{memory, request.endpoint, request.flags, length, ++m_lastUrb, {}};
 
     if (request.type == USBDEVFS_URB_TYPE_CONTROL && length >= ControlEndpoint::setupSize) {
-        const auto setup = memory.follow(offsetof(usbdevfs_urb, buffer), length).read<ControlEndpoint::Setup>();
+        const ClientMemory buffer = memory.follow(offsetof(usbdevfs_urb, buffer), length);
+        const auto setup = buffer.read<ControlEndpoint::Setup>();
+        const std::size_t wanted = static_cast<std::size_t>(setup[6] | setup[7] << 8);
+        if ((setup[0] & USB_DIR_IN) == 0)
+            urb.data = buffer.readBytes(setup.size(), std::min(wanted, length - setup.size()));
         return submitControl(std::move(urb), setup);
     }
     if (request.type != USBDEVFS_URB_TYPE_BULK)
@@ -101,6 +146,7 @@ int UsbfsFile::submit(const ClientMemory& argument)
 int UsbfsFile::submitControl(Urb urb, const ControlEndpoint::Setup& setup)
 {
     ControlEndpoint::Answer answer = m_control.answer(setup);
+    m_tap.exchange(static_cast<std::uint32_t>(urb.id), setup, urb.data, answer);
     urb.actualLength = static_cast<std::uint32_t>(answer.data.size());
     urb.data = std::move(answer.data);
     urb.dataOffset = ControlEndpoint::setupSize;
@@ -111,17 +157,28 @@ int UsbfsFile::submitControl(Urb urb, const ControlEndpoint::Setup& setup)
 int UsbfsFile::submitBulk(Urb urb)
 {
     const std::uint8_t endpoint = urb.endpoint;
+    const LinkTap::Transfer transfer = urb.describe();
+    const std::vector<std::uint8_t> data = m_tap.isOpen() ? urb.data : std::vector<std::uint8_t>();
     if (!urb.isContinuation()) {
         m_broken.erase(endpoint);
     } else if (m_broken.count(endpoint) != 0) {
         // The kernel refuses it. But on a real bus a program has submitted all pieces
         // long before the first can fail, and this one is quicker than any program.
-        finish(std::move(urb), -ECONNRESET);
+        m_tap.submit(transfer, data);
+        giveBack(std::move(urb), -ECONNRESET);
         return 0;
     }
+    // What is refused has not been submitted; what is taken completes later than here.
+    const int result = startOrHold(std::move(urb));
+    if (result == 0)
+        m_tap.submit(transfer, data);
+    return result;
+}
 
-    std::deque<Urb>& held = m_held[endpoint];
-    if (held.empty() && !(urb.isContinuation() && isPending(endpoint)))
+int UsbfsFile::startOrHold(Urb urb)
+{
+    std::deque<Urb>& held = m_held[urb.endpoint];
+    if (held.empty() && !(urb.isContinuation() && isPending(urb.endpoint)))
         return start(urb);
     held.push_back(std::move(urb));
     return 0;
@@ -130,7 +187,7 @@ int UsbfsFile::submitBulk(Urb urb)
 // Takes the URB over if it succeeds.
 int UsbfsFile::start(Urb& urb)
 {
-    const PanelModel::UrbId id = ++m_lastUrb;
+    const PanelModel::UrbId id = urb.id;
     const int result = urb.isIn() ? m_model.submitIn(this, id, urb.length)
                                   : m_model.submitOut(this, id, std::exchange(urb.data, {}),
                                                       (urb.flags & USBDEVFS_URB_ZERO_PACKET) != 0);
@@ -148,7 +205,7 @@ int UsbfsFile::discard(std::uintptr_t address)
             continue;
         Urb urb = std::move(*found);
         held.erase(found);
-        finish(std::move(urb), -ENOENT);
+        giveBack(std::move(urb), -ENOENT);
         return 0;
     }
     const auto found =
@@ -170,7 +227,7 @@ bool UsbfsFile::complete(const PanelModel::Completion& completion)
 
     urb.actualLength = completion.actualLength;
     urb.data = completion.data;
-    finish(std::move(urb), tooShort ? -EREMOTEIO : completion.status);
+    giveBack(std::move(urb), tooShort ? -EREMOTEIO : completion.status);
     if (!cancelled && (completion.status != 0 || !whole))
         breakOff(endpoint);
     goOn(endpoint);
@@ -184,7 +241,7 @@ void UsbfsFile::breakOff(std::uint8_t endpoint)
     while (!held.empty() && held.front().isContinuation()) {
         Urb urb = std::move(held.front());
         held.pop_front();
-        finish(std::move(urb), -ECONNRESET);
+        giveBack(std::move(urb), -ECONNRESET);
     }
     if (held.empty())
         m_broken.insert(endpoint);
@@ -200,7 +257,7 @@ void UsbfsFile::goOn(std::uint8_t endpoint)
         Urb urb = std::move(held.front());
         held.pop_front();
         if (const int result = start(urb); result != 0)
-            finish(std::move(urb), result);
+            giveBack(std::move(urb), result);
     }
 }
 
@@ -208,6 +265,12 @@ bool UsbfsFile::isPending(std::uint8_t endpoint) const
 {
     return std::any_of(m_pending.begin(), m_pending.end(),
                        [endpoint](const auto& entry) { return entry.second.endpoint == endpoint; });
+}
+
+void UsbfsFile::giveBack(Urb urb, int status)
+{
+    m_tap.complete(urb.describe(), status, urb.actualLength, urb.data);
+    finish(std::move(urb), status);
 }
 
 void UsbfsFile::finish(Urb urb, int status)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/bus/LinkTap.h"
 #include "simulator/panel/ControlEndpoint.h"
 #include "simulator/panel/PanelModel.h"
 #include "simulator/usbfs/ClientMemory.h"
@@ -20,12 +21,13 @@ namespace Vantor {
 // and its continuations; as in the kernel, a continuation goes out only when all
 // before it was transferred whole, and comes back unused when it was not.
 //
-// Threads: one at a time. Lifetime: the model, the control endpoint and the counter
-// must outlive it.
+// Threads: one at a time. Lifetime: the model, the control endpoint, the tap and the
+// counter must outlive it.
 class UsbfsFile {
 public:
     // `lastUrb` numbers the URBs of all files on one model.
-    UsbfsFile(PanelModel& model, ControlEndpoint& control, std::uint32_t capabilities, PanelModel::UrbId& lastUrb);
+    UsbfsFile(PanelModel& model, ControlEndpoint& control, const LinkTap& tap, std::uint32_t capabilities,
+              PanelModel::UrbId& lastUrb);
     ~UsbfsFile();
     UsbfsFile(const UsbfsFile&) = delete;
     UsbfsFile& operator=(const UsbfsFile&) = delete;
@@ -47,6 +49,7 @@ private:
         std::uint8_t endpoint;
         std::uint32_t flags;
         std::uint32_t length;
+        PanelModel::UrbId id;
         std::vector<std::uint8_t> data; // to the device, then from it
         std::size_t dataOffset = 0;     // of `data` in the client's buffer
         int status = 0;
@@ -54,11 +57,17 @@ private:
 
         bool isIn() const;
         bool isContinuation() const;
+        LinkTap::Transfer describe() const;
     };
 
+    int clearHalt(std::uint8_t endpoint);
+    int setInterface(const ClientMemory& argument);
+    int setConfiguration(const ClientMemory& argument);
+    void tellRequest(const ControlEndpoint::Setup& setup);
     int submit(const ClientMemory& argument);
     int submitControl(Urb urb, const ControlEndpoint::Setup& setup);
     int submitBulk(Urb urb);
+    int startOrHold(Urb urb);
     int start(Urb& urb);
     int discard(std::uintptr_t address);
     int reap(const ClientMemory& argument);
@@ -66,10 +75,12 @@ private:
     bool isPending(std::uint8_t endpoint) const;
     void goOn(std::uint8_t endpoint);
     void breakOff(std::uint8_t endpoint);
+    void giveBack(Urb urb, int status);
     void finish(Urb urb, int status);
 
     PanelModel& m_model;
     ControlEndpoint& m_control;
+    const LinkTap& m_tap;
     const std::uint32_t m_capabilities;
     PanelModel::UrbId& m_lastUrb;
 

@@ -1,10 +1,13 @@
 #include "simulator/usbfs/UsbfsPanel.h"
 
+#include "simulator/bus/PanelRack.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <utility>
 
+#include <linux/usb/ch9.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
 
@@ -31,11 +34,14 @@ const char* nameOf(unsigned long request)
 UsbfsPanel::UsbfsPanel(PanelRack& rack, unsigned int number, BusShare& share, const Address& address,
                        const std::string& nodePath)
     : BusPanel(rack, number), m_share(share), m_address(address),
+      m_tap(rack.tapLink(
+          LinkTap::Address{static_cast<std::uint16_t>(address.bus), static_cast<std::uint8_t>(address.device)})),
       m_control(servedModel(), ControlEndpoint::onlyConfiguration), m_node(nodePath),
       m_handler(umockdev_ioctl_base_new(), g_object_unref), m_livingHandler(m_handler.get())
 {
     g_signal_connect(m_handler.get(), "handle-ioctl", G_CALLBACK(onIoctl), this);
     g_object_weak_ref(G_OBJECT(m_handler.get()), onHandlerGone, this);
+    tellEnumeration();
 }
 
 UsbfsPanel::~UsbfsPanel()
@@ -55,6 +61,18 @@ void UsbfsPanel::unplug()
     for (const auto& [client, file] : m_files)
         file->disconnect();
     m_node.hangUp();
+}
+
+// Clients find the descriptors in sysfs; a host has read them from the panel.
+void UsbfsPanel::tellEnumeration()
+{
+    for (const std::uint8_t type : {std::uint8_t{USB_DT_DEVICE}, std::uint8_t{USB_DT_CONFIG}}) {
+        constexpr std::uint8_t longest = 0xFF;
+        ControlEndpoint::Setup setup{USB_DIR_IN, USB_REQ_GET_DESCRIPTOR, 0, type, 0, 0, longest, 0};
+        const ControlEndpoint::Answer answer = m_control.answer(setup);
+        setup[6] = static_cast<std::uint8_t>(answer.data.size());
+        m_tap.exchange(static_cast<std::uint32_t>(++m_lastUrb), setup, {}, answer);
+    }
 }
 
 void UsbfsPanel::handOn(PanelModel& model)
@@ -109,7 +127,7 @@ UsbfsFile& UsbfsPanel::fileOf(UMockdevIoctlClient* client)
 {
     std::unique_ptr<UsbfsFile>& file = m_files[client];
     if (!file) {
-        file = std::make_unique<UsbfsFile>(servedModel(), m_control, m_share.capabilities, m_lastUrb);
+        file = std::make_unique<UsbfsFile>(servedModel(), m_control, m_tap, m_share.capabilities, m_lastUrb);
         if (!m_plugged)
             file->disconnect();
         g_object_weak_ref(G_OBJECT(client), onClientGone, this);

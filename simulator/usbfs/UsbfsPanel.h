@@ -72,9 +72,11 @@ private:
     int serveIoctl(UMockdevIoctlClient* client);
     UsbfsFile& fileOf(UMockdevIoctlClient* client);
     void handOn(PanelModel& model) override;
+    void tellEnumeration();
 
     BusShare& m_share;
     const Address m_address;
+    const LinkTap m_tap;
     ControlEndpoint m_control;
     UsbfsNode m_node;
     std::shared_ptr<UMockdevIoctlBase> m_handler; // umockdev and its clients have shares, too

@@ -1,5 +1,7 @@
 #include "simulator/usbip/UsbIpConnection.h"
 
+#include "simulator/bus/PanelRack.h"
+
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -26,7 +28,8 @@ bool isLater(int error)
 
 } // namespace
 
-UsbIpConnection::UsbIpConnection(PanelRack& rack, unsigned int number) : BusPanel(rack, number), m_usbIp(servedModel())
+UsbIpConnection::UsbIpConnection(PanelRack& rack, unsigned int number)
+    : BusPanel(rack, number), m_usbIp(servedModel(), rack.tapLink())
 {}
 
 UsbIpConnection::~UsbIpConnection()

@@ -18,9 +18,16 @@ bool isBulk(const UsbIpMessage::Submit& request)
     return request.endpoint == (address & endpointNumber);
 }
 
+LinkTap::Transfer describe(const UsbIpMessage::Submit& request)
+{
+    const auto endpoint = static_cast<std::uint8_t>(request.endpoint | (request.isIn ? CapturedUrb::inBit : 0U));
+    return {request.sequence, endpoint, request.flags, request.length,
+            request.endpoint == 0 ? std::optional(request.setup) : std::nullopt};
+}
+
 } // namespace
 
-UsbIpPanel::UsbIpPanel(PanelModel& model) : m_model(model), m_control(model, 0) {}
+UsbIpPanel::UsbIpPanel(PanelModel& model, LinkTap tap) : m_model(model), m_tap(std::move(tap)), m_control(model, 0) {}
 
 UsbIpPanel::~UsbIpPanel()
 {
@@ -70,6 +77,8 @@ bool UsbIpPanel::submit(const UsbIpMessage::Submit& request, const std::uint8_t*
 {
     if (m_pending.count(request.sequence) != 0)
         return fail("sequence number " + std::to_string(request.sequence) + " again, its transfer is not done yet");
+    if (m_tap.isOpen())
+        m_tap.submit(describe(request), {data, data + (request.isIn ? 0 : request.length)});
     if (request.endpoint == 0)
         submitControl(request);
     else
@@ -113,9 +122,13 @@ void UsbIpPanel::submitBulk(const UsbIpMessage::Submit& request, const std::uint
 void UsbIpPanel::unlink(const UsbIpMessage::Unlink& request)
 {
     settle(); // what is done already has its own reply
-    const bool isPending = m_pending.erase(request.target) != 0;
-    if (isPending)
+    const auto found = m_pending.find(request.target);
+    const bool isPending = found != m_pending.end();
+    if (isPending) {
+        m_tap.complete(describe(found->second), -ECONNRESET, 0, {});
+        m_pending.erase(found);
         m_model.cancel(request.target);
+    }
     send(UsbIpMessage::makeUnlinkReply(request, isPending ? -ECONNRESET : 0));
     settle(); // what it held up
 }
@@ -143,7 +156,9 @@ void UsbIpPanel::finish(const UsbIpMessage::Submit& request, int status, std::ui
 {
     const bool isTooShort =
         status == 0 && request.isIn && actualLength < request.length && (request.flags & UsbIpMessage::shortNotOk) != 0;
-    send(UsbIpMessage::makeSubmitReply(request, isTooShort ? -EREMOTEIO : status, actualLength, data));
+    const int told = isTooShort ? -EREMOTEIO : status;
+    m_tap.complete(describe(request), told, actualLength, data);
+    send(UsbIpMessage::makeSubmitReply(request, told, actualLength, data));
 }
 
 void UsbIpPanel::send(const std::vector<std::uint8_t>& message)

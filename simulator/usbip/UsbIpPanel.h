@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/bus/LinkTap.h"
 #include "simulator/panel/ControlEndpoint.h"
 #include "simulator/panel/PanelModel.h"
 #include "simulator/usbip/UsbIpMessage.h"
@@ -22,7 +23,7 @@ namespace Vantor {
 // Threads: one at a time. Lifetime: the model must outlive it.
 class UsbIpPanel {
 public:
-    explicit UsbIpPanel(PanelModel& model);
+    explicit UsbIpPanel(PanelModel& model, LinkTap tap = {});
     ~UsbIpPanel();
     UsbIpPanel(const UsbIpPanel&) = delete;
     UsbIpPanel& operator=(const UsbIpPanel&) = delete;
@@ -53,6 +54,7 @@ private:
     void send(const std::vector<std::uint8_t>& message);
 
     PanelModel& m_model;
+    const LinkTap m_tap;
     ControlEndpoint m_control;
     std::string m_error;
     std::vector<std::uint8_t> m_input; // of a message not yet whole

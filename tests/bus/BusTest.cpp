@@ -8,6 +8,7 @@
 #include <regex>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -217,7 +218,7 @@ void BusTest::signalClient(int number)
 
 void BusTest::endClient()
 {
-    close(m_commands);
+    close(std::exchange(m_commands, -1));
     if (!waitUntil([this] { return m_client->hasEnded(); })) {
         ADD_FAILURE() << "the application does not end";
         m_client->sendSignal(SIGKILL);

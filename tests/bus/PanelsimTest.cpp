@@ -1,6 +1,7 @@
 #include "simulator/usbfs/ClientProcess.h"
 #include "tests/bus/BusTest.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/UrbText.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -230,11 +231,15 @@ TEST_F(Panelsim, logThatCannotBeWritten_isToldAnd125)
 TEST_F(Panelsim, symbolicLinks_areNotWrittenThrough)
 {
     std::ofstream(fileName("victim")) << "precious";
-    for (const char* const name : {"log", "panel0-lcd1.png", "panel0-main.bin"})
+    for (const char* const name : {"capture", "log", "panel0-lcd1.png", "panel0-main.bin"})
         std::filesystem::create_symlink("victim", fileName(name));
     const Result log = run({"run", "--log", fileName("log"), "--", "echo", "ran"});
     EXPECT_EQ(log.exitCode, 125);
     EXPECT_EQ(log.output, "panelsim: cannot write the log to '" + fileName("log") + "': it is a symbolic link\n");
+    const Result capture = run({"run", "--record", fileName("capture"), "--", "echo", "ran"});
+    EXPECT_EQ(capture.exitCode, 125);
+    EXPECT_EQ(capture.output,
+              "panelsim: cannot write the capture to '" + fileName("capture") + "': it is a symbolic link\n");
     const Result png = run({"run", "--png", fileName(""), "--", MORVANE_RAW_CLIENT,
                             "1400010000000000260900"
                             "01000000080201f00f"});
@@ -245,6 +250,99 @@ TEST_F(Panelsim, symbolicLinks_areNotWrittenThrough)
     EXPECT_EQ(flash.output,
               "panelsim: cannot load flash from '" + fileName("/panel0-main.bin") + "': it is a symbolic link\n");
     EXPECT_EQ(contentOf(fileName("victim")), "precious");
+}
+
+TEST_F(Panelsim, record_hasWhatTheProgramDid)
+{
+    const Result result =
+        run({"run", "--record", fileName("capture"), "--at", "0", "fault out short=5 once", "--", MORVANE_RAW_CLIENT,
+             "unhalt", "interface", "configuration", "clear", "0d00010000000000050200a1b2"});
+    EXPECT_EQ(result.exitCode, 1) << result.output;
+    std::vector<std::string> expected = enumerationTexts;
+    expected.insert(expected.end(), {"S control 00 -115 0 [0201000081000000]", "C control 00 0 0",
+                                     "S control 00 -115 0 [010b000000000000]", "C control 00 0 0",
+                                     "S control 00 -115 0 [0009010000000000]", "C control 00 0 0",
+                                     "S control 00 -115 0 [0201000002000000]", "C control 00 0 0",
+                                     "S bulk 02 -115 13 0d00010000000000050200a1b2", "C bulk 02 0 5"});
+    EXPECT_EQ(textsOf(readCapture(fileName("capture"))), expected);
+}
+
+// The panel is quicker than the program, which submits the second piece all the same.
+TEST_F(Panelsim, record_hasEachPieceAndHowItEnded)
+{
+    run({"run", "--no-scatter-gather", "--record", fileName("capture"), "--at", "0", "fault in status=EOVERFLOW", "--",
+         MORVANE_RAW_CLIENT, "read=32768"});
+    std::vector<std::string> expected = enumerationTexts;
+    expected.insert(expected.end(),
+                    {"S bulk 81 -115 16384", "C bulk 81 -75 0", "S bulk 81 -115 16384", "C bulk 81 -104 0"});
+    EXPECT_EQ(textsOf(readCapture(fileName("capture"))), expected);
+}
+
+TEST_F(Panelsim, record_ofEachPanel_isToldApart)
+{
+    run({"run", "--panels", "2", "--record", fileName("capture"), "--", "true"});
+    const std::vector<CapturedUrb> urbs = readCapture(fileName("capture"));
+    ASSERT_EQ(urbs.size(), 8U);
+    EXPECT_EQ(urbs[0].device, 2);
+    EXPECT_EQ(urbs[4].device, 3);
+    EXPECT_NE(urbs[0].id, urbs[4].id);
+    EXPECT_LE(urbs[0].time, urbs[4].time);
+}
+
+// The shell kills panelsim when the transfer has been answered.
+TEST_F(Panelsim, killedPanelsim_leavesAWholeCapture)
+{
+    const std::string environment = "TMPDIR=" + fileName("") + " "; // nobody clears the bus away
+    EXPECT_EQ(shell(environment + "$panelsim run --record " + fileName("capture") +
+                    " -- sh -c '" MORVANE_RAW_CLIENT " 0d00010000000000050200a1b2; kill -9 $PPID'\n"),
+              128 + SIGKILL);
+    const auto texts = textsOf(readCapture(fileName("capture")));
+    ASSERT_EQ(texts.size(), 6U);
+    EXPECT_EQ(texts.back(), "C bulk 02 0 13");
+}
+
+// Nobody takes the read back: a kernel does that for a program that is gone. Of the
+// capture, 24 bytes come before the frames, and 4 * 80 + 18 + 32 + 80 are those before its end.
+TEST_F(Panelsim, killedProgram_leavesNothingPendingInTheRecord)
+{
+    const std::string capture = fileName("capture");
+    EXPECT_EQ(shell("$panelsim run --record " + capture +
+                    " -- bash -c '" MORVANE_RAW_CLIENT " read=512 & until [ $(stat -c %s " + capture +
+                    ") -ge 474 ]; do sleep 0.02; done; kill -9 $!'\n"),
+              0);
+    const auto texts = textsOf(readCapture(capture));
+    ASSERT_EQ(texts.size(), 6U);
+    EXPECT_EQ(texts[4], "S bulk 81 -115 512");
+    EXPECT_EQ(texts[5], "C bulk 81 -2 0");
+}
+
+TEST_F(Panelsim, recordThatCannotBeWritten_isToldBeforeAnythingRuns)
+{
+    const Result full = run({"run", "--record", "/dev/full", "--", "echo", "ran"});
+    EXPECT_EQ(full.exitCode, 125);
+    EXPECT_EQ(full.output, "panelsim: cannot write the capture to '/dev/full': No space left on device\n");
+    const Result none = run({"run", "--record", "/nowhere/capture", "--", "echo", "ran"});
+    EXPECT_EQ(none.exitCode, 125);
+    EXPECT_EQ(none.output, "panelsim: cannot write the capture to '/nowhere/capture': No such file or directory\n");
+}
+
+// Transfers of 1,000 bytes until no file may grow beyond 4 KiB.
+TEST_F(Panelsim, recordThatFailsMidway_isToldAnd125)
+{
+    const std::string packet = "e803010000000000"
+                               "05dd03" +
+                               std::string(2 * 989, '0');
+    std::string words;
+    for (int i = 0; i < 6; ++i)
+        words += " " + packet;
+    EXPECT_EQ(shell("trap '' XFSZ; ulimit -f 4\n$panelsim run --record " + fileName("capture") +
+                    " -- sh -c '" MORVANE_RAW_CLIENT + words + " && echo ran' > $output 2>&1\n"),
+              125);
+    EXPECT_EQ(contentOf(fileName("output")), "panelsim: cannot write the capture to '" + fileName("capture") +
+                                                 "': File too large\n"
+                                                 "ran\n"
+                                                 "panelsim: frames are missing in the capture '" +
+                                                 fileName("capture") + "'\n");
 }
 
 TEST_F(Panelsim, noPanels_isAnEmptyBus)

@@ -1,5 +1,6 @@
 // Talks to a panel through libusb alone: sends each argument, bytes in hexadecimal, as
-// one bulk transfer; "clear" clears the halt of that endpoint by a request to endpoint 0;
+// one bulk transfer; "clear" clears the halt of that endpoint by a request to endpoint 0,
+// "unhalt" by usbfs's own means; "interface" and "configuration" set those that a panel has;
 // "read=BYTES" reads once, and is the end: it prints the status of the transfer and how
 // many URBs the kernel still has when libusb reports it. Exit code 0 when all were taken
 // whole.
@@ -33,13 +34,18 @@ bool send(libusb_device_handle* handle, const std::string& hex)
     return result == 0 && taken == static_cast<int>(bytes.size());
 }
 
+bool hasDone(const std::string& what, int result)
+{
+    if (result != 0)
+        std::fprintf(stderr, "%s: %s\n", what.c_str(), libusb_error_name(result));
+    return result == 0;
+}
+
 bool clearHalt(libusb_device_handle* handle)
 {
     const int result = libusb_control_transfer(handle, LIBUSB_RECIPIENT_ENDPOINT, LIBUSB_REQUEST_CLEAR_FEATURE, 0, 0x02,
                                                nullptr, 0, timeout);
-    if (result != 0)
-        std::fprintf(stderr, "clear: %s\n", libusb_error_name(result));
-    return result == 0;
+    return hasDone("clear", result);
 }
 
 // At once, as nothing is certain any more when URBs of a reported transfer are left.
@@ -66,6 +72,12 @@ bool execute(libusb_device_handle* handle, const std::string& word)
     const std::string reading = "read=";
     if (word == "clear")
         return clearHalt(handle);
+    if (word == "unhalt")
+        return hasDone(word, libusb_clear_halt(handle, 0x81));
+    if (word == "interface")
+        return hasDone(word, libusb_set_interface_alt_setting(handle, 0, 0));
+    if (word == "configuration")
+        return hasDone(word, libusb_set_configuration(handle, 1));
     if (word.rfind(reading, 0) == 0)
         return read(handle, std::stoul(word.substr(reading.size())));
     return send(handle, word);

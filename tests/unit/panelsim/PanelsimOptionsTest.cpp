@@ -44,8 +44,9 @@ TEST(PanelsimOptions, wrongUsage_isRefusedAndSaysWhy)
     EXPECT_NE(refusalOf({"run", "--at", "1s", "plug 31", "--", "true"}), "");
     for (const char* const option : {"--seed", "--max-packet", "--panels"})
         EXPECT_THAT(refusalOf({"run", option, "-1", "--", "true"}), HasSubstr("expected a number from 0, found '-1'"));
-    for (const char* const option : {"--png", "--log", "--flash-dir"})
+    for (const char* const option : {"--png", "--log", "--flash-dir", "--record"})
         EXPECT_THAT(refusalOf({"run", option, "", "--", "true"}), HasSubstr("needs a name"));
+    EXPECT_THAT(refusalOf({"run", "--record", "-", "--", "true"}), HasSubstr("needs the name of a file"));
     EXPECT_NE(refusalOf({"attach", "--panels", "32"}), "");
     EXPECT_NE(refusalOf({"attach", "--at", "1s", "explode"}), "");
     EXPECT_NE(refusalOf({"attach", "--", "true"}), ""); // it runs no program

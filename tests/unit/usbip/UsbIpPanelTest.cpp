@@ -1,6 +1,7 @@
 #include "simulator/usbip/UsbIpPanel.h"
 
 #include "simulator/panel/PanelDescriptors.h"
+#include "tests/support/UrbText.h"
 #include "tests/unit/panel/PanelModelFixture.h"
 #include "tests/unit/usbip/UsbIpBytes.h"
 
@@ -74,7 +75,8 @@ protected:
 
     std::chrono::nanoseconds m_now{0};
     PanelModel m_panel{options(16384), [this] { return m_now; }};
-    UsbIpPanel m_usbIp{m_panel};
+    std::vector<CapturedUrb> m_told;
+    UsbIpPanel m_usbIp{m_panel, LinkTap([this](CapturedUrb urb) { m_told.push_back(std::move(urb)); }, {1, 2}, 1)};
 };
 
 // As a kernel goes about it.
@@ -332,6 +334,39 @@ TEST_F(UsbIpPanelTest, unplug_endsWhatIsPending)
     EXPECT_EQ(whatCame(), done(2, -ESHUTDOWN, 0));
     EXPECT_EQ(answerTo(read(3, 512)), done(3, -ENODEV, 0));
     EXPECT_EQ(answerTo(unlink(4, 3)), unlinked(4, 0));
+}
+
+// frame(20): 8 bytes of packet header, 3 of record header, 9 of payload.
+TEST_F(UsbIpPanelTest, theLink_isToldInItsOrder)
+{
+    configure();
+    answerTo(read(2, 512));
+    answerTo(write(3, frame(20)));
+    answerTo(read(4, 512));
+    answerTo(unlink(5, 4));
+    m_panel.emitRaw({1, 2, 3});
+    whatCame();
+    inject(PanelFault::Direction::Out, PanelFault::Kind::Stall);
+    answerTo(write(6, {9}));
+    answerTo(control(7, {0x02, 1, 0, 0, 0x02, 0, 0, 0}));
+    answerTo(read(8, 512));
+    m_panel.unplug();
+    whatCame();
+    EXPECT_EQ(textsOf(m_told), (std::vector<std::string>{
+                                   "S control 00 -115 0 [0009010000000000]", "C control 00 0 0", "S bulk 81 -115 512",
+                                   "S bulk 02 -115 20 " + hexOf(frame(20).data(), 20), "C bulk 02 0 20",
+                                   "S bulk 81 -115 512", "C bulk 81 -104 0", "C bulk 81 0 3 010203",
+                                   "S bulk 02 -115 1 09", "C bulk 02 -32 0", "S control 00 -115 0 [0201000002000000]",
+                                   "C control 00 0 0", "S bulk 81 -115 512", "C bulk 81 -108 0"}));
+}
+
+TEST_F(UsbIpPanelTest, theDescriptors_areToldAsTheKernelReadsThem)
+{
+    answerTo(control(1, {0x80, 6, 0, 1, 0, 0, 18, 0}));
+    answerTo(control(2, {0x80, 6, 0, 2, 0, 0, 32, 0}));
+    EXPECT_EQ(textsOf(m_told), enumerationTexts);
+    ASSERT_FALSE(m_told.empty());
+    EXPECT_EQ(m_told.front().id, 0x100000001U);
 }
 
 TEST_F(UsbIpPanelTest, hugeLength_endsTheConnection)

@@ -29,6 +29,13 @@ two rows of pixels in a line.
 
 )";
 
+constexpr char capture[] =
+    R"(--record writes each transfer when it is submitted and when it is complete, with its data and status,
+and how each panel is found, as pcap of link type 220 (USB_LINUX_MMAPPED). Each frame is written at
+once; panelsim may be killed.
+
+)";
+
 constexpr char runBeginning[] =
     R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
 TIME is 250ms, 2s or 1.5s; a plain number is seconds. What happens at 0 has happened before
@@ -81,12 +88,12 @@ Example: a panel that is pulled after 20 s and comes back, for any program on th
 
 std::string PanelsimHelp::getRunFooter()
 {
-    return std::string(runBeginning) + explainPanelOrders() + firmware + pictures + runEnd;
+    return std::string(runBeginning) + explainPanelOrders() + firmware + pictures + capture + runEnd;
 }
 
 std::string PanelsimHelp::getAttachFooter()
 {
-    return std::string(attachBeginning) + explainPanelOrders() + firmware + pictures + attachEnd;
+    return std::string(attachBeginning) + explainPanelOrders() + firmware + pictures + capture + attachEnd;
 }
 
 } // namespace Vantor

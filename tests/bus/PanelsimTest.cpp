@@ -326,6 +326,21 @@ TEST_F(Panelsim, recordThatCannotBeWritten_isToldBeforeAnythingRuns)
     EXPECT_EQ(none.output, "panelsim: cannot write the capture to '/nowhere/capture': No such file or directory\n");
 }
 
+// Nobody speaks to the panel there.
+TEST_F(Panelsim, attachedRecord_isACaptureFromTheStart)
+{
+    const std::vector<std::string> attach = {"attach", "--vhci", makeController(), "--record"};
+    const auto recordTo = [this, attach](const std::string& file) {
+        auto arguments = attach;
+        arguments.push_back(file);
+        return run(arguments, "quit\n");
+    };
+    EXPECT_EQ(recordTo(fileName("capture")).exitCode, 0);
+    EXPECT_EQ(readCapture(fileName("capture")).size(), 0U);
+    EXPECT_EQ(recordTo("/dev/full").output,
+              "panelsim: cannot write the capture to '/dev/full': No space left on device\n");
+}
+
 // Transfers of 1,000 bytes until no file may grow beyond 4 KiB.
 TEST_F(Panelsim, recordThatFailsMidway_isToldAnd125)
 {

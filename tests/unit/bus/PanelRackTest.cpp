@@ -398,4 +398,27 @@ TEST_F(PanelRackTest, nobodyListens_nothingIsSaid)
     EXPECT_EQ(quiet.getViolations().size(), 1U);
 }
 
+// As a bus has devices 1 to 127, and the root hub is the first.
+TEST(PanelRack, linksOfPanels_getAddressesInTurn)
+{
+    std::vector<int> devices;
+    std::vector<std::uint64_t> ids;
+    PanelBus::Options options;
+    options.record = [&devices, &ids](const CapturedUrb& urb) {
+        devices.push_back(urb.device);
+        ids.push_back(urb.id);
+    };
+    PanelRack rack(options);
+    for (int i = 0; i < 127; ++i)
+        rack.tapLink().submit({5, 0x81, 0, 512, std::nullopt}, {});
+    rack.tapLink(LinkTap::Address{1, 77}).submit({5, 0x81, 0, 512, std::nullopt}, {});
+    EXPECT_EQ(devices[0], 2);
+    EXPECT_EQ(devices[1], 3);
+    EXPECT_EQ(devices[125], 127);
+    EXPECT_EQ(devices[126], 2);
+    EXPECT_EQ(devices[127], 77);
+    EXPECT_EQ(ids[0], 0x100000005U);
+    EXPECT_EQ(ids[127], 0x8000000005U);
+}
+
 } // namespace Vantor

@@ -1,7 +1,9 @@
 #include "simulator/capture/CaptureReader.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/UrbText.h"
 #include "tests/unit/capture/CaptureBytes.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <tuple>
@@ -249,6 +251,24 @@ TEST(CaptureReader, aFileThatIsNotThere_isRefused)
     const TemporaryFolder folder;
     EXPECT_THROW(CaptureReader(folder / "none"), std::runtime_error);
     EXPECT_THROW(CaptureReader(folder.getPath()), std::runtime_error);
+}
+
+// By tcpdump, of a panel at address 7 behind a hub at address 1.
+TEST(CaptureReader, aCaptureOfTheKernel_isWhole)
+{
+    std::vector<std::string> panels;
+    for (const CapturedUrb& urb : readCapture(MORVANE_CAPTURES "/guest-usbmon.pcap")) {
+        EXPECT_EQ(urb.flaw, CapturedUrb::Flaw::None) << textOf(urb);
+        EXPECT_EQ(urb.bus, 1);
+        if (urb.device == 7)
+            panels.push_back(textOf(urb));
+    }
+    const std::string record = "S bulk 02 -115 14 0e00010000000000050300010203";
+    const std::string arrival = "C bulk 81 0 14 0e00010001000000140300aabbcc";
+    EXPECT_EQ(std::count(panels.begin(), panels.end(), record), 3);
+    EXPECT_EQ(std::count(panels.begin(), panels.end(), arrival), 2);
+    for (const std::string& text : {enumerationTexts[1], enumerationTexts[3]})
+        EXPECT_THAT(panels, testing::Contains(text));
 }
 
 // Under the sanitizers, too: a file is another's word.

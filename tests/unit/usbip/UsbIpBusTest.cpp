@@ -1,5 +1,6 @@
 #include "simulator/usbip/UsbIpBus.h"
 
+#include "tests/support/UrbText.h"
 #include "tests/unit/usbip/UsbIpBytes.h"
 
 #include <algorithm>
@@ -96,6 +97,7 @@ protected:
         UsbIpBus::Options options;
         options.log = [this](const std::string& line) { m_log.push_back(line); };
         options.complain = [this](const std::string& line) { m_complaints.push_back(line); };
+        options.record = [this](CapturedUrb urb) { m_urbs.push_back(std::move(urb)); };
         options.tell = [this](const std::string& line) { m_told.push_back(line); };
         options.keepFlash = [this](unsigned int panel, const BootLoader::Flash&) { m_kept.push_back(panel); };
         m_bus = std::make_unique<UsbIpBus>(options, m_kernel);
@@ -152,6 +154,7 @@ protected:
 
     FakeKernel m_kernel;
     int m_ready = -1;
+    std::vector<CapturedUrb> m_urbs;
     std::vector<std::string> m_log;
     std::vector<std::string> m_complaints;
     std::vector<std::string> m_told;
@@ -455,6 +458,28 @@ TEST_F(UsbIpBusTest, end_closesTheConnections)
     EXPECT_FALSE(m_kernel.isClosed(0));
     m_bus.reset();
     EXPECT_TRUE(m_kernel.isClosed(0));
+}
+
+// As usbmon has it: on each plug another device, and no answer but the unplug's is missing.
+TEST_F(UsbIpBusTest, theLinksOfPanels_areToldApart)
+{
+    execute("plug");
+    execute("plug 1");
+    answerTo(usbIpHeader({1, 1, 0x10002, 1, 0, 0, 2, 0, 0xFFFFFFFF, 0, 0x80000000, 0x00000200}), 0);
+    answerTo(usbIpHeader({1, 1, 0x10002, 0, 0, 0, 0, 0, 0xFFFFFFFF, 0, 0x00090100, 0}), 1);
+    m_kernel.send(1, usbIpHeader({1, 2, 0x10002, 1, 1, 0, 512, 0, 0xFFFFFFFF}));
+    serve();
+    execute("unplug 1");
+    execute("plug 1");
+    answerTo(usbIpHeader({1, 1, 0x10002, 1, 0, 0, 2, 0, 0xFFFFFFFF, 0, 0x80000000, 0x00000200}), 1);
+    std::vector<std::string> told;
+    for (const CapturedUrb& urb : m_urbs)
+        told.push_back(std::to_string(urb.bus) + "." + std::to_string(urb.device) + " " + textOf(urb));
+    EXPECT_EQ(told,
+              (std::vector<std::string>{"1.2 S control 80 -115 2 [8000000000000200]", "1.2 C control 80 0 2 0100",
+                                        "1.3 S control 00 -115 0 [0009010000000000]", "1.3 C control 00 0 0",
+                                        "1.3 S bulk 81 -115 512", "1.3 C bulk 81 -108 0",
+                                        "1.4 S control 80 -115 2 [8000000000000200]", "1.4 C control 80 0 2 0100"}));
 }
 
 } // namespace Vantor

@@ -70,11 +70,13 @@ protected:
                 continue;
             }
             const Bytes& data = urb.isIn() ? urb.data : written[urb.id];
+            const std::size_t size = std::min<std::size_t>(urb.length, data.size());
+            EXPECT_EQ(size, urb.length) << textOf(urb);
             result.bytes += urb.length;
-            all.insert(all.end(), data.begin(), data.begin() + urb.length);
+            all.insert(all.end(), data.begin(), data.begin() + static_cast<std::ptrdiff_t>(size));
         }
         for (std::size_t at = 0; at + 1 < all.size(); ++result.packets) // a packet begins with its size
-            at += static_cast<std::size_t>(all[at] | all[at + 1] << 8);
+            at += std::max<std::size_t>(1, static_cast<std::size_t>(all[at] | all[at + 1] << 8));
         return result;
     }
 

@@ -23,7 +23,9 @@ public:
         PanelModel::Options panel; // of panel 0; panel P has the seed P higher
         Log log;                   // one line for each thing that happens, from any thread, one at a time
         LinkTap::Listener record;  // what crosses the links, from any thread, one at a time
-        Log complain;              // also a plug, unplug or fault that could not be carried out
+        // Also a plug, unplug or fault that could not be carried out: on the thread of `execute`
+        // before that returns.
+        Log complain;
         // What is in the flash memory of a panel that has been unplugged, on the thread that
         // unplugs it; it is not plugged back meanwhile. What it throws is complained of, or
         // comes back from unplug.
@@ -44,11 +46,16 @@ public:
     virtual void plug(unsigned int panel) = 0;
     virtual void unplug(unsigned int panel) = 0;
 
-    // Carries out an order now; a repeated emission goes on in its own time.
+    // Carries out an order now; a repeated emission goes on in its own time. The log has
+    // "order: " and the order in front of what comes of it.
     virtual void execute(const PanelOrder& order) = 0;
 
     // As execute, `delay` from now.
     virtual void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) = 0;
+
+    // Of the scheduled orders those that have not begun, with their delays, in the order of
+    // their times. They come no more.
+    virtual std::vector<TimedOrder> takePending() = 0;
 
     // Hands over the panel plugged in last under this number, while nothing else
     // happens on the bus; false when there has been none.

@@ -51,6 +51,11 @@ struct EmitOrder {
 
 using PanelOrder = std::variant<PlugOrder, UnplugOrder, FaultOrder, BootFaultOrder, ClearFaultsOrder, EmitOrder>;
 
+struct TimedOrder {
+    std::chrono::nanoseconds time; // after the start
+    PanelOrder order;
+};
+
 // Without an order: `error` names the word that is wrong and what is allowed in its place.
 struct ParsedOrder {
     std::optional<PanelOrder> order;

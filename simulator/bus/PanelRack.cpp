@@ -19,14 +19,19 @@ void append(const BusPanel& panel, std::vector<std::string>& lines)
         lines.push_back(withNumber(panel.getNumber(), violation));
 }
 
+// What is left of a repeated emission.
+bool isBegun(const PanelOrder& order)
+{
+    const auto* const emission = std::get_if<EmitOrder>(&order);
+    return emission != nullptr && emission->isBegun;
+}
+
 // Whether a panel that is not plugged is worth a complaint: a fault that meets nobody and
 // an emission by nobody are somebody's mistake; a panel that leaves within a repeated
 // emission, or with faults, is not.
 bool needsPanel(const PanelOrder& order)
 {
-    if (const auto* const emission = std::get_if<EmitOrder>(&order))
-        return !emission->isBegun;
-    return !std::holds_alternative<ClearFaultsOrder>(order);
+    return !isBegun(order) && !std::holds_alternative<ClearFaultsOrder>(order);
 }
 
 struct Deed {
@@ -154,14 +159,23 @@ void PanelRack::execute(const PanelOrder& order)
 
 void PanelRack::schedule(std::chrono::nanoseconds delay, const PanelOrder& order)
 {
-    m_orders.emplace(m_clock() + delay, order);
+    m_orders.emplace(m_clock() + delay, TimedOrder{delay, order});
+}
+
+std::vector<TimedOrder> PanelRack::takePending()
+{
+    std::vector<TimedOrder> pending;
+    for (const auto& [due, timed] : std::exchange(m_orders, {}))
+        if (!isBegun(timed.order))
+            pending.push_back(timed);
+    return pending;
 }
 
 std::optional<PanelOrder> PanelRack::takeDue()
 {
     if (m_orders.empty() || m_orders.begin()->first > m_clock())
         return std::nullopt;
-    return m_orders.extract(m_orders.begin()).mapped();
+    return m_orders.extract(m_orders.begin()).mapped().order;
 }
 
 std::optional<std::chrono::nanoseconds> PanelRack::getNextTime() const
@@ -209,6 +223,12 @@ void PanelRack::attempt(unsigned int panel, const std::function<void()>& action)
     } catch (const std::exception& error) {
         complain(panel, error.what());
     }
+}
+
+void PanelRack::logOrder(const PanelOrder& order) const
+{
+    if (isLogged() && !isBegun(order))
+        m_options.log("order: " + formatPanelOrder(order));
 }
 
 void PanelRack::log(unsigned int panel, const std::string& line) const

@@ -34,8 +34,13 @@ public:
     void setFlash(unsigned int panel, BootLoader::Flash flash) { m_flash[panel] = std::move(flash); }
     void execute(const PanelOrder& order);
     void schedule(std::chrono::nanoseconds delay, const PanelOrder& order);
+    std::vector<TimedOrder> takePending();
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) const;
     std::vector<std::string> getViolations() const;
+
+    // What somebody has ordered, so that the log can be read as a script; not the rest of a
+    // repeated emission, which comes by itself.
+    void logOrder(const PanelOrder& order) const;
 
     // The other orders, plug and unplug: false for one that is none of them.
     static bool plugOrUnplug(PanelBus& bus, const PanelOrder& order);
@@ -82,7 +87,7 @@ private:
     std::vector<BusPanel*> m_panels;                   // the last of a number is the one that was plugged in last
     std::map<unsigned int, BootLoader::Flash> m_flash; // for panels to come
     std::vector<std::string> m_pastViolations;         // of panels that are no more
-    std::multimap<std::chrono::nanoseconds, PanelOrder> m_orders;
+    std::multimap<std::chrono::nanoseconds, TimedOrder> m_orders; // by when they are due
     std::uint32_t m_plugs = 0;
 };
 

@@ -53,16 +53,31 @@ ParsedTime parseTime(std::string_view text, PlainTime plain)
     return {std::chrono::nanoseconds(*whole * unit + *fraction * unit / 1'000'000'000), {}};
 }
 
-std::string formatMilliseconds(std::chrono::nanoseconds time)
+namespace {
+
+// A number of `unit` with so many decimal places, and no more zeros than it needs.
+std::string formatIn(std::chrono::nanoseconds unit, int places, std::chrono::nanoseconds time)
 {
-    char text[32];
-    std::snprintf(text, sizeof text, "%lld.%06lld", static_cast<long long>(time.count() / 1'000'000),
-                  static_cast<long long>(time.count() % 1'000'000));
+    char text[48];
+    std::snprintf(text, sizeof text, "%lld.%0*lld", static_cast<long long>(time / unit), places,
+                  static_cast<long long>((time % unit).count()));
     std::string number = text;
     number.erase(number.find_last_not_of('0') + 1);
     if (number.back() == '.')
         number.pop_back();
     return number;
+}
+
+} // namespace
+
+std::string formatMilliseconds(std::chrono::nanoseconds time)
+{
+    return formatIn(std::chrono::milliseconds(1), 6, time);
+}
+
+std::string formatSeconds(std::chrono::nanoseconds time)
+{
+    return formatIn(std::chrono::seconds(1), 9, time) + "s";
 }
 
 std::string formatBytes(std::size_t number)

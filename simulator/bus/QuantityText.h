@@ -24,6 +24,9 @@ ParsedTime parseTime(std::string_view text, PlainTime plain = PlainTime::Seconds
 // As parseTime takes plain milliseconds: "250", "0.5".
 std::string formatMilliseconds(std::chrono::nanoseconds time);
 
+// "2s", "0.25s"
+std::string formatSeconds(std::chrono::nanoseconds time);
+
 // "1 byte", "2 bytes"
 std::string formatBytes(std::size_t number);
 

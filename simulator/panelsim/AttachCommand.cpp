@@ -2,6 +2,7 @@
 
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/LineInput.h"
+#include "simulator/panelsim/OrderLine.h"
 #include "simulator/panelsim/Simulation.h"
 #include "simulator/usbip/UsbIpBus.h"
 #include "simulator/usbip/VhciPorts.h"
@@ -73,11 +74,9 @@ void refuse(const std::string& line, const std::string& error)
 
 void execute(UsbIpBus& bus, const std::string& line)
 {
-    const ParsedOrder parsed = parsePanelOrder(line);
+    const ParsedOrder parsed = OrderLine::parse(line);
     if (!parsed.order)
         return refuse(line, parsed.error);
-    if (panelOf(*parsed.order) >= PanelBus::maxPanels)
-        return refuse(line, "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
     try {
         bus.execute(*parsed.order);
     } catch (const std::exception& error) {
@@ -88,13 +87,11 @@ void execute(UsbIpBus& bus, const std::string& line)
 // False for the word that ends it all.
 bool takeLine(UsbIpBus& bus, const std::string& line)
 {
-    const std::size_t begin = line.find_first_not_of(" \t\r");
-    if (begin == std::string::npos || line[begin] == '#')
-        return true;
-    const std::string text = line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
+    const std::string text(OrderLine::contentOf(line));
     if (text == "quit")
         return false;
-    execute(bus, text);
+    if (!text.empty())
+        execute(bus, text);
     return true;
 }
 

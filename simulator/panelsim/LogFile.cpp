@@ -3,6 +3,7 @@
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/OutputFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -36,7 +37,9 @@ LogFile::LogFile(const std::string& path, Complain complain)
 
 void LogFile::write(const std::string& line)
 {
-    const std::chrono::duration<double> now = std::chrono::steady_clock::now() - m_start;
+    const Clock::time_point start = m_start;
+    const Clock::time_point time = std::max(Clock::now(), start);
+    const std::chrono::duration<double> now = time - start;
     const bool isWritten =
         std::fprintf(m_file.get(), "%12.6f %s\n", now.count(), line.c_str()) >= 0 && std::fflush(m_file.get()) == 0;
     const int error = errno;

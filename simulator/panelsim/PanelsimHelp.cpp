@@ -7,8 +7,7 @@ namespace Vantor {
 namespace {
 
 constexpr char firmware[] =
-    R"(
-A panel takes firmware upgrades: it writes a chunk in 110 ms, or --chunk-time, and answers. Its flash,
+    R"(A panel takes firmware upgrades: it writes a chunk in 110 ms, or --chunk-time, and answers. Its flash,
 2 MiB for the main MCU and 1 MiB for the servo MCU, outlives unplugging. With --flash-dir it outlives
 the run, too: panelP-main.bin and panelP-servo.bin in DIR are loaded at the start, and written when the
 panel is unplugged and at the end, each if an upgrade has written to it. At the end, standard error
@@ -36,6 +35,16 @@ once; panelsim may be killed.
 
 )";
 
+constexpr char script[] =
+    R"(--script takes the same from a file, a command a line with its TIME in front; +TIME counts from the command
+before, '#' begins a remark:
+  2s     unplug 1   # half-way
+  +0.5s  plug 1
+A file that --log has written is such a script: its lines TIME order: COMMAND count, those of what has
+happened to panels don't. So a run can be had again, with the other options as they were.
+
+)";
+
 constexpr char runBeginning[] =
     R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
 TIME is 250ms, 2s or 1.5s; a plain number is seconds. What happens at 0 has happened before
@@ -43,8 +52,8 @@ PROGRAM starts. COMMAND, in quotes, is one of:
 )";
 
 constexpr char runEnd[] =
-    R"(The lines of --log begin with the seconds since the bus was set up, shortly before PROGRAM's start.
-The end is when PROGRAM has ended.
+    R"(The lines of --log begin with the seconds since PROGRAM's start; what has happened before has 0.
+The end is when PROGRAM has ended; a command whose time had not come by then is told on standard error.
 
 Exit code: that of PROGRAM, or 128+N when signal N ended it;
   120  a panel saw a violation of the wire (each is printed)
@@ -88,12 +97,13 @@ Example: a panel that is pulled after 20 s and comes back, for any program on th
 
 std::string PanelsimHelp::getRunFooter()
 {
-    return std::string(runBeginning) + explainPanelOrders() + firmware + pictures + capture + runEnd;
+    return std::string(runBeginning) + explainPanelOrders() + "\n" + script + firmware + pictures + capture + runEnd;
 }
 
 std::string PanelsimHelp::getAttachFooter()
 {
-    return std::string(attachBeginning) + explainPanelOrders() + firmware + pictures + capture + attachEnd;
+    return std::string(attachBeginning) + explainPanelOrders() + "\n" + script + firmware + pictures + capture +
+           attachEnd;
 }
 
 } // namespace Vantor

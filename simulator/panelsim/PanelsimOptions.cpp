@@ -4,6 +4,7 @@
 #include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/LcdOption.h"
+#include "simulator/panelsim/OrderLine.h"
 #include "simulator/panelsim/PanelsimHelp.h"
 
 #include <algorithm>
@@ -56,17 +57,14 @@ void refuseUnquotedOrders(int argc, char** argv)
     }
 }
 
-PanelsimOptions::TimedOrder parseTimedOrder(const TimeAndOrder& text)
+TimedOrder parseTimedOrder(const TimeAndOrder& text)
 {
     const ParsedTime time = parseTime(text.first);
     if (!time.time)
         throw CLI::ValidationError("--at " + text.first, time.error);
-    const ParsedOrder parsed = parsePanelOrder(text.second);
+    const ParsedOrder parsed = OrderLine::parse(text.second);
     if (!parsed.order)
         throw CLI::ValidationError("--at '" + text.second + "'", parsed.error);
-    if (panelOf(*parsed.order) >= PanelBus::maxPanels)
-        throw CLI::ValidationError("--at '" + text.second + "'",
-                                   "panels are numbered 0 to " + std::to_string(PanelBus::maxPanels - 1));
     return {*time.time, *parsed.order};
 }
 
@@ -181,6 +179,10 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
         ->check(refuseSign, "")
         ->check(CLI::Range(0U, static_cast<unsigned int>(UINT16_MAX)))
         ->capture_default_str();
+    command
+        .add_option("--script", options.scriptFile, "Lines TIME COMMAND, as --at has them, or what --log has written")
+        ->type_name("FILE")
+        ->check(refuseEmpty, "");
     command.add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
         ->type_name("FILE")
         ->check(refuseEmpty, "");

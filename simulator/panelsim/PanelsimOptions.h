@@ -29,11 +29,6 @@ struct PanelsimOptions {
         Attach, // panels to the kernel's own bus
     };
 
-    struct TimedOrder {
-        std::chrono::nanoseconds time; // after the start of the program, or of it all
-        PanelOrder order;
-    };
-
     Subcommand subcommand = Subcommand::Run;
     unsigned int panels = 1; // plugged at the start
     std::uint64_t seed = 1;
@@ -46,6 +41,7 @@ struct PanelsimOptions {
     std::string flashFolder; // empty: flash lasts as long as the run
     std::chrono::nanoseconds chunkTime = BootLoader::Options{}.chunkTime;
     std::vector<TimedOrder> timedOrders;
+    std::string scriptFile; // more of them; empty: none
 
     // Of Run.
     bool scatterGather = true;

@@ -1,10 +1,13 @@
 #include "simulator/panelsim/Simulation.h"
 
+#include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/FlashReport.h"
+#include "simulator/panelsim/OrderScript.h"
 #include "simulator/panelsim/PngWriter.h"
 #include "simulator/panelsim/ScreenText.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -34,9 +37,31 @@ void preparePngFolder(const std::string& folder)
         throw std::runtime_error("cannot write pictures to '" + UserText::shown(folder) + "': " + error.message());
 }
 
+std::vector<TimedOrder> readOrders(const PanelsimOptions& options)
+{
+    std::vector<TimedOrder> orders = options.timedOrders;
+    if (options.scriptFile.empty())
+        return orders;
+    const std::vector<TimedOrder> script = OrderScript::read(options.scriptFile);
+    orders.insert(orders.end(), script.begin(), script.end());
+    return orders;
+}
+
 void complain(const std::string& line)
 {
     std::fprintf(stderr, "panelsim: %s\n", line.c_str());
+}
+
+// Somebody has a wrong time, or the program was too quick.
+void reportPending(const std::vector<TimedOrder>& pending)
+{
+    constexpr std::size_t most = 10; // a script may have thousands
+    for (std::size_t i = 0; i < std::min(pending.size(), most); ++i)
+        std::fprintf(stderr, "panelsim: not carried out, the end came before: %s %s\n",
+                     formatSeconds(pending[i].time).c_str(),
+                     UserText::shown(formatPanelOrder(pending[i].order)).c_str());
+    if (pending.size() > most)
+        std::fprintf(stderr, "panelsim: nor were %zu later commands\n", pending.size() - most);
 }
 
 // By panel and LCD.
@@ -113,7 +138,7 @@ std::vector<std::string> finishFlash(PanelBus& bus, FlashFolder* folder)
 
 } // namespace
 
-Simulation::Simulation(const PanelsimOptions& options) : m_options(options)
+Simulation::Simulation(const PanelsimOptions& options) : m_options(options), m_orders(readOrders(options))
 {
     preparePngFolder(options.pngFolder);
     if (!options.flashFolder.empty())
@@ -150,20 +175,23 @@ void Simulation::begin(PanelBus& bus)
             bus.setFlash(panel, m_flashFolder->load(panel, BootLoader::Options{}));
     for (unsigned int panel = 0; panel < m_options.panels; ++panel)
         bus.plug(panel);
-    for (const PanelsimOptions::TimedOrder& timed : m_options.timedOrders)
+    for (const TimedOrder& timed : m_orders)
         if (timed.time.count() == 0)
             bus.execute(timed.order);
 }
 
-void Simulation::schedule(PanelBus& bus) const
+void Simulation::schedule(PanelBus& bus)
 {
-    for (const PanelsimOptions::TimedOrder& timed : m_options.timedOrders)
+    if (m_log)
+        m_log->begin();
+    for (const TimedOrder& timed : m_orders)
         if (timed.time.count() != 0)
             bus.schedule(timed.time, timed.order);
 }
 
 bool Simulation::finish(PanelBus& bus)
 {
+    reportPending(bus.takePending());
     const auto violations = bus.getViolations();
     for (const std::string& violation : violations)
         std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());

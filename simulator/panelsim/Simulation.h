@@ -7,6 +7,7 @@
 #include "simulator/panelsim/PanelsimOptions.h"
 
 #include <memory>
+#include <vector>
 
 namespace Vantor {
 
@@ -16,8 +17,8 @@ namespace Vantor {
 // Threads: one at a time. Lifetime: outlives the bus; the options outlive it.
 class Simulation {
 public:
-    // Before anything runs, so that a wrong folder costs nobody a long run: throws
-    // std::runtime_error for one that can't be made or written to.
+    // Before anything runs, so that a wrong folder or script costs nobody a long run: throws
+    // std::runtime_error for one that can't be made, written to or read.
     explicit Simulation(const PanelsimOptions& options);
 
     // Throws std::runtime_error for a log or a capture that can't be written.
@@ -27,15 +28,16 @@ public:
     // sees the bus.
     void begin(PanelBus& bus);
 
-    // The other orders, counted from now.
-    void schedule(PanelBus& bus) const;
+    // The other orders, counted from now, as the times in the log are.
+    void schedule(PanelBus& bus);
 
-    // Reports violations and upgrades, writes flash memory and pictures. False when there
+    // Reports orders that were never due, violations and upgrades, writes flash memory and pictures. False when there
     // were violations. Throws std::runtime_error when not all of it could be written.
     bool finish(PanelBus& bus);
 
 private:
     const PanelsimOptions& m_options;
+    const std::vector<TimedOrder> m_orders;     // of --at, then of the script
     std::unique_ptr<FlashFolder> m_flashFolder; // null when flash is not kept in files
     std::unique_ptr<LogFile> m_log;             // null without one
     std::unique_ptr<CaptureFile> m_capture;     // null without one

@@ -235,6 +235,10 @@ void UsbfsBus::remove(UsbfsPanel& panel)
 
 void UsbfsBus::execute(const PanelOrder& order)
 {
+    {
+        const std::lock_guard<std::mutex> lock(m_share.mutex);
+        m_rack.logOrder(order);
+    }
     if (PanelRack::plugOrUnplug(*this, order))
         return;
     const std::lock_guard<std::mutex> lock(m_share.mutex);
@@ -247,6 +251,12 @@ void UsbfsBus::schedule(std::chrono::nanoseconds delay, const PanelOrder& order)
     const std::lock_guard<std::mutex> lock(m_share.mutex);
     m_rack.schedule(delay, order);
     m_share.deadlineMoved.notify_one();
+}
+
+std::vector<TimedOrder> UsbfsBus::takePending()
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    return m_rack.takePending();
 }
 
 bool UsbfsBus::visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor)

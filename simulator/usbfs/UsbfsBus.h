@@ -44,6 +44,7 @@ public:
     void unplug(unsigned int panel) override;
     void execute(const PanelOrder& order) override;
     void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) override;
+    std::vector<TimedOrder> takePending() override;
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override;
     std::vector<std::string> getViolations() const override;
 

@@ -50,6 +50,7 @@ void UsbIpBus::remove(UsbIpConnection& panel)
 
 void UsbIpBus::execute(const PanelOrder& order)
 {
+    m_rack.logOrder(order);
     if (!PanelRack::plugOrUnplug(*this, order))
         m_rack.execute(order);
 }

@@ -32,6 +32,7 @@ public:
     void unplug(unsigned int panel) override;
     void execute(const PanelOrder& order) override;
     void schedule(std::chrono::nanoseconds delay, const PanelOrder& order) override { m_rack.schedule(delay, order); }
+    std::vector<TimedOrder> takePending() override { return m_rack.takePending(); }
     bool visit(unsigned int panel, const std::function<void(PanelModel&)>& visitor) override
     {
         return m_rack.visit(panel, visitor);

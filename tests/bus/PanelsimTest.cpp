@@ -484,13 +484,139 @@ TEST_F(Panelsim, timedCommands_happenInTheirTime)
     }
     EXPECT_EQ(lines, (std::vector<std::string>{
                          " panel 0: plug, port 1, device 2",
+                         " order: unplug 0",
                          " panel 0: unplug",
+                         " order: plug 0",
                          " panel 0: plug, port 1, device 3",
+                         " order: fault 0 out stall sticky",
                          " panel 0: fault out stall sticky",
+                         " order: emit 0 type=12 hex=0a count=2 every=50",
                          " panel 0: emit type 12, 1 byte",
                          " panel 0: emit type 12, 1 byte",
+                         " order: unplug 4",
                          " panel 4: is not plugged",
                      }));
+}
+
+// What has happened before is at 0, as it will be when the log is a script.
+TEST_F(Panelsim, timesInTheLog_countFromTheStartOfTheProgram)
+{
+    const Result result =
+        run({"run", "--log", fileName("log"), "--at", "0", "fault out stall", "--at", "1s", "unplug 4", "--", "sh",
+             "-c", "until grep -q 'panel 4' " + fileName("log") + "; do sleep 0.05; done"});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    const std::string log = contentOf(fileName("log"));
+    EXPECT_EQ(log.rfind("    0.000000 panel 0: plug, port 1, device 2\n"
+                        "    0.000000 order: fault 0 out stall once\n"
+                        "    0.000000 panel 0: fault out stall once\n",
+                        0),
+              0U)
+        << log;
+    const std::size_t end = log.find(" order: unplug 4\n");
+    ASSERT_NE(end, std::string::npos) << log;
+    const double time = std::stod(log.substr(log.rfind('\n', end) + 1));
+    EXPECT_GE(time, 1.0);
+    EXPECT_LT(time, 6.0);
+}
+
+TEST_F(Panelsim, commandsAfterTheEnd_areTold)
+{
+    const Result result = run({"run", "--at", "5000ms", "unplug 1", "--at", "1000s", "emit 0 type=5 hex=0A", "--at",
+                               "0", "plug 1", "--", "sh", "-c", "exit 3"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.output, "panelsim: not carried out, the end came before: 5s unplug 1\n"
+                             "panelsim: not carried out, the end came before: 1000s emit 0 type=5 hex=0a\n");
+
+    std::vector<std::string> many = {"attach", "--panels", "0", "--vhci", makeController()};
+    for (int i = 0; i < 13; ++i)
+        many.insert(many.end(), {"--at", "1000s", "unplug 2"});
+    const Result attached = run(many, "quit\n");
+    EXPECT_EQ(attached.exitCode, 0);
+    std::string expected;
+    for (int i = 0; i < 10; ++i)
+        expected += "panelsim: not carried out, the end came before: 1000s unplug 2\n";
+    EXPECT_EQ(attached.output, expected + "panelsim: nor were 3 later commands\n");
+}
+
+TEST_F(Panelsim, script_isCarriedOutBesideTheOtherCommands)
+{
+    std::ofstream(fileName("script")) << "# faults first\n0 fault in stall\n200ms unplug 4\n+100ms unplug 5\n";
+    const std::vector<std::string> arguments = {"run",
+                                                "--script",
+                                                fileName("script"),
+                                                "--at",
+                                                "250ms",
+                                                "unplug 3",
+                                                "--",
+                                                "sh",
+                                                "-c",
+                                                "until grep -q 'panel 5' " + fileName("output") +
+                                                    "; do sleep 0.05; done"};
+    EXPECT_EQ(run(arguments).output, "panelsim: panel 4: is not plugged\n"
+                                     "panelsim: panel 3: is not plugged\n"
+                                     "panelsim: panel 5: is not plugged\n");
+    std::ofstream(fileName("script")) << "0 unplug 4\n200ms unplug 5\n";
+    start({"attach", "--panels", "0", "--script", fileName("script"), "--vhci", makeController()});
+    awaitOutput("panelsim: panel 4: is not plugged\npanelsim: panel 5: is not plugged\n");
+    send(SIGINT);
+    EXPECT_EQ(finish().exitCode, 0);
+}
+
+// A line of a log: its time and the rest.
+struct LogLine {
+    double time;
+    std::string text;
+};
+
+std::vector<LogLine> parseLog(const std::string& log)
+{
+    std::vector<LogLine> lines;
+    std::istringstream stream(log);
+    LogLine line{};
+    while (stream >> line.time && std::getline(stream, line.text))
+        lines.push_back(line);
+    return lines;
+}
+
+TEST_F(Panelsim, logAsScript_givesTheSameRun)
+{
+    std::ofstream(fileName("script")) << "200ms unplug 1\n500ms plug 1\n600ms emit type=12 hex=0a count=3 every=10\n";
+    const std::string program = MORVANE_RAW_CLIENT " 0d00010000000000050200a1b2; "
+                                                   "until [ $(grep -c 'emit type' $0) = 3 ]; do sleep 0.05; done";
+    run({"run", "--panels", "2", "--log", fileName("log"), "--at", "0", "fault 1 in short=3", "--at", "400ms",
+         "unplug 9", "--script", fileName("script"), "--", "sh", "-c", program, fileName("log")});
+    const Result again = run({"run", "--panels", "2", "--log", fileName("again"), "--script", fileName("log"), "--",
+                              "sh", "-c", program, fileName("again")});
+    EXPECT_EQ(again.exitCode, 0);
+    EXPECT_EQ(again.output, "panelsim: panel 9: is not plugged\n");
+
+    const auto first = parseLog(contentOf(fileName("log")));
+    const auto second = parseLog(contentOf(fileName("again")));
+    ASSERT_EQ(first.size(), second.size()) << contentOf(fileName("log")) << contentOf(fileName("again"));
+    int orders = 0;
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        EXPECT_EQ(first[i].text, second[i].text);
+        if (first[i].text.rfind(" order: ", 0) != 0)
+            continue;
+        ++orders;
+        EXPECT_GE(second[i].time, first[i].time);
+        EXPECT_LT(second[i].time, first[i].time + 5.0);
+    }
+    EXPECT_EQ(orders, 5);
+    EXPECT_EQ(second.at(2).time, 0) << "it had happened before the program started";
+}
+
+TEST_F(Panelsim, wrongScript_is125BeforeTheProgramRuns)
+{
+    std::ofstream(fileName("script")) << "2s unplug 1\n2s unplugg 1\n";
+    const Result wrong = run({"run", "--script", fileName("script"), "--", "echo", "ran"});
+    EXPECT_EQ(wrong.exitCode, 125);
+    EXPECT_EQ(wrong.output,
+              "panelsim: " + fileName("script") + ":2: expected plug, unplug, fault or emit, found \"unplugg\"\n");
+    const Result missing = run({"attach", "--script", fileName("none"), "--vhci", makeController()});
+    EXPECT_EQ(missing.exitCode, 125);
+    EXPECT_EQ(missing.output,
+              "panelsim: cannot read the script '" + fileName("none") + "': No such file or directory\n");
 }
 
 TEST_F(Panelsim, signals_goOnToTheProgram)

@@ -62,6 +62,7 @@ public:
     void unplug(unsigned int panel) override { calls.push_back("unplug " + std::to_string(panel)); }
     void execute(const PanelOrder& /*order*/) override { calls.emplace_back("execute"); }
     void schedule(std::chrono::nanoseconds /*delay*/, const PanelOrder& /*order*/) override {}
+    std::vector<TimedOrder> takePending() override { return {}; }
     bool visit(unsigned int /*panel*/, const std::function<void(PanelModel&)>& /*visitor*/) override { return false; }
     std::vector<std::string> getViolations() const override { return {}; }
 
@@ -256,6 +257,36 @@ TEST_F(PanelRackTest, orders_comeInTheirOrderAtTheirTime)
     EXPECT_EQ(takeDue(99ns), 3);
     EXPECT_EQ(takeDue(99ns), -1);
     EXPECT_FALSE(m_rack.getNextTime());
+}
+
+TEST_F(PanelRackTest, pendingOrders_areTakenWithTheirDelaysAndComeNoMore)
+{
+    plug(0);
+    m_now = 7ms;
+    schedule(20ms, "unplug");
+    schedule(10ms, "fault clear");
+    schedule(1ms, "emit type=5 size=1 count=3 every=10");
+    schedule(20ms, "plug");
+    runUntil(8ms); // one packet is out, the others come by themselves
+    const auto pending = m_rack.takePending();
+    ASSERT_EQ(pending.size(), 3U);
+    EXPECT_EQ(formatPanelOrder(pending[0].order), "fault 0 clear");
+    EXPECT_EQ(pending[0].time, 10ms);
+    EXPECT_EQ(formatPanelOrder(pending[1].order), "unplug 0");
+    EXPECT_EQ(formatPanelOrder(pending[2].order), "plug 0");
+    EXPECT_EQ(pending[2].time, 20ms);
+    EXPECT_FALSE(m_rack.getNextTime());
+    EXPECT_TRUE(m_rack.takePending().empty());
+}
+
+TEST_F(PanelRackTest, logOrder_isTheWholeOrderButNotTheRestOfAnEmission)
+{
+    m_rack.logOrder(parse("emit type=5 hex=0a0b count=3 every=0.5"));
+    m_rack.logOrder(parse("unplug"));
+    EmitOrder rest;
+    rest.isBegun = true;
+    m_rack.logOrder(rest);
+    EXPECT_THAT(m_log, ElementsAre("order: emit 0 type=5 hex=0a0b count=3 every=0.5", "order: unplug 0"));
 }
 
 TEST_F(PanelRackTest, plugAndUnplug_areTheBusesAffair)

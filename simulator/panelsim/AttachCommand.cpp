@@ -1,6 +1,5 @@
 #include "simulator/panelsim/AttachCommand.h"
 
-#include "simulator/bus/UserText.h"
 #include "simulator/panelsim/LineInput.h"
 #include "simulator/panelsim/OrderLine.h"
 #include "simulator/panelsim/Simulation.h"
@@ -10,7 +9,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <exception>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -67,31 +65,20 @@ UsbIpBus::Options usbIpOptions(Simulation& session)
     return bus;
 }
 
-void refuse(const std::string& line, const std::string& error)
+bool isQuit(const std::string& line)
 {
-    std::fprintf(stderr, "panelsim: '%s': %s\n", UserText::shown(line).c_str(), error.c_str());
-}
-
-void execute(UsbIpBus& bus, const std::string& line)
-{
-    const ParsedOrder parsed = OrderLine::parse(line);
-    if (!parsed.order)
-        return refuse(line, parsed.error);
-    try {
-        bus.execute(*parsed.order);
-    } catch (const std::exception& error) {
-        refuse(line, error.what());
-    }
+    return OrderLine::contentOf(line) == "quit";
 }
 
 // False for the word that ends it all.
 bool takeLine(UsbIpBus& bus, const std::string& line)
 {
-    const std::string text(OrderLine::contentOf(line));
-    if (text == "quit")
+    if (isQuit(line))
         return false;
-    if (!text.empty())
-        execute(bus, text);
+    const std::string text(OrderLine::contentOf(line));
+    const std::string refusal = text.empty() ? "" : Simulation::carryOut(bus, text);
+    if (!refusal.empty())
+        std::fprintf(stderr, "panelsim: %s\n", refusal.c_str());
     return true;
 }
 
@@ -106,14 +93,19 @@ bool takeLines(UsbIpBus& bus, LineInput& input)
 // Until a signal, or somebody at the terminal, or a line says so. Where the input is no
 // terminal its end only means that no more commands come; the same goes for a terminal at
 // which somebody types for another program, this one being in the background.
-void serveUntilTheEnd(UsbIpBus& bus, const EndSignals& signals)
+void serveUntilTheEnd(UsbIpBus& bus, const EndSignals& signals, ControlSocket* control, const bool& isToldToQuit)
 {
     LineInput input(STDIN_FILENO);
     const bool isTerminal = isatty(STDIN_FILENO) != 0;
     bool goesOn = true;
-    while (goesOn) {
+    while (goesOn && !isToldToQuit) {
         std::vector<pollfd> others{{signals.getDescriptor(), POLLIN, 0}, {input.getDescriptor(), POLLIN, 0}};
+        const std::size_t ownOthers = others.size();
+        if (control != nullptr)
+            control->addDescriptors(others);
         bus.serve(others);
+        if (control != nullptr)
+            control->serve(others.data() + ownOthers);
         if (others[1].revents != 0)
             input.read();
         goesOn = takeLines(bus, input) && others[0].revents == 0 && !(isTerminal && input.hasEnded());
@@ -132,9 +124,14 @@ int attachPanels(const PanelsimOptions& options)
     std::signal(SIGPIPE, SIG_IGN);
     VhciPorts ports(options.vhciFolder);
     UsbIpBus bus(usbIpOptions(session), ports);
+    bool isToldToQuit = false;
+    const auto control = session.openControl([&bus, &isToldToQuit](const std::string& line) {
+        isToldToQuit = isToldToQuit || isQuit(line);
+        return isQuit(line) ? "" : Simulation::answer(bus, line);
+    });
     session.begin(bus);
     session.schedule(bus);
-    serveUntilTheEnd(bus, signals);
+    serveUntilTheEnd(bus, signals, control.get(), isToldToQuit);
     bus.unplugAll();
     return session.finish(bus) ? 0 : PanelsimExit::violation;
 }

@@ -2,6 +2,7 @@
 #include "simulator/panelsim/AttachCommand.h"
 #include "simulator/panelsim/PanelsimOptions.h"
 #include "simulator/panelsim/RunCommand.h"
+#include "simulator/panelsim/TellCommand.h"
 
 #include <cstdio>
 #include <exception>
@@ -14,10 +15,16 @@ int main(int argc, char** argv)
     if (!arguments.run)
         return arguments.exitCode;
     try {
-        const bool isRun = arguments.options.subcommand == PanelsimOptions::Subcommand::Run;
-        return isRun ? runProgram(arguments.options) : attachPanels(arguments.options);
+        switch (arguments.options.subcommand) {
+        case PanelsimOptions::Subcommand::Run:
+            return runProgram(arguments.options);
+        case PanelsimOptions::Subcommand::Attach:
+            return attachPanels(arguments.options);
+        case PanelsimOptions::Subcommand::Tell:
+            return tellSimulation(arguments.options);
+        }
     } catch (const std::exception& error) {
         std::fprintf(stderr, "panelsim: %s\n", error.what());
-        return PanelsimExit::failure;
     }
+    return PanelsimExit::failure;
 }

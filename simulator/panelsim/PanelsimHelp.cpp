@@ -45,6 +45,29 @@ happened to panels don't. So a run can be had again, with the other options as t
 
 )";
 
+constexpr char control[] =
+    R"('panelsim tell' gives commands to a simulation that is running, through a socket that its user alone
+can write to: --control PATH, or one that it finds by itself.
+
+)";
+
+constexpr char tellFooter[] =
+    R"(COMMAND is what --at of 'run' and 'attach' takes, their --help has it all: 'unplug 1', 'fault in stall'.
+Of 'attach' it can also be 'quit'. Several are carried out one after the other, each to its end, and so
+are the lines of standard input, where '#' begins a remark.
+
+The simulation is that of --to; or that of $PANELSIM_CONTROL, in which the PROGRAM of 'panelsim run' finds
+its own; or the only one of this user that runs. Their sockets are in $XDG_RUNTIME_DIR/panelsim,
+/run/user/UID/panelsim or /tmp/panelsim-UID, the first of these that can be.
+
+What could not be carried out is told on standard error, and the next one tried. Exit code:
+  0    all was carried out
+  1    a command could not be carried out
+  125  wrong usage, no simulation to tell, or no answer from it in 30 s
+
+Example: a cable that comes loose
+  panelsim tell 'unplug 1'; sleep 2; panelsim tell 'plug 1')";
+
 constexpr char runBeginning[] =
     R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
 TIME is 250ms, 2s or 1.5s; a plain number is seconds. What happens at 0 has happened before
@@ -60,6 +83,8 @@ Exit code: that of PROGRAM, or 128+N when signal N ended it;
   125  wrong usage, or panelsim itself failed
   126  PROGRAM cannot be executed
   127  PROGRAM was not found
+
+PROGRAM finds the name of the socket for 'panelsim tell' in $PANELSIM_CONTROL.
 
 SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later. Ctrl-C in a terminal
 reaches PROGRAM by itself: how it takes that is up to it.
@@ -83,7 +108,7 @@ also taken from standard input, one a line, where '#' begins a remark and 'quit'
 constexpr char attachEnd[] =
     R"(The lines of --log begin with the seconds since the panels were attached.
 
-The end is 'quit', the end of a terminal's input, SIGINT, SIGTERM or SIGHUP; the panels are unplugged then.
+The end is 'quit', told or read, the end of a terminal's input, SIGINT, SIGTERM or SIGHUP; the panels are unplugged then.
 
 Exit code:
   0    all went well
@@ -97,12 +122,18 @@ Example: a panel that is pulled after 20 s and comes back, for any program on th
 
 std::string PanelsimHelp::getRunFooter()
 {
-    return std::string(runBeginning) + explainPanelOrders() + "\n" + script + firmware + pictures + capture + runEnd;
+    return std::string(runBeginning) + explainPanelOrders() + "\n" + script + control + firmware + pictures + capture +
+           runEnd;
+}
+
+std::string PanelsimHelp::getTellFooter()
+{
+    return tellFooter;
 }
 
 std::string PanelsimHelp::getAttachFooter()
 {
-    return std::string(attachBeginning) + explainPanelOrders() + "\n" + script + firmware + pictures + capture +
+    return std::string(attachBeginning) + explainPanelOrders() + "\n" + script + control + firmware + pictures + capture +
            attachEnd;
 }
 

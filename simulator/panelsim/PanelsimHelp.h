@@ -8,6 +8,7 @@ namespace Vantor {
 namespace PanelsimHelp {
 std::string getRunFooter();
 std::string getAttachFooter();
+std::string getTellFooter();
 } // namespace PanelsimHelp
 
 } // namespace Vantor

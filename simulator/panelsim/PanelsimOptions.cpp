@@ -138,7 +138,7 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error)
     if (extras.empty())
         return error.what();
     if (app.get_subcommands().empty() && !isOption(extras.front()))
-        return "'" + extras.front() + "' is no subcommand: there are run and attach";
+        return "'" + extras.front() + "' is no subcommand: there are run, attach and tell";
     // The value of a mistyped option passes for the program, and the program for too much.
     const auto option = std::find_if(extras.begin(), extras.end(), isOption);
     return "'" + (option != extras.end() ? *option : extras.front()) + "' was not expected";
@@ -191,6 +191,10 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
                     "Write all that crosses the links, as a capture that Wireshark and tshark open")
         ->type_name("FILE")
         ->check(refuseNoFile, "");
+        .add_option("--control", options.controlPath,
+                    "Take commands of 'panelsim tell' at a socket of this name, not of one of its own")
+        ->type_name("PATH")
+        ->check(refuseEmpty, "");
     command.add_option("--lcd", raw.lcds, "Size of LCD L in pixels; may be repeated")
         ->type_name("L=WxH")
         ->allow_extra_args(false);
@@ -248,6 +252,42 @@ void addAttach(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
     attach->final_callback([&options] { options.subcommand = PanelsimOptions::Subcommand::Attach; });
 }
 
+void addTell(CLI::App& app, PanelsimOptions& options)
+{
+    CLI::App* const tell = app.add_subcommand("tell", "Give COMMANDs to a simulation that is running");
+    tell->add_option("--to", options.controlPath, "The simulation's control socket, when there are several")
+        ->type_name("PATH")
+        ->check(refuseEmpty, "");
+    CLI::Option* const list =
+        tell->add_flag("--list", options.list, "Print the simulations that are running: socket, process, command line");
+    tell->add_option("COMMAND", options.commands, "Each in quotes; - reads lines from standard input")->excludes(list);
+    tell->footer(PanelsimHelp::getTellFooter());
+    tell->final_callback([&options] { options.subcommand = PanelsimOptions::Subcommand::Tell; });
+}
+
+// Before the first is told: of several words, for want of quotes, one may be a command.
+void checkCommands(PanelsimOptions& options)
+{
+    std::vector<std::string>& commands = options.commands;
+    if (commands.empty() && !options.list)
+        throw CLI::RequiredError("COMMAND");
+    if (commands == std::vector<std::string>{"-"}) {
+        options.fromInput = true;
+        commands.clear();
+    }
+    std::string all;
+    for (const std::string& command : commands)
+        all += (all.empty() ? "" : " ") + command;
+    for (const std::string& command : commands) {
+        const std::string error = command == "quit" ? "" : OrderLine::parse(command).error;
+        if (error.empty())
+            continue;
+        if (commands.size() > 1 && OrderLine::parse(all).order)
+            throw CLI::ValidationError("tell", "quote COMMAND: '" + UserText::shown(all) + "'");
+        throw CLI::ValidationError("'" + command + "'", error);
+    }
+}
+
 } // namespace
 
 PanelsimArguments parsePanelsimArguments(int argc, char** argv)
@@ -262,6 +302,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     app.require_subcommand(1);
     addRun(app, options, raw);
     addAttach(app, options, raw);
+    addTell(app, options);
     try {
         refuseUnquotedOrders(argc, argv);
         app.parse(argc, argv);
@@ -269,6 +310,8 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
             options.timedOrders.push_back(parseTimedOrder(text));
         options.lcdSizes = parseLcdSizes(raw.lcds);
         options.chunkTime = parseChunkTime(raw.chunkTime);
+        if (options.subcommand == PanelsimOptions::Subcommand::Tell)
+            checkCommands(options);
     } catch (const CLI::ParseError& error) {
         arguments.exitCode = answer(app, error, argc, argv);
         return arguments;

@@ -15,6 +15,7 @@ namespace Vantor {
 
 // Exit codes of panelsim, beside those of the program that it runs.
 namespace PanelsimExit {
+constexpr int refused = 1;     // a command that was told could not be carried out
 constexpr int violation = 120; // all went well but that a panel saw a violation of the wire
 constexpr int failure = 125;   // wrong usage, or panelsim itself failed
 constexpr int notExecutable = 126;
@@ -27,6 +28,7 @@ struct PanelsimOptions {
     enum class Subcommand {
         Run,    // a program on a virtual bus
         Attach, // panels to the kernel's own bus
+        Tell,   // commands to one of these two
     };
 
     Subcommand subcommand = Subcommand::Run;
@@ -43,12 +45,19 @@ struct PanelsimOptions {
     std::vector<TimedOrder> timedOrders;
     std::string scriptFile; // more of them; empty: none
 
+    std::string controlPath; // its socket, of Tell the other's; empty: by itself
+
     // Of Run.
     bool scatterGather = true;
     std::vector<std::string> program;
 
     // Of Attach.
     std::string vhciFolder = VhciPorts::defaultFolder;
+
+    // Of Tell.
+    bool list = false;
+    bool fromInput = false;
+    std::vector<std::string> commands;
 };
 
 struct PanelsimArguments {

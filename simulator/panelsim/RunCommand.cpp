@@ -1,6 +1,8 @@
 #include "simulator/panelsim/RunCommand.h"
 
 #include "simulator/bus/UserText.h"
+#include "simulator/panelsim/ControlPath.h"
+#include "simulator/panelsim/ControlThread.h"
 #include "simulator/panelsim/Simulation.h"
 #include "simulator/usbfs/ClientProcess.h"
 #include "simulator/usbfs/UsbfsBus.h"
@@ -10,7 +12,10 @@
 #include <csignal>
 #include <cstdio>
 #include <ctime>
+#include <optional>
+#include <string>
 #include <system_error>
+#include <vector>
 
 namespace Vantor {
 
@@ -72,6 +77,18 @@ UsbfsBus::Options usbfsOptions(const PanelsimOptions& options, Simulation& sessi
     return bus;
 }
 
+// With the way to its own simulation, and not to another one around it.
+std::vector<std::string> environmentOf(const ControlSocket* control)
+{
+    const std::string beginning = std::string(ControlPath::variable) + "=";
+    std::vector<std::string> environment = UsbfsBus::getClientEnvironment();
+    const auto isAnother = [&beginning](const std::string& text) { return text.rfind(beginning, 0) == 0; };
+    environment.erase(std::remove_if(environment.begin(), environment.end(), isAnother), environment.end());
+    if (control != nullptr)
+        environment.push_back(beginning + control->getPath());
+    return environment;
+}
+
 } // namespace
 
 int runProgram(const PanelsimOptions& options)
@@ -84,10 +101,14 @@ int runProgram(const PanelsimOptions& options)
     pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
 
     UsbfsBus bus(usbfsOptions(options, session));
+    const auto control = session.openControl([&bus](const std::string& line) { return Simulation::answer(bus, line); });
     session.begin(bus);
+    std::optional<ControlThread> controlThread;
+    if (control)
+        controlThread.emplace(*control);
     int exitCode = 0;
     try {
-        ClientProcess program(options.program, UsbfsBus::getClientEnvironment(), originalMask);
+        ClientProcess program(options.program, environmentOf(control.get()), originalMask);
         session.schedule(bus);
         attend(program);
         exitCode = program.getExitCode();
@@ -97,6 +118,8 @@ int runProgram(const PanelsimOptions& options)
         return error.code() == std::errc::no_such_file_or_directory ? PanelsimExit::notFound
                                                                     : PanelsimExit::notExecutable;
     }
+    bus.letGoOfClient();
+    controlThread.reset();
     return session.finish(bus) ? exitCode : PanelsimExit::violation;
 }
 

@@ -2,7 +2,9 @@
 
 #include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
+#include "simulator/panelsim/ControlPath.h"
 #include "simulator/panelsim/FlashReport.h"
+#include "simulator/panelsim/OrderLine.h"
 #include "simulator/panelsim/OrderScript.h"
 #include "simulator/panelsim/PngWriter.h"
 #include "simulator/panelsim/ScreenText.h"
@@ -51,6 +53,30 @@ void complain(const std::string& line)
 {
     std::fprintf(stderr, "panelsim: %s\n", line.c_str());
 }
+
+// Hears on its thread, as long as it lives, what a bus complains of, in place of everybody.
+class Asker {
+public:
+    Asker() { s_current = this; }
+    ~Asker() { s_current = nullptr; }
+    Asker(const Asker&) = delete;
+    Asker& operator=(const Asker&) = delete;
+
+    static Asker* getCurrent() { return s_current; }
+
+    void hear(const std::string& line)
+    {
+        if (!line.empty())
+            m_heard += (m_heard.empty() ? "" : "; ") + line;
+    }
+    const std::string& getHeard() const { return m_heard; }
+
+private:
+    static thread_local Asker* s_current;
+    std::string m_heard;
+};
+
+thread_local Asker* Asker::s_current = nullptr;
 
 // Somebody has a wrong time, or the program was too quick.
 void reportPending(const std::vector<TimedOrder>& pending)
@@ -164,8 +190,13 @@ void Simulation::setUp(PanelBus::Options& bus)
         m_capture = std::make_unique<CaptureFile>(m_options.captureFile, complain);
         bus.record = [this](CapturedUrb urb) { m_capture->write(std::move(urb)); };
     }
-    if (m_options.logFile != "-") // which has the line already
-        bus.complain = complain;
+    const bool isInTheLog = m_options.logFile == "-"; // which is standard error, too
+    bus.complain = [isInTheLog](const std::string& line) {
+        if (Asker* const asker = Asker::getCurrent())
+            asker->hear(line);
+        else if (!isInTheLog)
+            complain(line);
+    };
 }
 
 void Simulation::begin(PanelBus& bus)
@@ -187,6 +218,42 @@ void Simulation::schedule(PanelBus& bus)
     for (const TimedOrder& timed : m_orders)
         if (timed.time.count() != 0)
             bus.schedule(timed.time, timed.order);
+}
+
+std::string Simulation::carryOut(PanelBus& bus, const std::string& line)
+{
+    const ParsedOrder parsed = OrderLine::parse(line);
+    const auto refuse = [&line](const std::string& why) { return "'" + UserText::shown(line) + "': " + why; };
+    if (!parsed.order)
+        return refuse(parsed.error);
+    try {
+        bus.execute(*parsed.order);
+    } catch (const std::exception& error) {
+        return refuse(error.what());
+    }
+    return {};
+}
+
+std::string Simulation::answer(PanelBus& bus, const std::string& line)
+{
+    const std::string text(OrderLine::contentOf(line));
+    if (text.empty())
+        return {};
+    Asker asker;
+    asker.hear(carryOut(bus, text));
+    return asker.getHeard();
+}
+
+std::unique_ptr<ControlSocket> Simulation::openControl(const ControlConnection::Execute& execute) const
+{
+    if (!m_options.controlPath.empty())
+        return std::make_unique<ControlSocket>(m_options.controlPath, execute);
+    try {
+        return std::make_unique<ControlSocket>(ControlPath::make(ControlPath::folder()), execute);
+    } catch (const std::runtime_error& error) {
+        complain("without a control socket: " + std::string(error.what()));
+        return nullptr;
+    }
 }
 
 bool Simulation::finish(PanelBus& bus)

@@ -2,11 +2,13 @@
 
 #include "simulator/bus/PanelBus.h"
 #include "simulator/panelsim/CaptureFile.h"
+#include "simulator/panelsim/ControlSocket.h"
 #include "simulator/panelsim/FlashFolder.h"
 #include "simulator/panelsim/LogFile.h"
 #include "simulator/panelsim/PanelsimOptions.h"
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace Vantor {
@@ -30,6 +32,17 @@ public:
 
     // The other orders, counted from now, as the times in the log are.
     void schedule(PanelBus& bus);
+
+    // Carries out a line of the command language: why not, and empty when it could be. What the
+    // bus complains of goes where that always goes.
+    static std::string carryOut(PanelBus& bus, const std::string& line);
+
+    // The same with what the bus complains of, which goes nowhere else but to the log.
+    static std::string answer(PanelBus& bus, const std::string& line);
+
+    // For commands of `panelsim tell`. Null, after a complaint, when there can be no socket and
+    // nobody has asked for one; throws std::runtime_error when somebody has.
+    std::unique_ptr<ControlSocket> openControl(const ControlConnection::Execute& execute) const;
 
     // Reports orders that were never due, violations and upgrades, writes flash memory and pictures. False when there
     // were violations. Throws std::runtime_error when not all of it could be written.

@@ -164,7 +164,7 @@ void UsbfsBus::forgetOld()
     }
 }
 
-// Waits until the client can be told of one more thing; false at the end of the bus. With
+// Waits until the client can be told of one more thing; false at its end, or the bus's. With
 // m_hotplugMutex, without m_share.mutex.
 bool UsbfsBus::awaitListeners(unsigned int panel)
 {
@@ -172,7 +172,7 @@ bool UsbfsBus::awaitListeners(unsigned int panel)
     bool isLogged = false;
     while (!m_listeners.awaitRoom(pass)) {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
-        if (m_ending)
+        if (m_ending || m_isClientLetGo)
             return false;
         if (!std::exchange(isLogged, true))
             m_rack.log(panel, "waits until the program has read what it was told of earlier");
@@ -180,6 +180,12 @@ bool UsbfsBus::awaitListeners(unsigned int panel)
         m_rack.settle();
     }
     return true;
+}
+
+void UsbfsBus::letGoOfClient()
+{
+    const std::lock_guard<std::mutex> lock(m_share.mutex);
+    m_isClientLetGo = true;
 }
 
 void UsbfsBus::setFlash(unsigned int panel, BootLoader::Flash flash)

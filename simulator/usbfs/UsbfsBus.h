@@ -39,6 +39,10 @@ public:
     // Environment for the client, this process's own included: NAME=VALUE.
     static std::vector<std::string> getClientEnvironment();
 
+    // The client has ended: plugging and unplugging wait for nobody any more, such as a child
+    // of the client's that is stopped.
+    void letGoOfClient();
+
     void setFlash(unsigned int panel, BootLoader::Flash flash) override;
     void plug(unsigned int panel) override;
     void unplug(unsigned int panel) override;
@@ -74,6 +78,7 @@ private:
     PanelRack m_rack;
     std::vector<std::unique_ptr<UsbfsPanel>> m_panels;
     bool m_ending = false;
+    bool m_isClientLetGo = false;
 
     // Under m_hotplugMutex.
     unsigned int m_lastDevice = 1; // number 1 is the root hub's

@@ -30,5 +30,13 @@ check 'list: as on the virtual bus' diff /tmp/expected.log /tmp/list.log
 as member 'panelctl info' > /tmp/info.log 2>&1
 check 'info: what the panel says of itself' grep -q '^uid  *0101$' /tmp/info.log
 check '... and its packet limit' grep -q '^packet limit  *8192 bytes' /tmp/info.log
+
+check 'a command at the control socket is carried out' panelsim tell unplug
+check '... and the panel leaves' await noNode
+check '... one that cannot be is refused' exits 1 root 'panelsim tell unplug 2> /tmp/tell.log'
+check '... with the reason' has '^panelsim: panel 0: is not plugged$' /tmp/tell.log
+socket=$(panelsim tell --list | cut -d ' ' -f 1)
+check '... and nobody else can give one' exits 125 stranger "panelsim tell --to $socket plug 2> /tmp/stranger.log"
+check '... with the reason' has 'Permission denied$' /tmp/stranger.log
 check 'the simulated panel saw no violation' detach
 check 'no node is left' await noNode

@@ -44,7 +44,7 @@ TEST(PanelsimOptions, wrongUsage_isRefusedAndSaysWhy)
     EXPECT_NE(refusalOf({"run", "--at", "1s", "plug 31", "--", "true"}), "");
     for (const char* const option : {"--seed", "--max-packet", "--panels"})
         EXPECT_THAT(refusalOf({"run", option, "-1", "--", "true"}), HasSubstr("expected a number from 0, found '-1'"));
-    for (const char* const option : {"--png", "--log", "--flash-dir", "--record"})
+    for (const char* const option : {"--png", "--log", "--flash-dir", "--record", "--script", "--control"})
         EXPECT_THAT(refusalOf({"run", option, "", "--", "true"}), HasSubstr("needs a name"));
     EXPECT_THAT(refusalOf({"run", "--record", "-", "--", "true"}), HasSubstr("needs the name of a file"));
     EXPECT_NE(refusalOf({"attach", "--panels", "32"}), "");
@@ -57,7 +57,7 @@ TEST(PanelsimOptions, wrongUsage_namesTheWord)
     const std::string hint = "\nRun with --help for more information.\n";
     EXPECT_EQ(refusalOf({}), "panelsim: A subcommand is required" + hint);
     EXPECT_EQ(refusalOf({"bogus", "--panels", "2"}),
-              "panelsim: 'bogus' is no subcommand: there are run and attach" + hint);
+              "panelsim: 'bogus' is no subcommand: there are run, attach and tell" + hint);
     EXPECT_EQ(refusalOf({"--bogus"}), "panelsim: '--bogus' was not expected" + hint);
     EXPECT_EQ(refusalOf({"run", "--bogus", "--", "true"}), "panelsim: '--bogus' was not expected" + hint);
     EXPECT_EQ(refusalOf({"run", "--panel", "2", "--", "true"}), "panelsim: '--panel' was not expected" + hint);
@@ -106,6 +106,40 @@ TEST(PanelsimOptions, helpAndVersion_areAnswered)
     const Parsed attachHelp = parse({"attach", "--help"});
     EXPECT_EQ(attachHelp.exitCode, 0);
     EXPECT_THAT(attachHelp.output, HasSubstr("modprobe vhci-hcd"));
+    for (const Parsed& either : {help, attachHelp})
+        for (const char* const text : {"--script FILE", "+0.5s  plug 1", "--control PATH"})
+            EXPECT_THAT(either.output, HasSubstr(text));
+    EXPECT_THAT(parse({"tell", "--help"}).output, HasSubstr("$PANELSIM_CONTROL"));
+}
+
+TEST(PanelsimOptions, tell_takesCommandsOrInput)
+{
+    const PanelsimOptions options = parse({"tell", "--to", "/run/x", "unplug 1", "fault in stall", "quit"}).options;
+    EXPECT_EQ(options.subcommand, PanelsimOptions::Subcommand::Tell);
+    EXPECT_EQ(options.controlPath, "/run/x");
+    EXPECT_THAT(options.commands, ElementsAre("unplug 1", "fault in stall", "quit"));
+    EXPECT_FALSE(options.fromInput);
+    EXPECT_TRUE(parse({"tell", "-"}).options.fromInput);
+    EXPECT_TRUE(parse({"tell", "--list"}).options.list);
+}
+
+// A part of what was meant must not be told.
+TEST(PanelsimOptions, wrongCommandToTell_isRefusedBeforeAnyIsTold)
+{
+    const std::string hint = "\nRun with --help for more information.\n";
+    EXPECT_EQ(refusalOf({"tell"}), "panelsim: COMMAND is required" + hint);
+    EXPECT_EQ(refusalOf({"tell", "--list", "unplug"}), "panelsim: --list excludes COMMAND" + hint);
+    EXPECT_EQ(refusalOf({"tell", "plug", "explode"}),
+              "panelsim: 'explode': expected plug, unplug, fault or emit, found \"explode\"" + hint);
+    EXPECT_EQ(refusalOf({"tell", "unplug 31"}), "panelsim: 'unplug 31': panels are numbered 0 to 30" + hint);
+    EXPECT_EQ(refusalOf({"tell", "plug\nunplug"}),
+              "panelsim: 'plug?unplug': expected a panel's number or the end, found \"unplug\"" + hint);
+    EXPECT_EQ(refusalOf({"tell", "unplug", "1"}), "panelsim: tell: quote COMMAND: 'unplug 1'" + hint);
+    EXPECT_EQ(refusalOf({"tell", "fault", "1", "boot", "unplug"}),
+              "panelsim: tell: quote COMMAND: 'fault 1 boot unplug'" + hint);
+    EXPECT_NE(refusalOf({"tell", "-", "unplug"}), "");
+    EXPECT_NE(refusalOf({"tell", ""}), "");
+    EXPECT_THAT(refusalOf({"tell", "--to", "", "unplug"}), HasSubstr("needs a name"));
 }
 
 TEST(PanelsimOptions, unquotedCommand_isPointedAt)

@@ -29,9 +29,8 @@ void check(const std::string& path);
 // accepted, and fails with EAGAIN where too many wait already.
 Descriptor connect(const std::string& path);
 
-// The user's folder for sockets, whether it exists or not: of $XDG_RUNTIME_DIR,
-// /run/user/UID and /tmp the first that there is. Nobody else may write where it lies, or
-// nobody else can take its name without being noticed.
+// The user's folder for sockets, whether it exists or not: in $XDG_RUNTIME_DIR or
+// /run/user/UID, whichever of them is this user's own, or else in /tmp.
 std::string folder();
 
 // A path for this process's socket in the folder, which is made when it is missing. Throws

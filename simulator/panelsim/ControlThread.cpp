@@ -28,7 +28,7 @@ void ControlThread::run()
         std::vector<pollfd> polled{{m_end.get(), POLLIN, 0}};
         m_socket.addDescriptors(polled);
         if (poll(polled.data(), polled.size(), -1) < 0)
-            continue; // EINTR
+            continue; // EINTR; the descriptors are few and its own
         if (polled.front().revents != 0)
             return;
         m_socket.serve(polled.data() + 1);

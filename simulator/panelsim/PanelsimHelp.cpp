@@ -57,8 +57,9 @@ Of 'attach' it can also be 'quit'. Several are carried out one after the other, 
 are the lines of standard input, where '#' begins a remark.
 
 The simulation is that of --to; or that of $PANELSIM_CONTROL, in which the PROGRAM of 'panelsim run' finds
-its own; or the only one of this user that runs. Their sockets are in $XDG_RUNTIME_DIR/panelsim,
-/run/user/UID/panelsim or /tmp/panelsim-UID, the first of these that can be.
+its own; or the only one of this user that runs. Those it finds, and lists, have their sockets in
+$XDG_RUNTIME_DIR/panelsim, /run/user/UID/panelsim or /tmp/panelsim-UID, the first of these that can be;
+one with --control is found by that name alone.
 
 What could not be carried out is told on standard error, and the next one tried. Exit code:
   0    all was carried out

@@ -168,7 +168,7 @@ TEST_F(PanelsimTell, simulationThatHasEnded_isSaid)
     EXPECT_EQ(
         shellInFolder("$panelsim run --control socket -- sh -c 'touch ready; until [ -e end ]; do sleep 0.02; done' &\n"
                       "exists ready $!\n"
-                      "{ echo unplug 4; until [ -e ended ]; do sleep 0.02; done; echo plug; } | "
+                      "{ echo unplug 4; timeout 10 sh -c 'until [ -e ended ]; do sleep 0.02; done'; echo plug; } | "
                       "$panelsim tell --to socket - 2> $output &\n"
                       "awaits 'panel 4' $!\n"
                       "touch end; wait %1; touch ended; wait %2\n"),

@@ -134,8 +134,8 @@ std::string PanelsimHelp::getTellFooter()
 
 std::string PanelsimHelp::getAttachFooter()
 {
-    return std::string(attachBeginning) + explainPanelOrders() + "\n" + script + control + firmware + pictures + capture +
-           attachEnd;
+    return std::string(attachBeginning) + explainPanelOrders() + "\n" + script + control + firmware + pictures +
+           capture + attachEnd;
 }
 
 } // namespace Vantor

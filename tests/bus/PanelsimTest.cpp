@@ -1,7 +1,4 @@
 #include "tests/bus/PanelsimFixture.h"
-#include "simulator/usbfs/ClientProcess.h"
-#include "tests/bus/BusTest.h"
-#include "tests/support/TemporaryFolder.h"
 #include "tests/support/UrbText.h"
 
 #include <csignal>

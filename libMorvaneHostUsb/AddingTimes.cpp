@@ -66,7 +66,6 @@ void AddingTimes::setTime(Clock::time_point now) noexcept
 
 void AddingTimes::pack(const PacketType& type, std::uint64_t records) noexcept
 {
-    endRun();
     Marks& from = marksOf(type);
     while (records != 0 && from.first < from.marks.size()) {
         Mark& oldest = from.marks[from.first];

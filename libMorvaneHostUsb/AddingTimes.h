@@ -41,7 +41,7 @@ public:
     void setTime(Clock::time_point now) noexcept;
     void forgetTime() noexcept { m_usesLeft = 0; }
 
-    // So many records of the type are in the packet now.
+    // So many records of the type are in the packet now; nothing was added since setTime.
     void pack(const PacketType& type, std::uint64_t records) noexcept;
 
     // The records of the packet; it is empty then.

@@ -191,6 +191,7 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
                     "Write all that crosses the links, as a capture that Wireshark and tshark open")
         ->type_name("FILE")
         ->check(refuseNoFile, "");
+    command
         .add_option("--control", options.controlPath,
                     "Take commands of 'panelsim tell' at a socket of this name, not of one of its own")
         ->type_name("PATH")

@@ -294,6 +294,21 @@ TEST(UsbDeviceStatistics, timeOfARecordOnAnIdleLink_isExact)
     }
 }
 
+TEST(UsbDeviceStatistics, timeOfARecordAfterAPause_isExact)
+{
+    CountingRig rig;
+    rig.add(normal, {'a'});
+    rig.finishSend();
+    rig.clock.advance(10s);
+    rig.add(normal, {'b'});
+    rig.finishSend();
+    rig.poll(10s);
+    rig.clock.advance(500ms); // no request for device information yet
+    rig.add(normal, {'c'});
+    rig.finishSend();
+    EXPECT_EQ(elsewhere(rig.statistics(), 0), 0U);
+}
+
 TEST(UsbDeviceStatistics, clockSetBack_isNoTime)
 {
     CountingRig rig;

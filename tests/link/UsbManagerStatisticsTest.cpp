@@ -100,6 +100,28 @@ TEST(UsbManagerStatistics, bufferThatNobodyParses_isCountedApart)
     EXPECT_EQ(rig.received().bytes, 8U + 28U);
 }
 
+TEST(UsbManagerStatistics, packetWithoutRecords_isOne)
+{
+    Bytes buffer = twoPackets;
+    buffer.insert(buffer.end(), {8, 0, 0, 0, 0, 0, 0, 0});
+    SummingRig rig;
+    rig.receive(rig.panel, buffer);
+    EXPECT_EQ(rig.received().packets, 3U);
+    EXPECT_EQ(rig.received().malformedPackets, 0U);
+}
+
+TEST(UsbManagerStatistics, sumsOfSeveral_haveTheGreatestMost)
+{
+    SummingRig rig;
+    rig.arrive(panelAt(5));
+    const std::uint32_t value = 7;
+    for (const auto& device : rig.manager->getDeviceListSafe())
+        for (int record = 0; record < 4; ++record) // the first is under way at once
+            device->getPacker().addStructData(&value, 4, static_cast<PacketType>(5));
+    EXPECT_EQ(rig.manager->getStatistics().devices.normalRecords.now, 6U);
+    EXPECT_EQ(rig.manager->getStatistics().devices.normalRecords.most, 3U);
+}
+
 TEST(UsbManagerStatistics, panelThatHasGone_isInTheSums)
 {
     SummingRig rig;

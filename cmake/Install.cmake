@@ -49,3 +49,19 @@ morvane_write_panel_rules(${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
   0xDEAD ${MORVANE_PRODUCTION_VENDOR_ID})
 install(FILES ${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
   DESTINATION lib/udev/rules.d COMPONENT runtime)
+
+# For Wireshark, which under /usr/local looks nowhere: from there it goes to /usr.
+set(MORVANE_WIRESHARK_PLUGINS lib/${CMAKE_LIBRARY_ARCHITECTURE}/wireshark/plugins CACHE STRING
+  "Folder for the Wireshark dissector: absolute, or below the prefix")
+configure_file(${PROJECT_SOURCE_DIR}/packaging/wireshark/morvane.lua
+  ${PROJECT_BINARY_DIR}/packaging/wireshark/morvane.lua @ONLY)
+install(CODE "
+  set(folder \"${MORVANE_WIRESHARK_PLUGINS}\")
+  if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr/local\")
+    cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY /usr)
+  else()
+    cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+  endif()
+  file(INSTALL DESTINATION \"\${folder}\" TYPE FILE FILES
+    \"${PROJECT_BINARY_DIR}/packaging/wireshark/morvane.lua\")"
+  COMPONENT dissector)

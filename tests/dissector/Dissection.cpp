@@ -78,7 +78,7 @@ std::string Dissection::of(unsigned int frame, const std::string& field) const
 {
     const auto values = m_frames.find(frame);
     if (values == m_frames.end())
-        return "(not taken)";
+        return {};
     for (const std::string& name : {field, "morvane." + field})
         if (const auto value = values->second.find(name); value != values->second.end())
             return value->second;

@@ -64,6 +64,11 @@ local fields = {
   size = ProtoField.uint16("morvane.size", "Payload size"),
   payload = ProtoField.bytes("morvane.payload", "Payload"),
 
+  -- For filters alone: whether a record is one of these.
+  info = ProtoField.none("morvane.info", "Device information"),
+  slice = ProtoField.none("morvane.slice", "LCD slice"),
+  firmware = ProtoField.none("morvane.firmware", "Firmware upgrade"),
+
   description = ProtoField.string("morvane.info.description", "Description"),
   maxPacket = ProtoField.uint16("morvane.info.max_packet", "Largest packet"),
   reserved = ProtoField.uint8("morvane.info.reserved", "Reserved", base.HEX),
@@ -100,6 +105,7 @@ local fields = {
   wholeIn = ProtoField.framenum("morvane.fragment.whole_in", "Put together in"),
   partIn = ProtoField.framenum("morvane.fragment.part_in", "Part in"),
 
+  unread = ProtoField.bytes("morvane.unread", "Behind a fault, and not read by the host"),
   malformed = ProtoField.string("morvane.malformed", "Malformed"),
   violation = ProtoField.string("morvane.violation", "Violation"),
   cut = ProtoField.uint32("morvane.cut", "Bytes that the capture does not hold"),
@@ -204,10 +210,10 @@ local function packedCode(bytes, from, at, bits)
 end
 
 local function addRow(tree, span, slice, row, texts)
-  local pixels = joinPixels(texts, slice.bits)
-  local item = tree:add(fields.row, span, (slice.y + row) % 256)
-  item:set_text(string.format("Row %d: %s", (slice.y + row) % 256, pixels))
-  item:add(fields.pixels, span, pixels):set_generated()
+  local pixels, place = joinPixels(texts, slice.bits), (slice.y + row) % 256
+  local item = tree:add(fields.pixels, span, pixels)
+  item:set_text(string.format("Row %d: %s", place, pixels))
+  item:add(fields.row, span, place):set_hidden() -- its line would stand between the picture's
   return item
 end
 
@@ -264,8 +270,8 @@ local function showRuns(item, unit, runs)
     local span = unit.tvb(run.at, 4)
     local word = item:add(fields.run, span)
     word:set_text(string.format("Run: %d of 0x%06X", run.count, run.value))
-    word:add(fields.runCount, span(0, 1))
-    word:add(fields.runValue, span(1, 3))
+    word:add(fields.runCount, span(0, 1)):set_hidden()
+    word:add(fields.runValue, span(1, 3)):set_hidden()
   end
 end
 
@@ -447,15 +453,15 @@ local function showReply(_, tree, unit, at)
 end
 
 -- By type: the size of the payload, exactly or (`atLeast`) of what is in front of data of any
--- length; which side sends it; who shows it.
+-- length; which side sends it; what it is for filters; who shows it.
 local layouts = {
-  [0] = { size = 83, toPanel = false, show = showInformation },
-  [1] = { size = 4, toPanel = true, show = showInformationRequest },
-  [38] = { atLeast = sliceHeaderSize, toPanel = true, show = showPackedSlice },
-  [40] = { size = 14, toPanel = false, show = showReply },
-  [41] = { size = 34, toPanel = true, show = showUpgradeRequest },
-  [44] = { size = 13 + chunkSize, toPanel = true, show = showChunk },
-  [46] = { atLeast = sliceHeaderSize, toPanel = true, show = showEncodedSlice },
+  [0] = { size = 83, toPanel = false, kind = fields.info, show = showInformation },
+  [1] = { size = 4, toPanel = true, kind = fields.info, show = showInformationRequest },
+  [38] = { atLeast = sliceHeaderSize, toPanel = true, kind = fields.slice, show = showPackedSlice },
+  [40] = { size = 14, toPanel = false, kind = fields.firmware, show = showReply },
+  [41] = { size = 34, toPanel = true, kind = fields.firmware, show = showUpgradeRequest },
+  [44] = { size = 13 + chunkSize, toPanel = true, kind = fields.firmware, show = showChunk },
+  [46] = { atLeast = sliceHeaderSize, toPanel = true, kind = fields.slice, show = showEncodedSlice },
 }
 
 local function fits(layout, size)
@@ -473,6 +479,7 @@ end
 local function showPayload(state, tree, unit, at, size, type)
   local layout = layouts[type]
   if layout and layout.toPanel == unit.toPanel then
+    tree:add(layout.kind, range(unit, at, size)):set_hidden()
     if not fits(layout, size) then
       isMalformed(state, tree, range(unit, at, size), wrongSize(type, size))
     elseif holds(unit, at, layout.size or layout.atLeast) then
@@ -501,8 +508,8 @@ end
 
 -- Packets
 
--- The records of the packet of `length` bytes that begins at `start`; how many there are, or
--- nothing where that can't be known.
+-- The records of the packet of `length` bytes that begins at `start`: how many there are, or
+-- nothing where that can't be known; and whether that is for a fault.
 local function showRecords(state, tree, unit, start, length)
   local at, past, count = start + headerSize, start + length, 0
   while at < past do
@@ -510,7 +517,7 @@ local function showRecords(state, tree, unit, start, length)
     if left < recordHeaderSize then
       isMalformed(state, tree, range(unit, at, left), string.format("byte %d: %s left in the packet of %s, a record header has 3",
         unit.base + at, number(left, "byte"), number(length, "byte")))
-      return
+      return nil, true
     elseif not holds(unit, at, recordHeaderSize) then
       isCut(tree, unit, at, left)
       return
@@ -520,7 +527,7 @@ local function showRecords(state, tree, unit, start, length)
       isMalformed(state, tree, range(unit, at, left), string.format(
         "byte %d: record of type %d has %s of payload, its packet of %s has %d left",
         unit.base + at, type, number(size, "byte"), number(length, "byte"), left - recordHeaderSize))
-      return
+      return nil, true
     end
     showRecord(state, tree, unit, at, size)
     if type == 46 and unit.toPanel and count > 0 then
@@ -541,7 +548,7 @@ local function showHeader(tree, unit, at, length)
   return item
 end
 
--- One that the unit holds whole.
+-- One that the unit holds whole. Whether its records were not what they should be.
 local function showPacket(state, tree, unit, at, length)
   local span = range(unit, at, length)
   local item = showHeader(tree, unit, at, length)
@@ -565,11 +572,12 @@ local function showPacket(state, tree, unit, at, length)
       isViolation(state, item, span, string.format("byte %d: packet without records", place))
     end
   end
-  local count = showRecords(state, item, unit, at, length)
+  local count, isWrong = showRecords(state, item, unit, at, length)
   if count and count ~= announced then
     isViolation(state, item, unit.tvb(at + 2, 2),
       string.format("byte %d: packet counts %s, it holds %d", place, number(announced, "record"), count))
   end
+  return isWrong
 end
 
 -- Those from `at` to `past`, where the unit ends, or a packet that another frame ends.
@@ -598,8 +606,15 @@ local function showPackets(state, tree, unit, at, past)
         string.format("byte %d: packet of %s, the transfer ends after %d", place, number(length, "byte"), left))
       return
     end
-    showPacket(state, tree, unit, at, length)
+    local isWrong = showPacket(state, tree, unit, at, length)
     at = at + length
+    -- A panel goes on with the next packet, a host does not.
+    if isWrong and not unit.toPanel then
+      if at < past then
+        tree:add(fields.unread, range(unit, at, past - at))
+      end
+      return
+    end
   end
 end
 

@@ -42,6 +42,9 @@ TEST(DissectorDamage, framing_isToldByteByByte)
     const auto severalIn = capture.in(panel, joined({good, good}));
     const auto countIn = capture.in(panel, {11, 0, 7, 0, 9, 0, 0, 0, 5, 0, 0});
     const auto emptyIn = capture.in(panel, {8, 0, 0, 0, 9, 0, 0, 0});
+    const Bytes wrong{12, 0, 1, 0, 0, 0, 0, 0, 5, 9, 0, 1};
+    const auto wrongIn = capture.in(panel, joined({wrong, good}));
+    const auto wrongOut = capture.out(panel, joined({wrong, good}));
     const auto last = capture.out(panel, good);
     const Dissection seen(capture);
 
@@ -67,6 +70,13 @@ TEST(DissectorDamage, framing_isToldByteByByte)
     for (const auto frame : {severalIn, emptyIn, last})
         EXPECT_THAT(seen.faultsOf(frame), IsEmpty());
     EXPECT_THAT(seen.faultsOf(countIn), ElementsAre("byte 0: packet counts 7 records, it holds 1"));
+
+    // The host's parser stops there, the panel's does not.
+    EXPECT_EQ(seen.of(wrongIn, "type"), "");
+    EXPECT_EQ(seen.of(wrongIn, "unread"), "0d0001000000000005"
+                                          "0200aabb");
+    EXPECT_EQ(seen.of(wrongOut, "type"), "5");
+    EXPECT_EQ(seen.of(wrongOut, "unread"), "");
 
     // Each has its entry in the expert information; none is for the capture's sake.
     EXPECT_EQ(seen.of(longLength, "_ws.expert.message"), seen.of(longLength, "malformed"));

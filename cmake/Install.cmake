@@ -50,9 +50,7 @@ morvane_write_panel_rules(${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
 install(FILES ${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
   DESTINATION lib/udev/rules.d COMPONENT runtime)
 
-# For Wireshark, which under /usr/local looks nowhere: from there it goes to /usr.
-set(MORVANE_WIRESHARK_PLUGINS lib/${CMAKE_LIBRARY_ARCHITECTURE}/wireshark/plugins CACHE STRING
-  "Folder for the Wireshark dissector: absolute, or below the prefix")
+# Wireshark looks nowhere under /usr/local: from there it goes to /usr.
 configure_file(${PROJECT_SOURCE_DIR}/packaging/wireshark/morvane.lua
   ${PROJECT_BINARY_DIR}/packaging/wireshark/morvane.lua @ONLY)
 install(CODE "

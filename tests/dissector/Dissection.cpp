@@ -85,6 +85,14 @@ std::string Dissection::of(unsigned int frame, const std::string& field) const
     return {};
 }
 
+std::vector<unsigned int> Dissection::getFrames() const
+{
+    std::vector<unsigned int> frames;
+    for (const auto& entry : m_frames)
+        frames.push_back(entry.first);
+    return frames;
+}
+
 std::vector<std::string> Dissection::faultsOf(unsigned int frame) const
 {
     std::vector<std::string> faults = splitAt(of(frame, "malformed"), '|');

@@ -29,6 +29,7 @@ public:
 
     bool has(unsigned int frame) const { return m_frames.count(frame) != 0; }
     std::size_t size() const { return m_frames.size(); }
+    std::vector<unsigned int> getFrames() const;
 
 private:
     void read(const std::string& file, const Arguments& options, const std::string& dissector);

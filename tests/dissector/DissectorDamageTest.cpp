@@ -303,7 +303,8 @@ TEST(DissectorDamage, thousandsOfMutations_neverTripTheDissector)
     Random random(7);
     HandmadeCapture capture;
     capture.enumerate(2); // device 3 has no ids
-    for (unsigned int i = 0; i < 4000; ++i) {
+    constexpr unsigned int mutations = 3000;
+    for (unsigned int i = 0; i < mutations; ++i) {
         Bytes data = seeds[random.below(static_cast<unsigned int>(seeds.size()))];
         // The beginning has the lengths and types.
         for (unsigned int flips = random.below(4); flips > 0; --flips)
@@ -317,9 +318,11 @@ TEST(DissectorDamage, thousandsOfMutations_neverTripTheDissector)
         random.oneIn(3) ? capture.in(device, data, kept) : capture.out(device, data, kept);
     }
     const TemporaryFile file(capture.getFile());
-    const std::string tree = runTshark({"-r", file.getPath(), "-2", "-O", "morvane", "-Y", "morvane"});
-    EXPECT_EQ(tree.find("Lua Error"), std::string::npos) << tree.substr(tree.find("Lua Error"), 300);
-    EXPECT_THAT(splitAt(tree, '\n').size(), testing::Gt(50000u));
+    const std::string errors = runTshark({"-r", file.getPath(), "-2", "-O", "morvane", "-Y", "_ws.lua.error"});
+    EXPECT_EQ(errors, "");
+    // Most of them, but those that no ids and no form show.
+    EXPECT_THAT(splitAt(runTshark({"-r", file.getPath(), "-Y", "morvane"}), '\n').size(),
+                testing::Gt(mutations * 3 / 4));
 }
 
 } // namespace

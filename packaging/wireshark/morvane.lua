@@ -633,7 +633,8 @@ local function arePlainRecords(unit, at, past, announced)
   local count = 0
   while at < past do
     if not holds(unit, at, recordHeaderSize) then
-      return count > 0
+      -- The capture does not hold it, or another frame does.
+      return count > 0 and (at + recordHeaderSize <= unit.size or past > unit.size)
     end
     local type, size = unit.bytes:byte(at + 1), u16(unit.bytes, at + 1)
     if not isPlainRecord(unit, type, size) then

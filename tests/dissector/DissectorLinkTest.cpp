@@ -89,6 +89,56 @@ TEST(DissectorLink, noIdsInTheCapture_aPlainPacketShowsThePanel)
     EXPECT_FALSE(chosen.has(before));
 }
 
+TEST(DissectorLink, packetsWithAFlaw_showNoPanel)
+{
+    HandmadeCapture capture;
+    std::uint8_t device = 10; // another one each time
+    const auto out = [&](const Bytes& data) { return capture.out(device++, data); };
+    const auto in = [&](const Bytes& data) { return capture.in(device++, data); };
+    const Bytes fromPanel{13, 0, 1, 0, 9, 8, 7, 6, 5, 2, 0, 0xAA, 0xBB};
+    const std::vector<unsigned int> plain{
+        out(good),
+        out({14, 0, 2, 0, 0, 0, 0, 0, 2, 0, 0, 45, 0, 0}),
+        out(oneRecord(1, {1, 0, 0, 0})),
+        in(joined({fromPanel, good})),
+        in(oneRecord(40, Bytes(14))),
+    };
+    const std::vector<unsigned int> flawed{
+        out(fromPanel),                                      // a device id
+        out(miscounted),                                     //
+        out(joined({good, good})),                           // a second packet
+        out({8, 0, 0, 0, 0, 0, 0, 0}),                       // no record
+        out({12, 0, 1, 0, 0, 0, 0, 0, 5, 2, 0, 0xAA}),       // a record that reaches too far
+        out({13, 0, 1, 0, 0, 0, 0, 0, 5, 0, 0, 0xAA, 0xBB}), // rests
+        out({14, 0, 1, 0, 0, 0, 0, 0, 5, 2, 0, 0xAA, 0xBB}), // a packet that does
+        out(oneRecord(47, {1, 2})),                          // beyond the types
+        out(oneRecord(1, {1})),                              // of a wrong size
+        out(oneRecord(38, Bytes(6))),                        //
+        out(oneRecord(40, Bytes(14))),                       // from the wrong side
+        in(oneRecord(1, {1, 0, 0, 0})),                      //
+        in(joined({fromPanel, {1}})),                        //
+        in(joined({fromPanel, miscounted})),                 //
+    };
+    const Dissection seen(capture);
+    for (const auto frame : plain)
+        EXPECT_TRUE(seen.has(frame)) << frame;
+    for (const auto frame : flawed)
+        EXPECT_FALSE(seen.has(frame)) << frame;
+}
+
+// A device that comes after the panel under its number.
+TEST(DissectorLink, numberThatAnotherDeviceGets_isNoPanelsAnyMore)
+{
+    HandmadeCapture capture;
+    capture.enumerate(panel);
+    const auto before = capture.out(panel, miscounted);
+    capture.enumerate(panel, 0x1234, 0x5678);
+    const auto after = capture.out(panel, miscounted);
+    const Dissection seen(capture);
+    EXPECT_TRUE(seen.has(before));
+    EXPECT_FALSE(seen.has(after));
+}
+
 TEST(DissectorLink, idsThatComeLate_countForAllInTheSecondPass)
 {
     HandmadeCapture capture;

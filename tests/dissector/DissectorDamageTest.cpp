@@ -303,7 +303,7 @@ TEST(DissectorDamage, thousandsOfMutations_neverTripTheDissector)
     Random random(7);
     HandmadeCapture capture;
     capture.enumerate(2); // device 3 has no ids
-    constexpr unsigned int mutations = 3000;
+    constexpr unsigned int mutations = 2000;
     for (unsigned int i = 0; i < mutations; ++i) {
         Bytes data = seeds[random.below(static_cast<unsigned int>(seeds.size()))];
         // The beginning has the lengths and types.
@@ -318,11 +318,11 @@ TEST(DissectorDamage, thousandsOfMutations_neverTripTheDissector)
         random.oneIn(3) ? capture.in(device, data, kept) : capture.out(device, data, kept);
     }
     const TemporaryFile file(capture.getFile());
-    const std::string errors = runTshark({"-r", file.getPath(), "-2", "-O", "morvane", "-Y", "_ws.lua.error"});
-    EXPECT_EQ(errors, "");
+    const std::string seen = runTshark({"-r", file.getPath(), "-2", "-Y", "morvane || _ws.lua.error", "-T", "fields",
+                                        "-e", "frame.number", "-e", "_ws.expert.message"});
+    EXPECT_EQ(seen.find("Lua Error"), std::string::npos) << seen.substr(seen.find("Lua Error"), 300);
     // Most of them, but those that no ids and no form show.
-    EXPECT_THAT(splitAt(runTshark({"-r", file.getPath(), "-Y", "morvane"}), '\n').size(),
-                testing::Gt(mutations * 3 / 4));
+    EXPECT_THAT(splitAt(seen, '\n').size(), testing::Gt(mutations * 3 / 4));
 }
 
 } // namespace

@@ -26,8 +26,12 @@ std::string describeRecord(const PanelModel::Record& record)
 BusPanel::BusPanel(PanelRack& rack, unsigned int number)
     : m_rack(rack), m_number(number), m_model(rack.makeModel(number))
 {
-    if (rack.isLogged())
-        m_model.setRecordObserver([this](const PanelModel::Record& record) { log(describeRecord(record)); });
+    if (rack.isLogged() || rack.isObserved())
+        m_model.setRecordObserver([this](const PanelModel::Record& record) {
+            if (m_rack.isLogged())
+                log(describeRecord(record));
+            m_rack.observe(m_number, record);
+        });
     rack.enter(*this);
 }
 
@@ -48,6 +52,11 @@ void BusPanel::settle()
     const auto& violations = m_model.getViolations();
     for (; m_loggedViolations < violations.size(); ++m_loggedViolations)
         log("violation: " + violations[m_loggedViolations]);
+}
+
+std::optional<std::chrono::nanoseconds> BusPanel::getNextTimeOfBus() const
+{
+    return m_rack.getNextTime();
 }
 
 void BusPanel::log(const std::string& line) const

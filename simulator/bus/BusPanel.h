@@ -2,8 +2,10 @@
 
 #include "simulator/panel/PanelModel.h"
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace Vantor {
@@ -38,6 +40,9 @@ protected:
     BusPanel(PanelRack& rack, unsigned int number);
 
     void log(const std::string& line) const;
+
+    // PanelRack::getNextTime, which whatever happens to a panel may have moved.
+    std::optional<std::chrono::nanoseconds> getNextTimeOfBus() const;
 
     // For those that serve the host's requests, within `act`.
     PanelModel& servedModel() { return m_model; }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/bus/BusScript.h"
 #include "simulator/bus/LinkTap.h"
 #include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/BootLoader.h"
@@ -7,6 +8,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,9 @@ public:
         // unplugs it; it is not plugged back meanwhile. What it throws is complained of, or
         // comes back from unplug.
         std::function<void(unsigned int panel, const BootLoader::Flash& flash)> keepFlash;
+        std::shared_ptr<BusScript> script; // null: panels do as their models do
+        // Every record of the host, before it is answered; one at a time.
+        std::function<void(unsigned int panel, const PanelModel::Record& record)> observeRecord;
     };
 
     PanelBus() = default;

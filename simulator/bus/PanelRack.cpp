@@ -67,6 +67,8 @@ PanelModel PanelRack::makeModel(unsigned int panel)
 {
     PanelModel::Options options = m_options.panel;
     options.seed += panel;
+    if (m_options.script)
+        m_options.script->prepare(panel, options);
     auto flash = m_flash.extract(panel);
     BusPanel* const last = findLast(panel);
     if (flash)
@@ -174,7 +176,7 @@ std::vector<TimedOrder> PanelRack::takePending()
 std::optional<PanelOrder> PanelRack::takeDue()
 {
     if (m_orders.empty() || m_orders.begin()->first > m_clock())
-        return std::nullopt;
+        return m_options.script ? m_options.script->takeDue(m_clock()) : std::nullopt;
     return m_orders.extract(m_orders.begin()).mapped().order;
 }
 
@@ -186,7 +188,8 @@ std::optional<std::chrono::nanoseconds> PanelRack::getNextTime() const
         if (deadline && (!next || *deadline < *next))
             next = deadline;
     }
-    return next;
+    const auto scripted = m_options.script ? m_options.script->getNextTime() : std::nullopt;
+    return scripted && (!next || *scripted < *next) ? scripted : next;
 }
 
 void PanelRack::settle() const
@@ -229,6 +232,12 @@ void PanelRack::logOrder(const PanelOrder& order) const
 {
     if (isLogged() && !isBegun(order))
         m_options.log("order: " + formatPanelOrder(order));
+}
+
+void PanelRack::observe(unsigned int panel, const PanelModel::Record& record) const
+{
+    if (isObserved())
+        m_options.observeRecord(panel, record);
 }
 
 void PanelRack::log(unsigned int panel, const std::string& line) const

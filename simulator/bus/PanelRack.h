@@ -64,6 +64,8 @@ public:
     // Complains of what is thrown, for want of anybody to throw it to.
     void attempt(unsigned int panel, const std::function<void()>& action) const;
 
+    bool isObserved() const { return static_cast<bool>(m_options.observeRecord); }
+    void observe(unsigned int panel, const PanelModel::Record& record) const;
     bool isLogged() const { return static_cast<bool>(m_options.log); }
     void log(unsigned int panel, const std::string& line) const;
     void complain(unsigned int panel, const std::string& line) const;

@@ -1,6 +1,5 @@
 #include "simulator/panel/ControlEndpoint.h"
 
-#include "simulator/panel/PanelDescriptors.h"
 #include "wire/PanelLink.h"
 
 #include <algorithm>
@@ -87,7 +86,7 @@ ControlEndpoint::Answer ControlEndpoint::describe(std::uint8_t type, std::uint8_
     if (type == USB_DT_CONFIG && index == 0)
         return {0, {configuration, m_descriptors.end()}};
     if (type == USB_DT_STRING) {
-        std::vector<std::uint8_t> text = makePanelString(index);
+        std::vector<std::uint8_t> text = m_model.getString(index);
         return text.empty() ? stalled : Answer{0, std::move(text)};
     }
     return stalled; // a device qualifier, too: the panel knows no other speed

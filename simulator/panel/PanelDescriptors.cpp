@@ -2,6 +2,7 @@
 
 #include "wire/PanelLink.h"
 
+#include <cstddef>
 #include <string_view>
 
 namespace Vantor {
@@ -45,7 +46,45 @@ std::vector<std::uint8_t> makeString(std::string_view text)
     return bytes;
 }
 
+constexpr std::size_t deviceSize = 18;
+constexpr std::size_t configurationHeaderSize = 9;
+constexpr std::size_t interfaceSize = 9;
+constexpr std::size_t endpointSize = 7;
+
+std::uint16_t wordAt(const std::vector<std::uint8_t>& bytes, std::size_t offset)
+{
+    return static_cast<std::uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
+}
+
+// Whether a descriptor of this kind begins here, of at least its standard size.
+bool isDescriptor(const std::vector<std::uint8_t>& bytes, std::size_t offset, std::uint8_t kind, std::size_t size)
+{
+    return offset + size <= bytes.size() && bytes[offset] >= size && bytes[offset + 1] == kind;
+}
+
 } // namespace
+
+bool arePanelDescriptors(const std::vector<std::uint8_t>& bytes)
+{
+    const std::size_t interface = deviceSize + configurationHeaderSize;
+    if (!isDescriptor(bytes, 0, deviceDescriptor, deviceSize) || bytes[0] != deviceSize ||
+        wordAt(bytes, 10) != PanelLink::productId || bytes[17] != 1 ||
+        !isDescriptor(bytes, deviceSize, configurationDescriptor, configurationHeaderSize) ||
+        bytes[deviceSize] != configurationHeaderSize || wordAt(bytes, deviceSize + 2) != bytes.size() - deviceSize ||
+        bytes[deviceSize + 5] != 1 || !isDescriptor(bytes, interface, interfaceDescriptor, interfaceSize) ||
+        bytes[interface + 2] != PanelLink::interfaceNumber)
+        return false;
+    bool hasOut = false;
+    bool hasIn = false;
+    std::size_t offset = interface;
+    for (; offset + 2 <= bytes.size() && bytes[offset] >= 2; offset += bytes[offset]) {
+        if (!isDescriptor(bytes, offset, endpointDescriptor, endpointSize) || bytes[offset + 3] != bulk)
+            continue;
+        hasOut = hasOut || bytes[offset + 2] == PanelLink::outEndpoint;
+        hasIn = hasIn || bytes[offset + 2] == PanelLink::inEndpoint;
+    }
+    return hasOut && hasIn && offset == bytes.size();
+}
 
 std::vector<std::uint8_t> makePanelDescriptors(std::uint16_t vendorId, std::uint16_t productId)
 {
@@ -76,6 +115,15 @@ std::vector<std::uint8_t> makePanelString(std::uint8_t index)
     default:
         return {};
     }
+}
+
+std::string readPanelString(const std::vector<std::uint8_t>& descriptor)
+{
+    std::string text;
+    for (std::size_t i = 2; i + 1 < descriptor.size(); i += 2)
+        if (descriptor[i + 1] == 0 && descriptor[i] >= ' ' && descriptor[i] <= '~')
+            text += static_cast<char>(descriptor[i]);
+    return text;
 }
 
 } // namespace Vantor

@@ -46,7 +46,17 @@ PanelModel::~PanelModel() = default;
 
 std::vector<std::uint8_t> PanelModel::getDescriptors() const
 {
+    if (!m_options.descriptors.empty())
+        return m_options.descriptors;
     return makePanelDescriptors(m_options.vendorId, m_options.productId);
+}
+
+std::vector<std::uint8_t> PanelModel::getString(std::uint8_t index) const
+{
+    if (m_options.descriptors.empty())
+        return makePanelString(index);
+    const auto known = m_options.strings.find(index);
+    return known != m_options.strings.end() ? known->second : std::vector<std::uint8_t>{};
 }
 
 int PanelModel::claimInterface(Owner owner, unsigned int number)
@@ -115,6 +125,8 @@ int PanelModel::submitOut(Owner owner, UrbId urb, std::vector<std::uint8_t> data
     m_outUrbs.push_back({owner, urb, std::move(data), ends, marked, m_submittedTransfer, m_packetLimit.at(m_clock())});
     if (ends)
         ++m_submittedTransfer;
+    if (m_options.script)
+        m_options.script->onTransfer(m_clock());
     serve();
     return 0;
 }
@@ -133,6 +145,8 @@ int PanelModel::submitIn(Owner owner, UrbId urb, std::uint32_t capacity)
     if (claimed != 0)
         return claimed;
     m_inUrbs.push_back({owner, urb, capacity, std::nullopt, {}});
+    if (m_options.script)
+        m_options.script->onTransfer(m_clock());
     serve();
     return 0;
 }
@@ -224,7 +238,8 @@ std::vector<PanelModel::Completion> PanelModel::takeCompletions()
 std::optional<std::chrono::nanoseconds> PanelModel::nextDeadline() const
 {
     std::optional<std::chrono::nanoseconds> next;
-    for (const auto& due : {outDue(), inDue(), m_bootLoader.nextDeadline()})
+    const auto scriptDue = m_options.script && !m_unplugged ? m_options.script->getNextTime(isAnswerable()) : next;
+    for (const auto& due : {outDue(), inDue(), m_bootLoader.nextDeadline(), scriptDue})
         if (due && (!next || *due < *next))
             next = due;
     return next;
@@ -267,7 +282,7 @@ void PanelModel::serve()
     while (progress) {
         const auto out = outDue();
         const auto in = inDue();
-        const bool replied = serveBootLoader();
+        const bool replied = m_options.script ? serveScript() : serveBootLoader();
         const bool readIsOlder = out && in && *in < *out && serveIn();
         const bool wrote = serveOut();
         const bool read = serveIn();
@@ -281,6 +296,39 @@ bool PanelModel::serveBootLoader()
     for (const std::vector<std::uint8_t>& reply : replies)
         emit(PacketType::FirmwareUpgradeCommand, reply);
     return !replies.empty();
+}
+
+bool PanelModel::serveScript()
+{
+    const auto deed = m_unplugged ? std::nullopt : m_options.script->takeDue(m_clock(), isAnswerable());
+    if (!deed)
+        return false;
+    if (const auto* const answer = std::get_if<PanelScript::Answer>(&*deed))
+        perform(*answer);
+    else if (const auto* const fault = std::get_if<PanelFault>(&*deed))
+        (fault->direction == PanelFault::Direction::Out ? m_outFaults : m_inFaults).add(*fault);
+    else
+        unplug();
+    return true;
+}
+
+// What is sent by command goes first.
+bool PanelModel::isAnswerable() const
+{
+    return isBeingRead() && m_outbox.isEmpty();
+}
+
+void PanelModel::perform(PanelScript::Answer answer)
+{
+    const InUrb head = m_inUrbs.front();
+    const bool isFaulty = head.fault || m_inFaults.next() != nullptr; // by command
+    if (answer.status == 0 && (isFaulty || answer.data.size() > head.capacity)) {
+        m_outbox.add(std::move(answer.data));
+        return;
+    }
+    answer.data.resize(std::min<std::size_t>(answer.data.size(), head.capacity));
+    m_inUrbs.pop_front();
+    give(head, answer.status, std::move(answer.data), 1);
 }
 
 bool PanelModel::serveOut()
@@ -399,6 +447,14 @@ void PanelModel::handleRecord(const WireDecoder::Record& record)
         if (m_options.keepRecords)
             m_records.push_back(std::move(received));
     }
+    if (m_options.script)
+        m_options.script->onRecord(record.type, m_clock());
+    else
+        answerRecord(record);
+}
+
+void PanelModel::answerRecord(const WireDecoder::Record& record)
+{
     if (record.type == WireFormat::reqDeviceInfoType)
         answerDeviceInfoRequest(record.payload);
     // The observer may have pulled the panel.
@@ -488,13 +544,19 @@ bool PanelModel::serveIn()
         return false;
 
     PanelOutbox::Chunk chunk = m_outbox.take(head.capacity, limit);
-    const auto length = static_cast<std::uint32_t>(chunk.bytes.size());
-    m_statistics.bytesSent += length;
-    m_statistics.packetsSent += chunk.packets;
-    noteAnnouncement(chunk.bytes);
-    complete(head.owner, head.id, chunk.status, std::move(chunk.bytes), length);
+    give(head, chunk.status, std::move(chunk.bytes), chunk.packets);
     m_inUrbs.pop_front();
     return true;
+}
+
+// To a read of the host; `packets` are those that it completes.
+void PanelModel::give(const InUrb& urb, int status, std::vector<std::uint8_t> bytes, std::uint32_t packets)
+{
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    m_statistics.bytesSent += length;
+    m_statistics.packetsSent += packets;
+    noteAnnouncement(bytes);
+    complete(urb.owner, urb.id, status, std::move(bytes), length);
 }
 
 // Reads what the host gets as the host does: device information may also be emitted by command.

@@ -10,6 +10,7 @@
 #include "simulator/panel/PanelFault.h"
 #include "simulator/panel/PanelOutbox.h"
 #include "simulator/panel/PanelScreen.h"
+#include "simulator/panel/PanelScript.h"
 #include "simulator/panel/WireDecoder.h"
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
@@ -20,6 +21,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -55,6 +57,11 @@ public:
         // By LCD number.
         std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
         BootLoader::Options bootLoader;
+        std::shared_ptr<PanelScript> script; // null: it answers as described above
+        // Those of another panel, which arePanelDescriptors approves of; with its strings, whole
+        // descriptors by index. Empty: the model's own.
+        std::vector<std::uint8_t> descriptors;
+        std::map<std::uint8_t, std::vector<std::uint8_t>> strings;
     };
 
     // A record as it came in.
@@ -93,6 +100,9 @@ public:
     // `descriptors` attribute holds them: high speed, one interface, bulk OUT 0x02 and
     // bulk IN 0x81 of 512 bytes.
     std::vector<std::uint8_t> getDescriptors() const;
+
+    // String descriptor `index`; empty when there is none.
+    std::vector<std::uint8_t> getString(std::uint8_t index) const;
 
     // -EBUSY while another owner has it, -ENOENT for an interface it does not have.
     int claimInterface(Owner owner, unsigned int number);
@@ -244,12 +254,17 @@ private:
     bool serveIn();
     bool meetInFault(InUrb& urb);
     bool serveBootLoader();
+    bool serveScript();
+    void perform(PanelScript::Answer answer);
+    bool isAnswerable() const;
+    void give(const InUrb& urb, int status, std::vector<std::uint8_t> bytes, std::uint32_t packets);
     void noteAnnouncement(const std::vector<std::uint8_t>& given);
 
     void handle(const WireDecoder::Result& result);
     void handleRecord(const WireDecoder::Record& record);
     void drawSlice(const WireDecoder::Record& record);
     PanelScreen* findScreen(std::uint16_t lcd);
+    void answerRecord(const WireDecoder::Record& record);
     void answerDeviceInfoRequest(const std::vector<std::uint8_t>& payload);
     void reportViolation(const std::string& what);
 

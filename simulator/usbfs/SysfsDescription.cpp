@@ -54,12 +54,21 @@ std::string properties(const NamesAndValues& list)
     return lines;
 }
 
+// As umockdev reads it. A panel of a capture may be called anything.
+std::string escaped(const std::string& text)
+{
+    std::string result;
+    for (const char character : text)
+        result += character == '\\' ? std::string("\\\\") : std::string(1, character);
+    return result;
+}
+
 // Each value ends in an (escaped) newline, as the kernel's do; libusb insists on it.
 std::string attributes(const NamesAndValues& list)
 {
     std::string lines;
     for (const auto& [name, value] : list)
-        lines += std::string("A: ") + name + "=" + value + "\\n\n";
+        lines += std::string("A: ") + name + "=" + escaped(value) + "\\n\n";
     return lines;
 }
 
@@ -127,15 +136,21 @@ std::string describeRootHub()
            describeOnlyInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
 }
 
-std::string describePanel(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
+std::string describePanel(const UsbfsPanel::Address& address, const PanelModel& model)
 {
-    const NamesAndValues names{{"manufacturer", PanelStrings::manufacturer}, {"product", PanelStrings::product}};
+    const std::vector<std::uint8_t> descriptors = model.getDescriptors();
+    NamesAndValues names;
+    for (const auto& [name, indexOffset] : {std::pair("manufacturer", 14), std::pair("product", 15)}) {
+        const std::string text = readPanelString(model.getString(descriptors[static_cast<std::size_t>(indexOffset)]));
+        if (!text.empty())
+            names.emplace_back(name, text);
+    }
     return describe(panelPath(address), address, 0, descriptors, names);
 }
 
-std::string describeInterface(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors)
+std::string describeInterface(const UsbfsPanel::Address& address, const PanelModel& model)
 {
-    return describeOnlyInterface(interfacePath(address), descriptors);
+    return describeOnlyInterface(interfacePath(address), model.getDescriptors());
 }
 
 std::string panelPath(const UsbfsPanel::Address& address)

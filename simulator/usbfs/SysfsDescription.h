@@ -2,9 +2,7 @@
 
 #include "simulator/usbfs/UsbfsPanel.h"
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 namespace Vantor {
 
@@ -15,11 +13,11 @@ namespace SysfsDescription {
 // The root hub of bus 1, device 1.
 std::string describeRootHub();
 
-// A panel behind a port of the root hub; `descriptors` as the kernel's attribute of that name.
-std::string describePanel(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
+// A panel behind a port of the root hub.
+std::string describePanel(const UsbfsPanel::Address& address, const PanelModel& model);
 
 // Its interface, which comes after it.
-std::string describeInterface(const UsbfsPanel::Address& address, const std::vector<std::uint8_t>& descriptors);
+std::string describeInterface(const UsbfsPanel::Address& address, const PanelModel& model);
 
 // Where sysfs has it and its interface, from /sys.
 std::string panelPath(const UsbfsPanel::Address& address);

@@ -123,11 +123,10 @@ void UsbfsBus::show(UsbfsPanel& panel)
     umockdev_testbed_attach_ioctl(m_testbed.get(), SysfsDescription::nodePath(address).c_str(), panel.getIoctlHandler(),
                                   &error);
     throwOnError(error, "attach");
-    const auto descriptors = panel.getModel().getDescriptors();
     // One at a time, as each is an event.
     for (const auto& describe : {SysfsDescription::describePanel, SysfsDescription::describeInterface})
         if (awaitListeners(panel.getNumber()))
-            addToSysfs(describe(address, descriptors));
+            addToSysfs(describe(address, panel.getModel()));
 }
 
 // Takes unplugged panels off umockdev, all but the last few, and one that had this device

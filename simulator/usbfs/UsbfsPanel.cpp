@@ -87,8 +87,8 @@ void UsbfsPanel::handOn(PanelModel& model)
     }
     m_node.setReady(
         std::any_of(m_files.begin(), m_files.end(), [](const auto& entry) { return entry.second->hasReapable(); }));
-    const auto deadline = model.nextDeadline();
-    if (isPulled() || (deadline && *deadline < m_share.wakeTime))
+    const auto next = getNextTimeOfBus();
+    if (isPulled() || (next && *next < m_share.wakeTime))
         m_share.deadlineMoved.notify_one();
 }
 

@@ -38,5 +38,38 @@ TEST(PanelDescriptors, strings_inUtf16)
     EXPECT_TRUE(makePanelString(3).empty());
 }
 
+// Each byte that makes them unfit for a panel; the offsets are those of the test above.
+TEST(PanelDescriptors, ofAPanel_areToldFromOthers)
+{
+    const Bytes good = makePanelDescriptors(0x1234, 0xBEEF);
+    EXPECT_TRUE(arePanelDescriptors(good));
+    struct Change {
+        std::size_t offset;
+        std::uint8_t value;
+    };
+    for (const Change& change :
+         {Change{0, 17},  Change{0, 19}, Change{1, 2},    Change{10, 0xEE}, Change{17, 2},    Change{18, 8},
+          Change{18, 10}, Change{19, 4}, Change{20, 31},  Change{20, 33},   Change{23, 2},    Change{27, 8},
+          Change{28, 5},  Change{29, 1}, Change{36, 6},   Change{37, 6},    Change{38, 0x03}, Change{39, 3},
+          Change{43, 8},  Change{43, 0}, Change{45, 0x82}}) {
+        Bytes changed = good;
+        changed[change.offset] = change.value;
+        EXPECT_FALSE(arePanelDescriptors(changed)) << change.offset << ": " << int{change.value};
+    }
+    for (std::size_t size = 0; size < good.size(); ++size)
+        EXPECT_FALSE(arePanelDescriptors({good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)})) << size;
+    Bytes longer = good;
+    longer.push_back(0);
+    EXPECT_FALSE(arePanelDescriptors(longer));
+}
+
+TEST(PanelDescriptors, stringDescriptor_isReadAsFarAsItIsAscii)
+{
+    EXPECT_EQ(readPanelString(makePanelString(1)), "panelsim");
+    EXPECT_EQ(readPanelString({10, 3, 'a', 0, 0xE4, 0, 'b', 1, 'c'}), "a");
+    EXPECT_EQ(readPanelString({4, 3, '\n', 0}), "");
+    EXPECT_EQ(readPanelString({}), "");
+}
+
 } // namespace
 } // namespace Vantor

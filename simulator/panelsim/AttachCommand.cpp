@@ -133,7 +133,7 @@ int attachPanels(const PanelsimOptions& options)
     session.schedule(bus);
     serveUntilTheEnd(bus, signals, control.get(), isToldToQuit);
     bus.unplugAll();
-    return session.finish(bus) ? 0 : PanelsimExit::violation;
+    return session.finish(bus);
 }
 
 } // namespace Vantor

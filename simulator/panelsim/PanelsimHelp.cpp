@@ -69,6 +69,24 @@ What could not be carried out is told on standard error, and the next one tried.
 Example: a cable that comes loose
   panelsim tell 'unplug 1'; sleep 2; panelsim tell 'plug 1')";
 
+constexpr char replay[] =
+    R"(With --replay, the panels of a capture of --record or of usbmon are plugged in, and do and say what
+they did there. Each answer is given when PROGRAM has sent what it followed in the capture, LCD slices
+aside, as long after that as there; with --fast, at once. What does not come is waited for 10 s. What
+was not played by the end is told.
+
+--expect compares what PROGRAM sends with what was sent there, records of each type in their order,
+slices row by row, and tells the first difference of each type:
+  panelsim: difference: panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 4) is another
+    expected 03 04
+    got      03 ff
+    they differ from byte 1 on
+    it came at 0.301 s
+Frames are counted from 1, as Wireshark does, times of the capture from its first transfer with a
+panel, and times of now as in --log.
+
+)";
+
 constexpr char runBeginning[] =
     R"(Panels are numbered from 0; panel P sits at port P+1 of bus 1 and can be left out when it is 0.
 TIME is 250ms, 2s or 1.5s; a plain number is seconds. What happens at 0 has happened before
@@ -81,7 +99,8 @@ The end is when PROGRAM has ended; a command whose time had not come by then is 
 
 Exit code: that of PROGRAM, or 128+N when signal N ended it;
   120  a panel saw a violation of the wire (each is printed)
-  125  wrong usage, or panelsim itself failed
+  121  PROGRAM has sent something else than --expect expects
+  125  wrong usage, a capture that is of no use, or panelsim itself failed
   126  PROGRAM cannot be executed
   127  PROGRAM was not found
 
@@ -91,7 +110,9 @@ SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s la
 reaches PROGRAM by itself: how it takes that is up to it.
 
 Example: a panel that is pulled after 2 s and comes back
-  panelsim run --at 2s 'unplug 0' --at 3.5s 'plug 0' -- panelctl watch --duration 6)";
+  panelsim run --at 2s 'unplug 0' --at 3.5s 'plug 0' -- panelctl watch --duration 6
+Example: a capture from the field as a test
+  panelsim run --replay field.pcap --expect field.pcap -- product)";
 
 constexpr char attachBeginning[] =
     R"(The kernel needs its module vhci-hcd ('modprobe vhci-hcd'), and attaching needs root; who may open
@@ -124,7 +145,7 @@ Example: a panel that is pulled after 20 s and comes back, for any program on th
 std::string PanelsimHelp::getRunFooter()
 {
     return std::string(runBeginning) + explainPanelOrders() + "\n" + script + control + firmware + pictures + capture +
-           runEnd;
+           replay + runEnd;
 }
 
 std::string PanelsimHelp::getTellFooter()

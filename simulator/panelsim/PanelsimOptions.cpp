@@ -164,6 +164,7 @@ struct RawOptions {
     std::vector<std::string> lcds;
     std::string chunkTime;
     bool withoutScatterGather = false;
+    std::vector<unsigned int> ignoredTypes;
 };
 
 void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& raw)
@@ -228,6 +229,37 @@ void addTimedOrders(CLI::App& command, RawOptions& raw, const char* description)
         ->allow_extra_args(false); // would take the -- before PROGRAM for its own end
 }
 
+std::set<PacketType> parseTypes(const std::vector<unsigned int>& numbers)
+{
+    std::set<PacketType> types;
+    for (const unsigned int number : numbers)
+        types.insert(static_cast<PacketType>(number));
+    return types;
+}
+
+void addCaptureOptions(CLI::App& run, PanelsimOptions& options, RawOptions& raw)
+{
+    CLI::Option* const replay =
+        run.add_option("--replay", options.replayFile, "Have the panels do and say what they did in a capture")
+            ->type_name("FILE")
+            ->check(refuseEmpty, "");
+    for (const char* const name : {"--panels", "--max-packet", "--seed", "--flash-dir", "--chunk-time"})
+        replay->excludes(run.get_option(name));
+    run.add_flag("--fast", options.fast, "Replay without the capture's own pace")->needs(replay);
+    CLI::Option* const expect =
+        run.add_option("--expect", options.expectFile, "Compare what PROGRAM sends with what was sent in a capture")
+            ->type_name("FILE")
+            ->check(refuseEmpty, "");
+    run.add_flag("--whole-order", options.wholeOrder, "Compare the order between records of different types, too")
+        ->needs(expect);
+    run.add_option("--ignore-type", raw.ignoredTypes,
+                   "Neither wait for records of this type nor compare them; may be repeated")
+        ->type_name("TYPE")
+        ->allow_extra_args(false)
+        ->check(refuseSign, "")
+        ->check(CLI::Range(0U, 255U));
+}
+
 void addRun(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
 {
     CLI::App* const run = app.add_subcommand("run", "Run PROGRAM on a bus of its own");
@@ -235,6 +267,7 @@ void addRun(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
     addTimedOrders(*run, raw, "What happens TIME after PROGRAM's start; may be repeated");
     addCommonOptions(*run, options, raw);
     run->add_flag("--no-scatter-gather", raw.withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
+    addCaptureOptions(*run, options, raw);
     run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
     run->footer(PanelsimHelp::getRunFooter());
     run->final_callback([&options] { options.subcommand = PanelsimOptions::Subcommand::Run; });
@@ -313,6 +346,9 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
         options.chunkTime = parseChunkTime(raw.chunkTime);
         if (options.subcommand == PanelsimOptions::Subcommand::Tell)
             checkCommands(options);
+        options.ignoredTypes = parseTypes(raw.ignoredTypes);
+        if (!options.ignoredTypes.empty() && options.replayFile.empty() && options.expectFile.empty())
+            throw CLI::RequiresError("--ignore-type", "--replay or --expect");
     } catch (const CLI::ParseError& error) {
         arguments.exitCode = answer(app, error, argc, argv);
         return arguments;

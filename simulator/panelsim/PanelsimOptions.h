@@ -1,5 +1,6 @@
 #pragma once
 
+#include "protocol/PacketType.h"
 #include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/BootLoader.h"
 #include "simulator/panel/PanelScreen.h"
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,9 +17,10 @@ namespace Vantor {
 
 // Exit codes of panelsim, beside those of the program that it runs.
 namespace PanelsimExit {
-constexpr int refused = 1;     // a command that was told could not be carried out
-constexpr int violation = 120; // all went well but that a panel saw a violation of the wire
-constexpr int failure = 125;   // wrong usage, or panelsim itself failed
+constexpr int refused = 1;      // a command that was told could not be carried out
+constexpr int violation = 120;  // all went well but that a panel saw a violation of the wire
+constexpr int difference = 121; // or that the program sent something else than expected
+constexpr int failure = 125;    // wrong usage, or panelsim itself failed
 constexpr int notExecutable = 126;
 constexpr int notFound = 127;
 constexpr int signalBase = 128; // plus the number of the signal that ended the program
@@ -49,6 +52,11 @@ struct PanelsimOptions {
 
     // Of Run.
     bool scatterGather = true;
+    bool fast = false;
+    bool wholeOrder = false;
+    std::string replayFile;            // empty: panels do as panels do
+    std::string expectFile;            // empty: nothing is compared
+    std::set<PacketType> ignoredTypes; // of replaying and comparing
     std::vector<std::string> program;
 
     // Of Attach.

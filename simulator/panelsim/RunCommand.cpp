@@ -120,7 +120,8 @@ int runProgram(const PanelsimOptions& options)
     }
     bus.letGoOfClient();
     controlThread.reset();
-    return session.finish(bus) ? exitCode : PanelsimExit::violation;
+    const int verdict = session.finish(bus);
+    return verdict == 0 ? exitCode : verdict;
 }
 
 } // namespace Vantor

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -164,7 +165,8 @@ std::vector<std::string> finishFlash(PanelBus& bus, FlashFolder* folder)
 
 } // namespace
 
-Simulation::Simulation(const PanelsimOptions& options) : m_options(options), m_orders(readOrders(options))
+Simulation::Simulation(const PanelsimOptions& options)
+    : m_options(options), m_captures(options, complain), m_orders(readOrders(options))
 {
     preparePngFolder(options.pngFolder);
     if (!options.flashFolder.empty())
@@ -197,6 +199,12 @@ void Simulation::setUp(PanelBus::Options& bus)
         else if (!isInTheLog)
             complain(line);
     };
+    m_captures.setUp(bus, [log = bus.log, told = bus.complain](const std::string& line) {
+        if (log)
+            log(line);
+        if (told)
+            told(line);
+    });
 }
 
 void Simulation::begin(PanelBus& bus)
@@ -204,7 +212,9 @@ void Simulation::begin(PanelBus& bus)
     if (m_flashFolder)
         for (unsigned int panel = 0; panel < PanelBus::maxPanels; ++panel)
             bus.setFlash(panel, m_flashFolder->load(panel, BootLoader::Options{}));
-    for (unsigned int panel = 0; panel < m_options.panels; ++panel)
+    std::vector<unsigned int> panels(m_options.panels);
+    std::iota(panels.begin(), panels.end(), 0U);
+    for (const unsigned int panel : m_captures.getFirstPanels().value_or(panels))
         bus.plug(panel);
     for (const TimedOrder& timed : m_orders)
         if (timed.time.count() == 0)
@@ -256,12 +266,13 @@ std::unique_ptr<ControlSocket> Simulation::openControl(const ControlConnection::
     }
 }
 
-bool Simulation::finish(PanelBus& bus)
+int Simulation::finish(PanelBus& bus)
 {
     reportPending(bus.takePending());
     const auto violations = bus.getViolations();
     for (const std::string& violation : violations)
         std::fprintf(stderr, "panelsim: violation: %s\n", violation.c_str());
+    const bool isAsExpected = m_captures.finish(bus, complain);
     auto failures = finishFlash(bus, m_flashFolder.get());
     reportScreens(bus, m_options, failures);
     if (m_log && m_log->hasFailed())
@@ -272,7 +283,9 @@ bool Simulation::finish(PanelBus& bus)
         std::fprintf(stderr, "panelsim: %s\n", failures[i].c_str());
     if (!failures.empty())
         throw std::runtime_error(failures.front());
-    return violations.empty();
+    if (!violations.empty())
+        return PanelsimExit::violation;
+    return isAsExpected ? 0 : PanelsimExit::difference;
 }
 
 } // namespace Vantor

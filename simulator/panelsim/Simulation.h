@@ -2,6 +2,7 @@
 
 #include "simulator/bus/PanelBus.h"
 #include "simulator/panelsim/CaptureFile.h"
+#include "simulator/panelsim/CaptureUse.h"
 #include "simulator/panelsim/ControlSocket.h"
 #include "simulator/panelsim/FlashFolder.h"
 #include "simulator/panelsim/LogFile.h"
@@ -20,7 +21,8 @@ namespace Vantor {
 class Simulation {
 public:
     // Before anything runs, so that a wrong folder or script costs nobody a long run: throws
-    // std::runtime_error for one that can't be made, written to or read.
+    // std::runtime_error for one that can't be made, written to or read, and for a capture
+    // that is of no use.
     explicit Simulation(const PanelsimOptions& options);
 
     // Throws std::runtime_error for a log or a capture that can't be written.
@@ -44,12 +46,14 @@ public:
     // nobody has asked for one; throws std::runtime_error when somebody has.
     std::unique_ptr<ControlSocket> openControl(const ControlConnection::Execute& execute) const;
 
-    // Reports orders that were never due, violations and upgrades, writes flash memory and pictures. False when there
-    // were violations. Throws std::runtime_error when not all of it could be written.
-    bool finish(PanelBus& bus);
+    // Reports orders that were never due, violations, upgrades and differences, writes flash memory and pictures. A
+    // PanelsimExit for what was wrong with what the host did, or 0. Throws
+    // std::runtime_error when not all of it could be written.
+    int finish(PanelBus& bus);
 
 private:
     const PanelsimOptions& m_options;
+    CaptureUse m_captures;
     const std::vector<TimedOrder> m_orders;     // of --at, then of the script
     std::unique_ptr<FlashFolder> m_flashFolder; // null when flash is not kept in files
     std::unique_ptr<LogFile> m_log;             // null without one

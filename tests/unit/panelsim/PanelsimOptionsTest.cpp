@@ -95,13 +95,42 @@ TEST(PanelsimOptions, refusals_quoteAtMost80Characters)
     EXPECT_THAT(refusalOf({"run", "--at", text, "plug", "--", "true"}), HasSubstr("found \"" + shown + "\""));
 }
 
+TEST(PanelsimOptions, captures_areReplayedAndExpected)
+{
+    const Parsed parsed = parse({"run", "--replay", "a", "--fast", "--expect", "b", "--whole-order", "--ignore-type",
+                                 "5", "--ignore-type", "255", "--", "true"});
+    EXPECT_TRUE(parsed.run);
+    EXPECT_EQ(parsed.options.replayFile, "a");
+    EXPECT_TRUE(parsed.options.fast);
+    EXPECT_EQ(parsed.options.expectFile, "b");
+    EXPECT_TRUE(parsed.options.wholeOrder);
+    EXPECT_THAT(parsed.options.ignoredTypes, ElementsAre(static_cast<PacketType>(5), static_cast<PacketType>(255)));
+    EXPECT_THAT(parse({"run", "--replay", "a", "--ignore-type", "5", "echo"}).options.program, ElementsAre("echo"));
+}
+
+TEST(PanelsimOptions, capturesThatContradictOtherOptions_areRefused)
+{
+    for (const char* const option : {"--panels", "--seed", "--max-packet", "--chunk-time", "--flash-dir"})
+        EXPECT_THAT(refusalOf({"run", "--replay", "a", option, "1", "--", "true"}), HasSubstr("excludes"));
+    EXPECT_THAT(refusalOf({"run", "--fast", "--", "true"}), HasSubstr("--fast requires --replay"));
+    EXPECT_THAT(refusalOf({"run", "--replay", "a", "--whole-order", "--", "true"}),
+                HasSubstr("--whole-order requires --expect"));
+    EXPECT_THAT(refusalOf({"run", "--ignore-type", "5", "--", "true"}),
+                HasSubstr("--ignore-type requires --replay or --expect"));
+    EXPECT_NE(refusalOf({"run", "--expect", "a", "--ignore-type", "256", "--", "true"}), "");
+    EXPECT_NE(refusalOf({"run", "--expect", "a", "--ignore-type", "-1", "--", "true"}), "");
+    EXPECT_THAT(refusalOf({"run", "--replay", "", "--", "true"}), HasSubstr("needs a name"));
+    EXPECT_THAT(refusalOf({"run", "--expect", "", "--", "true"}), HasSubstr("needs a name"));
+    EXPECT_NE(refusalOf({"attach", "--replay", "a"}), "");
+}
+
 TEST(PanelsimOptions, helpAndVersion_areAnswered)
 {
     EXPECT_EQ(parse({"--version"}).output, "panelsim 1.2.1\n");
     const Parsed help = parse({"run", "--help"});
     EXPECT_EQ(help.exitCode, 0);
-    for (const char* const text : {"--no-scatter-gather", "120", "--at TIME 'COMMAND'", "a plain number is seconds",
-                                   "once is the default", "EREMOTEIO", "use 1100"})
+    for (const char* const text : {"--no-scatter-gather", "120", "121", "difference: panel 0", "--at TIME 'COMMAND'",
+                                   "a plain number is seconds", "once is the default", "EREMOTEIO", "use 1100"})
         EXPECT_THAT(help.output, HasSubstr(text));
     const Parsed attachHelp = parse({"attach", "--help"});
     EXPECT_EQ(attachHelp.exitCode, 0);

@@ -193,7 +193,8 @@ const std::vector<OrderWords::Opening>& OrderWords::openings()
 {
     static const std::vector<Opening> all{
         {"plug", "", PlugOrder{}},           {"unplug", "", UnplugOrder{}},          {"fault", "", FaultOrder{}},
-        {"fault", "boot", BootFaultOrder{}}, {"fault", "clear", ClearFaultsOrder{}}, {"emit", "", EmitOrder{}}};
+        {"fault", "boot", BootFaultOrder{}}, {"fault", "clear", ClearFaultsOrder{}}, {"emit", "", EmitOrder{}},
+        {"emit", "raw", EmitRawOrder{}}};
     return all;
 }
 
@@ -262,6 +263,12 @@ const OrderWords::Phrase<EmitOrder>& OrderWords::emitPhrase()
         {false,
          {has("every", "TIME", &EmitOrder::every, time(), "from one packet to the next; 0 is the default",
               {[](const Time& every) { return every == Time(0); }})}}};
+    return phrase;
+}
+
+const OrderWords::Phrase<EmitRawOrder>& OrderWords::emitRawPhrase()
+{
+    static const Phrase<EmitRawOrder> phrase{{true, {has("hex", "HEX", &EmitRawOrder::bytes, hex())}}};
     return phrase;
 }
 

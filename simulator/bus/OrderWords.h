@@ -47,6 +47,7 @@ const std::vector<Opening>& openings(); // by the alternatives of PanelOrder
 const Phrase<PanelFault>& faultPhrase();
 const Phrase<BootFault>& bootFaultPhrase();
 const Phrase<EmitOrder>& emitPhrase(); // its places may come in any order
+const Phrase<EmitRawOrder>& emitRawPhrase();
 
 // The phrase behind the opening and what it is about; nothing for an order without one.
 template <typename Order, typename Use> void usePhrase(Order& order, const Use& use)
@@ -58,6 +59,8 @@ template <typename Order, typename Use> void usePhrase(Order& order, const Use& 
         use(bootFaultPhrase(), order.fault);
     else if constexpr (std::is_same_v<Plain, EmitOrder>)
         use(emitPhrase(), order);
+    else if constexpr (std::is_same_v<Plain, EmitRawOrder>)
+        use(emitRawPhrase(), order);
 }
 
 } // namespace OrderWords

@@ -288,6 +288,8 @@ std::string describe(const PanelOrder& order)
     if (const auto* const emission = std::get_if<EmitOrder>(&order))
         return "emit type " + std::to_string(static_cast<int>(emission->type)) + ", " +
                formatBytes(emission->payload.size());
+    if (const auto* const emission = std::get_if<EmitRawOrder>(&order))
+        return "emit raw, " + formatBytes(emission->bytes.size());
     return format(order, "");
 }
 
@@ -317,7 +319,8 @@ A boot fault meets the next firmware record, a request or a chunk of an upgrade,
 others; sticky, all from then on:
 )" + explain(OrderWords::bootFaultPhrase()) +
            R"(
-emit has the panel send packets of one record each. Its words come in any order:
+emit has the panel send packets of one record each, or with raw one transfer of these bytes, which
+need not be a packet. Its words come in any order:
 )" + explain(OrderWords::emitPhrase());
 }
 

@@ -49,7 +49,14 @@ struct EmitOrder {
     bool isBegun = false; // what is left of a repeated emission; no words say that
 };
 
-using PanelOrder = std::variant<PlugOrder, UnplugOrder, FaultOrder, BootFaultOrder, ClearFaultsOrder, EmitOrder>;
+// One transfer of these bytes, whatever they are.
+struct EmitRawOrder {
+    unsigned int panel = 0;
+    std::vector<std::uint8_t> bytes;
+};
+
+using PanelOrder =
+    std::variant<PlugOrder, UnplugOrder, FaultOrder, BootFaultOrder, ClearFaultsOrder, EmitOrder, EmitRawOrder>;
 
 struct TimedOrder {
     std::chrono::nanoseconds time; // after the start
@@ -69,7 +76,7 @@ ParsedOrder parsePanelOrder(std::string_view line);
 std::string formatPanelOrder(const PanelOrder& order);
 
 // As the log has it, without the panel, and of an emission no more than type and size:
-// "fault out stall once", "emit type 5, 1 byte".
+// "fault out stall once", "emit type 5, 1 byte", "emit raw, 9 bytes".
 std::string describe(const PanelOrder& order);
 
 // Whether a line may begin with this word.

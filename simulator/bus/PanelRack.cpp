@@ -41,6 +41,7 @@ struct Deed {
     void operator()(const BootFaultOrder& order) const { model.inject(order.fault); }
     void operator()(const ClearFaultsOrder& /*order*/) const { model.clearFaults(); }
     void operator()(const EmitOrder& order) const { model.emit(order.type, order.payload); }
+    void operator()(const EmitRawOrder& order) const { model.emitRaw(order.bytes); }
     void operator()(const PlugOrder& /*order*/) const {}
     void operator()(const UnplugOrder& /*order*/) const {}
 };

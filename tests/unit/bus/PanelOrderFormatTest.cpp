@@ -54,6 +54,11 @@ bool operator==(const EmitOrder& left, const EmitOrder& right)
            std::tie(right.panel, right.type, right.payload, right.count, right.every, right.isBegun);
 }
 
+bool operator==(const EmitRawOrder& left, const EmitRawOrder& right)
+{
+    return left.panel == right.panel && left.bytes == right.bytes;
+}
+
 namespace {
 
 PanelOrder parse(const std::string& line)
@@ -72,6 +77,8 @@ struct Line {
 const Line lines[] = {
     {"plug", "plug 0"},
     {"plug 3", "plug 3"},
+    {"emit raw hex=0xDE:ad", "emit 0 raw hex=dead"},
+    {"emit 2 raw hex=00", "emit 2 raw hex=00"},
     {"unplug 4294967295", "unplug 4294967295"},
     {"fault out stall", "fault 0 out stall once"},
     {"fault 2 in silent sticky", "fault 2 in silent sticky"},
@@ -125,6 +132,7 @@ TEST(PanelOrderFormat, description_isTheLineWithoutItsPanel)
     EXPECT_EQ(describe(parse("fault 3 boot reply=F0 skip=3")), "fault boot reply=f0 skip=3 once");
     EXPECT_EQ(describe(parse("emit type=5 hex=01")), "emit type 5, 1 byte");
     EXPECT_EQ(describe(parse("emit 3 type=255 size=20 count=2")), "emit type 255, 20 bytes");
+    EXPECT_EQ(describe(parse("emit 3 raw hex=0102")), "emit raw, 2 bytes");
 }
 
 TEST(PanelOrderFormat, panelOf_isTheOrdersPanel)
@@ -152,7 +160,8 @@ TEST(PanelOrderFormat, help_explainsWhatIsParsed)
                           "  fault [P] boot "
                           "reply=CODE|lose|ignore|delay=TIME|duplicate|corrupt=OFFSET|unplug [skip=N] [once|sticky]\n"
                           "  fault [P] clear\n"
-                          "  emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]\n"));
+                          "  emit [P] type=T hex=HEX|size=N [count=C] [every=TIME]\n"
+                          "  emit [P] raw hex=HEX\n"));
     EXPECT_THAT(help, testing::HasSubstr("\n  stall         the endpoint halts"));
     EXPECT_THAT(help, testing::HasSubstr("\n  status=ERRNO  the transfer fails: EPROTO, EILSEQ"));
     EXPECT_THAT(help, testing::HasSubstr("EOVERFLOW or ESHUTDOWN; out loses"));
@@ -181,7 +190,7 @@ private:
     PanelOrder makeOrder()
     {
         const unsigned int panel = m_random.below(40);
-        switch (m_random.below(6)) {
+        switch (m_random.below(7)) {
         case 0:
             return PlugOrder{panel};
         case 1:
@@ -192,6 +201,8 @@ private:
             return FaultOrder{panel, makeFault()};
         case 4:
             return BootFaultOrder{panel, makeBootFault()};
+        case 5:
+            return EmitRawOrder{panel, m_random.bytes(m_random.between(1, 40))};
         default:
             return makeEmission(panel);
         }

@@ -183,6 +183,17 @@ TEST(PanelOrder, emit_sizeCountsUpAndOrderIsFree)
     EXPECT_TRUE(parsed<EmitOrder>("emit type=0 size=0").payload.empty());
 }
 
+TEST(PanelOrder, emitRaw_takesBytesAlone)
+{
+    const auto emit = parsed<EmitRawOrder>("emit 1 raw hex=0d00ff");
+    EXPECT_EQ(emit.panel, 1u);
+    EXPECT_THAT(emit.bytes, ElementsAre(0x0D, 0x00, 0xFF));
+    EXPECT_EQ(parsed<EmitRawOrder>("emit raw hex=00").panel, 0u);
+    EXPECT_EQ(errorOf("emit raw"), "expected hex=HEX, found the end");
+    EXPECT_EQ(errorOf("emit raw type=1"), "expected hex=HEX, found \"type=1\"");
+    EXPECT_EQ(errorOf("emit raw hex=00 count=2"), "expected the end, found \"count=2\"");
+}
+
 TEST(PanelOrder, emit_largestPayload)
 {
     EXPECT_EQ(parsed<EmitOrder>("emit type=0 size=65524").payload.size(), 65524u);

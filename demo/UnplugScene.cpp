@@ -60,6 +60,7 @@ void UnplugScene::handle(const PanelEvent& event)
     case PanelEvent::Kind::Arrived:
         handleArrival(event.uid);
         break;
+    case PanelEvent::Kind::Malformed:
     case PanelEvent::Kind::Packet:
         m_accounts[event.uid].count(event);
         if (event.type == PacketType::DeviceInformation)

@@ -7,6 +7,7 @@
 #include "panelctl/command/SendCommand.h"
 #include "panelctl/command/WatchCommand.h"
 #include "panelctl/flash/FlashCommand.h"
+#include "panelctl/session/PacketNames.h"
 #include "panelctl/session/UsbIds.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Wording.h"
@@ -16,6 +17,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -100,6 +102,8 @@ constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's,
                                     "  130  interrupted, by Ctrl-C first (143: by SIGTERM): nothing sent, left half\n"
                                     "       written or all written, as the message says";
 
+constexpr const char* jsonFlag = "--json";
+
 // Seconds.
 constexpr double defaultTimeout = 5;
 constexpr double defaultPatience = 30; // of flash, for progress
@@ -157,6 +161,19 @@ bool parsePair(const std::string& text, char separator, int low, Number& first, 
         return false;
     first = static_cast<Number>(std::stoi(text));
     second = static_cast<Number>(std::stoi(text.substr(middle + 1)));
+    return true;
+}
+
+// "0,FirmwareUpgradeCommand"
+bool parseTypes(const std::string& text, std::set<PacketType>& types)
+{
+    std::istringstream list(text + ",");
+    for (std::string word; std::getline(list, word, ',');) {
+        const std::optional<PacketType> type = PacketNames::parse(word);
+        if (!type)
+            return false;
+        types.insert(*type);
+    }
     return true;
 }
 
@@ -231,6 +248,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
                     "Longest wait for a panel's information, and for\na record or picture to leave (default 5)")
         ->option_text("SECONDS")
         ->check(timeFrom(0.001));
+    m_app.add_flag(jsonFlag, "Say everything as JSON on standard output, one object\na line: docs/json.md");
     m_app.footer(helpFooter);
     addList();
     addInfo();
@@ -281,6 +299,7 @@ void Parser::addWatch()
     CLI::App* const command = add("watch", "Print arrivals, departures and packets as they come", [this] {
         if (m_duration)
             m_watch.duration = toNanoseconds(*m_duration);
+        m_watch.panel = m_panel;
         return std::make_unique<WatchCommand>(m_watch);
     });
     command->add_option("--duration", m_duration, "End after this time")->option_text("SECONDS")->check(timeFrom(0));
@@ -290,6 +309,11 @@ void Parser::addWatch()
     command->add_option("--bytes", m_watch.shownBytes, "Show at most this many bytes of a packet")
         ->option_text("N")
         ->check(numberBetween<std::uint64_t>(0, 65535, "a number of bytes"));
+    command->add_option("--panel", m_panel, "Show this panel alone, also when it comes back")->option_text("PANEL");
+    addParsed(*command, "--type", "Show packets of these types alone: numbers, or\nnames like DeviceInformation",
+              "a list of types, each 0 to 255 or one of " + PacketNames::listAll(),
+              [this](const std::string& text) { return parseTypes(text, m_watch.types); })
+        ->option_text("TYPE[,TYPE...]");
 }
 
 void Parser::addSend()
@@ -484,6 +508,12 @@ CommandLine Parser::parse(int argc, char** argv)
 }
 
 } // namespace
+
+Output::Form CommandLine::formOf(int argc, char** argv)
+{
+    char** const end = std::find(argv, argv + argc, std::string("--")); // what follows are no options
+    return std::find(argv, end, std::string(jsonFlag)) != end ? Output::Form::Json : Output::Form::Text;
+}
 
 CommandLine CommandLine::parse(int argc, char** argv)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "panelctl/command/Command.h"
+#include "panelctl/terminal/Output.h"
 
 #include <memory>
 #include <string>
@@ -12,6 +13,9 @@ struct CommandLine {
     std::unique_ptr<Command> command; // empty: print `text` and be done
     std::string text;
     int logLevel = 0;
+
+    // In which form to answer, and also to refuse arguments that can't be parsed.
+    static Output::Form formOf(int argc, char** argv);
 
     // Throws Failure (usage).
     static CommandLine parse(int argc, char** argv);

@@ -2,9 +2,11 @@
 
 #include "panelctl/command/Drawing.h"
 #include "panelctl/picture/PngReader.h"
+#include "panelctl/session/PanelJson.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Report.h"
 #include "panelctl/terminal/Wording.h"
 
 #include <cinttypes>
@@ -38,6 +40,48 @@ std::vector<ClientLcdBitmap> makeLayers(const DrawCommand::Options& options, Pic
     return PictureLayers::make(picture.centredOn(options.width, options.height, margin), placeOf(options), form);
 }
 
+class DrawnReport final : public Report {
+public:
+    DrawnReport(const DrawCommand::Options& options, PictureLayers::Form form, const Panel& panel,
+                const PacketForecast& forecast, std::chrono::nanoseconds time)
+        : m_options(options), m_isRaw(form == PictureLayers::Form::Raw), m_panel(panel), m_forecast(forecast),
+          m_time(time)
+    {}
+
+    std::string asText() const override
+    {
+        const double milliseconds = std::chrono::duration<double, std::milli>(m_time).count();
+        return formatText("%s has taken %s of %s for LCD %u, %s: %" PRIu64 " bytes in %s, in %.1f ms\n",
+                          m_panel.getName().c_str(), formatNumber(m_options.height, "row").c_str(),
+                          formatNumber(m_options.width, "pixel").c_str(), static_cast<unsigned int>(m_options.lcd),
+                          m_isRaw ? "raw" : "as run-length words", m_forecast.getBytes(),
+                          formatNumber(m_forecast.getPackets(), "packet").c_str(), milliseconds);
+    }
+
+    JsonObject asJson() const override
+    {
+        JsonObject object("drawn");
+        addName(object, m_panel);
+        object.add("lcd", m_options.lcd)
+            .add("x", m_options.x)
+            .add("y", m_options.y)
+            .add("width", m_options.width)
+            .add("height", m_options.height)
+            .add("form", m_isRaw ? "raw" : "run-length")
+            .add("bytes", m_forecast.getBytes())
+            .add("packets", m_forecast.getPackets())
+            .add("seconds", toSeconds(m_time));
+        return object;
+    }
+
+private:
+    const DrawCommand::Options& m_options;
+    const bool m_isRaw;
+    const Panel& m_panel;
+    const PacketForecast& m_forecast;
+    const std::chrono::nanoseconds m_time;
+};
+
 } // namespace
 
 DrawCommand::DrawCommand(std::chrono::nanoseconds timeout, const Options& options)
@@ -57,11 +101,7 @@ void DrawCommand::run(Session& session, Output& output)
     drawing.hold();
     drawing.release();
     drawing.await(session, m_timeout);
-    const double milliseconds = std::chrono::duration<double, std::milli>(Session::Clock::now() - start).count();
-    output.line("%s has taken %s of %s for LCD %u, %s: %" PRIu64 " bytes in %s, in %.1f ms", panel.getName().c_str(),
-                formatNumber(m_options.height, "row").c_str(), formatNumber(m_options.width, "pixel").c_str(),
-                static_cast<unsigned int>(m_options.lcd), describeForm(), drawing.getForecast().getBytes(),
-                formatNumber(drawing.getForecast().getPackets(), "packet").c_str(), milliseconds);
+    output.report(DrawnReport(m_options, m_form, panel, drawing.getForecast(), Session::Clock::now() - start));
 }
 
 // Only a row of run-length words can be too long: of packed pixels it has 32 bytes at most.
@@ -69,7 +109,7 @@ void DrawCommand::refuseUnsendable(const Panel& panel, const Drawing& drawing) c
 {
     if (drawing.getForecast().isComplete())
         return;
-    throw Failure(ExitCode::Failed,
+    throw Failure(ExitCode::Failed, FailureKind::tooLarge,
                   "the picture can't be sent to " + panel.getName() + " as run-length words: a row of it takes " +
                       std::to_string(PictureLayers::getLongestRow(m_layers.front())) +
                       " bytes, more than a slice holds under its packet limit of " +
@@ -77,11 +117,6 @@ void DrawCommand::refuseUnsendable(const Panel& panel, const Drawing& drawing) c
                       std::to_string(PacketForecast::findNeededLimit(m_layers)) +
                       ".\nIt would never leave and would hold back everything behind it, so it was not queued. " +
                       (m_options.encoded ? "Send it without --encoded." : "Make it narrower with --size."));
-}
-
-const char* DrawCommand::describeForm() const
-{
-    return m_form == PictureLayers::Form::Raw ? "raw" : "as run-length words";
 }
 
 } // namespace Vantor

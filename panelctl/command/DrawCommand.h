@@ -37,7 +37,6 @@ public:
 
 private:
     void refuseUnsendable(const Panel& panel, const Drawing& drawing) const;
-    const char* describeForm() const;
 
     std::chrono::nanoseconds m_timeout;
     Options m_options;

@@ -1,7 +1,10 @@
 #include "panelctl/command/InfoCommand.h"
 
+#include "panelctl/session/PanelJson.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Report.h"
+#include "panelctl/terminal/Wording.h"
 #include "wire/PanelLink.h"
 
 namespace Vantor {
@@ -19,18 +22,37 @@ std::string describeLimit(const Panel& panel)
     return text;
 }
 
+class InfoReport final : public Report {
+public:
+    explicit InfoReport(const Panel& panel) : m_panel(panel) {}
+
+    std::string asText() const override
+    {
+        return "uid           " + m_panel.getUidText() + "\nbus-port      " + m_panel.getPlace() + "\ndescription   " +
+               m_panel.getDescription() + "\npacket limit  " + describeLimit(m_panel) + "\nlast byte     0x" +
+               formatHex(m_panel.getInformation()->reserved, 2) + ", meaning fixed by its firmware\ntraffic       " +
+               std::to_string(m_panel.getSentBytes()) + " bytes to it and " +
+               std::to_string(m_panel.getReceivedBytes()) + " from it since panelctl was started\n";
+    }
+
+    JsonObject asJson() const override
+    {
+        JsonObject object("panel");
+        addPanel(object, m_panel);
+        object.add("sentBytes", m_panel.getSentBytes()).add("receivedBytes", m_panel.getReceivedBytes());
+        return object;
+    }
+
+private:
+    const Panel& m_panel;
+};
+
 } // namespace
 
 void InfoCommand::run(Session& session, Output& output)
 {
     const Panel panel = session.awaitInformation(session.choosePanel(m_panel), m_timeout);
-    output.line("uid           %s", panel.getUidText().c_str());
-    output.line("bus-port      %s", panel.getPlace().c_str());
-    output.line("description   %s", panel.getDescription().c_str());
-    output.line("packet limit  %s", describeLimit(panel).c_str());
-    output.line("last byte     0x%02x, meaning fixed by its firmware", panel.getInformation()->reserved);
-    output.line("traffic       %u bytes to it and %u from it since panelctl was started", panel.getSentBytes(),
-                panel.getReceivedBytes());
+    output.report(InfoReport(panel));
 }
 
 } // namespace Vantor

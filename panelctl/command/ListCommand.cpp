@@ -1,9 +1,12 @@
 #include "panelctl/command/ListCommand.h"
 
 #include "panelctl/session/Diagnosis.h"
+#include "panelctl/session/PanelJson.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Report.h"
+#include "panelctl/terminal/Wording.h"
 
 #include <string>
 
@@ -11,17 +14,32 @@ namespace Vantor {
 
 namespace {
 
-void printRow(Output& output, const Panel& panel)
-{
-    std::string limit = "-";
-    std::string description = panel.isAlive() ? "(no device information)" : "(can't be used)";
-    if (panel.getInformation()) {
-        limit = std::to_string(panel.getPacketLimit());
-        description = panel.getDescription();
+class PanelReport final : public Report {
+public:
+    explicit PanelReport(const Panel& panel) : m_panel(panel) {}
+
+    std::string asText() const override
+    {
+        std::string limit = "-";
+        std::string description = m_panel.isAlive() ? "(no device information)" : "(can't be used)";
+        if (m_panel.getInformation()) {
+            limit = std::to_string(m_panel.getPacketLimit());
+            description = m_panel.getDescription();
+        }
+        return formatText("%-4s  %-8s  %6s  %s\n", m_panel.getUidText().c_str(), m_panel.getPlace().c_str(),
+                          limit.c_str(), description.c_str());
     }
-    output.line("%-4s  %-8s  %6s  %s", panel.getUidText().c_str(), panel.getPlace().c_str(), limit.c_str(),
-                description.c_str());
-}
+
+    JsonObject asJson() const override
+    {
+        JsonObject object("panel");
+        addPanel(object, m_panel);
+        return object;
+    }
+
+private:
+    const Panel& m_panel;
+};
 
 } // namespace
 
@@ -34,17 +52,17 @@ void ListCommand::run(Session& session, Output& output)
 
     output.line("%-4s  %-8s  %6s  %s", "UID", "BUS-PORT", "LIMIT", "DESCRIPTION");
     for (const Panel& panel : panels)
-        printRow(output, panel);
+        output.report(PanelReport(panel));
 
     std::string unusable;
     for (const Panel& panel : panels) {
         if (!panel.isAlive())
             unusable += (unusable.empty() ? "" : "\n") + session.explainNotAlive(panel);
         else if (!panel.getInformation())
-            printError(explainNoInformation(panel, m_timeout));
+            output.warn({"no-information", explainNoInformation(panel, m_timeout), panel.getUidText()});
     }
     if (!unusable.empty())
-        throw Failure(ExitCode::Failed, unusable);
+        throw Failure(ExitCode::Failed, FailureKind::panelUnusable, unusable);
 }
 
 } // namespace Vantor

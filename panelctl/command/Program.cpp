@@ -6,7 +6,6 @@
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/LogRelay.h"
-#include "panelctl/terminal/Output.h"
 
 #include <exception>
 #include <optional>
@@ -29,21 +28,22 @@ void reserveStandardInput()
 
 } // namespace
 
-int runProgram(const std::function<void(Output&, const Interrupt&)>& body)
+int runProgram(const std::function<void(Output&, const Interrupt&)>& body, Output::Form form)
 {
+    reserveStandardInput();
+    Output output(form);
+    const auto endBy = [&output](const Failure& failure) {
+        output.complain(failure);
+        return failure.getExitCode();
+    };
     try {
-        reserveStandardInput();
-        Output output;
         const Interrupt interrupt;
         body(output, interrupt);
         return static_cast<int>(ExitCode::Success);
     } catch (const Failure& failure) {
-        if (*failure.what() != '\0')
-            printError(failure.what());
-        return failure.getExitCode();
+        return endBy(failure);
     } catch (const std::exception& error) {
-        printError(std::string("unexpected: ") + error.what());
-        return static_cast<int>(ExitCode::Failed);
+        return endBy({ExitCode::Failed, FailureKind::unexpected, std::string("unexpected: ") + error.what()});
     }
 }
 

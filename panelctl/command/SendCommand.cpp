@@ -2,16 +2,17 @@
 
 #include "panelctl/command/Delivery.h"
 #include "panelctl/command/HexText.h"
+#include "panelctl/session/PanelJson.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Report.h"
 #include "panelctl/terminal/Wording.h"
 #include "protocol/PacketHeader.h"
 #include "wire/RecordHeader.h"
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <limits>
 #include <memory>
@@ -66,12 +67,47 @@ std::vector<std::uint8_t> readFile(const std::string& path)
     if (!bytes)
         throw Failure(ExitCode::Usage, "--file: " + name + " can't be read: " + describeError(error) + ".");
     if (bytes->size() > longestPayload)
-        throw Failure(ExitCode::Failed, "the record is too large for any panel: " + name + " is longer than " +
-                                            std::to_string(longestPayload) +
-                                            " bytes, the largest payload that fits a packet.\n"
-                                            "It was not queued. Send it in smaller records.");
+        throw Failure(ExitCode::Failed, FailureKind::tooLarge,
+                      "the record is too large for any panel: " + name + " is longer than " +
+                          std::to_string(longestPayload) +
+                          " bytes, the largest payload that fits a packet.\n"
+                          "It was not queued. Send it in smaller records.");
     return *bytes;
 }
+
+class SentReport final : public Report {
+public:
+    SentReport(const SendCommand::Options& options, std::size_t size, const Panel& panel, std::chrono::nanoseconds time)
+        : m_options(options), m_size(size), m_panel(panel), m_time(time)
+    {}
+
+    std::string asText() const override
+    {
+        const std::string times = m_options.repeat == 1 ? "" : std::to_string(m_options.repeat) + " times ";
+        const std::string key = m_options.key ? ", key " + std::to_string(*m_options.key) : "";
+        const double milliseconds = std::chrono::duration<double, std::milli>(m_time).count();
+        return formatText("%s has taken %stype %d%s, %s, in %.1f ms\n", m_panel.getName().c_str(), times.c_str(),
+                          m_options.type, key.c_str(), formatNumber(m_size, "payload byte").c_str(), milliseconds);
+    }
+
+    JsonObject asJson() const override
+    {
+        JsonObject object("sent");
+        addName(object, m_panel);
+        object.add("type", m_options.type)
+            .add("key", m_options.key)
+            .add("length", m_size)
+            .add("records", m_options.repeat)
+            .add("seconds", toSeconds(m_time));
+        return object;
+    }
+
+private:
+    const SendCommand::Options& m_options;
+    const std::size_t m_size;
+    const Panel& m_panel;
+    const std::chrono::nanoseconds m_time;
+};
 
 } // namespace
 
@@ -96,25 +132,19 @@ void SendCommand::run(Session& session, Output& output)
                               formatNumber(m_options.repeat, "record") +
                               ".\nOne more was on its way: whether the panel has got it is not known.");
     }
-    const double milliseconds = std::chrono::duration<double, std::milli>(Session::Clock::now() - start).count();
-
-    if (m_options.repeat == 1)
-        output.line("%s has taken %s, in %.1f ms", panel.getName().c_str(), describe().c_str(), milliseconds);
-    else
-        output.line("%s has taken %" PRIu64 " times %s, in %.1f ms", panel.getName().c_str(), m_options.repeat,
-                    describe().c_str(), milliseconds);
+    output.report(SentReport(m_options, m_payload.size(), panel, Session::Clock::now() - start));
 }
 
 void SendCommand::refuseTooLarge(const Panel& panel) const
 {
     if (m_payload.size() <= panel.getPayloadLimit())
         return;
-    throw Failure(ExitCode::Failed, "the record is too large for " + panel.getName() + ": " +
-                                        std::to_string(m_payload.size()) + " payload bytes, and its packet limit of " +
-                                        std::to_string(panel.getPacketLimit()) + " bytes leaves room for " +
-                                        std::to_string(panel.getPayloadLimit()) +
-                                        ".\nIt would never leave and would hold back everything behind it, so it was "
-                                        "not queued. Send it in smaller records.");
+    throw Failure(ExitCode::Failed, FailureKind::tooLarge,
+                  "the record is too large for " + panel.getName() + ": " + std::to_string(m_payload.size()) +
+                      " payload bytes, and its packet limit of " + std::to_string(panel.getPacketLimit()) +
+                      " bytes leaves room for " + std::to_string(panel.getPayloadLimit()) +
+                      ".\nIt would never leave and would hold back everything behind it, so it was "
+                      "not queued. Send it in smaller records.");
 }
 
 // One at a time: a keyed record would otherwise be replaced by the next one, and
@@ -127,14 +157,6 @@ void SendCommand::sendOnce(Session& session, const Panel& panel, std::uint64_t s
                    m_options.repeat == 1 ? ""
                                          : "\nTaken before that: " + std::to_string(sent) + " of " +
                                                std::to_string(m_options.repeat) + " records.");
-}
-
-std::string SendCommand::describe() const
-{
-    std::string text = "type " + std::to_string(m_options.type);
-    if (m_options.key)
-        text += ", key " + std::to_string(*m_options.key);
-    return text + ", " + formatNumber(m_payload.size(), "payload byte");
 }
 
 } // namespace Vantor

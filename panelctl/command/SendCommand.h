@@ -31,7 +31,6 @@ public:
 private:
     void refuseTooLarge(const Panel& panel) const;
     void sendOnce(Session& session, const Panel& panel, std::uint64_t sent) const;
-    std::string describe() const;
 
     std::chrono::nanoseconds m_timeout;
     Options m_options;

@@ -1,6 +1,5 @@
 #include "panelctl/command/WatchCommand.h"
 
-#include "panelctl/command/HexText.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
@@ -10,17 +9,27 @@ namespace Vantor {
 
 void WatchCommand::run(Session& session, Output& output)
 {
+    choosePanel(session);
     try {
         watch(session, output);
     } catch (const Interrupted&) {
-        summarise(output);
+        output.report(WatchSummary(m_counts));
         throw;
     }
-    summarise(output);
-    if (m_options.count && m_packets < *m_options.count)
-        throw Failure(ExitCode::TimedOut, "only " + std::to_string(m_packets) + " of " +
+    output.report(WatchSummary(m_counts));
+    if (m_options.count && m_counts.packets < *m_options.count)
+        throw Failure(ExitCode::TimedOut, "only " + std::to_string(m_counts.packets) + " of " +
                                               std::to_string(*m_options.count) + " packets came within " +
                                               formatSeconds(*m_options.duration) + ".");
+}
+
+void WatchCommand::choosePanel(const Session& session)
+{
+    if (!m_options.panel)
+        return;
+    const Panel panel = session.choosePanel(m_options.panel);
+    m_place = panel.getPlace();
+    m_uids.insert(panel.getUid());
 }
 
 void WatchCommand::watch(Session& session, Output& output)
@@ -30,56 +39,73 @@ void WatchCommand::watch(Session& session, Output& output)
                          ? m_start + std::chrono::duration_cast<Session::Clock::duration>(*m_options.duration)
                          : Session::Clock::time_point::max();
     if (session.getPanels().empty())
-        printError("no panel is attached yet; waiting for one.");
-    while (!m_options.count || m_packets < *m_options.count) {
+        output.warn({"waiting", "no panel is attached yet; waiting for one.", ""});
+    while (!m_options.count || m_counts.packets < *m_options.count) {
         const std::optional<PanelEvent> event = session.nextEvent(end);
         if (!event)
             return;
-        print(*event, session, output);
+        take(*event, session, output);
     }
 }
 
-void WatchCommand::print(const PanelEvent& event, const Session& session, Output& output)
+void WatchCommand::take(const PanelEvent& event, const Session& session, Output& output)
 {
-    const double seconds = std::chrono::duration<double>(event.time - m_start).count();
-    const std::string uid = formatUid(event.uid);
+    if (event.kind == PanelEvent::Kind::Arrived) {
+        takeArrival(event, session, output);
+        return;
+    }
+    if (!isWanted(event))
+        return;
     switch (event.kind) {
-    case PanelEvent::Kind::Arrived:
-        if (event.place.empty()) {
-            explainUnusable(event.uid, session);
-            break;
-        }
-        m_present.insert(event.uid);
-        ++m_arrivals;
-        output.line("%9.3f  %s  arrived  at %s", seconds, uid.c_str(), event.place.c_str());
-        break;
     case PanelEvent::Kind::Departed:
         if (m_present.erase(event.uid) == 0)
-            break; // of what had not arrived
-        ++m_departures;
-        output.line("%9.3f  %s  left", seconds, uid.c_str());
+            return; // of what had not arrived
+        ++m_counts.departures;
         break;
     case PanelEvent::Kind::Packet:
-        ++m_packets;
-        output.line("%9.3f  %s  packet   type %-2d  %5zu %-5s  %s", seconds, uid.c_str(), static_cast<int>(event.type),
-                    event.payload.size(), event.payload.size() == 1 ? "byte" : "bytes",
-                    HexText::format(event.payload, m_options.shownBytes).c_str());
+        ++m_counts.packets;
+        break;
+    case PanelEvent::Kind::Malformed:
+        ++m_counts.malformed;
+        break;
+    case PanelEvent::Kind::Arrived:
         break;
     }
+    print(event, output);
 }
 
-// Unless it has gone meanwhile.
-void WatchCommand::explainUnusable(std::uint16_t uid, const Session& session)
+void WatchCommand::takeArrival(const PanelEvent& event, const Session& session, Output& output)
 {
-    const std::optional<Panel> panel = session.findPanel(uid);
-    if (panel && !panel->isAlive())
-        printError(session.explainNotAlive(*panel));
+    // One that can't be used is explained, unless it has gone meanwhile.
+    const std::optional<Panel> panel = event.place.empty() ? session.findPanel(event.uid) : std::nullopt;
+    const std::string place = panel ? panel->getPlace() : event.place;
+    if (place.empty())
+        return;
+    if (m_options.panel && place != m_place) {
+        m_uids.erase(event.uid); // somebody else's now
+        return;
+    }
+    m_uids.insert(event.uid);
+    if (panel) {
+        if (!panel->isAlive())
+            output.warn({FailureKind::panelUnusable, session.explainNotAlive(*panel), panel->getUidText()});
+        return;
+    }
+    m_present.insert(event.uid);
+    ++m_counts.arrivals;
+    print(event, output);
 }
 
-void WatchCommand::summarise(Output& output) const
+bool WatchCommand::isWanted(const PanelEvent& event) const
 {
-    output.line("%s, %s, %s", formatNumber(m_packets, "packet").c_str(), formatNumber(m_arrivals, "arrival").c_str(),
-                formatNumber(m_departures, "departure").c_str());
+    const bool isOfType =
+        event.kind != PanelEvent::Kind::Packet || m_options.types.empty() || m_options.types.count(event.type) != 0;
+    return isOfType && (!m_options.panel || m_uids.count(event.uid) != 0);
+}
+
+void WatchCommand::print(const PanelEvent& event, Output& output)
+{
+    output.report(EventReport(event, event.time - m_start, m_options.shownBytes));
 }
 
 } // namespace Vantor

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "panelctl/command/Command.h"
+#include "panelctl/command/WatchReports.h"
 #include "panelctl/session/Session.h"
 
 #include <chrono>
@@ -8,16 +9,19 @@
 #include <cstdint>
 #include <optional>
 #include <set>
+#include <string>
 
 namespace Vantor {
 
-// `panelctl watch`: one line for each arrival, departure and packet.
+// `panelctl watch`: one line for each arrival, departure, packet, and what is none.
 class WatchCommand : public Command {
 public:
     struct Options {
         std::optional<std::chrono::nanoseconds> duration; // without: no end
         std::optional<std::uint64_t> count;               // packets
         std::size_t shownBytes = SIZE_MAX;                // of a payload
+        std::optional<std::string> panel;                 // this one alone
+        std::set<PacketType> types;                       // packets of these alone; empty for all
     };
 
     explicit WatchCommand(const Options& options) : m_options(options) {}
@@ -25,17 +29,21 @@ public:
     bool wantsPackets() const override { return true; }
 
 private:
+    void choosePanel(const Session& session);
     void watch(Session& session, Output& output);
-    void print(const PanelEvent& event, const Session& session, Output& output);
-    static void explainUnusable(std::uint16_t uid, const Session& session);
-    void summarise(Output& output) const;
+    void take(const PanelEvent& event, const Session& session, Output& output);
+    void takeArrival(const PanelEvent& event, const Session& session, Output& output);
+    void print(const PanelEvent& event, Output& output);
+    bool isWanted(const PanelEvent& event) const;
 
     Options m_options;
     Session::Clock::time_point m_start;
-    std::uint64_t m_packets = 0;
-    std::uint64_t m_arrivals = 0;
-    std::uint64_t m_departures = 0;
+    WatchCounts m_counts;
     std::set<std::uint16_t> m_present; // those that were said to have arrived
+
+    // Of the panel to watch, when it is one alone: the place keeps, the uid may not.
+    std::string m_place;
+    std::set<std::uint16_t> m_uids; // that it has had
 };
 
 } // namespace Vantor

@@ -1,6 +1,7 @@
 #include "panelctl/flash/FlashCommand.h"
 
 #include "panelctl/flash/FlashDiagnosis.h"
+#include "panelctl/flash/FlashReports.h"
 #include "panelctl/flash/FlashRun.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/session/Question.h"
@@ -8,7 +9,6 @@
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/Output.h"
-#include "panelctl/terminal/Wording.h"
 #include "protocol/FirmwareData.h"
 
 namespace Vantor {
@@ -18,18 +18,6 @@ namespace {
 std::optional<FirmwareImage> readImage(const char* option, const std::optional<std::string>& path)
 {
     return path ? std::optional(FirmwareImage(option, *path)) : std::nullopt;
-}
-
-std::string describeTime(std::chrono::seconds time)
-{
-    if (time < std::chrono::minutes(2))
-        return std::to_string(time.count()) + " s";
-    return std::to_string(std::chrono::ceil<std::chrono::minutes>(time).count()) + " min";
-}
-
-std::string describeImage(const std::optional<FirmwareImage>& image)
-{
-    return image ? image->describe() : "left as it is";
 }
 
 } // namespace
@@ -65,7 +53,7 @@ Panel FlashCommand::prepare(Session& session, Output& output) const
 try {
     Panel panel = session.awaitInformation(session.choosePanel(m_options.panel), m_options.informationLimit);
     refuseUnflashable(panel);
-    describe(panel, output);
+    output.report(PlanReport(panel, m_images));
     confirm(output);
     requireUnchanged(panel);
     return panel;
@@ -76,27 +64,20 @@ try {
 void FlashCommand::refuseUnflashable(const Panel& panel) const
 {
     if (panel.getPayloadLimit() < sizeof(FirmwareData))
-        throw Failure(ExitCode::Failed, explainTooSmallPackets(panel));
-}
-
-void FlashCommand::describe(const Panel& panel, Output& output) const
-{
-    output.line("panel     %s (%s), %s", panel.getUidText().c_str(), panel.getPlace().c_str(),
-                panel.getDescription().c_str());
-    output.line("main      %s", describeImage(m_images.main).c_str());
-    output.line("servo     %s", describeImage(m_images.servo).c_str());
-    output.line("time      about %s", describeTime(m_images.estimateTime()).c_str());
+        throw Failure(ExitCode::Failed, FailureKind::tooLarge, explainTooSmallPackets(panel));
 }
 
 void FlashCommand::confirm(Output& output) const
 {
     if (m_options.isConfirmed)
         return;
+    if (!output.isText())
+        throw Failure(ExitCode::Usage, "flash: nobody is asked with --json. Nothing was sent.\nAdd --yes.");
     if (!Question::isPossible(output))
         throw Failure(ExitCode::Usage, "flash: nobody can be asked, as standard input and output are not both a "
                                        "terminal. Nothing was sent.\nAdd --yes to flash without a question.");
     if (!Question::isAnsweredYes(output, "Write this, and leave the panel plugged in meanwhile?"))
-        throw Failure(ExitCode::Failed, "not confirmed: nothing was sent.");
+        throw Failure(ExitCode::Failed, FailureKind::notConfirmed, "not confirmed: nothing was sent.");
 }
 
 // After the question, which may have been open for long.
@@ -129,18 +110,13 @@ void FlashCommand::write(Session& session, Output& output, const Panel& panel) c
     }
     if (run.getReplies().findUnconfirmed(m_images))
         throw Failure(ExitCode::HalfWritten, explainUnconfirmed(name, run.getState()));
-    const double seconds = std::chrono::duration<double>(Session::Clock::now() - start).count();
-    output.line("written   %s, each chunk confirmed, in %.1f s", formatNumber(m_images.getTotal(), "byte").c_str(),
-                seconds);
-    const std::string troubles = run.getReplies().describeTroubles();
-    if (!troubles.empty())
-        output.line("replies   %s", troubles.c_str());
+    output.report(WrittenReport(m_images, run.getReplies(), Session::Clock::now() - start));
 }
 
 void FlashCommand::requireAnswer(Session& session, Output& output, const std::string& panel,
                                  const std::string& place) const
 {
-    output.line("waiting   for the panel to answer (%s at most)", formatSeconds(m_options.patience).c_str());
+    output.report(WaitingReport(m_options.patience));
     try {
         if (!session.answersAnew(place, m_options.patience))
             throw Failure(ExitCode::NotAnswering,
@@ -148,7 +124,7 @@ void FlashCommand::requireAnswer(Session& session, Output& output, const std::st
     } catch (const Interrupted& interrupted) {
         throw Interrupted(interrupted.getSignal(), explainUnasked(panel));
     }
-    output.line("answers   yes");
+    output.report(AnswersReport());
 }
 
 } // namespace Vantor

@@ -37,7 +37,6 @@ private:
     // All that comes before anything is sent.
     Panel prepare(Session& session, Output& output) const;
     void refuseUnflashable(const Panel& panel) const;
-    void describe(const Panel& panel, Output& output) const;
     void confirm(Output& output) const;
     void requireUnchanged(const Panel& panel) const;
     void write(Session& session, Output& output, const Panel& panel) const;

@@ -33,8 +33,11 @@ public:
     // The first chunk that was never confirmed.
     std::optional<FirmwareImages::Position> findUnconfirmed(const FirmwareImages& images) const;
 
-    // Those that stand for a chunk sent again, and confirmations repeated: "send again: 2,
-    // write failed: 1"; empty when there was none.
+    // Confirmations that came again, and what stands for a chunk sent again.
+    std::size_t getRepeated() const { return m_repeated; }
+    const Counts& getRefusals() const { return m_refusals; }
+
+    // Both: "send again: 2, confirmed once more: 1"; empty when there was none.
     std::string describeTroubles() const;
 
 private:

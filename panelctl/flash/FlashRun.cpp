@@ -39,7 +39,7 @@ FlashRun::End FlashRun::run(Session& session, Output& output, std::chrono::nanos
             return getWritten() >= m_images.getTotal() ? End::Finished : End::Left;
         if (now - m_progressTime > patience)
             return End::Stuck;
-        warnOnceWhenInterrupted();
+        warnOnceWhenInterrupted(output);
     }
 }
 
@@ -85,12 +85,13 @@ void FlashRun::noteProgress()
     m_progressSentBytes = m_panel.getSentBytes();
 }
 
-void FlashRun::warnOnceWhenInterrupted()
+void FlashRun::warnOnceWhenInterrupted(Output& output)
 {
     if (m_isWarned || !Interrupt::Reprieve::isUsed())
         return;
     m_isWarned = true;
-    printError(warnOfInterrupt(m_panel.getName(), getState().isAllConfirmed(), Interrupt::getSignal()));
+    output.warn({"goes-on", warnOfInterrupt(m_panel.getName(), getState().isAllConfirmed(), Interrupt::getSignal()),
+                 m_panel.getUidText()});
 }
 
 } // namespace Vantor

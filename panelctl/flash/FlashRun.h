@@ -45,7 +45,7 @@ private:
     void start();
     void takeReplies(Session& session);
     void noteProgress();
-    void warnOnceWhenInterrupted();
+    void warnOnceWhenInterrupted(Output& output);
 
     Panel m_panel;
     const FirmwareImages& m_images;

@@ -1,6 +1,7 @@
 #include "panelctl/flash/ProgressDisplay.h"
 
 #include "libMorvaneHostUsb/Log.h"
+#include "panelctl/flash/FlashReports.h"
 #include "panelctl/flash/ProgressBar.h"
 #include "panelctl/terminal/Output.h"
 
@@ -16,7 +17,7 @@ ProgressDisplay::ProgressDisplay(Output& output, const FirmwareImages& images)
     : m_output(output), m_images(images), m_meter(images.getTotal()), m_nextStep(step)
 {
     // From level 4 on the library prints to the terminal itself, and too much for a bar.
-    if (StatusLine::isPossibleOn(output.getDescriptor()) && logLevel < LogLevel::Detail)
+    if (output.isText() && StatusLine::isPossibleOn(output.getDescriptor()) && logLevel < LogLevel::Detail)
         m_line.emplace(output.getDescriptor());
 }
 
@@ -37,8 +38,7 @@ void ProgressDisplay::printSteps()
     if (percentage < m_nextStep)
         return;
     m_nextStep = percentage - percentage % step + step;
-    m_output.line("%3u %%  %u of %u bytes, %s image, %s", percentage, m_meter.getDone(), m_meter.getTotal(),
-                  nameOf(m_images.locate(m_meter.getDone()).board), ProgressBar::formatRate(m_meter.getRate()).c_str());
+    m_output.report(ProgressReport(m_meter, m_images));
 }
 
 } // namespace Vantor

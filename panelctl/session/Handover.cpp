@@ -36,7 +36,8 @@ void Handover::await(Session& session, const std::vector<std::uint64_t>& ends, s
     if (isTaken(bytes))
         return;
     if (isCutShort())
-        throw Failure(ExitCode::Failed, wording.explainCutShort(m_panel, getTakenBytes(), bytes) + note);
+        throw Failure(ExitCode::Failed, FailureKind::cutShort,
+                      wording.explainCutShort(m_panel, getTakenBytes(), bytes) + note);
     if (!m_panel.isAlive())
         throw Failure(ExitCode::PanelLeft, explainLeft(m_panel) + "\nThe " + wording.thing +
                                                " was on its way: " + wording.doubt + " is not known." + note);

@@ -5,6 +5,7 @@
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
 
+#include <cstring>
 #include <utility>
 
 namespace Vantor {
@@ -41,16 +42,20 @@ std::string Panel::getName() const
     return "panel " + getUidText() + " (" + getPlace() + ")";
 }
 
+std::string Panel::getDescriptionBytes() const
+{
+    if (!m_information)
+        return "";
+    const auto* const text = reinterpret_cast<const char*>(m_information->description);
+    return {text, strnlen(text, sizeof m_information->description)};
+}
+
 std::string Panel::getDescription() const
 {
-    std::string description;
-    if (!m_information)
-        return description;
-    for (const std::uint8_t byte : m_information->description) {
-        if (byte == 0)
-            break;
-        description += byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
-    }
+    std::string description = getDescriptionBytes();
+    for (char& character : description)
+        if (character < ' ' || character > '~')
+            character = '.';
     return description;
 }
 

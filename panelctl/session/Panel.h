@@ -38,7 +38,9 @@ public:
 
     const std::optional<DeviceInformation>& getInformation() const { return m_information; }
 
-    // Its description as far as it is printable; empty before the information has come.
+    // Its description, up to the first zero: its bytes, and as far as they are printable.
+    // Empty before the information has come.
+    std::string getDescriptionBytes() const;
     std::string getDescription() const;
 
     // Bytes of the largest packet that the library builds for it, and of the largest

@@ -100,15 +100,17 @@ Panel Session::choosePanel(const std::optional<std::string>& selector) const
         throw Failure(ExitCode::NoPanel, explainNoPanel());
     if (!selector) {
         if (panels.size() > 1)
-            throw Failure(ExitCode::Usage, std::to_string(panels.size()) + " panels are attached: " +
-                                               enumerate(panels) + ".\nSay which one with --panel.");
+            throw Failure(ExitCode::Usage, FailureKind::whichPanel,
+                          std::to_string(panels.size()) + " panels are attached: " + enumerate(panels) +
+                              ".\nSay which one with --panel.");
         return panels.front();
     }
     const auto named = std::find_if(panels.begin(), panels.end(),
                                     [&selector](const Panel& panel) { return isNamedBy(panel, *selector); });
     if (named == panels.end())
-        throw Failure(ExitCode::NoPanel, "no panel is called " + quote(*selector) + ". Attached: " + enumerate(panels) +
-                                             ".\nName one by its uid or, in brackets here, its bus and ports.");
+        throw Failure(ExitCode::NoPanel, FailureKind::noSuchPanel,
+                      "no panel is called " + quote(*selector) + ". Attached: " + enumerate(panels) +
+                          ".\nName one by its uid or, in brackets here, its bus and ports.");
     return *named;
 }
 
@@ -126,7 +128,7 @@ void Session::awaitInformation(std::chrono::nanoseconds limit)
 Panel Session::awaitInformation(const Panel& panel, std::chrono::nanoseconds limit)
 {
     if (!panel.isAlive())
-        throw Failure(ExitCode::Failed, explainNotAlive(panel));
+        throw Failure(ExitCode::Failed, FailureKind::panelUnusable, explainNotAlive(panel));
     requestInformation(panel);
     const bool inTime = waitUntil(Clock::now() + limit, deathStep, [this, &panel] {
         return !panel.isAlive() || getInformation(panel.getUid()).has_value();
@@ -257,6 +259,22 @@ void Session::onDeviceRemoved(std::uint16_t uid)
     add({PanelEvent::Kind::Departed, Clock::now(), uid, {}, {}, {}});
 }
 
+void Session::onMessageBegin(std::uint16_t /*deviceId*/, const UsbMessage& message)
+{
+    if (m_keepPackets)
+        m_buffer.assign(message.data, message.data + message.size);
+    m_delivered = 0;
+}
+
+void Session::onMessageEnd(std::uint16_t deviceId)
+{
+    const std::optional<Malformation> malformation = Malformation::find(m_buffer, m_delivered);
+    if (!malformation)
+        return;
+    const auto begin = m_buffer.begin() + static_cast<std::ptrdiff_t>(malformation->offset);
+    add({PanelEvent::Kind::Malformed, Clock::now(), deviceId, {}, {begin, m_buffer.end()}, {}, malformation});
+}
+
 void Session::onParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
                              unsigned int length)
 {
@@ -264,6 +282,7 @@ void Session::onParsedPacket(std::uint16_t deviceId, const PacketType& type, con
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_information[deviceId] = data.deviceInformation;
     }
+    ++m_delivered;
     const std::uint8_t* const payload = payloadOf(data);
     if (m_keepPackets)
         add({PanelEvent::Kind::Packet, Clock::now(), deviceId, type, {payload, payload + length}, {}});

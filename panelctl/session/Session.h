@@ -1,10 +1,12 @@
 #pragma once
 
 #include "libMorvaneHostUsb/UsbManager.h"
+#include "panelctl/session/Malformation.h"
 #include "panelctl/session/Panel.h"
 #include "panelctl/terminal/Interrupt.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -23,14 +25,16 @@ struct PanelEvent {
         Arrived,
         Departed,
         Packet,
+        Malformed, // what the parser has left of a buffer, behind the packets before that
     };
 
     Kind kind;
     std::chrono::steady_clock::time_point time;
     std::uint16_t uid;
     PacketType type;                   // of a packet
-    std::vector<std::uint8_t> payload; // of a packet
+    std::vector<std::uint8_t> payload; // of a packet; of what is malformed, all that was left
     std::string place;                 // of an arrival: as Panel::getPlace; empty when it can't be used
+    std::optional<Malformation> malformation = {};
 };
 
 // The library, from start to orderly stop, for the length of one command. Its
@@ -87,6 +91,8 @@ public:
 private:
     void onDeviceAdded(std::uint16_t uid) override;
     void onDeviceRemoved(std::uint16_t uid) override;
+    void onMessageBegin(std::uint16_t deviceId, const UsbMessage& message) override;
+    void onMessageEnd(std::uint16_t deviceId) override;
     void onParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,
                         unsigned int length) override;
 
@@ -103,6 +109,10 @@ private:
     const bool m_keepPackets;
     int m_wakeDescriptor;            // readable when the library has told something
     std::set<std::uint16_t> m_asked; // for their information
+
+    // The receive thread's own: the buffer that is being parsed, and the records of it so far.
+    std::vector<std::uint8_t> m_buffer;
+    std::size_t m_delivered = 0;
 
     mutable std::mutex m_mutex;
     std::deque<PanelEvent> m_events;                          // under m_mutex

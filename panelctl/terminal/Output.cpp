@@ -2,6 +2,7 @@
 
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
+#include "panelctl/terminal/Report.h"
 #include "panelctl/terminal/StatusLine.h"
 #include "panelctl/terminal/Wording.h"
 
@@ -10,6 +11,7 @@
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -32,9 +34,18 @@ void sendLibraryLogToStandardError()
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 }
 
+// The first line of a message stands alone; the others say why and what to do.
+void addMessage(JsonObject& object, const char* kind, const std::string& text)
+{
+    const std::size_t end = text.find('\n');
+    object.add("kind", kind)
+        .add("text", text.substr(0, end))
+        .add("hint", end == std::string::npos ? "" : text.substr(end + 1));
+}
+
 } // namespace
 
-Output::Output() : m_descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
+Output::Output(Form form) : m_form(form), m_descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
 {
     sendLibraryLogToStandardError();
 }
@@ -56,19 +67,63 @@ void Output::fail(int error)
     throw Failure(ExitCode::Failed, error == EPIPE ? "" : "standard output can't be written: " + reason + ".");
 }
 
+void Output::report(const Report& report)
+{
+    if (isText())
+        write(report.asText());
+    else
+        write(report.asJson());
+}
+
+void Output::warn(const Warning& warning)
+{
+    if (isText()) {
+        printError(warning.text);
+        return;
+    }
+    JsonObject object("warning");
+    addMessage(object, warning.kind, warning.text);
+    object.add("uid", warning.uid.empty() ? std::nullopt : std::optional(warning.uid));
+    write(object);
+}
+
+void Output::complain(const Failure& failure) noexcept
+try {
+    if (*failure.what() == '\0')
+        return;
+    if (!isText() && m_trouble.empty()) {
+        try {
+            JsonObject object("error");
+            addMessage(object, failure.getKind(), failure.what());
+            object.add("exitCode", failure.getExitCode());
+            write(object);
+            return;
+        } catch (const Failure&) {
+            m_isTolerant = true; // nobody reads it there
+        }
+    }
+    printError(failure.what());
+} catch (const std::exception&) { // NOLINT(bugprone-empty-catch): no memory for a message
+}
+
 void Output::line(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    std::string whole(static_cast<std::size_t>(std::max(length, 0)) + 1, '\n');
-    std::vsnprintf(whole.data(), whole.size(), format, again);
-    va_end(again);
+    const std::string text = formatPrintf(format, arguments);
     va_end(arguments);
-    whole.back() = '\n'; // over the terminator
-    text(whole);
+    this->text(text + "\n");
+}
+
+void Output::text(const std::string& text)
+{
+    if (isText())
+        write(text);
+}
+
+void Output::write(const JsonObject& object)
+{
+    write(object.format() + "\n");
 }
 
 int Output::getDescriptor() const
@@ -76,7 +131,7 @@ int Output::getDescriptor() const
     return m_descriptor;
 }
 
-void Output::text(const std::string& text)
+void Output::write(const std::string& text)
 {
     if (m_descriptor < 0 && m_trouble.empty())
         fail(EBADF);
@@ -85,7 +140,7 @@ void Output::text(const std::string& text)
         // a pipe takes PIPE_BUF bytes without waiting.
         Interrupt::await(m_descriptor, POLLOUT);
         const ssize_t written =
-            write(m_descriptor, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
+            ::write(m_descriptor, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
         if (written >= 0)
             done += static_cast<std::size_t>(written);
         else if (errno != EINTR)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstddef>
 #include <cstdio>
 #include <system_error>
 
@@ -33,6 +32,26 @@ std::size_t measureCharacter(const std::string& text, std::size_t position)
 
 } // namespace
 
+std::string formatText(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = formatPrintf(format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+std::string formatPrintf(const char* format, va_list arguments)
+{
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    return text;
+}
+
 std::string formatSeconds(std::chrono::nanoseconds time)
 {
     char text[32];
@@ -50,6 +69,24 @@ std::string formatHex(unsigned int value, int digits)
     char text[16];
     std::snprintf(text, sizeof text, "%0*x", digits, value);
     return text;
+}
+
+std::string formatHexBytes(const std::uint8_t* bytes, std::size_t size)
+{
+    constexpr const char* digits = "0123456789abcdef";
+    std::string text;
+    text.reserve(2 * size);
+    for (std::size_t i = 0; i < size; ++i) {
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 15];
+    }
+    return text;
+}
+
+double toSeconds(std::chrono::nanoseconds time)
+{
+    const auto whole = std::chrono::round<std::chrono::microseconds>(time);
+    return static_cast<double>(whole.count()) / 1e6;
 }
 
 std::string describeError(int error)

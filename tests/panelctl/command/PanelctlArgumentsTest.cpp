@@ -213,6 +213,16 @@ TEST(PanelctlArguments, countOfZero_isRefused)
     EXPECT_THAT(result.errors, HasSubstr("panelctl: --count: '0' is not a number of packets, 1 to "));
 }
 
+TEST(PanelctlArguments, listOfTypesThatAreNone_isRefused)
+{
+    for (const std::string types : {"256", "5,", ",5", "5,,6", "5 ,6", "Information"})
+        expectRefusal({"watch", "--type=" + types},
+                      "panelctl: --type: '" + types +
+                          "' is not a list of types, each 0 to 255 or one of DeviceInformation, LcdSlice, "
+                          "FirmwareUpgradeCommand, EncodedLcdSlice.\n"
+                          "  `panelctl watch --help` shows what there is.\n");
+}
+
 TEST(PanelctlArguments, drawWithoutLcd_isRefused)
 {
     expectRefusal({"draw", "a.png"}, "panelctl: --lcd is required.\n"
@@ -350,8 +360,8 @@ TEST(PanelctlArguments, help_hasEveryCommandAndExitCodeIn80Columns)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
     for (const char* const text :
-         {"list ", "info ", "watch ", "send ", "draw ", "flash ", "--version", "--log-level", "--timeout", "\n  0 ",
-          "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  6 ", "\n  7 ", "\n  130 "})
+         {"list ", "info ", "watch ", "send ", "draw ", "flash ", "--version", "--log-level", "--timeout", "--json",
+          "\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  4 ", "\n  5 ", "\n  6 ", "\n  7 ", "\n  130 "})
         EXPECT_THAT(result.output, HasSubstr(text));
     EXPECT_THAT(result.output, HasSubstr("3 summaries, 4 device life, threads and firmware,\n"));
     EXPECT_THAT(result.output, Not(::testing::ContainsRegex("[^\n]{81}")));

@@ -69,6 +69,88 @@ TEST(PanelctlWatch, packetBeyond83Bytes_isPrintedWhole)
     EXPECT_THAT(result.output, HasSubstr("type 5     100 bytes " + printed + "\n"));
 }
 
+// Two packets in a transfer, the second one cut short by a byte: what came before is delivered.
+TEST(PanelctlWatch, malformedPacket_appearsBehindWhatWasRight)
+{
+    const ToolResult result =
+        runTool(panelctlOn({"--at", "1200ms", "emit raw hex=0c00010000000000050100aa0d00010000000000070200bb", "--at",
+                            "1300ms", "emit type=7 hex=01"},
+                           {"watch", "--duration", "1.8"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(withoutTimes(result.output), "0101  arrived  at 1-1\n"
+                                           "0101  packet   type 5       1 byte   aa\n"
+                                           "0101  malformed at byte 12 of 24: a packet of 13 bytes where 12 are left:  "
+                                           "0d 00 01 00 00 00 00 00 07 02 00 bb\n"
+                                           "0101  packet   type 7       1 byte   01\n"
+                                           "2 packets, 1 arrival, 0 departures, 1 malformed\n");
+    EXPECT_EQ(result.errors, "");
+}
+
+TEST(PanelctlWatch, typesAskedFor_areShownAlone)
+{
+    const ToolResult result = runTool(panelctlOn(
+        {"--at", "1200ms", "emit type=5 hex=0a", "--at", "1210ms", "emit type=40 hex=0b", "--at", "1220ms",
+         "emit type=200 hex=0c", "--at", "1230ms", "emit type=6 hex=0d", "--at", "1240ms", "emit type=5 hex=0e"},
+        {"watch", "--count", "3", "--type", "200,firmwareupgradecommand,6"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(withoutTimes(result.output), "0101  arrived  at 1-1\n"
+                                           "0101  packet   type 40      1 byte   0b\n"
+                                           "0101  packet   type 200      1 byte   0c\n"
+                                           "0101  packet   type 6       1 byte   0d\n"
+                                           "3 packets, 1 arrival, 0 departures\n");
+}
+
+// By its place, as what comes back there may have another uid.
+TEST(PanelctlWatch, panelAskedFor_isShownAloneAndWhenItComesBack)
+{
+    for (const char* const name : {"0102", "1-2"}) {
+        const ToolResult result =
+            runTool(panelctlOn({"--panels",
+                                "2",
+                                "--at",
+                                "1200ms",
+                                "emit 0 type=5 hex=0a",
+                                "--at",
+                                "1210ms",
+                                "emit 1 type=5 hex=0b",
+                                "--at",
+                                "1400ms",
+                                "emit 0 raw hex=000000000000000000",
+                                "--at",
+                                "1500ms",
+                                "unplug 0",
+                                "--at",
+                                "1600ms",
+                                "unplug 1",
+                                "--at",
+                                "1800ms",
+                                "plug 1",
+                                "--at",
+                                "2s",
+                                "emit 1 raw hex=000000000000000000"},
+                               {"watch", "--panel", name, "--duration", "2.4", "--log-level", "0"}));
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(withoutTimes(result.output),
+                  "0102  arrived  at 1-2\n"
+                  "0102  packet   type 5       1 byte   0b\n"
+                  "0102  left\n"
+                  "0102  arrived  at 1-2\n"
+                  "0102  malformed at byte 0 of 9: a packet of 0 bytes, less than its header has:  "
+                  "00 00 00 00 02 01 00 00 00\n"
+                  "1 packet, 2 arrivals, 1 departure, 1 malformed\n")
+            << name;
+    }
+}
+
+TEST(PanelctlWatch, panelThatIsNotThere_isAnsweredWithWhatIs)
+{
+    const ToolResult result = runTool(panelctlOn({}, {"watch", "--panel", "0999"}));
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "panelctl: no panel is called '0999'. Attached: 0101 (1-1).\n"
+                             "  Name one by its uid or, in brackets here, its bus and ports.\n");
+}
+
 TEST(PanelctlWatch, countNotReached_isATimeOut)
 {
     const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"watch", "--count", "2", "--duration", "0.2"}));

@@ -1,14 +1,12 @@
 #include "panelctl/command/Program.h"
 
-#include "libMorvaneHostUsb/Log.h"
 #include "panelctl/command/Command.h"
+#include "panelctl/session/LibraryLog.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
-#include "panelctl/terminal/LogRelay.h"
 
 #include <exception>
-#include <optional>
 #include <string>
 
 #include <fcntl.h>
@@ -18,19 +16,20 @@ namespace Vantor {
 
 namespace {
 
-// Where standard input is closed, nothing else may take its number and be read in its
-// place: a read fails as it should.
-void reserveStandardInput()
+// Where one is closed, nothing else may take its number and be read or written in its
+// place: that fails as it should.
+void reserveStandardStreams()
 {
-    if (fcntl(STDIN_FILENO, F_GETFD) < 0)
-        open("/", O_PATH);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(stream, F_GETFD) < 0)
+            open("/", O_PATH);
 }
 
 } // namespace
 
 int runProgram(const std::function<void(Output&, const Interrupt&)>& body, Output::Form form)
 {
-    reserveStandardInput();
+    reserveStandardStreams();
     Output output(form);
     const auto endBy = [&output](const Failure& failure) {
         output.complain(failure);
@@ -49,10 +48,7 @@ int runProgram(const std::function<void(Output&, const Interrupt&)>& body, Outpu
 
 void runCommand(Command& command, int level, Output& output, const Interrupt& interrupt)
 {
-    setLogLevel(static_cast<LogLevel::Level>(level));
-    std::optional<LogRelay> relay; // what is above is wanted whole
-    if (level < LogLevel::Detail)
-        relay.emplace(command.getExpectedLogLines());
+    const LibraryLog log(output, level, command.getExpectedLogLines());
     Session session(interrupt, command.wantsPackets());
     command.run(session, output);
 }

@@ -16,7 +16,7 @@ constexpr unsigned int step = 5; // per cent
 ProgressDisplay::ProgressDisplay(Output& output, const FirmwareImages& images)
     : m_output(output), m_images(images), m_meter(images.getTotal()), m_nextStep(step)
 {
-    // From level 4 on the library prints to the terminal itself, and too much for a bar.
+    // From level 4 on the library says too much for a bar.
     if (output.isText() && StatusLine::isPossibleOn(output.getDescriptor()) && logLevel < LogLevel::Detail)
         m_line.emplace(output.getDescriptor());
 }

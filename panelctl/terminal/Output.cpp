@@ -10,29 +10,14 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
-#include <cstdio>
 #include <optional>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 namespace Vantor {
 
 namespace {
-
-void sendLibraryLogToStandardError()
-{
-    if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (null >= 0) {
-            dup2(null, STDOUT_FILENO);
-            close(null);
-        }
-    }
-    // Its lines and ours then keep their order, also in a file.
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-}
 
 // The first line of a message stands alone; the others say why and what to do.
 void addMessage(JsonObject& object, const char* kind, const std::string& text)
@@ -45,15 +30,16 @@ void addMessage(JsonObject& object, const char* kind, const std::string& text)
 
 } // namespace
 
-Output::Output(Form form) : m_form(form), m_descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
+void Output::tolerateFailures()
 {
-    sendLibraryLogToStandardError();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isTolerant = true;
 }
 
-Output::~Output()
+std::string Output::getTrouble() const
 {
-    if (m_descriptor >= 0)
-        close(m_descriptor);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_trouble;
 }
 
 void Output::fail(int error)
@@ -91,7 +77,7 @@ void Output::complain(const Failure& failure) noexcept
 try {
     if (*failure.what() == '\0')
         return;
-    if (!isText() && m_trouble.empty()) {
+    if (!isText() && getTrouble().empty()) {
         try {
             JsonObject object("error");
             addMessage(object, failure.getKind(), failure.what());
@@ -99,11 +85,30 @@ try {
             write(object);
             return;
         } catch (const Failure&) {
-            m_isTolerant = true; // nobody reads it there
+            tolerateFailures(); // nobody reads it there
         }
     }
     printError(failure.what());
 } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): no memory for a message
+}
+
+void Output::log(const LogLine& line) noexcept
+try {
+    if (isText()) {
+        const std::string times = line.repeats == 0 ? "" : " (" + std::to_string(line.repeats) + " more)";
+        StatusLine::printAbove(line.text + times + "\n");
+        return;
+    }
+    JsonObject object("log");
+    object.add("level", line.level).add("text", line.text).add("times", std::max<std::uint64_t>(line.repeats, 1));
+    const std::string text = object.format() + "\n";
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_isLogLost)
+        return;
+    m_isLogLost = true; // unless this gets through
+    writeAll(text);
+    m_isLogLost = false;
+} catch (const std::exception&) { // NOLINT(bugprone-empty-catch): the library's threads want no exception
 }
 
 void Output::line(const char* format, ...)
@@ -126,21 +131,25 @@ void Output::write(const JsonObject& object)
     write(object.format() + "\n");
 }
 
-int Output::getDescriptor() const
+int Output::getDescriptor()
 {
-    return m_descriptor;
+    return STDOUT_FILENO;
 }
 
 void Output::write(const std::string& text)
 {
-    if (m_descriptor < 0 && m_trouble.empty())
-        fail(EBADF);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    writeAll(text);
+}
+
+void Output::writeAll(const std::string& text)
+{
     for (std::size_t done = 0; done < text.size() && m_trouble.empty();) {
         // A reader that has stopped must not keep a signal from ending the command. With room
         // a pipe takes PIPE_BUF bytes without waiting.
-        Interrupt::await(m_descriptor, POLLOUT);
+        Interrupt::await(STDOUT_FILENO, POLLOUT);
         const ssize_t written =
-            ::write(m_descriptor, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
+            ::write(STDOUT_FILENO, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
         if (written >= 0)
             done += static_cast<std::size_t>(written);
         else if (errno != EINTR)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <mutex>
 #include <string>
 
 namespace Vantor {
@@ -15,14 +17,18 @@ struct Warning {
     std::string uid; // of the panel that it is about; empty for none
 };
 
-// What the tool says: as text for people, results on standard output and complaints on
-// standard error; or as JSON for programs, everything on standard output, an object a line.
+// A line of the library's log.
+struct LogLine {
+    int level;
+    std::string text;
+    std::uint64_t repeats = 0; // since it was last told, without that; 0 the first time
+};
+
+// What the tool says: as text for people, results on standard output, complaints and the
+// library's log on standard error; or as JSON for programs, everything on standard output,
+// an object a line.
 //
-// The library prints its log to standard output too; from construction on that goes to
-// standard error, so that what panelctl prints can be piped. Construct it before the
-// library is first used.
-//
-// Threads: one.
+// Threads: one; `log` from any.
 class Output {
 public:
     enum class Form {
@@ -30,16 +36,15 @@ public:
         Json,
     };
 
-    explicit Output(Form form = Form::Text);
-    ~Output();
+    explicit Output(Form form) : m_form(form) {}
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
     // From now on what can't be written is remembered, not thrown; nor is more tried.
-    void tolerateFailures() { m_isTolerant = true; }
+    void tolerateFailures();
 
     // Why something could not be written since then: "Broken pipe"; empty while all could.
-    const std::string& getTrouble() const { return m_trouble; }
+    std::string getTrouble() const;
 
     // Whether people are to read it.
     bool isText() const { return m_form == Form::Text; }
@@ -54,23 +59,29 @@ public:
     // Complains of what ends the program; throws nothing.
     void complain(const Failure& failure) noexcept;
 
+    // Throws nothing: what can't be written is lost, and so is what follows.
+    void log(const LogLine& line) noexcept;
+
     // For people alone, left out of JSON: a line, to which the newline is added, and text of
     // any number of lines, as it is. Throw as `report`.
     __attribute__((format(printf, 2, 3))) void line(const char* format, ...);
     void text(const std::string& text);
 
-    // For what lines are not enough for; -1 when there is no standard output.
-    int getDescriptor() const;
+    // For what lines are not enough for.
+    static int getDescriptor();
 
 private:
     void write(const JsonObject& object);
     void write(const std::string& text);
+    void writeAll(const std::string& text);
     void fail(int error);
 
     const Form m_form;
-    int m_descriptor;
-    bool m_isTolerant = false;
+
+    mutable std::mutex m_mutex;
+    bool m_isTolerant = false; // under m_mutex, as what follows
     std::string m_trouble;
+    bool m_isLogLost = false;
 };
 
 // A message on standard error: "panelctl: " and the text, its further lines indented.

@@ -3,6 +3,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
+#include <algorithm>
 #include <csignal>
 
 #include <gmock/gmock.h>
@@ -328,6 +329,48 @@ TEST(PanelctlJson, helpAndVersion_areAnObjectToo)
     ASSERT_EQ(result.objects.size(), 1u);
     EXPECT_EQ(result.objects[0]["event"], "help");
     EXPECT_THAT(result.objects[0]["text"].get<std::string>(), ::testing::StartsWith("panelctl "));
+}
+
+TEST(PanelctlJson, logLines_areObjectsWithTheirLevel)
+{
+    const JsonResult result = runJson(panelctlOn({}, {"list", "--json", "--log-level", "3"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.objects, ::testing::Contains(readyPanel("0101", "1-1")));
+    const auto isArrival = [](const Json& object) {
+        return object["event"] == "log" &&
+               object["text"].get<std::string>().find("[libusb] >> New device: dead:beef bus=1 port=1 dev=") == 0;
+    };
+    const auto found = std::find_if(result.objects.begin(), result.objects.end(), isArrival);
+    ASSERT_NE(found, result.objects.end());
+    Json line = *found;
+    line.erase("text");
+    EXPECT_EQ(line, (Json{{"event", "log"}, {"level", 3}, {"times", 1}}));
+}
+
+TEST(PanelctlJson, traces_areObjectsWithTheirLevel)
+{
+    const JsonResult result = runJson(panelctlOn({}, {"list", "--json", "--log-level", "5"}));
+    EXPECT_EQ(result.exitCode, 0);
+    const auto isFarewell = [](const Json& object) {
+        return object["event"] == "log" && object["level"] == 5 && object["times"] == 1 &&
+               object["text"].get<std::string>().find(": ~UsbDevice 0x") != std::string::npos;
+    };
+    EXPECT_EQ(std::count_if(result.objects.begin(), result.objects.end(), isFarewell), 1);
+}
+
+TEST(PanelctlJson, flood_isOneObjectWithItsTimesAndEndsBeforeTheError)
+{
+    const JsonResult result =
+        runJson(panelctlOn({"--at", "0s", "fault out stall sticky"}, {"info", "--json", "--timeout", "1.5"}));
+    EXPECT_EQ(result.exitCode, 5);
+    ASSERT_GE(result.objects.size(), 3u);
+    EXPECT_LT(result.objects.size(), 10u);
+    const Json stall{{"event", "log"}, {"level", 2}, {"text", "[libusb] TX Transfer stalled uid=101"}, {"times", 1}};
+    EXPECT_EQ(result.objects[0], stall);
+    EXPECT_EQ(result.objects.back()["event"], "error");
+    for (std::size_t i = 1; i + 1 < result.objects.size(); ++i)
+        EXPECT_EQ(result.objects[i]["event"], "log");
+    EXPECT_GT(result.objects[1]["times"].get<int>(), 1);
 }
 
 // There is nowhere else left to say it.

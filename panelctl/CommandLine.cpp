@@ -5,6 +5,7 @@
 #include "panelctl/command/InfoCommand.h"
 #include "panelctl/command/ListCommand.h"
 #include "panelctl/command/SendCommand.h"
+#include "panelctl/command/StatsCommand.h"
 #include "panelctl/command/WatchCommand.h"
 #include "panelctl/flash/FlashCommand.h"
 #include "panelctl/session/PacketNames.h"
@@ -45,6 +46,13 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "  130  interrupted by Ctrl-C (143 by SIGTERM), after an orderly shutdown";
 
 constexpr const char* moreHelp = "`panelctl --help` shows the common options and the exit codes.";
+
+constexpr const char* statsFooter =
+    "Without --every and --duration the panels are asked for their information, and it\n"
+    "is shown at once. The counts are those of this panelctl, which holds the panels\n"
+    "meanwhile: what another program does with them is not in them. What is 0 in both\n"
+    "columns is left out.\n"
+    "\n";
 
 constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on white where it is transparent, and made\n"
                                    "grey: (299 R + 587 G + 114 B + 500) / 1000, in integers. Gamma and colour\n"
@@ -200,6 +208,7 @@ private:
     void addList();
     void addInfo();
     void addWatch();
+    void addStats();
     void addSend();
     void addDraw();
     void addFlash();
@@ -222,7 +231,9 @@ private:
     std::optional<double> m_timeout;
     std::optional<std::string> m_panel;
     std::optional<double> m_duration;
+    std::optional<double> m_every;
     WatchCommand::Options m_watch;
+    StatsCommand::Options m_stats;
     SendCommand::Options m_send;
     DrawCommand::Options m_draw;
     FlashCommand::Options m_flash;
@@ -253,6 +264,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     addList();
     addInfo();
     addWatch();
+    addStats();
     addSend();
     addDraw();
     addFlash();
@@ -310,10 +322,32 @@ void Parser::addWatch()
         ->option_text("N")
         ->check(numberBetween<std::uint64_t>(0, 65535, "a number of bytes"));
     command->add_option("--panel", m_panel, "Show this panel alone, also when it comes back")->option_text("PANEL");
+    command->add_flag("--stats", m_watch.hasStatistics, "Show at the end what `panelctl stats` shows");
     addParsed(*command, "--type", "Show packets of these types alone: numbers, or\nnames like DeviceInformation",
               "a list of types, each 0 to 255 or one of " + PacketNames::listAll(),
               [this](const std::string& text) { return parseTypes(text, m_watch.types); })
         ->option_text("TYPE[,TYPE...]");
+}
+
+void Parser::addStats()
+{
+    CLI::App* const command = add("stats", "Show what the library counts, per panel and in all", [this] {
+        if (m_duration)
+            m_stats.duration = toNanoseconds(*m_duration);
+        if (m_every)
+            m_stats.every = toNanoseconds(*m_every);
+        m_stats.panel = m_panel;
+        m_stats.timeout = getTimeout();
+        return std::make_unique<StatsCommand>(m_stats);
+    });
+    command->add_option("--every", m_every, "Show it each time so much has passed")
+        ->option_text("SECONDS")
+        ->check(timeFrom(0.1));
+    command->add_option("--duration", m_duration, "Listen for this time, and show it at the end")
+        ->option_text("SECONDS")
+        ->check(timeFrom(0));
+    command->add_option("--panel", m_panel, "Show this panel alone, also when it comes back")->option_text("PANEL");
+    command->footer(statsFooter + std::string(moreHelp));
 }
 
 void Parser::addSend()

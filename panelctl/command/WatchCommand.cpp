@@ -1,5 +1,6 @@
 #include "panelctl/command/WatchCommand.h"
 
+#include "panelctl/command/StatisticsReport.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Output.h"
@@ -13,10 +14,10 @@ void WatchCommand::run(Session& session, Output& output)
     try {
         watch(session, output);
     } catch (const Interrupted&) {
-        output.report(WatchSummary(m_counts));
+        summarise(session, output);
         throw;
     }
-    output.report(WatchSummary(m_counts));
+    summarise(session, output);
     if (m_options.count && m_counts.packets < *m_options.count)
         throw Failure(ExitCode::TimedOut, "only " + std::to_string(m_counts.packets) + " of " +
                                               std::to_string(*m_options.count) + " packets came within " +
@@ -106,6 +107,14 @@ bool WatchCommand::isWanted(const PanelEvent& event) const
 void WatchCommand::print(const PanelEvent& event, Output& output)
 {
     output.report(EventReport(event, event.time - m_start, m_options.shownBytes));
+}
+
+void WatchCommand::summarise(const Session& session, Output& output) const
+{
+    output.report(WatchSummary(m_counts));
+    if (m_options.hasStatistics)
+        reportStatistics(session, output, m_options.panel ? std::optional(m_place) : std::nullopt,
+                         Session::Clock::now() - m_start);
 }
 
 } // namespace Vantor

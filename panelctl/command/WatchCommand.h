@@ -22,6 +22,7 @@ public:
         std::size_t shownBytes = SIZE_MAX;                // of a payload
         std::optional<std::string> panel;                 // this one alone
         std::set<PacketType> types;                       // packets of these alone; empty for all
+        bool hasStatistics = false;                       // at the end
     };
 
     explicit WatchCommand(const Options& options) : m_options(options) {}
@@ -34,6 +35,7 @@ private:
     void take(const PanelEvent& event, const Session& session, Output& output);
     void takeArrival(const PanelEvent& event, const Session& session, Output& output);
     void print(const PanelEvent& event, Output& output);
+    void summarise(const Session& session, Output& output) const;
     bool isWanted(const PanelEvent& event) const;
 
     Options m_options;

@@ -22,10 +22,25 @@ void addName(JsonObject& object, const Panel& panel)
     object.add("uid", panel.getUidText()).add("place", panel.getPlace());
 }
 
+void addFailure(JsonObject& object, const Panel& panel)
+{
+    const DeviceFailure failure = panel.getDevice().getFailure();
+    if (failure.operation == DeviceFailure::Operation::None) {
+        object.add("failure", nullptr);
+        return;
+    }
+    JsonObject reason;
+    reason.add("operation", DeviceFailure::nameOf(failure.operation))
+        .add("code", failure.code)
+        .add("text", failure.toString());
+    object.add("failure", reason);
+}
+
 void addPanel(JsonObject& object, const Panel& panel)
 {
     addName(object, panel);
     object.add("state", describeState(panel));
+    addFailure(object, panel);
     const std::optional<DeviceInformation>& information = panel.getInformation();
     if (!information) {
         for (const char* const name :

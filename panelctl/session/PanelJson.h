@@ -11,4 +11,7 @@ void addPanel(JsonObject& object, const Panel& panel);
 // No more than which one it is.
 void addName(JsonObject& object, const Panel& panel);
 
+// Why the library has it for dead; null while it is alive.
+void addFailure(JsonObject& object, const Panel& panel);
+
 } // namespace Vantor

@@ -60,6 +60,9 @@ public:
     std::vector<Panel> getPanels() const;
     std::optional<Panel> findPanel(std::uint16_t uid) const;
 
+    // What the library has counted of all panels; not once it is stopped.
+    ManagerStatistics getStatistics() const { return m_manager->getStatistics(); }
+
     // The one that `selector` names, as a uid or a place; without a selector, the only
     // one. Throws Failure that lists what is there.
     Panel choosePanel(const std::optional<std::string>& selector) const;

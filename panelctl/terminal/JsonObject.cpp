@@ -56,6 +56,12 @@ JsonObject& JsonObject::add(const std::string& name, const std::vector<JsonObjec
     return *this;
 }
 
+JsonObject& JsonObject::add(const std::string& name, const std::vector<std::uint64_t>& values)
+{
+    m_members->json[name] = values;
+    return *this;
+}
+
 JsonObject& JsonObject::add(const std::string& name, std::nullptr_t)
 {
     m_members->json[name] = nullptr;

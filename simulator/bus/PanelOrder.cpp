@@ -319,8 +319,8 @@ A boot fault meets the next firmware record, a request or a chunk of an upgrade,
 others; sticky, all from then on:
 )" + explain(OrderWords::bootFaultPhrase()) +
            R"(
-emit has the panel send packets of one record each, or with raw one transfer of these bytes, which
-need not be a packet. Its words come in any order:
+emit has the panel send packets of one record each, or with raw these bytes, which need not be a
+packet. Its words come in any order:
 )" + explain(OrderWords::emitPhrase());
 }
 

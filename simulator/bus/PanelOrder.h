@@ -49,7 +49,7 @@ struct EmitOrder {
     bool isBegun = false; // what is left of a repeated emission; no words say that
 };
 
-// One transfer of these bytes, whatever they are.
+// These bytes in place of a packet, whatever they are.
 struct EmitRawOrder {
     unsigned int panel = 0;
     std::vector<std::uint8_t> bytes;

@@ -37,7 +37,8 @@ Json readyPanel(const std::string& uid, const std::string& place)
             {"place", place},         {"state", "ready"},
             {"packetLimit", 8192},    {"payloadLimit", 8181},
             {"announcedLimit", 8192}, {"description", "Simulated panel"},
-            {"lastByte", 0},          {"descriptionBytes", descriptionBytes}};
+            {"lastByte", 0},          {"descriptionBytes", descriptionBytes},
+            {"failure", nullptr}};
 }
 
 Json panelWithoutInformation(const std::string& uid, const std::string& place, const std::string& state)
@@ -51,7 +52,8 @@ Json panelWithoutInformation(const std::string& uid, const std::string& place, c
             {"announcedLimit", nullptr},
             {"description", nullptr},
             {"lastByte", nullptr},
-            {"descriptionBytes", nullptr}};
+            {"descriptionBytes", nullptr},
+            {"failure", nullptr}};
 }
 
 } // namespace
@@ -97,7 +99,9 @@ TEST(PanelctlJson, panelGivenUp_isUnusableAndAnError)
                                                  {"list", "--json", "--timeout", "3", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 1);
     ASSERT_EQ(result.objects.size(), 2u);
-    EXPECT_EQ(result.objects[0], panelWithoutInformation("0101", "1-1", "unusable"));
+    Json panel = panelWithoutInformation("0101", "1-1", "unusable");
+    panel["failure"] = {{"operation", "send"}, {"code", -1}, {"text", "send: LIBUSB_ERROR_IO"}};
+    EXPECT_EQ(result.objects[0], panel);
     EXPECT_EQ(result.objects[1]["event"], "error");
     EXPECT_EQ(result.objects[1]["kind"], "panel-unusable");
     EXPECT_EQ(result.objects[1]["exitCode"], 1);
@@ -135,13 +139,13 @@ TEST(PanelctlJson, choiceThatFails_tellsWhichKind)
 TEST(PanelctlJson, watch_tellsWhatComesAndGoes)
 {
     const JsonResult result = runJson(panelctlOn(
-        {"--panels", "0", "--at", "200ms", "plug", "--at", "1s", "emit type=20 hex=00ff10", "--at", "1100ms", "unplug"},
-        {"watch", "--json", "--duration", "2", "--log-level", "0"}));
+        {"--panels", "0", "--at", "200ms", "plug", "--at", "1s", "emit type=20 hex=00ff10", "--at", "2s", "unplug"},
+        {"watch", "--json", "--duration", "3", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 0);
     std::vector<Json> objects = result.objects;
     ASSERT_EQ(objects.size(), 5u);
     for (std::size_t i = 1; i < 4; ++i)
-        takeNumber(objects[i], "time", 0, 2);
+        takeNumber(objects[i], "time", 0, 3);
     EXPECT_EQ(objects, (std::vector<Json>{
                            {{"event", "warning"},
                             {"kind", "waiting"},
@@ -178,8 +182,9 @@ TEST(PanelctlJson, watchedPacket_isCutOnRequestAndNamed)
 // A record of type 7 that claims three bytes and has two, in a packet that is right so far.
 TEST(PanelctlJson, malformedPacket_isWatchedAsSuch)
 {
-    const JsonResult result = runJson(panelctlOn({"--at", "1200ms", "emit raw hex=0d00010000000000070300aabb"},
-                                                 {"watch", "--json", "--duration", "1.7", "--bytes", "4"}));
+    const JsonResult result =
+        runJson(panelctlOn({"--at", "1200ms", "emit raw hex=0d00010000000000070300aabb"},
+                           {"watch", "--json", "--duration", "3", "--type", "7", "--bytes", "4"}));
     ASSERT_EQ(result.objects.size(), 3u);
     Json malformed = result.objects[1];
     takeNumber(malformed, "time", 0, 40);

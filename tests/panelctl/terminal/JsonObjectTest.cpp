@@ -52,8 +52,11 @@ TEST(JsonObject, objects_lieInEachOther)
     std::vector<JsonObject> several(2);
     several.front().add("n", 2);
     JsonObject object;
-    object.add("one", inner).add("several", several).add("none", std::vector<JsonObject>());
-    EXPECT_EQ(object.format(), R"({"one":{"n":1},"several":[{"n":2},{}],"none":[]})");
+    object.add("one", inner)
+        .add("several", several)
+        .add("none", std::vector<JsonObject>())
+        .add("numbers", std::vector<std::uint64_t>{3, 0});
+    EXPECT_EQ(object.format(), R"({"one":{"n":1},"several":[{"n":2},{}],"none":[],"numbers":[3,0]})");
 }
 
 TEST(JsonObject, textWithQuotesAndControls_isEscaped)

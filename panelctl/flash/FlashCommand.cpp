@@ -100,7 +100,7 @@ void FlashCommand::write(Session& session, Output& output, const Panel& panel) c
         case FlashRun::End::Finished:
             break;
         case FlashRun::End::Left:
-            throw Failure(ExitCode::PanelLeft, explainPulled(name, run.getState()));
+            throw Failure(ExitCode::PanelLeft, explainPulled(name, explainEnd(panel), run.getState()));
         case FlashRun::End::Stuck:
             throw Failure(ExitCode::HalfWritten, explainStuck(name, run.getState(), m_options.patience));
         }

@@ -135,11 +135,10 @@ std::string explainStuck(const std::string& panel, const FlashState& state, std:
            ".\n" + describeSilence(state) + "\n" + advise(state, true);
 }
 
-std::string explainPulled(const std::string& panel, const FlashState& state)
+std::string explainPulled(const std::string& panel, const std::string& end, const FlashState& state)
 {
-    return panel +
-           " went away while it was written: it was unplugged, or given up after a USB error. It had confirmed " +
-           howFar(state) + ".\n" + describeTroubles(state) + "Plug it in again. " + advise(state, false);
+    return panel + " went away while it was written: " + end + ". It had confirmed " + howFar(state) + ".\n" +
+           describeTroubles(state) + "Plug it in again. " + advise(state, false);
 }
 
 std::string explainUnconfirmed(const std::string& panel, const FlashState& state)

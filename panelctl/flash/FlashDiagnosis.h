@@ -39,8 +39,8 @@ std::string explainUnasked(const std::string& panel);
 // Nothing confirmed for `patience`.
 std::string explainStuck(const std::string& panel, const FlashState& state, std::chrono::nanoseconds patience);
 
-// It left before the end.
-std::string explainPulled(const std::string& panel, const FlashState& state);
+// It left before the end, of what explainEnd says.
+std::string explainPulled(const std::string& panel, const std::string& end, const FlashState& state);
 
 // The library is done, but a chunk was never confirmed.
 std::string explainUnconfirmed(const std::string& panel, const FlashState& state);

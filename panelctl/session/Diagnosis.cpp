@@ -8,15 +8,16 @@
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <fstream>
 
-#include <unistd.h>
+#include <libusb-1.0/libusb.h>
 
 namespace Vantor {
 
 namespace {
+
+using Operation = DeviceFailure::Operation;
 
 // Where the kernel lets programs open the device; empty when that can't be told.
 std::string findNode(const Panel& panel)
@@ -67,16 +68,19 @@ std::string explainUnusable(const Panel& panel)
 {
     const std::string attached = panel.getName() + " is attached but can't be used: ";
     const std::string node = findNode(panel);
-    if (!node.empty() && access(node.c_str(), R_OK | W_OK) != 0) {
-        const std::string reason = describeError(errno);
-        return attached + "this user may not open " + node + " (" + reason +
-               ").\nThe udev rule 70-morvane-panel.rules gives the members of plugdev access: install it and re-plug "
-               "the "
-               "panel,\nor run panelctl as root.";
-    }
-    return attached + "interface " + std::to_string(PanelLink::interfaceNumber) + " could not be opened and claimed" +
-           (node.empty() ? "" : " on " + node) + ".\nMost likely another program is driving the panel: end it" +
-           (node.empty() ? "" : " (`fuser -v " + node + "` names it)") + ".\n" + whereTheReasonIs();
+    const std::string where = node.empty() ? "" : " on " + node;
+    const DeviceFailure failure = panel.getDevice().getFailure();
+    if (failure.operation == Operation::Open && failure.code == LIBUSB_ERROR_ACCESS)
+        return attached + "this user may not open " + (node.empty() ? "it" : node) +
+               " (Permission denied).\nThe udev rule 70-morvane-panel.rules gives the members of plugdev access: "
+               "install it and re-plug "
+               "the panel,\nor run panelctl as root.";
+    if (failure.operation == Operation::Claim && failure.code == LIBUSB_ERROR_BUSY)
+        return attached + "another program or a kernel driver has claimed interface " +
+               std::to_string(PanelLink::interfaceNumber) + where +
+               ".\nMost likely a program is driving the panel: end it" +
+               (node.empty() ? "" : " (`fuser -v " + node + "` names it)") + ".";
+    return attached + "it could not be opened and claimed" + where + " (" + failure.toString() + ").\nRe-plug it.";
 }
 
 // Nobody else's fault: found again, it is even refused until the library has closed its own old handle.
@@ -88,9 +92,18 @@ std::string explainGivenUp(const Panel& panel)
            whereTheReasonIs();
 }
 
+std::string explainEnd(const Panel& panel)
+{
+    const DeviceFailure failure = panel.getDevice().getFailure();
+    if (failure.operation == Operation::Leave || failure.code == LIBUSB_ERROR_NO_DEVICE)
+        return "it was unplugged";
+    // What is unplugged under load may show as an error first.
+    return "it was unplugged, or given up after a USB error (" + failure.toString() + ")";
+}
+
 std::string explainLeft(const Panel& panel)
 {
-    return panel.getName() + " went away: it was unplugged, or given up after a USB error.";
+    return panel.getName() + " went away: " + explainEnd(panel) + ".";
 }
 
 std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds limit)

@@ -22,6 +22,9 @@ std::string explainUnusable(const Panel& panel);
 // A panel that is attached and was alive before.
 std::string explainGivenUp(const Panel& panel);
 
+// Why a panel is alive no longer: "it was unplugged".
+std::string explainEnd(const Panel& panel);
+
 // A panel that was alive and is so no longer.
 std::string explainLeft(const Panel& panel);
 

@@ -79,11 +79,10 @@ TEST(PanelctlList, panelClaimedByAnotherProgram_saysSo)
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(result.output, HasSubstr("0101  1-1            -  (can't be used)\n"));
     EXPECT_THAT(result.errors,
-                HasSubstr("panelctl: panel 0101 (1-1) is attached but can't be used: interface 0 could not be opened "
-                          "and claimed on /dev/bus/usb/001/002.\n"
-                          "  Most likely another program is driving the panel: end it "
-                          "(`fuser -v /dev/bus/usb/001/002` names it).\n"
-                          "  The library's own reason is in its log, with --log-level 2 or higher.\n"));
+                HasSubstr("panelctl: panel 0101 (1-1) is attached but can't be used: another program or a kernel "
+                          "driver has claimed interface 0 on /dev/bus/usb/001/002.\n"
+                          "  Most likely a program is driving the panel: end it "
+                          "(`fuser -v /dev/bus/usb/001/002` names it).\n"));
 }
 
 TEST(PanelctlListLog, summaries_goToStandardError)

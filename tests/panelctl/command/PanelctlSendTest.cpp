@@ -186,10 +186,9 @@ TEST(PanelctlSend, unpluggedMeanwhile_saysSo)
                            {"send", "--type", "5", "--hex", "00", "--repeat", "1000000", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_EQ(result.output, "");
-    EXPECT_THAT(result.errors,
-                StartsWith("panelctl: panel 0101 (1-1) went away: it was unplugged, or given up after a USB error.\n"
-                           "  The record was on its way: whether the panel has got it is not known.\n"
-                           "  Taken before that: "));
+    EXPECT_THAT(result.errors, StartsWith("panelctl: panel 0101 (1-1) went away: it was unplugged.\n"
+                                          "  The record was on its way: whether the panel has got it is not known.\n"
+                                          "  Taken before that: "));
 }
 
 TEST(PanelctlSend, unpluggedBeforeItsInformation_saysSo)
@@ -197,8 +196,17 @@ TEST(PanelctlSend, unpluggedBeforeItsInformation_saysSo)
     const ToolResult result = runTool(panelctlOn({"--at", "0s", "fault in silent sticky", "--at", "500ms", "unplug"},
                                                  {"send", "--type", "5", "--hex", "00"}));
     EXPECT_EQ(result.exitCode, 4);
-    EXPECT_THAT(result.errors, HasSubstr("panelctl: panel 0101 (1-1) went away: it was unplugged, or given up after a "
-                                         "USB error. Nothing was sent.\n"));
+    EXPECT_THAT(result.errors,
+                HasSubstr("panelctl: panel 0101 (1-1) went away: it was unplugged. Nothing was sent.\n"));
+}
+
+TEST(PanelctlSend, givenUpMeanwhile_saysWhichTransferFailed)
+{
+    const ToolResult result = runTool(panelctlOn({"--at", "0s", "fault out status=EPROTO sticky"},
+                                                 {"send", "--type", "5", "--hex", "00", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.errors, "panelctl: panel 0101 (1-1) went away: it was unplugged, or given up after a USB error "
+                             "(send: LIBUSB_ERROR_IO). Nothing was sent.\n");
 }
 
 } // namespace Vantor

@@ -118,20 +118,21 @@ TEST_F(FlashDiagnosisTest, flashThatFailsEachTime_isNotSaidToBeMendedByARepeat)
 
 TEST_F(FlashDiagnosisTest, panelThatIsPulled_saysHowFarItGotAndWhatItReplied)
 {
-    const std::string start = "P went away while it was written: it was unplugged, or given up after a USB error. It "
-                              "had confirmed ";
-    EXPECT_EQ(explainPulled("P", at(0)), start + "0 of 5000 bytes of the main image.\nPlug it in again. " + untouched +
-                                             "Run the same command again.");
+    const std::string start = "P went away while it was written: it was unplugged. It had confirmed ";
+    EXPECT_EQ(explainPulled("P", "it was unplugged", at(0)),
+              start + "0 of 5000 bytes of the main image.\nPlug it in again. " + untouched +
+                  "Run the same command again.");
     reply(0xF2);
-    EXPECT_EQ(explainPulled("P", at(0)),
+    EXPECT_EQ(explainPulled("P", "it was unplugged", at(0)),
               start +
                   "0 of 5000 bytes of the main image.\nReplies: failed, send again: 1.\nPlug it in "
                   "again. " +
                   untouched + doubt);
     reply(1);
-    EXPECT_THAT(explainPulled("P", at(0)), testing::EndsWith(halfWritten)) << "the library's count may be behind";
+    EXPECT_THAT(explainPulled("P", "it was unplugged", at(0)), testing::EndsWith(halfWritten))
+        << "the library's count may be behind";
     m_replies.markProgress();
-    EXPECT_EQ(explainPulled("P", at(4096)),
+    EXPECT_EQ(explainPulled("P", "it was unplugged", at(4096)),
               start +
                   "4096 of 5000 bytes of the main image.\nReplies: failed, send again: 1.\nPlug "
                   "it in again. " +

@@ -369,7 +369,7 @@ TEST(PanelctlDraw, unpluggedMeanwhile_saysSo)
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_EQ(result.output, "");
     EXPECT_THAT(result.errors,
-                StartsWith("panelctl: panel 0101 (1-1) went away: it was unplugged, or given up after a USB error.\n"
+                StartsWith("panelctl: panel 0101 (1-1) went away: it was unplugged.\n"
                            "  The picture was on its way: how much of it the panel shows is not known.\n"));
 }
 

@@ -36,7 +36,7 @@ std::string formatText(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const std::string text = formatPrintf(format, arguments);
+    std::string text = formatPrintf(format, arguments);
     va_end(arguments);
     return text;
 }

@@ -8,7 +8,9 @@
 #include "simulator/panelsim/PanelsimHelp.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
+#include <cstdio>
 #include <iostream>
 #include <sstream>
 #include <utility>
@@ -99,6 +101,31 @@ std::string refuseNoFile(const std::string& text)
     return text == "-" ? "needs the name of a file" : refuseEmpty(text);
 }
 
+std::string formatId(const PanelsimOptions& options)
+{
+    char text[10];
+    std::snprintf(text, sizeof text, "%04x:%04x", options.vendorId, options.productId);
+    return text;
+}
+
+// "dead:beef"
+void parseId(const std::string& text, PanelsimOptions& options)
+{
+    const auto isDigit = [](unsigned char digit) { return std::isxdigit(digit) != 0; };
+    if (text.size() != 9 || text[4] != ':' || std::count_if(text.begin(), text.end(), isDigit) != 8)
+        throw CLI::ValidationError("--id", "expected VVVV:PPPP in hexadecimal, found '" + text + "'");
+    options.vendorId = static_cast<std::uint16_t>(std::stoul(text.substr(0, 4), nullptr, 16));
+    options.productId = static_cast<std::uint16_t>(std::stoul(text.substr(5), nullptr, 16));
+}
+
+std::string refuseDriver(const std::string& text)
+{
+    constexpr std::size_t longest = 63;
+    return text.empty() || text.size() > longest || text.find_first_of("/\n") != std::string::npos
+               ? "needs a driver's name, without '/' and of at most 63 bytes"
+               : "";
+}
+
 std::chrono::nanoseconds parseChunkTime(const std::string& text)
 {
     constexpr std::chrono::seconds longest{1000};
@@ -163,6 +190,7 @@ struct RawOptions {
     std::vector<TimeAndOrder> timed;
     std::vector<std::string> lcds;
     std::string chunkTime;
+    std::string id;
     bool withoutScatterGather = false;
     std::vector<unsigned int> ignoredTypes;
 };
@@ -184,6 +212,9 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
         .add_option("--script", options.scriptFile, "Lines TIME COMMAND, as --at has them, or what --log has written")
         ->type_name("FILE")
         ->check(refuseEmpty, "");
+    command.add_option("--id", raw.id, "USB vendor and product id of the panels, in hexadecimal")
+        ->type_name("VVVV:PPPP")
+        ->capture_default_str();
     command.add_option("--log", options.logFile, "Write one line for each thing that happens; - is standard error")
         ->type_name("FILE")
         ->check(refuseEmpty, "");
@@ -268,6 +299,10 @@ void addRun(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
     addCommonOptions(*run, options, raw);
     run->add_flag("--no-scatter-gather", raw.withoutScatterGather, "Have libusb split transfers into pieces of 16 KiB");
     addCaptureOptions(*run, options, raw);
+    run->add_flag("--autosuspend", options.autosuspend, "Have sysfs say that the kernel may suspend the panels");
+    run->add_option("--kernel-driver", options.kernelDriver, "A driver of the kernel that holds the panels")
+        ->type_name("NAME")
+        ->check(refuseDriver, "");
     run->add_option("PROGRAM", options.program, "The program and its arguments, after --")->required();
     run->footer(PanelsimHelp::getRunFooter());
     run->final_callback([&options] { options.subcommand = PanelsimOptions::Subcommand::Run; });
@@ -329,6 +364,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     PanelsimArguments arguments;
     PanelsimOptions& options = arguments.options;
     RawOptions raw;
+    raw.id = formatId(options);
     raw.chunkTime = std::to_string(options.chunkTime / std::chrono::milliseconds(1)) + "ms";
 
     CLI::App app("Simulated panels, for a program that uses libusb or for the whole machine.", "panelsim");
@@ -349,6 +385,7 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
         options.ignoredTypes = parseTypes(raw.ignoredTypes);
         if (!options.ignoredTypes.empty() && options.replayFile.empty() && options.expectFile.empty())
             throw CLI::RequiresError("--ignore-type", "--replay or --expect");
+        parseId(raw.id, options);
     } catch (const CLI::ParseError& error) {
         arguments.exitCode = answer(app, error, argc, argv);
         return arguments;

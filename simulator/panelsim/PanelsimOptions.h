@@ -3,6 +3,7 @@
 #include "protocol/PacketType.h"
 #include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/BootLoader.h"
+#include "simulator/panel/PanelModel.h"
 #include "simulator/panel/PanelScreen.h"
 #include "simulator/usbip/VhciPorts.h"
 
@@ -38,6 +39,8 @@ struct PanelsimOptions {
     unsigned int panels = 1; // plugged at the start
     std::uint64_t seed = 1;
     std::uint16_t maxPacketSize = 8192;
+    std::uint16_t vendorId = PanelModel::Options{}.vendorId;
+    std::uint16_t productId = PanelModel::Options{}.productId;
     std::string logFile;     // empty: none
     std::string captureFile; // empty: none
     std::map<std::uint16_t, PanelScreen::Size> lcdSizes;
@@ -57,6 +60,8 @@ struct PanelsimOptions {
     std::string replayFile;            // empty: panels do as panels do
     std::string expectFile;            // empty: nothing is compared
     std::set<PacketType> ignoredTypes; // of replaying and comparing
+    bool autosuspend = false;
+    std::string kernelDriver; // empty: none
     std::vector<std::string> program;
 
     // Of Attach.

@@ -74,6 +74,8 @@ UsbfsBus::Options usbfsOptions(const PanelsimOptions& options, Simulation& sessi
     UsbfsBus::Options bus;
     session.setUp(bus);
     bus.scatterGather = options.scatterGather;
+    bus.autosuspend = options.autosuspend;
+    bus.kernelDriver = options.kernelDriver;
     return bus;
 }
 

@@ -176,6 +176,8 @@ Simulation::Simulation(const PanelsimOptions& options)
 void Simulation::setUp(PanelBus::Options& bus)
 {
     bus.panel.maxPacketSize = m_options.maxPacketSize;
+    bus.panel.vendorId = m_options.vendorId;
+    bus.panel.productId = m_options.productId;
     bus.panel.seed = m_options.seed;
     bus.panel.keepRecords = false;
     bus.panel.lcdSizes = m_options.lcdSizes;

@@ -115,7 +115,8 @@ std::string describe(const std::string& path, const UsbfsPanel::Address& address
 }
 
 // The first interface of a device, which is its only one here.
-std::string describeOnlyInterface(const std::string& path, const std::vector<std::uint8_t>& descriptors)
+std::string describeOnlyInterface(const std::string& path, const std::vector<std::uint8_t>& descriptors,
+                                  const std::string& driver)
 {
     const std::uint8_t* const configuration = &descriptors[configurationOffset];
     const std::uint8_t* const interface = configuration + configuration[0];
@@ -125,7 +126,8 @@ std::string describeOnlyInterface(const std::string& path, const std::vector<std
         {"bInterfaceSubClass", format("%02x", interface[6])}, {"bInterfaceProtocol", format("%02x", interface[7])},
     };
     return "P: " + path + "\n" + properties({{"SUBSYSTEM", "usb"}, {"DEVTYPE", "usb_interface"}}) +
-           attributes(attributeList) + "\n";
+           attributes(attributeList) +
+           (driver.empty() ? "" : "L: driver=../../../../bus/usb/drivers/" + driver + "\n") + "\n";
 }
 
 } // namespace
@@ -133,24 +135,24 @@ std::string describeOnlyInterface(const std::string& path, const std::vector<std
 std::string describeRootHub()
 {
     return describe(rootHubPath, {1, 0, 1}, PanelBus::maxPanels, rootHubDescriptors, {}) +
-           describeOnlyInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors);
+           describeOnlyInterface(rootHubPath + std::string("/1-0:1.0"), rootHubDescriptors, "");
 }
 
-std::string describePanel(const UsbfsPanel::Address& address, const PanelModel& model)
+std::string describePanel(const UsbfsPanel::Address& address, const PanelModel& model, bool isSuspendable)
 {
     const std::vector<std::uint8_t> descriptors = model.getDescriptors();
-    NamesAndValues names;
+    NamesAndValues more{{"power/control", isSuspendable ? "auto" : "on"}};
     for (const auto& [name, indexOffset] : {std::pair("manufacturer", 14), std::pair("product", 15)}) {
         const std::string text = readPanelString(model.getString(descriptors[static_cast<std::size_t>(indexOffset)]));
         if (!text.empty())
-            names.emplace_back(name, text);
+            more.emplace_back(name, text);
     }
-    return describe(panelPath(address), address, 0, descriptors, names);
+    return describe(panelPath(address), address, 0, descriptors, more);
 }
 
-std::string describeInterface(const UsbfsPanel::Address& address, const PanelModel& model)
+std::string describeInterface(const UsbfsPanel::Address& address, const PanelModel& model, const std::string& driver)
 {
-    return describeOnlyInterface(interfacePath(address), model.getDescriptors());
+    return describeOnlyInterface(interfacePath(address), model.getDescriptors(), driver);
 }
 
 std::string panelPath(const UsbfsPanel::Address& address)

@@ -14,10 +14,10 @@ namespace SysfsDescription {
 std::string describeRootHub();
 
 // A panel behind a port of the root hub.
-std::string describePanel(const UsbfsPanel::Address& address, const PanelModel& model);
+std::string describePanel(const UsbfsPanel::Address& address, const PanelModel& model, bool isSuspendable);
 
-// Its interface, which comes after it.
-std::string describeInterface(const UsbfsPanel::Address& address, const PanelModel& model);
+// Its interface, which comes after it; `driver` is the kernel's that is bound to it, empty for none.
+std::string describeInterface(const UsbfsPanel::Address& address, const PanelModel& model, const std::string& driver);
 
 // Where sysfs has it and its interface, from /sys.
 std::string panelPath(const UsbfsPanel::Address& address);

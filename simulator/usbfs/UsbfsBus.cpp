@@ -62,9 +62,11 @@ void UsbfsBus::GObjectRelease::operator()(void* object) const
 }
 
 UsbfsBus::UsbfsBus(const Options& options)
-    : m_rack(options), m_testbed(umockdev_testbed_new()), m_root(rootOf(m_testbed.get())), m_listeners(m_root)
+    : m_rack(options), m_isSuspendable(options.autosuspend), m_testbed(umockdev_testbed_new()),
+      m_root(rootOf(m_testbed.get())), m_listeners(m_root)
 {
     m_share.capabilities = capabilities | (options.scatterGather ? USBDEVFS_CAP_BULK_SCATTER_GATHER : 0U);
+    m_share.kernelDriver = options.kernelDriver;
     addToSysfs(SysfsDescription::describeRootHub());
     m_timeThread = std::thread(&UsbfsBus::runTime, this);
 }
@@ -124,9 +126,11 @@ void UsbfsBus::show(UsbfsPanel& panel)
                                   &error);
     throwOnError(error, "attach");
     // One at a time, as each is an event.
-    for (const auto& describe : {SysfsDescription::describePanel, SysfsDescription::describeInterface})
+    for (const std::string& description :
+         {SysfsDescription::describePanel(address, panel.getModel(), m_isSuspendable),
+          SysfsDescription::describeInterface(address, panel.getModel(), m_share.kernelDriver)})
         if (awaitListeners(panel.getNumber()))
-            addToSysfs(describe(address, panel.getModel()));
+            addToSysfs(description);
 }
 
 // Takes unplugged panels off umockdev, all but the last few, and one that had this device

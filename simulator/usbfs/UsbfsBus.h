@@ -30,6 +30,8 @@ class UsbfsBus : public PanelBus {
 public:
     struct Options : PanelBus::Options {
         bool scatterGather = true; // false: libusb splits transfers into URBs of 16 KiB
+        bool autosuspend = false;  // sysfs says that the kernel may suspend the panels; it does not
+        std::string kernelDriver;  // bound to every panel, and does not let go; empty: none
     };
 
     // Throws std::runtime_error when the bus cannot be set up.
@@ -82,6 +84,8 @@ private:
 
     // Under m_hotplugMutex.
     unsigned int m_lastDevice = 1; // number 1 is the root hub's
+
+    const bool m_isSuspendable;
 
     std::unique_ptr<UMockdevTestbed, GObjectRelease> m_testbed; // before the panels at the end
     const std::string m_root;                                   // its folder

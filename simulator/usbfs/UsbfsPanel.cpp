@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <exception>
 #include <utility>
 
@@ -112,7 +113,9 @@ int UsbfsPanel::serveIoctl(UMockdevIoctlClient* client)
     const unsigned long request = umockdev_ioctl_client_get_request(client);
     int result = 0;
     try {
-        result = fileOf(client).handle(request, ClientMemory::argumentOf(client));
+        const ClientMemory argument = ClientMemory::argumentOf(client);
+        if (m_share.kernelDriver.empty() || !isKeptByDriver(request, argument, result))
+            result = fileOf(client).handle(request, argument);
     } catch (const std::exception& error) {
         log(error.what());
         result = -EFAULT;
@@ -120,6 +123,26 @@ int UsbfsPanel::serveIoctl(UMockdevIoctlClient* client)
     if (const char* const name = nameOf(request); name != nullptr)
         log(std::string(name) + (result == 0 ? "" : ": " + std::string(strerrorname_np(-result))));
     return result;
+}
+
+// What the kernel answers while a driver of its own holds the interface, and will not be unbound.
+bool UsbfsPanel::isKeptByDriver(unsigned long request, const ClientMemory& argument, int& result) const
+{
+    switch (request) {
+    case USBDEVFS_GETDRIVER:
+        argument.follow(0, sizeof(usbdevfs_getdriver))
+            .writeBytes(offsetof(usbdevfs_getdriver, driver),
+                        reinterpret_cast<const std::uint8_t*>(m_share.kernelDriver.c_str()),
+                        std::min(m_share.kernelDriver.size() + 1, sizeof(usbdevfs_getdriver::driver)));
+        result = 0;
+        return true;
+    case USBDEVFS_CLAIMINTERFACE:
+    case USBDEVFS_DISCONNECT_CLAIM:
+        result = -EBUSY;
+        return true;
+    default:
+        return false;
+    }
 }
 
 // umockdev reports no closed file, but it drops the client then.

@@ -24,6 +24,7 @@ struct BusShare {
     std::condition_variable deadlineMoved;
     std::chrono::nanoseconds wakeTime = std::chrono::nanoseconds::max(); // of whoever waits for that
     std::uint32_t capabilities = 0;                                      // USBDEVFS_CAP_*; constant
+    std::string kernelDriver; // bound to the panels, and does not let go; constant
 };
 
 // One panel from plug to unplug: its device node, and the programs that have it open.
@@ -70,6 +71,7 @@ private:
 
     int handleIoctl(UMockdevIoctlClient* client);
     int serveIoctl(UMockdevIoctlClient* client);
+    bool isKeptByDriver(unsigned long request, const ClientMemory& argument, int& result) const;
     UsbfsFile& fileOf(UMockdevIoctlClient* client);
     void handOn(PanelModel& model) override;
     void tellEnumeration();

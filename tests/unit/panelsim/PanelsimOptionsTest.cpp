@@ -69,6 +69,25 @@ TEST(PanelsimOptions, wrongUsage_namesTheWord)
     EXPECT_EQ(parse({"run", "--max-packet", "65535", "--", "true"}).options.maxPacketSize, 65535);
 }
 
+TEST(PanelsimOptions, id_isTwoHexadecimalNumbers)
+{
+    const PanelsimOptions given = parse({"attach", "--id", "1A2b:0c0D"}).options;
+    EXPECT_EQ(given.vendorId, 0x1A2B);
+    EXPECT_EQ(given.productId, 0x0C0D);
+    EXPECT_EQ(parse({"attach"}).options.vendorId, 0xDEAD);
+    EXPECT_EQ(parse({"attach"}).options.productId, 0xBEEF);
+    for (const char* const id :
+         {"", "dead", "dead:bee", "dead:beef0", "deadbeef0", "dead:beeg", ":deadbeef", "0xde:beef"})
+        EXPECT_THAT(refusalOf({"attach", "--id", id}), HasSubstr("expected VVVV:PPPP in hexadecimal, found '")) << id;
+}
+
+TEST(PanelsimOptions, kernelDriver_isAFileName)
+{
+    EXPECT_EQ(parse({"run", "--kernel-driver", "usbhid", "--", "true"}).options.kernelDriver, "usbhid");
+    for (const std::string& name : {std::string(), std::string("a/b"), std::string("a\nb"), std::string(64, 'x')})
+        EXPECT_THAT(refusalOf({"run", "--kernel-driver", name, "--", "true"}), HasSubstr("needs a driver's name"));
+}
+
 TEST(PanelsimOptions, absurdLcds_areRefused)
 {
     EXPECT_THAT(refusalOf({"run", "--lcd", "1=8x511", "--", "true"}),
@@ -85,7 +104,7 @@ TEST(PanelsimOptions, refusals_quoteAtMost80Characters)
         {"run", "--at", text, "plug", "--", "true"},       {"run", "--at", "1s", text, "--", "true"},
         {"run", "--at", "1s", "plug", text, "--", "true"}, {"run", "--panels", text, "--", "true"},
         {"run", "--seed=" + text, "--", "true"},           {"run", "--lcd", text, "--", "true"},
-        {"run", "--chunk-time", text, "--", "true"}};
+        {"run", "--chunk-time", text, "--", "true"},       {"run", "--id", text, "--", "true"}};
     for (const auto& usage : usages) {
         const std::string refusal = refusalOf(usage);
         EXPECT_THAT(refusal, Not(HasSubstr("\x1B")));

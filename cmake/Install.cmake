@@ -2,7 +2,6 @@
 # brings them to other CMake projects as Morvane::MorvaneHostUsb and
 # Morvane::MorvaneProtocol. The archive of inner objects stays here.
 include(CMakePackageConfigHelpers)
-include(${CMAKE_CURRENT_LIST_DIR}/PanelRules.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
 
 set(morvaneIncludeDir ${CMAKE_INSTALL_INCLUDEDIR}/morvane)
@@ -45,9 +44,7 @@ install(FILES
   DESTINATION ${morvaneConfigDir}
   COMPONENT development)
 
-morvane_write_panel_rules(${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
-  0xDEAD ${MORVANE_PRODUCTION_VENDOR_ID})
-install(FILES ${PROJECT_BINARY_DIR}/packaging/70-morvane-panel.rules
+install(FILES ${morvaneOwnPanelRules}
   DESTINATION lib/udev/rules.d COMPONENT runtime)
 
 # Wireshark looks nowhere under /usr/local: from there it goes to /usr.

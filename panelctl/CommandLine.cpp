@@ -7,6 +7,9 @@
 #include "panelctl/command/SendCommand.h"
 #include "panelctl/command/StatsCommand.h"
 #include "panelctl/command/WatchCommand.h"
+#include "panelctl/doctor/Ailment.h"
+#include "panelctl/doctor/DoctorCommand.h"
+#include "panelctl/doctor/PanelRule.h"
 #include "panelctl/flash/FlashCommand.h"
 #include "panelctl/session/PacketNames.h"
 #include "panelctl/session/UsbIds.h"
@@ -43,6 +46,7 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "  5    timed out\n"
                                    "  6    flash: the panel is left half written, or has confirmed nothing\n"
                                    "  7    flash: all is written, but the panel does not answer since\n"
+                                   "  10+  doctor: what is amiss, see `panelctl doctor --help`\n"
                                    "  130  interrupted by Ctrl-C (143 by SIGTERM), after an orderly shutdown";
 
 constexpr const char* moreHelp = "`panelctl --help` shows the common options and the exit codes.";
@@ -112,6 +116,16 @@ constexpr const char* flashFooter = "Give the main MCU's image, the servo MCU's,
 
 constexpr const char* jsonFlag = "--json";
 
+constexpr const char* doctorFooter =
+    "A line for each check: ok, or what was found, why that is a problem, and behind $\n"
+    "the commands that mend it. A line that begins with - tells what could not be\n"
+    "looked at. Errors keep a panel from being used, warnings do not. Nothing is\n"
+    "changed. Root sees more: which program of another user drives a panel.\n"
+    "It ends within --timeout and three seconds.\n"
+    "\n"
+    "Exit codes: 0 when a panel can be used and nothing is amiss; else that of the\n"
+    "first error or, without one, of the first warning:\n";
+
 // Seconds.
 constexpr double defaultTimeout = 5;
 constexpr double defaultPatience = 30; // of flash, for progress
@@ -120,6 +134,13 @@ std::string describeVersion()
 {
     return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion() + "\npanels " +
            UsbIds::join(UsbIds::list(), ", ");
+}
+
+// The parser adds it.
+std::string withoutLastNewline(std::string text)
+{
+    text.pop_back();
+    return text;
 }
 
 std::chrono::nanoseconds toNanoseconds(double seconds)
@@ -212,6 +233,7 @@ private:
     void addSend();
     void addDraw();
     void addFlash();
+    void addDoctor();
     std::chrono::nanoseconds getTimeout() const;
     CLI::App* add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make);
     CLI::Option* addPanel(CLI::App& command);
@@ -237,6 +259,7 @@ private:
     SendCommand::Options m_send;
     DrawCommand::Options m_draw;
     FlashCommand::Options m_flash;
+    DoctorCommand::Options m_doctor;
 };
 
 Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "panelctl")
@@ -268,6 +291,7 @@ Parser::Parser() : m_app("Finds panels on the USB bus and talks to them.", "pane
     addSend();
     addDraw();
     addFlash();
+    addDoctor();
 }
 
 CLI::App* Parser::add(const char* name, const char* description, std::function<std::unique_ptr<Command>()> make)
@@ -417,6 +441,22 @@ void Parser::addFlash()
     addPanel(*command);
     command->add_flag("--yes", m_flash.isConfirmed, "Do not ask");
     command->footer(flashFooter);
+}
+
+void Parser::addDoctor()
+{
+    CLI::App* const command = add("doctor", "Say why no panel can be used, and what mends it", [this] {
+        m_doctor.timeout = getTimeout();
+        return std::make_unique<DoctorCommand>(m_doctor);
+    });
+    command
+        ->add_option("--root", m_doctor.places.root,
+                     "Look below this folder for udev's rules and\nsocket, users and groups: another system's")
+        ->option_text("DIR");
+    command->set_version_flag(
+        "--rule", [] { return withoutLastNewline(PanelRule::text); },
+        "Print the udev rule that belongs to this build,\nand look at nothing");
+    command->footer(doctorFooter + explainAilments() + moreHelp);
 }
 
 void Parser::addDithering(CLI::App& command)

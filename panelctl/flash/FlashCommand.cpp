@@ -9,7 +9,6 @@
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
 #include "panelctl/terminal/Output.h"
-#include "protocol/FirmwareData.h"
 
 namespace Vantor {
 
@@ -62,7 +61,7 @@ try {
 
 void FlashCommand::refuseUnflashable(const Panel& panel) const
 {
-    if (panel.getPayloadLimit() < sizeof(FirmwareData))
+    if (panel.getPacketLimit() < Panel::firmwarePacketSize)
         throw Failure(ExitCode::Failed, FailureKind::tooLarge, explainTooSmallPackets(panel));
 }
 

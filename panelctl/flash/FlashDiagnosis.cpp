@@ -3,9 +3,7 @@
 #include "panelctl/flash/FlashReplies.h"
 #include "panelctl/session/Diagnosis.h"
 #include "panelctl/terminal/Wording.h"
-#include "protocol/PacketHeader.h"
 #include "wire/PanelLink.h"
-#include "wire/RecordHeader.h"
 
 #include <algorithm>
 #include <csignal>
@@ -95,9 +93,8 @@ bool FlashState::isAllConfirmed() const
 
 std::string explainTooSmallPackets(const Panel& panel)
 {
-    constexpr unsigned int needed = sizeof(PacketHeader) + sizeof(RecordHeader) + sizeof(FirmwareData);
     return panel.getName() + " can't be flashed: its packet limit is " + std::to_string(panel.getPacketLimit()) +
-           " bytes, and a packet with a chunk of firmware has " + std::to_string(needed) +
+           " bytes, and a packet with a chunk of firmware has " + std::to_string(Panel::firmwarePacketSize) +
            ".\nThe first chunk would never leave and would hold back everything behind it, so nothing was sent. "
            "The limit is the panel's own: `panelctl info` shows it.";
 }

@@ -2,14 +2,13 @@
 
 #include "libMorvaneHostUsb/Log.h"
 #include "panelctl/session/UsbIds.h"
+#include "panelctl/session/UsbNode.h"
 #include "panelctl/terminal/Wording.h"
 #include "protocol/PacketHeader.h"
 #include "protocol/ReqDeviceInfo.h"
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
 
-#include <cstdio>
-#include <fstream>
 
 #include <libusb-1.0/libusb.h>
 
@@ -18,19 +17,6 @@ namespace Vantor {
 namespace {
 
 using Operation = DeviceFailure::Operation;
-
-// Where the kernel lets programs open the device; empty when that can't be told.
-std::string findNode(const Panel& panel)
-{
-    const std::string folder = "/sys/bus/usb/devices/" + panel.getPlace() + "/";
-    int bus = 0;
-    int number = 0;
-    if (!(std::ifstream(folder + "busnum") >> bus) || !(std::ifstream(folder + "devnum") >> number))
-        return "";
-    char node[40];
-    std::snprintf(node, sizeof node, "/dev/bus/usb/%03d/%03d", bus, number);
-    return node;
-}
 
 std::string whereTheReasonIs()
 {
@@ -67,7 +53,7 @@ std::string explainNoPanel()
 std::string explainUnusable(const Panel& panel)
 {
     const std::string attached = panel.getName() + " is attached but can't be used: ";
-    const std::string node = findNode(panel);
+    const std::string node = UsbNode::locate(panel.getPlace());
     const std::string where = node.empty() ? "" : " on " + node;
     const DeviceFailure failure = panel.getDevice().getFailure();
     if (failure.operation == Operation::Open && failure.code == LIBUSB_ERROR_ACCESS)
@@ -79,7 +65,7 @@ std::string explainUnusable(const Panel& panel)
         return attached + "another program or a kernel driver has claimed interface " +
                std::to_string(PanelLink::interfaceNumber) + where +
                ".\nMost likely a program is driving the panel: end it" +
-               (node.empty() ? "" : " (`fuser -v " + node + "` names it)") + ".";
+               " (`panelctl doctor` names it).";
     return attached + "it could not be opened and claimed" + where + " (" + failure.toString() + ").\nRe-plug it.";
 }
 

@@ -1,9 +1,7 @@
 #include "panelctl/session/Panel.h"
 
 #include "panelctl/terminal/Wording.h"
-#include "protocol/PacketHeader.h"
 #include "wire/PanelLink.h"
-#include "wire/RecordHeader.h"
 
 #include <cstring>
 #include <utility>

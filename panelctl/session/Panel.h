@@ -2,6 +2,9 @@
 
 #include "libMorvaneHostUsb/UsbDevice.h"
 #include "protocol/DeviceInformation.h"
+#include "protocol/FirmwareData.h"
+#include "protocol/PacketHeader.h"
+#include "wire/RecordHeader.h"
 
 #include <cstdint>
 #include <memory>
@@ -15,6 +18,10 @@ namespace Vantor {
 // another uid.
 class Panel {
 public:
+    // Of a packet with a chunk of firmware.
+    static constexpr unsigned int firmwarePacketSize =
+        sizeof(PacketHeader) + sizeof(RecordHeader) + sizeof(FirmwareData);
+
     Panel(std::shared_ptr<UsbDevice> device, const std::optional<DeviceInformation>& information);
 
     UsbDevice& getDevice() const { return *m_device; }

@@ -169,10 +169,15 @@ bool Session::isAttached(const std::string& place) const
 }
 
 // By its place, as the library takes a panel that it has given up in anew, under another uid.
-std::string Session::explainNotAlive(const Panel& panel) const
+bool Session::wasUsable(const std::string& place) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_usablePlaces.count(panel.getPlace()) != 0 ? explainGivenUp(panel) : explainUnusable(panel);
+    return m_usablePlaces.count(place) != 0;
+}
+
+std::string Session::explainNotAlive(const Panel& panel) const
+{
+    return wasUsable(panel.getPlace()) ? explainGivenUp(panel) : explainUnusable(panel);
 }
 
 std::optional<PanelEvent> Session::nextEvent(Clock::time_point deadline)

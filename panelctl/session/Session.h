@@ -81,6 +81,9 @@ public:
 
     bool isAttached(const std::string& place) const;
 
+    // Whether the panel at this place was ever alive.
+    bool wasUsable(const std::string& place) const;
+
     // Why a panel that is attached is not alive, as far as it is known.
     std::string explainNotAlive(const Panel& panel) const;
 

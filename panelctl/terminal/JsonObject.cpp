@@ -62,6 +62,12 @@ JsonObject& JsonObject::add(const std::string& name, const std::vector<std::uint
     return *this;
 }
 
+JsonObject& JsonObject::add(const std::string& name, const std::vector<std::string>& values)
+{
+    m_members->json[name] = values;
+    return *this;
+}
+
 JsonObject& JsonObject::add(const std::string& name, std::nullptr_t)
 {
     m_members->json[name] = nullptr;

@@ -28,6 +28,7 @@ public:
     JsonObject& add(const std::string& name, const JsonObject& value);
     JsonObject& add(const std::string& name, const std::vector<JsonObject>& values);
     JsonObject& add(const std::string& name, const std::vector<std::uint64_t>& values);
+    JsonObject& add(const std::string& name, const std::vector<std::string>& values);
     JsonObject& add(const std::string& name, std::nullptr_t);
 
     template <typename Integer, typename = std::enable_if_t<std::is_integral_v<Integer>>>

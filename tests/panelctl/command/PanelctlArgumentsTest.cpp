@@ -28,13 +28,13 @@ void expectRefusal(ToolRun::Arguments arguments, const std::string& message, int
 
 TEST(PanelctlArguments, noCommand_isRefused)
 {
-    expectRefusal({}, "panelctl: no command given: there are list, info, watch, stats, send, draw and flash.\n"
+    expectRefusal({}, "panelctl: no command given: there are list, info, watch, stats, send, draw, flash and doctor.\n"
                       "  `panelctl --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, unknownCommand_isRefused)
 {
-    expectRefusal({"fly"}, "panelctl: 'fly' is no command: there are list, info, watch, stats, send, draw and flash.\n"
+    expectRefusal({"fly"}, "panelctl: 'fly' is no command: there are list, info, watch, stats, send, draw, flash and doctor.\n"
                            "  `panelctl --help` shows what there is.\n");
 }
 
@@ -71,7 +71,7 @@ TEST(PanelctlArguments, quotedText_is80PrintableCharacters)
         long81 += "\u00e4";
     for (int i = 0; i < 80; ++i)
         long80 += "\u00e4";
-    const std::string commands = " is no command: there are list, info, watch, stats, send, draw and flash.";
+    const std::string commands = " is no command: there are list, info, watch, stats, send, draw, flash and doctor.";
     expectRefusal({long80}, "panelctl: '" + long80 + "'" + commands + hint);
     expectRefusal({long81}, "panelctl: '" + long80 + "...'" + commands + hint);
     expectRefusal({"a\x1b[2J\n-\x7f-\xc2-\x9b-\xc2\x9bz"}, "panelctl: 'a?[2J?-?-?-?-??z'" + commands + hint);

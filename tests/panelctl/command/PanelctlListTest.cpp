@@ -82,7 +82,7 @@ TEST(PanelctlList, panelClaimedByAnotherProgram_saysSo)
                 HasSubstr("panelctl: panel 0101 (1-1) is attached but can't be used: another program or a kernel "
                           "driver has claimed interface 0 on /dev/bus/usb/001/002.\n"
                           "  Most likely a program is driving the panel: end it "
-                          "(`fuser -v /dev/bus/usb/001/002` names it).\n"));
+                          "(`panelctl doctor` names it).\n"));
 }
 
 TEST(PanelctlListLog, summaries_goToStandardError)

@@ -1,0 +1,146 @@
+#include "panelctl/doctor/DoctorCommand.h"
+
+#include "panelctl/doctor/Judgement.h"
+#include "panelctl/session/Diagnosis.h"
+#include "panelctl/session/Session.h"
+#include "panelctl/session/UsbIds.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Output.h"
+#include "panelctl/terminal/Report.h"
+#include "panelctl/terminal/Wording.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include <libusb.h>
+
+namespace Vantor {
+
+namespace {
+
+class Diagnosed : public Failure {
+public:
+    explicit Diagnosed(const Finding& worst) : Diagnosed(worst.severity, rowOf(*worst.ailment)) {}
+
+private:
+    Diagnosed(Finding::Severity severity, const AilmentRow& row)
+        : Failure(row.exitCode, row.name,
+                  std::string(severity == Finding::Severity::Error ? "a panel can't be used: "
+                                                                   : "panels can be used, but something is amiss: ") +
+                      row.name + ".")
+    {}
+};
+
+void addState(PanelFacts& facts, const Session& session, std::chrono::nanoseconds limit)
+{
+    using State = PanelFacts::State;
+    const std::vector<Panel> panels = session.getPanels();
+    const auto panel = std::find_if(panels.begin(), panels.end(),
+                                    [&facts](const Panel& known) { return known.getPlace() == facts.place; });
+    if (panel == panels.end())
+        return;
+    if (!panel->isAlive()) {
+        facts.state = session.wasUsable(facts.place) ? State::GivenUp : State::NeverOpened;
+    } else if (!panel->getInformation()) {
+        facts.state = State::Silent;
+        facts.silence = explainNoInformation(*panel, limit);
+    } else {
+        facts.state = State::Described;
+        facts.description = panel->getDescription();
+        facts.packetLimit = panel->getPacketLimit();
+    }
+}
+
+// For people, and for programs.
+struct Words {
+    const char* text;
+    const char* json;
+};
+
+Words wordsOf(Finding::Severity severity)
+{
+    switch (severity) {
+    case Finding::Severity::Ok:
+        return {"ok", "ok"};
+    case Finding::Severity::Warning:
+        return {"warning", "warning"};
+    case Finding::Severity::Error:
+        return {"error", "error"};
+    case Finding::Severity::Unknown:
+        break;
+    }
+    return {"-", "unknown"};
+}
+
+std::string indent(const std::string& text)
+{
+    std::string indented;
+    for (const char character : text)
+        indented += character == '\n' ? std::string("\n           ") : std::string(1, character);
+    return indented;
+}
+
+class FindingReport final : public Report {
+public:
+    explicit FindingReport(const Finding& finding) : m_finding(finding) {}
+
+    std::string asText() const override
+    {
+        const std::string place = m_finding.place.empty() ? "" : m_finding.place + ": ";
+        std::string text =
+            formatText("%-7s  %s%s\n", wordsOf(m_finding.severity).text, place.c_str(), m_finding.text.c_str());
+        if (!m_finding.reason.empty())
+            text += "           " + indent(m_finding.reason) + "\n";
+        for (const std::string& command : m_finding.commands)
+            text += "           $ " + command + "\n";
+        return text;
+    }
+
+    JsonObject asJson() const override
+    {
+        JsonObject object("finding");
+        object.add("check", m_finding.check)
+            .add("severity", wordsOf(m_finding.severity).json)
+            .add("kind", m_finding.ailment ? std::optional(rowOf(*m_finding.ailment).name) : std::nullopt)
+            .add("place", m_finding.place.empty() ? std::nullopt : std::optional(m_finding.place))
+            .add("text", m_finding.text)
+            .add("hint", m_finding.reason)
+            .add("commands", m_finding.commands);
+        return object;
+    }
+
+private:
+    const Finding& m_finding;
+};
+
+} // namespace
+
+void DoctorCommand::run(Session& session, Output& output)
+{
+    const std::vector<Finding> findings = judge(gather(session));
+    for (const Finding& finding : findings)
+        output.report(FindingReport(finding));
+    if (const Finding* const worst = findWorst(findings); worst != nullptr)
+        throw Diagnosed(*worst);
+    output.line("Nothing is amiss.");
+}
+
+// The holders last: then the library has tried to claim the panels, and who kept it from that
+// is there still.
+DoctorFacts DoctorCommand::gather(Session& session) const
+{
+    const SystemFacts system(m_options.places);
+    DoctorFacts facts;
+    facts.hasHotplug = libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG) != 0;
+    facts.knownIds = UsbIds::list();
+    session.awaitInformation(m_options.timeout);
+    system.addSystem(facts);
+    system.addDevices(facts);
+    for (PanelFacts& panel : facts.panels)
+        addState(panel, session, m_options.timeout);
+    system.addHolders(facts);
+    return facts;
+}
+
+} // namespace Vantor

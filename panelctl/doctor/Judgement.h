@@ -1,0 +1,17 @@
+#pragma once
+
+#include "panelctl/doctor/DoctorFacts.h"
+#include "panelctl/doctor/Finding.h"
+
+#include <vector>
+
+namespace Vantor {
+
+// What the facts mean: a finding for each check, in the order of the checks. Pure.
+std::vector<Finding> judge(const DoctorFacts& facts);
+
+// The one that counts: the first error, or else the first warning, each in the order of
+// listAilments; null when nothing is amiss.
+const Finding* findWorst(const std::vector<Finding>& findings);
+
+} // namespace Vantor

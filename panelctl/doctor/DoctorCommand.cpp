@@ -41,7 +41,10 @@ void addState(PanelFacts& facts, const Session& session, std::chrono::nanosecond
     if (panel == panels.end())
         return;
     if (!panel->isAlive()) {
+        const DeviceFailure failure = panel->getDevice().getFailure();
         facts.state = session.wasUsable(facts.place) ? State::GivenUp : State::NeverOpened;
+        facts.failure = failure.toString();
+        facts.isBusy = failure.operation == DeviceFailure::Operation::Claim && failure.code == LIBUSB_ERROR_BUSY;
     } else if (!panel->getInformation()) {
         facts.state = State::Silent;
         facts.silence = explainNoInformation(*panel, limit);

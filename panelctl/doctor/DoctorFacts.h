@@ -43,6 +43,8 @@ struct PanelFacts {
     std::string powerControl;                  // "on" or "auto"; empty: sysfs does not say
     std::optional<std::uint32_t> capabilities; // of its bus, USBDEVFS_CAP_*; none: can't be asked
     State state = State::NotListed;
+    std::string failure;          // of NeverOpened and GivenUp, as the library has it: "claim: LIBUSB_ERROR_BUSY"
+    bool isBusy = false;          // that one
     std::string silence;          // of Silent: how far it got
     std::string description;      // of Described
     unsigned int packetLimit = 0; // of Described

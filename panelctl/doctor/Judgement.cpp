@@ -235,7 +235,7 @@ void Examination::lookAtClaim(const PanelFacts& panel)
         return pass("claim", "the library opens and claims it", panel.place);
     if (panel.state == State::NeverOpened && !panel.driver.empty() && panel.driver != "usbfs")
         return blameDriver(panel);
-    if (panel.state == State::NeverOpened && (panel.driver == "usbfs" || !panel.holders.empty()))
+    if (panel.state == State::NeverOpened && panel.isBusy)
         return blameHolders(panel);
     blameNobody(panel);
 }
@@ -276,14 +276,10 @@ void Examination::blameNobody(const PanelFacts& panel)
     const char* const text = panel.state == State::GivenUp     ? "the panel was opened, and given up after a USB error."
                              : panel.state == State::NotListed ? "the library does not find the panel."
                                                                : "the panel could not be opened and claimed.";
-    std::string reason =
-        "The library's log has libusb's reason: `panelctl list --log-level 4`. Plug the panel in anew, "
-        "or have the kernel\nset it up again:";
-    if (panel.state == State::NeverOpened && m_facts.hasHiddenProcesses)
-        reason = "It may be a program of another user, which " + m_facts.user +
-                 " may not see (`sudo panelctl doctor` does).\n" + reason;
+    const std::string said = panel.failure.empty() ? "" : "libusb's reason: " + panel.failure + ".\n";
     const std::string authorized = sysfsOf(panel, "authorized");
-    add(Severity::Error, "claim", Ailment::Unusable, panel.place, text, reason,
+    add(Severity::Error, "claim", Ailment::Unusable, panel.place, text,
+        said + "Plug the panel in anew, or have the kernel set it up again:",
         {"echo 0 | sudo tee " + authorized, "echo 1 | sudo tee " + authorized});
 }
 

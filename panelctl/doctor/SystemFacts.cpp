@@ -104,6 +104,14 @@ bool isKnown(const DoctorFacts& facts, const std::string& id)
     return std::find(facts.knownIds.begin(), facts.knownIds.end(), id) != facts.knownIds.end();
 }
 
+PanelFacts nameDevice(const std::string& place, const std::string& id)
+{
+    PanelFacts device;
+    device.place = place;
+    device.id = id;
+    return device;
+}
+
 // The vendor or the product of a panel.
 bool isAkin(const DoctorFacts& facts, const std::string& id)
 {
@@ -223,7 +231,7 @@ void SystemFacts::addDevices(DoctorFacts& facts) const
         if (isKnown(facts, id))
             facts.panels.push_back(examine(place, id));
         else if (isAkin(facts, id))
-            facts.strangers.push_back({place, id, {}, "", "", {}, "", {}, PanelFacts::State::NotListed, "", "", 0});
+            facts.strangers.push_back(nameDevice(place, id));
         else if (readAttribute(place, "bDeviceClass") != "09")
             ++facts.otherDevices;
     }
@@ -231,9 +239,7 @@ void SystemFacts::addDevices(DoctorFacts& facts) const
 
 PanelFacts SystemFacts::examine(const std::string& place, const std::string& id) const
 {
-    PanelFacts panel;
-    panel.place = place;
-    panel.id = id;
+    PanelFacts panel = nameDevice(place, id);
     panel.node = examineNode(place);
     panel.interface =
         place + ":" + readAttribute(place, "bConfigurationValue") + "." + std::to_string(PanelLink::interfaceNumber);

@@ -57,6 +57,7 @@ DoctorFacts healthyMachine()
     return facts;
 }
 
+// A panel that could not be opened; 0: for no reason of its node's.
 DoctorFacts machineWithout(int error)
 {
     DoctorFacts facts = healthyMachine();
@@ -64,6 +65,15 @@ DoctorFacts machineWithout(int error)
     facts.panels.front().state = PanelFacts::State::NeverOpened;
     facts.panels.front().driver = "";
     facts.panels.front().capabilities.reset();
+    return facts;
+}
+
+DoctorFacts busyMachine()
+{
+    DoctorFacts facts = machineWithout(0);
+    facts.panels.front().driver = "usbfs";
+    facts.panels.front().failure = "claim: LIBUSB_ERROR_BUSY";
+    facts.panels.front().isBusy = true;
     return facts;
 }
 
@@ -327,7 +337,7 @@ TEST(Judgement, kernelDriver_isUnbound)
 
 TEST(Judgement, claimed_namesEachHolderAndHowToEndIt)
 {
-    DoctorFacts facts = machineWithout(0);
+    DoctorFacts facts = busyMachine();
     facts.panels.front().holders = {{77, "product", "ann"}, {4242, "panelctl", "bob"}};
     const Finding ill = onlyIllOf(facts);
     EXPECT_EQ(ill.severity, Severity::Error);
@@ -341,8 +351,7 @@ TEST(Judgement, claimed_namesEachHolderAndHowToEndIt)
 
 TEST(Judgement, claimedByAProcessThatIsHidden_asksForRoot)
 {
-    DoctorFacts facts = machineWithout(0);
-    facts.panels.front().driver = "usbfs";
+    DoctorFacts facts = busyMachine();
     facts.hasHiddenProcesses = true;
     EXPECT_EQ(onlyIllOf(facts).ailment, Ailment::Claimed);
     EXPECT_THAT(onlyIllOf(facts).reason, HasSubstr("ann may not see, but root may"));
@@ -351,27 +360,28 @@ TEST(Judgement, claimedByAProcessThatIsHidden_asksForRoot)
 
 TEST(Judgement, claimedByAProcessThatHasEnded_looksAgain)
 {
-    DoctorFacts facts = machineWithout(0);
-    facts.panels.front().driver = "usbfs";
-    EXPECT_EQ(onlyIllOf(facts).ailment, Ailment::Claimed);
-    EXPECT_THAT(onlyIllOf(facts).commands, ElementsAre("panelctl doctor"));
+    EXPECT_EQ(onlyIllOf(busyMachine()).ailment, Ailment::Claimed);
+    EXPECT_THAT(onlyIllOf(busyMachine()).commands, ElementsAre("panelctl doctor"));
 }
 
 // What a process is called, it says itself.
 TEST(Judgement, nameOfAProcess_isMadePrintable)
 {
-    DoctorFacts facts = machineWithout(0);
+    DoctorFacts facts = busyMachine();
     facts.panels.front().holders = {{77, "\x1b[2J", "ann"}};
     EXPECT_THAT(onlyIllOf(facts).reason, HasSubstr("?[2J (process 77, user ann)"));
 }
 
-TEST(Judgement, openedByNobodyForNoReason_isSetUpAnew)
+TEST(Judgement, openedByNobodyAndNotBusy_isSetUpAnew)
 {
     DoctorFacts facts = machineWithout(0);
+    facts.panels.front().failure = "open: LIBUSB_ERROR_IO";
+    facts.panels.front().holders = {{77, "bystander", "ann"}};
     const Finding ill = onlyIllOf(facts);
     EXPECT_EQ(ill.severity, Severity::Error);
     EXPECT_EQ(ill.ailment, Ailment::Unusable);
     EXPECT_EQ(ill.text, "the panel could not be opened and claimed.");
+    EXPECT_THAT(ill.reason, ::testing::StartsWith("libusb's reason: open: LIBUSB_ERROR_IO.\n"));
     EXPECT_THAT(ill.commands, ElementsAre("echo 0 | sudo tee /sys/bus/usb/devices/1-4/authorized",
                                           "echo 1 | sudo tee /sys/bus/usb/devices/1-4/authorized"));
     EXPECT_EQ(exitCodeOf(facts), 19);
@@ -384,9 +394,8 @@ TEST(Judgement, openedByNobodyForNoReason_isSetUpAnew)
 // A handle of its own that the library has not closed yet is no other program's.
 TEST(Judgement, givenUpPanelThatSomebodyHasOpen_isNotCalledClaimed)
 {
-    DoctorFacts facts = machineWithout(0);
+    DoctorFacts facts = busyMachine();
     facts.panels.front().state = PanelFacts::State::GivenUp;
-    facts.panels.front().driver = "usbfs";
     EXPECT_EQ(onlyIllOf(facts).ailment, Ailment::Unusable);
 }
 
@@ -454,7 +463,7 @@ TEST(Judgement, whatCouldNotBeLookedAt_isNoIll)
 // However early a warning's case, an error counts for more.
 TEST(Judgement, errorBehindAWarning_isTheWorst)
 {
-    DoctorFacts facts = machineWithout(0);
+    DoctorFacts facts = busyMachine();
     facts.hasUdevd = false;
     facts.panels.front().holders = {{77, "product", "ann"}};
     EXPECT_EQ(illsOf(facts).front().ailment, Ailment::NoUdevd);
@@ -467,7 +476,7 @@ TEST(Judgement, secondPanelsError_isFound)
     facts.panels.push_back(healthyPanel());
     facts.panels.back().place = "1-5";
     facts.panels.back().state = PanelFacts::State::NeverOpened;
-    facts.panels.back().holders = {{77, "product", "ann"}};
+    facts.panels.back().isBusy = true;
     EXPECT_EQ(onlyIllOf(facts).place, "1-5");
     EXPECT_EQ(exitCodeOf(facts), 18);
 }

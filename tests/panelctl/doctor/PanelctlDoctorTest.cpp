@@ -170,7 +170,8 @@ TEST_F(PanelctlDoctor, panelGivenUpAfterAUsbError_is19)
 {
     const ToolResult result = examine({"--at", "0", "fault out status=EIO sticky"});
     EXPECT_EQ(result.exitCode, 19);
-    EXPECT_THAT(result.output, HasSubstr("error    1-1: the panel was opened, and given up after a USB error.\n"));
+    EXPECT_THAT(result.output, HasSubstr("error    1-1: the panel was opened, and given up after a USB error.\n"
+                                         "           libusb's reason: "));
 }
 
 TEST_F(PanelctlDoctor, silentPanel_is20WithinTheTime)

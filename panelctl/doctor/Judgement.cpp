@@ -175,7 +175,8 @@ void Examination::lookAtRule()
 void Examination::blameRule(Ailment ailment, const std::string& text, const std::string& reason)
 {
     add(isAnyDenied() ? Severity::Error : Severity::Warning, "rule", ailment, "", text, reason,
-        {"panelctl doctor --rule | sudo install -D -m 644 /dev/stdin " + m_facts.ruleFolder + "/" + PanelRule::fileName,
+        {"sudo mkdir -p " + m_facts.ruleFolder,
+         "panelctl doctor --rule | sudo tee " + m_facts.ruleFolder + "/" + PanelRule::fileName + " > /dev/null",
          "sudo udevadm control --reload", applyRules});
 }
 

@@ -9,7 +9,6 @@
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
 
-
 #include <libusb-1.0/libusb.h>
 
 namespace Vantor {
@@ -59,13 +58,11 @@ std::string explainUnusable(const Panel& panel)
     if (failure.operation == Operation::Open && failure.code == LIBUSB_ERROR_ACCESS)
         return attached + "this user may not open " + (node.empty() ? "it" : node) +
                " (Permission denied).\nThe udev rule 70-morvane-panel.rules gives the members of plugdev access: "
-               "install it and re-plug "
-               "the panel,\nor run panelctl as root.";
+               "install it and re-plug the panel,\nor run panelctl as root.";
     if (failure.operation == Operation::Claim && failure.code == LIBUSB_ERROR_BUSY)
         return attached + "another program or a kernel driver has claimed interface " +
                std::to_string(PanelLink::interfaceNumber) + where +
-               ".\nMost likely a program is driving the panel: end it" +
-               " (`panelctl doctor` names it).";
+               ".\nMost likely a program is driving the panel: end it (`panelctl doctor` names it).";
     return attached + "it could not be opened and claimed" + where + " (" + failure.toString() + ").\nRe-plug it.";
 }
 

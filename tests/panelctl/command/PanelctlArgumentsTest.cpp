@@ -34,8 +34,9 @@ TEST(PanelctlArguments, noCommand_isRefused)
 
 TEST(PanelctlArguments, unknownCommand_isRefused)
 {
-    expectRefusal({"fly"}, "panelctl: 'fly' is no command: there are list, info, watch, stats, send, draw, flash and doctor.\n"
-                           "  `panelctl --help` shows what there is.\n");
+    expectRefusal({"fly"},
+                  "panelctl: 'fly' is no command: there are list, info, watch, stats, send, draw, flash and doctor.\n"
+                  "  `panelctl --help` shows what there is.\n");
 }
 
 TEST(PanelctlArguments, unknownOption_isRefused)

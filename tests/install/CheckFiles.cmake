@@ -2,9 +2,12 @@
 set(expected
   libMorvaneHostUsb/BitmapImage.h
   libMorvaneHostUsb/ClientLcdBitmap.h
+  libMorvaneHostUsb/DeviceFailure.h
+  libMorvaneHostUsb/DeviceStatistics.h
   libMorvaneHostUsb/Export.h
   libMorvaneHostUsb/LcdHelper.h
   libMorvaneHostUsb/Log.h
+  libMorvaneHostUsb/ManagerStatistics.h
   libMorvaneHostUsb/PacketQueue.h
   libMorvaneHostUsb/PriorityPacker.h
   libMorvaneHostUsb/ThreadAnnotations.h

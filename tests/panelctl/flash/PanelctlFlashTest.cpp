@@ -492,7 +492,7 @@ TEST(PanelctlFlash, panelGoneAtTheQuestion_isSaid)
     run.let(std::chrono::milliseconds(1300));
     run.type("y\n");
     EXPECT_EQ(run.finish(), 4);
-    EXPECT_THAT(run.getOutput(), HasSubstr("after a USB error. Nothing was sent.\r\n"));
+    EXPECT_THAT(run.getOutput(), HasSubstr("went away: it was unplugged. Nothing was sent.\r\n"));
 }
 
 } // namespace Vantor

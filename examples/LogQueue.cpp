@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -107,16 +108,16 @@ private:
     {
         constexpr std::size_t piece = 512;
         for (std::size_t at = 0; at < line.size();) {
-            pollfd writable{m_descriptor, POLLOUT, 0};
-            if (poll(&writable, 1, 100) <= 0) {
-                if (isOver())
-                    return false;
-                continue;
-            }
-            const ssize_t written = write(m_descriptor, line.data() + at, std::min(line.size() - at, piece));
-            if (written < 0)
+            if (isOver())
                 return false;
-            at += static_cast<std::size_t>(written);
+            pollfd writable{m_descriptor, POLLOUT, 0};
+            if (poll(&writable, 1, 100) <= 0)
+                continue;
+            const ssize_t written = write(m_descriptor, line.data() + at, std::min(line.size() - at, piece));
+            if (written >= 0)
+                at += static_cast<std::size_t>(written);
+            else if (errno != EINTR && errno != EAGAIN)
+                return false;
         }
         return true;
     }

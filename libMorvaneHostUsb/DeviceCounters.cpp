@@ -14,8 +14,8 @@ DeviceCounters::~DeviceCounters()
 
 void DeviceCounters::enter(std::shared_ptr<StatisticsBook> book, const PriorityPacker& packer)
 {
+    book->open(*this, packer);
     m_book = std::move(book);
-    m_book->open(*this, packer);
 }
 
 void DeviceCounters::leave()

@@ -6,14 +6,14 @@
 
 namespace Vantor {
 
-// Transfers of one direction that did not come back as they should. Those that are still
-// under way when a panel leaves end as gone or cancelled.
+// Transfers of one direction that did not come back as they should. What is still under way
+// when the manager lets go of a device is not counted, here nor as sent or received.
 struct TransferFailures {
     std::uint64_t timedOut = 0;   // two seconds, inside libusb
     std::uint64_t stalled = 0;    // the panel refused
     std::uint64_t overflowed = 0; // more than the buffer takes
     std::uint64_t failed = 0;     // LIBUSB_TRANSFER_ERROR, or a status that libusb has no name for
-    std::uint64_t cancelled = 0;  // by a watchdog, or as the device ended
+    std::uint64_t cancelled = 0;  // by a watchdog, or as the device died
     std::uint64_t gone = 0;       // LIBUSB_TRANSFER_NO_DEVICE
     std::uint64_t refused = 0;    // not taken by libusb in the first place
     std::uint64_t watchdogs = 0;  // given up after five seconds: each is cancelled, and may come back late

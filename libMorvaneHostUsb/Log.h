@@ -47,7 +47,7 @@ using LogSink = std::function<void(LogLevel::Level level, std::string_view text)
 // Sets or changes the sink; an empty one brings standard output back. Any thread, at any
 // time, the sink itself included. When it returns, an earlier sink runs no more, but for
 // the call that this comes from; it waits for one under way on another thread, and drops
-// the earlier sink. One that is never removed may be called until the process ends.
+// the earlier sink, which may own what logs. One that is never removed may be called until the process ends.
 MORVANE_API void setLogSink(LogSink sink);
 
 } // namespace Vantor

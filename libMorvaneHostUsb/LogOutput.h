@@ -15,9 +15,6 @@ namespace LogOutput {
 // One message, as printf writes it; its newline is in the format.
 void print(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// A whole line: the newline is added.
-void printLine(int level, const char* text);
-
 // Source position and message are two lock periods on standard output; another thread's
 // line may fall between.
 void trace(const char* file, int line, const char* format, ...) __attribute__((format(printf, 3, 4)));
@@ -33,11 +30,8 @@ void trace(const char* file, int line, const char* format, ...) __attribute__((f
             ::Vantor::LogOutput::print(level, __VA_ARGS__);                                                            \
     } while (false)
 
-#define MORVANE_LOG_LINE(level, text)                                                                                  \
-    do {                                                                                                               \
-        if (::Vantor::isLogged(level))                                                                                 \
-            ::Vantor::LogOutput::printLine(level, text);                                                               \
-    } while (false)
+// A whole line: the newline is added.
+#define MORVANE_LOG_LINE(level, text) MORVANE_LOG(level, "%s\n", text)
 
 #define MORVANE_TRACE(...)                                                                                             \
     do {                                                                                                               \

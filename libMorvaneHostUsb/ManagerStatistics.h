@@ -10,7 +10,8 @@ namespace Vantor {
 // instant, as DeviceStatistics, but not all of them of the same.
 struct ManagerStatistics {
     // The sums over all devices that were, those that have gone included. Of `most` it is the
-    // greatest of any one device.
+    // greatest of any one device; `now` has what waits in a device that has gone, as long as
+    // the application holds it.
     DeviceStatistics devices;
 
     std::uint64_t arrivals = 0;       // devices taken up, stray ones included

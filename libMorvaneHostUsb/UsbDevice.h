@@ -192,8 +192,6 @@ private:
     void checkRxWatchdog(const std::chrono::system_clock::time_point& now);
     void handleStatus(const char* direction, int status);
     void handleSubmitError(const char* direction, DeviceFailure::Operation operation, int error);
-    void sendNextPacket(const std::chrono::system_clock::time_point& now);
-    void startSend(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_txMutex);
 
     void pollFirmware();
     void announceFirmware(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);

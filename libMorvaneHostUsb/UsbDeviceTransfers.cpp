@@ -96,20 +96,9 @@ void UsbDevice::onPackerHasChanged()
 void UsbDevice::sendNextPacket()
 {
     const std::lock_guard<std::mutex> lock(m_txMutex);
-    if (m_alive && m_devHandle != nullptr && !m_transferTxInProgress)
-        startSend(std::chrono::system_clock::now());
-}
-
-// For those who know the time: looking at the clock is what takes longest here.
-void UsbDevice::sendNextPacket(const std::chrono::system_clock::time_point& now)
-{
-    const std::lock_guard<std::mutex> lock(m_txMutex);
-    if (m_alive && m_devHandle != nullptr && !m_transferTxInProgress)
-        startSend(now);
-}
-
-void UsbDevice::startSend(const std::chrono::system_clock::time_point& now)
-{
+    if (!m_alive || m_devHandle == nullptr || m_transferTxInProgress)
+        return;
+    const auto now = std::chrono::system_clock::now();
     // A packet that was not cleared is sent again, also when nothing can be added.
     if (m_packer.prepareNextPacket(now) == 0 && m_packer.getPacketCount() == 0)
         return;
@@ -155,7 +144,7 @@ void UsbDevice::onSentMessage(libusb_transfer* transfer)
         goOn = m_alive && completed;
     }
     if (goOn && m_packer.hasMoreData())
-        sendNextPacket(now);
+        sendNextPacket();
 }
 
 void UsbDevice::recvNextPacket()
@@ -274,13 +263,15 @@ void UsbDevice::handleStatus(const char* direction, int status)
 
 void UsbDevice::handleTransferTxStatus(int error)
 {
-    m_counters->change([](DeviceStatistics& statistics) { ++statistics.sent.failures.refused; });
+    if (error != LIBUSB_SUCCESS)
+        m_counters->change([](DeviceStatistics& statistics) { ++statistics.sent.failures.refused; });
     handleSubmitError("TX", DeviceFailure::Operation::Submit, error);
 }
 
 void UsbDevice::handleTransferRxStatus(int error)
 {
-    m_counters->change([](DeviceStatistics& statistics) { ++statistics.received.failures.refused; });
+    if (error != LIBUSB_SUCCESS)
+        m_counters->change([](DeviceStatistics& statistics) { ++statistics.received.failures.refused; });
     handleSubmitError("RX", DeviceFailure::Operation::Receive, error);
 }
 
@@ -303,7 +294,7 @@ void UsbDevice::poll(const std::chrono::system_clock::time_point& now)
     if (!m_alive || m_devHandle == nullptr)
         return;
     recvNextPacket();
-    sendNextPacket(now);
+    sendNextPacket();
     requestDeviceInfo(now);
     // A device that was dead when this pass began does not get here: what is left is
     // one that died in the two sends above, or between the two stores of markDead.

@@ -182,7 +182,6 @@ private:
     void retireDeadDevices(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void takeInStrayDevices(const std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
     void dispatch(UsbMessage& message);
-    void countParsed(const UsbMessage& message) const;
 
     static std::unique_ptr<UsbManager> s_usbManager MORVANE_GUARDED_BY(s_usbManagerMutex);
     static std::mutex s_usbManagerMutex;

@@ -59,6 +59,19 @@ Frame walkPackets(const UsbMessage& message)
     return frame;
 }
 
+// How many of its records a parser could not make out the lengths tell: a parser says nothing.
+void countParsed(const UsbMessage& message, const Frame& frame, std::uint64_t records, std::uint64_t recordBytes)
+{
+    change(message, [&frame, records, recordBytes](ReceiveStatistics& received) {
+        received.packets += frame.packets;
+        received.records += records;
+        if (recordBytes < frame.recordBytes)
+            ++received.refusedRecords;
+        else if (!frame.isWhole)
+            ++received.malformedPackets;
+    });
+}
+
 } // namespace
 
 void UsbManager::receiveMsgThread()
@@ -85,24 +98,11 @@ void UsbManager::dispatch(UsbMessage& message)
     const std::uint32_t deviceId = message.id;
     std::memcpy(message.data + offsetof(PacketHeader, deviceId), &deviceId, sizeof deviceId);
     tell([&message](Observer& observer) { observer.onMessageBegin(message.id, message); });
+    const Frame frame = walkPackets(message); // before a parser may change them
     m_parsed = {};
     m_parser.parse(message.data, message.size);
-    countParsed(message);
+    countParsed(message, frame, m_parsed.records, m_parsed.bytes);
     tell([&message](Observer& observer) { observer.onMessageEnd(message.id); });
-}
-
-// How many of its records a parser could not make out the lengths tell: a parser says nothing.
-void UsbManager::countParsed(const UsbMessage& message) const
-{
-    const Frame frame = walkPackets(message);
-    change(message, [&frame, this](ReceiveStatistics& received) {
-        received.packets += frame.packets;
-        received.records += m_parsed.records;
-        if (m_parsed.bytes < frame.recordBytes)
-            ++received.refusedRecords;
-        else if (!frame.isWhole)
-            ++received.malformedPackets;
-    });
 }
 
 void UsbManager::handleParsedPacket(std::uint16_t deviceId, const PacketType& type, const DataPacketUnion& data,

@@ -416,4 +416,28 @@ TEST(UsbDeviceStatistics, whileRecordsAreTaken_isOfOneInstant)
     EXPECT_EQ(reader.get(), 0U);
 }
 
+// What the devices before this one took of a pass does not make its send older.
+TEST(UsbDeviceStatistics, sendOfALatePoll_isNoCaseForTheWatchdog)
+{
+    CountingRig rig;
+    rig.usb.script("submit_transfer 0x02", LIBUSB_ERROR_BUSY);
+    rig.add(normal, {'a'});
+    rig.log.take();
+    const auto passTime = VirtualClock::now();
+    rig.clock.advance(6s);
+    rig.device->poll(passTime);
+    rig.finishRead(LIBUSB_TRANSFER_TIMED_OUT, 0);
+    rig.poll(1ms);
+    EXPECT_EQ(rig.statistics().sent.failures.watchdogs, 0U);
+}
+
+TEST(UsbDeviceStatistics, noErrorOfASubmission_isNotCounted)
+{
+    CountingRig rig;
+    rig.device->handleTransferTxStatus(LIBUSB_SUCCESS);
+    rig.device->handleTransferRxStatus(LIBUSB_SUCCESS);
+    EXPECT_EQ(rig.statistics().sent.failures.refused, 0U);
+    EXPECT_EQ(rig.statistics().received.failures.refused, 0U);
+}
+
 } // namespace Vantor::Test

@@ -67,6 +67,8 @@ TEST_P(UsbDeviceFirmwareFinish, duplicates_areCountedInTheLastLine)
     rig.pollAfter(0s);
     rig.wantFinished();
     rig.expectStep({}, FirmwareRig::finishedLines(1, 2));
+    EXPECT_EQ(rig.device->getStatistics().upgradeResends, 1U);
+    EXPECT_EQ(rig.device->getStatistics().upgradeDuplicates, 2U);
 }
 
 // The callback is kept, and a reply that comes after the end still calls it: 0 of 0.

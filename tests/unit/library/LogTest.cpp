@@ -346,4 +346,33 @@ TEST(LogSink, changedWhileThreadsLog_everyMessageGoesToOneOfThem)
     EXPECT_EQ(first + second, threads * messages);
 }
 
+namespace {
+
+// Says so when it goes, as the last handle of a device does.
+struct Talkative {
+    ~Talkative() { MORVANE_LOG(2, "gone\n"); }
+};
+
+} // namespace
+
+TEST(LogSink, whatAReplacedSinkOwns_mayLogAsItGoes)
+{
+    const auto owning = [](const std::shared_ptr<Talkative>& owned) {
+        return [owned](LogLevel::Level /*level*/, std::string_view /*text*/) {};
+    };
+    setLogSink(owning(std::make_shared<Talkative>()));
+    {
+        const SinkSet next;
+        EXPECT_EQ(next.told, (Told{{2, "gone"}}));
+    }
+    // And one that replaces itself.
+    Told told;
+    setLogSink([owned = std::make_shared<Talkative>(), &told](LogLevel::Level /*level*/, std::string_view /*text*/) {
+        setLogSink([&told](LogLevel::Level level, std::string_view text) { told.emplace_back(level, text); });
+    });
+    MORVANE_LOG(2, "text\n");
+    setLogSink(nullptr);
+    EXPECT_EQ(told, (Told{{2, "gone"}}));
+}
+
 } // namespace Vantor

@@ -5,6 +5,7 @@
 
 namespace Vantor {
 
+class NoLibusb;
 class Output;
 class Session;
 
@@ -15,6 +16,12 @@ public:
 
     // Does the work; throws Failure for everything that ends in an exit code but 0.
     virtual void run(Session& session, Output& output) = 0;
+
+    // Before the library is started.
+    virtual void beforeStart() {}
+
+    // In place of run, when the library can't be started. False: it is needed.
+    virtual bool runWithoutLibrary(const NoLibusb& /*failure*/, Output& /*output*/) { return false; }
 
     // Whether run fetches packets from the session.
     virtual bool wantsPackets() const { return false; }

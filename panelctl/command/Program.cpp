@@ -7,6 +7,7 @@
 #include "panelctl/terminal/Interrupt.h"
 
 #include <exception>
+#include <optional>
 #include <string>
 
 #include <fcntl.h>
@@ -49,8 +50,16 @@ int runProgram(const std::function<void(Output&, const Interrupt&)>& body, Outpu
 void runCommand(Command& command, int level, Output& output, const Interrupt& interrupt)
 {
     const LibraryLog log(output, level, command.getExpectedLogLines());
-    Session session(interrupt, command.wantsPackets());
-    command.run(session, output);
+    command.beforeStart();
+    std::optional<Session> session;
+    try {
+        session.emplace(interrupt, command.wantsPackets());
+    } catch (const NoLibusb& failure) {
+        if (command.runWithoutLibrary(failure, output))
+            return;
+        throw;
+    }
+    command.run(*session, output);
 }
 
 } // namespace Vantor

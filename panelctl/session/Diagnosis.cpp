@@ -49,6 +49,14 @@ std::string explainNoPanel()
            "` shows what the system sees.";
 }
 
+std::string explainNoLibusb(int code)
+{
+    return std::string("libusb does not start (") + libusb_error_name(code) +
+           ").\nIt needs about ten open files (`ulimit -n`), a /dev/bus/usb or /sys/bus/usb that can be read, and "
+           "a netlink\nsocket for what udev or the kernel tells: too few of the first, or a container or sandbox "
+           "that has not the others.";
+}
+
 std::string explainUnusable(const Panel& panel)
 {
     const std::string attached = panel.getName() + " is attached but can't be used: ";

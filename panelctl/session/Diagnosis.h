@@ -16,6 +16,9 @@ std::string nameEndpoint(unsigned int address);
 
 std::string explainNoPanel();
 
+// libusb does not start, with its code. The first line, and what to look at.
+std::string explainNoLibusb(int code);
+
 // A panel that is attached and was never alive: it could not be opened or claimed.
 std::string explainUnusable(const Panel& panel);
 

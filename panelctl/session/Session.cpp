@@ -1,7 +1,6 @@
 #include "panelctl/session/Session.h"
 
 #include "panelctl/session/Diagnosis.h"
-#include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Wording.h"
 #include "protocol/ReqDeviceInfo.h"
 
@@ -11,6 +10,7 @@
 #include <ctime>
 #include <utility>
 
+#include <libusb.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -47,7 +47,18 @@ std::string enumerate(const std::vector<Panel>& panels)
     return text;
 }
 
+int tryLibusb()
+{
+    libusb_context* context = nullptr;
+    const int error = libusb_init(&context);
+    if (error == LIBUSB_SUCCESS)
+        libusb_exit(context);
+    return error;
+}
+
 } // namespace
+
+NoLibusb::NoLibusb(int code) : Failure(ExitCode::Failed, FailureKind::noLibusb, explainNoLibusb(code)), m_code(code) {}
 
 Session::Session(const Interrupt& interrupt, bool keepPackets)
     : m_manager(nullptr), m_interrupt(interrupt), m_keepPackets(keepPackets),
@@ -55,6 +66,11 @@ Session::Session(const Interrupt& interrupt, bool keepPackets)
 {
     if (m_wakeDescriptor < 0)
         throw Failure(ExitCode::Failed, "no event descriptor: " + describeError(errno) + ".");
+    // As many descriptors are in use now as when the library does the same.
+    if (const int error = tryLibusb(); error != LIBUSB_SUCCESS) {
+        close(m_wakeDescriptor);
+        throw NoLibusb(error);
+    }
     m_manager = UsbManager::getUsbManager();
     m_manager->registerObserver(this);
     m_manager->initialise();

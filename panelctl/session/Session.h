@@ -3,6 +3,7 @@
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "panelctl/session/Malformation.h"
 #include "panelctl/session/Panel.h"
+#include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
 
 #include <chrono>
@@ -37,6 +38,17 @@ struct PanelEvent {
     std::optional<Malformation> malformation = {};
 };
 
+// libusb can't be started: the library would not survive the attempt.
+class NoLibusb : public Failure {
+public:
+    explicit NoLibusb(int code);
+
+    int getCode() const { return m_code; } // libusb's
+
+private:
+    int m_code;
+};
+
 // The library, from start to orderly stop, for the length of one command. Its
 // callbacks are turned into events and information that the main thread fetches.
 //
@@ -48,6 +60,7 @@ public:
 
     // Starts the library: panels already attached are known on return. Packets
     // are kept as events only if asked for, so that nobody's backlog grows.
+    // Throws NoLibusb.
     Session(const Interrupt& interrupt, bool keepPackets);
     ~Session() override;
     Session(const Session&) = delete;

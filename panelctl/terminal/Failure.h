@@ -31,7 +31,8 @@ constexpr const char* interrupted = "interrupted";
 constexpr const char* unexpected = "unexpected";
 
 // Of these there is no more than one with each code above.
-constexpr const char* panelUnusable = "panel-unusable"; // with Failed, as those that follow
+constexpr const char* noLibusb = "no-libusb"; // with Failed, as those that follow
+constexpr const char* panelUnusable = "panel-unusable";
 constexpr const char* tooLarge = "too-large";
 constexpr const char* cutShort = "cut-short";
 constexpr const char* notConfirmed = "not-confirmed";

@@ -18,6 +18,7 @@
 #include "protocol/PacketType.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <map>
@@ -124,7 +125,7 @@ constexpr const char* doctorFooter =
     "It ends within --timeout and three seconds.\n"
     "\n"
     "Exit codes: 0 when a panel can be used and nothing is amiss; else that of the\n"
-    "first error or, without one, of the first warning:\n";
+    "first error or, without one, of the first warning, no-udevd last of these:\n";
 
 // Seconds.
 constexpr double defaultTimeout = 5;
@@ -217,6 +218,18 @@ CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::st
                 throw CLI::ValidationError(name, quote(text) + " is not " + what);
         },
         description);
+}
+
+// Absolute, without a slash at its end: of this system itself nothing is left.
+std::string rootFrom(const std::string& folder)
+{
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error))
+        throw CLI::ValidationError("--root", quote(folder) + " is not a folder");
+    std::string path = std::filesystem::absolute(folder).lexically_normal().string();
+    while (!path.empty() && path.back() == '/')
+        path.pop_back();
+    return path;
 }
 
 // The parser with what it fills.
@@ -450,8 +463,10 @@ void Parser::addDoctor()
         return std::make_unique<DoctorCommand>(m_doctor);
     });
     command
-        ->add_option("--root", m_doctor.places.root,
-                     "Look below this folder for udev's rules and\nsocket, users and groups: another system's")
+        ->add_option_function<std::string>(
+            "--root", [this](const std::string& folder) { m_doctor.places.root = rootFrom(folder); },
+            "Look below this folder for udev's rules and\nsocket, users and groups: another system's.\n"
+            "For those no commands are shown then")
         ->option_text("DIR");
     command->set_version_flag(
         "--rule", [] { return withoutLastNewline(PanelRule::text); },

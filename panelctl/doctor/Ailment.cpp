@@ -11,6 +11,7 @@ const std::vector<AilmentRow>& listAilments()
 {
     constexpr int noPanel = static_cast<int>(ExitCode::NoPanel);
     static const std::vector<AilmentRow> rows{
+        {Ailment::NoLibusb, "no-libusb", 24, "libusb does not start"},
         {Ailment::NoHotplug, "no-hotplug", 10, "this libusb can't tell of panels at all"},
         {Ailment::NoPanel, "no-panel", noPanel, "no panel on the bus"},
         {Ailment::OtherId, "other-id", 11, "a panel with an id that this build does not know"},

@@ -8,6 +8,7 @@ namespace Vantor {
 // What can keep panels from being used, or make them work badly. In the order in which it
 // is looked for: what comes earlier is often the reason for what comes later.
 enum class Ailment {
+    NoLibusb,
     NoHotplug,
     NoPanel,
     OtherId,

@@ -10,6 +10,7 @@
 #include "panelctl/terminal/Wording.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <string>
 
@@ -52,7 +53,18 @@ void addState(PanelFacts& facts, const Session& session, std::chrono::nanosecond
         facts.state = State::Described;
         facts.description = panel->getDescription();
         facts.packetLimit = panel->getPacketLimit();
+        facts.announcedLimit = panel->getInformation()->maxPacketSize;
     }
+}
+
+// One that is pulled has lost its link, then its node, and sysfs knows it still for a moment.
+constexpr std::chrono::seconds leaveTime{1};
+constexpr std::chrono::milliseconds leaveStep{20};
+
+bool mayBeLeaving(const PanelFacts& panel)
+{
+    return panel.node.error == ENOENT || panel.state == PanelFacts::State::NotListed ||
+           panel.state == PanelFacts::State::GivenUp;
 }
 
 // For people, and for programs.
@@ -119,9 +131,32 @@ private:
 
 } // namespace
 
+void DoctorCommand::beforeStart()
+{
+    m_atStart = SystemFacts(m_options.places).listPanels(UsbIds::list());
+}
+
 void DoctorCommand::run(Session& session, Output& output)
 {
-    const std::vector<Finding> findings = judge(gather(session));
+    conclude(gather(session), output);
+}
+
+bool DoctorCommand::runWithoutLibrary(const NoLibusb& failure, Output& output)
+{
+    const SystemFacts system(m_options.places);
+    DoctorFacts facts;
+    facts.libusbError = failure.getCode();
+    facts.knownIds = UsbIds::list();
+    system.addSystem(facts);
+    system.addDevices(facts);
+    system.sortOut(facts, m_atStart);
+    conclude(facts, output);
+    return true;
+}
+
+void DoctorCommand::conclude(const DoctorFacts& facts, Output& output)
+{
+    const std::vector<Finding> findings = judge(facts);
     for (const Finding& finding : findings)
         output.report(FindingReport(finding));
     if (const Finding* const worst = findWorst(findings); worst != nullptr)
@@ -129,8 +164,8 @@ void DoctorCommand::run(Session& session, Output& output)
     output.line("Nothing is amiss.");
 }
 
-// The holders last: then the library has tried to claim the panels, and who kept it from that
-// is there still.
+// The holders behind the library's attempt to claim the panels: who kept it from that is
+// there still. Who has left is looked for last, as anything before may be due to it.
 DoctorFacts DoctorCommand::gather(Session& session) const
 {
     const SystemFacts system(m_options.places);
@@ -143,6 +178,10 @@ DoctorFacts DoctorCommand::gather(Session& session) const
     for (PanelFacts& panel : facts.panels)
         addState(panel, session, m_options.timeout);
     system.addHolders(facts);
+    session.waitUntil(Session::Clock::now() + leaveTime, leaveStep, [this, &system, &facts] {
+        system.sortOut(facts, m_atStart);
+        return std::none_of(facts.panels.begin(), facts.panels.end(), mayBeLeaving);
+    });
     return facts;
 }
 

@@ -14,6 +14,7 @@ struct NodeHolder {
     pid_t process;
     std::string name;
     std::string user;
+    bool isSimulator = false; // that this process runs in
 };
 
 // The device file of a panel.
@@ -43,16 +44,19 @@ struct PanelFacts {
     std::string powerControl;                  // "on" or "auto"; empty: sysfs does not say
     std::optional<std::uint32_t> capabilities; // of its bus, USBDEVFS_CAP_*; none: can't be asked
     State state = State::NotListed;
-    std::string failure;          // of NeverOpened and GivenUp, as the library has it: "claim: LIBUSB_ERROR_BUSY"
-    bool isBusy = false;          // that one
-    std::string silence;          // of Silent: how far it got
-    std::string description;      // of Described
-    unsigned int packetLimit = 0; // of Described
+    std::string failure;             // of NeverOpened and GivenUp, as the library has it: "claim: LIBUSB_ERROR_BUSY"
+    bool isBusy = false;             // that one
+    std::string silence;             // of Silent: how far it got
+    std::string description;         // of Described
+    unsigned int packetLimit = 0;    // of Described: as the library takes it
+    unsigned int announcedLimit = 0; // as the panel says
 };
 
 struct RuleFile {
     std::string path;
     std::string text;
+    bool isMasked = false; // empty or /dev/null: hides those in later folders, and says nothing
+    int error = 0;         // errno with which it can't be read
 };
 
 struct GroupFacts {
@@ -63,6 +67,8 @@ struct GroupFacts {
 
 // All that is known of the machine, of this user, and of the panels.
 struct DoctorFacts {
+    std::string root;               // the system that udev, users and groups are of; empty: this one
+    std::optional<int> libusbError; // with which it does not start
     bool hasHotplug = true;
     bool hasUdevd = true;
     std::vector<std::string> knownIds; // "dead:beef"
@@ -74,7 +80,9 @@ struct DoctorFacts {
     std::vector<gid_t> groups; // of this process
     std::vector<GroupFacts> allGroups;
     bool hasHiddenProcesses = false;   // whose files this user may not see
-    std::vector<PanelFacts> panels;    // with a known id
+    std::vector<PanelFacts> panels;    // with a known id, there all the time
+    std::vector<PanelFacts> departed;  // that left meanwhile: no more than named
+    std::vector<PanelFacts> newcomers; // that came meanwhile: no more than named
     std::vector<PanelFacts> strangers; // with an id akin to it
     unsigned int otherDevices = 0;     // neither of these nor a hub
 };

@@ -1,6 +1,7 @@
 #include "panelctl/doctor/Judgement.h"
 
 #include "panelctl/doctor/PanelRule.h"
+#include "panelctl/session/Diagnosis.h"
 #include "panelctl/session/Panel.h"
 #include "panelctl/session/UsbIds.h"
 #include "panelctl/terminal/Wording.h"
@@ -18,6 +19,7 @@ namespace {
 using Severity = Finding::Severity;
 using State = PanelFacts::State;
 
+constexpr const char* sudo = "sudo ";
 constexpr const char* applyRules = "sudo udevadm trigger --action=add --subsystem-match=usb";
 
 bool isDenied(const PanelFacts& panel)
@@ -31,6 +33,13 @@ bool isOpened(const PanelFacts& panel)
     return panel.state == State::Silent || panel.state == State::Described;
 }
 
+// Of these checks the facts are those behind --root.
+bool isOfRoot(const Finding& finding)
+{
+    const std::string check = finding.check;
+    return check == "udevd" || check == "rule" || check == "group" || finding.ailment == Ailment::NodeDenied;
+}
+
 // One examination: the findings grow check by check.
 class Examination {
 public:
@@ -38,6 +47,7 @@ public:
     std::vector<Finding> conduct();
 
 private:
+    void lookForLibusb();
     void lookForHotplug();
     void lookForPanels();
     void lookForUdevd();
@@ -53,7 +63,12 @@ private:
     void blameDriver(const PanelFacts& panel);
     void blameHolders(const PanelFacts& panel);
     void blameNobody(const PanelFacts& panel);
-    void blameRule(Ailment ailment, const std::string& text, const std::string& reason);
+    void nameThoseThatCameAndWent();
+    void blameAbsence();
+    void blameMask();
+    void blameRule(Ailment ailment, const std::string& text, const std::string& reason,
+                   std::vector<std::string> commands = {});
+    void adaptCommands(Finding& finding) const;
 
     bool isAnyDenied() const;
     bool isRuleNeeded() const;
@@ -73,7 +88,7 @@ private:
 
 std::vector<Finding> Examination::conduct()
 {
-    lookForHotplug();
+    lookForLibusb();
     lookForPanels();
     lookForUdevd();
     lookAtRule();
@@ -90,7 +105,33 @@ std::vector<Finding> Examination::conduct()
         lookAtAutosuspend(panel);
         lookAtScatterGather(panel);
     }
+    for (Finding& finding : m_findings)
+        adaptCommands(finding);
     return std::move(m_findings);
+}
+
+// Root needs no sudo; and what is amiss in another system is not to be mended in this one.
+void Examination::adaptCommands(Finding& finding) const
+{
+    if (!m_facts.root.empty() && !finding.commands.empty() && isOfRoot(finding)) {
+        finding.commands.clear();
+        finding.reason += "\nWhat mends it belongs into the system in " + makePrintable(m_facts.root) +
+                          ", not into this one: no commands.";
+    }
+    if (m_facts.isRoot)
+        for (std::string& command : finding.commands)
+            for (std::size_t at = 0; (at = command.find(sudo, at)) != std::string::npos;)
+                command.erase(at, std::char_traits<char>::length(sudo));
+}
+
+void Examination::lookForLibusb()
+{
+    if (!m_facts.libusbError)
+        return lookForHotplug();
+    const std::string explanation = explainNoLibusb(*m_facts.libusbError);
+    const std::size_t end = explanation.find('\n');
+    add(Severity::Error, "hotplug", Ailment::NoLibusb, "", explanation.substr(0, end), explanation.substr(end + 1),
+        {"ulimit -n", "ls -ld /dev/bus/usb /sys/bus/usb/devices"});
 }
 
 void Examination::lookForHotplug()
@@ -122,13 +163,34 @@ void Examination::lookForPanels()
                                 " && cmake --build --preset release"
                           : "lsusb -v -d " + stranger.id});
     }
+    nameThoseThatCameAndWent();
     if (m_facts.panels.empty() && m_facts.strangers.empty())
-        add(Severity::Error, "panel", Ailment::NoPanel, "",
-            "no panel is on the bus: no USB device has the id " + known + ".",
-            "Of other devices there " + std::string(m_facts.otherDevices == 1 ? "is " : "are ") +
-                std::to_string(m_facts.otherDevices) +
-                ", hubs not counted. Is the panel powered and plugged in? This goes on when it is:",
-            {"lsusb -d " + UsbIds::selectAll(m_facts.knownIds)});
+        blameAbsence();
+}
+
+// Neither is judged: one is not there, the other has had no time.
+void Examination::nameThoseThatCameAndWent()
+{
+    for (const PanelFacts& panel : m_facts.departed)
+        leaveOut("panel", "panel " + panel.id + " left while it was looked at", panel.place);
+    for (const PanelFacts& panel : m_facts.newcomers)
+        leaveOut("panel", "panel " + panel.id + " came while the others were looked at: ask again", panel.place);
+}
+
+void Examination::blameAbsence()
+{
+    const std::string known = UsbIds::join(m_facts.knownIds, " or ");
+    if (!m_facts.departed.empty() || !m_facts.newcomers.empty())
+        return add(Severity::Error, "panel", Ailment::NoPanel, "", "no panel was on the bus all the time.",
+                   "One came or left meanwhile. A panel that does so again and again restarts, or has a bad cable or "
+                   "too little power.",
+                   {"panelctl doctor"});
+    add(Severity::Error, "panel", Ailment::NoPanel, "",
+        "no panel is on the bus: no USB device has the id " + known + ".",
+        "Of other devices there " + std::string(m_facts.otherDevices == 1 ? "is " : "are ") +
+            std::to_string(m_facts.otherDevices) +
+            ", hubs not counted. Is the panel powered and plugged in? This goes on when it is:",
+        {"lsusb -d " + UsbIds::selectAll(m_facts.knownIds)});
 }
 
 // Without it a panel that is there already can be used, if only its node can be opened.
@@ -150,6 +212,11 @@ void Examination::lookAtRule()
     if (!m_facts.rule && !isRuleNeeded())
         return pass("rule", "no udev rule for panels, and " + m_facts.user + " needs none");
     m_group = PanelRule::findGroup(PanelRule::findStatement(m_facts.ownRule, known));
+    if (m_facts.rule && m_facts.rule->error != 0)
+        return leaveOut("rule", m_facts.rule->path + " can't be read (" + describeError(m_facts.rule->error) +
+                                    "): whether it is this build's is not known");
+    if (m_facts.rule && m_facts.rule->isMasked)
+        return blameMask();
     if (!m_facts.rule)
         return blameRule(Ailment::NoRule, "no udev rule gives access to panels.",
                          "Nodes belong to root then, and to nobody else.");
@@ -172,12 +239,25 @@ void Examination::lookAtRule()
         "/etc before /run, /usr/local/lib, /usr/lib and /lib.");
 }
 
-void Examination::blameRule(Ailment ailment, const std::string& text, const std::string& reason)
+// Without its end the rule could not be written: it would go where the link leads.
+void Examination::blameMask()
 {
-    add(isAnyDenied() ? Severity::Error : Severity::Warning, "rule", ailment, "", text, reason,
-        {"sudo mkdir -p " + m_facts.ruleFolder,
-         "panelctl doctor --rule | sudo tee " + m_facts.ruleFolder + "/" + PanelRule::fileName + " > /dev/null",
-         "sudo udevadm control --reload", applyRules});
+    if (!isRuleNeeded())
+        return pass("rule", m_facts.rule->path + " is masked, and " + m_facts.user + " needs no rule");
+    blameRule(Ailment::NoRule, m_facts.rule->path + " is masked: no udev rule gives access to panels.",
+              "It is empty, or a link to /dev/null, and so hides the file of this name in every later folder. Nodes "
+              "belong to\nroot then, and to nobody else.",
+              {"sudo rm " + m_facts.rule->path});
+}
+
+void Examination::blameRule(Ailment ailment, const std::string& text, const std::string& reason,
+                            std::vector<std::string> commands)
+{
+    commands.insert(commands.end(), {"sudo mkdir -p " + m_facts.ruleFolder,
+                                     "panelctl doctor --rule | sudo tee " + m_facts.ruleFolder + "/" +
+                                         PanelRule::fileName + " > /dev/null",
+                                     "sudo udevadm control --reload", applyRules});
+    add(isAnyDenied() ? Severity::Error : Severity::Warning, "rule", ailment, "", text, reason, std::move(commands));
 }
 
 void Examination::lookAtGroup()
@@ -198,7 +278,9 @@ void Examination::lookAtGroup()
                    m_facts.user + " is in the group " + m_group + ", but this login does not know it yet.",
                    "What a user may do is settled when he logs in. Log in anew, or begin a shell that knows:",
                    {"newgrp " + m_group});
-    std::vector<std::string> commands{"sudo usermod -aG " + m_group + " " + m_facts.user, "newgrp " + m_group};
+    const bool hasName = m_facts.user.find(' ') == std::string::npos; // "uid 1000": the system's own word is asked
+    std::vector<std::string> commands{"sudo usermod -aG " + m_group + " " + (hasName ? m_facts.user : "\"$(id -un)\""),
+                                      "newgrp " + m_group};
     if (group == nullptr)
         commands.insert(commands.begin(), {"sudo groupadd --system " + m_group});
     if (group == nullptr)
@@ -220,17 +302,25 @@ void Examination::lookAtNode(const PanelFacts& panel)
         m_facts.user + " may not open " + panel.node.path + " (" + describeError(panel.node.error) + ")";
     if (isDenied(panel) && m_isDenialExplained)
         return leaveOut("node", denied + ": for the reason above", panel.place);
+    if (panel.node.error == ENOENT)
+        return add(Severity::Error, "node", Ailment::NodeDenied, panel.place, denied + ".",
+                   "The panel is there, its node is not: is /dev that of a container, into which the host has to pass "
+                   "/dev/bus/usb?\nThis shows where it is from:",
+                   {"findmnt --target /dev"});
     const std::string is = panel.node.access.empty() ? "" : "It is " + panel.node.access + ". ";
+    const bool isRuleKnown = !m_facts.rule || m_facts.rule->error == 0;
     add(Severity::Error, "node", Ailment::NodeDenied, panel.place, denied + ".",
-        panel.node.error == ENOENT
-            ? "The kernel makes it in devtmpfs, and this program does not see it: is /dev a container's own?"
-            : is + "The rule and the groups are right, but came after the panel. Plug it in anew, or apply them now:",
-        {panel.node.error == ENOENT ? "sudo mount -t devtmpfs devtmpfs /dev" : applyRules});
+        is +
+            (isRuleKnown ? "The rule and the groups are right, but came after the panel."
+                         : "The groups are right; of the rule nothing is known. If it is right, it came after the "
+                           "panel.") +
+            " Plug it in anew, or apply them now:",
+        {applyRules});
 }
 
 void Examination::lookAtClaim(const PanelFacts& panel)
 {
-    if (panel.node.error != 0 || !m_facts.hasHotplug)
+    if (panel.node.error != 0 || !m_facts.hasHotplug || m_facts.libusbError)
         return leaveOut("claim", "not tried: what is above comes first", panel.place);
     if (isOpened(panel))
         return pass("claim", "the library opens and claims it", panel.place);
@@ -256,16 +346,22 @@ void Examination::blameHolders(const PanelFacts& panel)
     std::vector<std::string> commands;
     for (const NodeHolder& holder : panel.holders) {
         const std::string process = std::to_string(holder.process);
+        if (holder.isSimulator) {
+            reason += makePrintable(holder.name) + " (process " + process + ") has its node open, too: it is the " +
+                      "simulator that this runs in.\n";
+            continue;
+        }
         reason += makePrintable(holder.name) + " (process " + process + ", user " + makePrintable(holder.user) +
                   ") has " + panel.node.path + " open.\n";
-        commands.push_back((holder.user == m_facts.user || m_facts.isRoot ? "kill " : "sudo kill ") + process);
+        commands.push_back((holder.user == m_facts.user ? "kill " : "sudo kill ") + process);
     }
-    if (panel.holders.empty() && m_facts.hasHiddenProcesses) {
-        reason = "It is none of " + m_facts.user + "'s own processes; what others have open " + m_facts.user +
-                 " may not see, but root may.\n";
+    const bool isAnybodyThere = !commands.empty();
+    if (!isAnybodyThere && m_facts.hasHiddenProcesses) {
+        reason += "It is none of " + m_facts.user + "'s own processes; what others have open " + m_facts.user +
+                  " may not see, but root may.\n";
         commands.emplace_back("sudo panelctl doctor");
-    } else if (panel.holders.empty()) {
-        reason = "No process has its node open any more: it may have ended meanwhile.\n";
+    } else if (!isAnybodyThere) {
+        reason += "No other process has its node open any more: it may have ended meanwhile.\n";
         commands.emplace_back("panelctl doctor");
     }
     add(Severity::Error, "claim", Ailment::Claimed, panel.place, "another program drives the panel.",
@@ -307,11 +403,14 @@ void Examination::lookAtPacketLimit(const PanelFacts& panel)
     const std::string limit = std::to_string(panel.packetLimit);
     if (panel.packetLimit >= Panel::firmwarePacketSize)
         return pass("packet-limit", "packets of " + limit + " bytes take firmware", panel.place);
+    const bool isKept = panel.packetLimit != panel.announcedLimit;
     add(Severity::Warning, "packet-limit", Ailment::PacketLimit, panel.place,
-        "its packets have at most " + limit + " bytes: too few for firmware, which needs " +
+        "it announces packets of at most " + std::to_string(panel.announcedLimit) + " bytes" +
+            (isKept ? ", for which the library takes " + limit : "") + ": too few for firmware, which needs " +
             std::to_string(Panel::firmwarePacketSize) + ".",
-        "All else works. The limit is the panel's own, and nothing on this host raises it: its maker has to. This "
-        "shows it:",
+        std::string(isKept ? "Of a panel that announces less than 1025 bytes the library does not believe it.\n" : "") +
+            "All else works. The limit is the panel's own, and nothing on this host raises it: its maker has to. This "
+            "shows it:",
         {"panelctl info --panel " + panel.place});
 }
 
@@ -389,8 +488,14 @@ std::vector<Finding> judge(const DoctorFacts& facts)
 
 const Finding* findWorst(const std::vector<Finding>& findings)
 {
-    const auto isWorse = [](const Finding& left, const Finding& right) {
-        return left.severity != right.severity ? left.severity > right.severity : left.ailment < right.ailment;
+    // No udevd is no news on many a small system: as a warning it is the last that counts.
+    const auto isMinor = [](const Finding& finding) {
+        return finding.severity == Severity::Warning && finding.ailment == Ailment::NoUdevd;
+    };
+    const auto isWorse = [&isMinor](const Finding& left, const Finding& right) {
+        if (left.severity != right.severity)
+            return left.severity > right.severity;
+        return isMinor(left) != isMinor(right) ? isMinor(right) : left.ailment < right.ailment;
     };
     const auto worst = std::min_element(findings.begin(), findings.end(), isWorse);
     return worst != findings.end() && worst->ailment ? &*worst : nullptr;

@@ -11,7 +11,7 @@ namespace Vantor {
 std::vector<Finding> judge(const DoctorFacts& facts);
 
 // The one that counts: the first error, or else the first warning, each in the order of
-// listAilments; null when nothing is amiss.
+// listAilments, but for NoUdevd as a warning, which is the last; null when nothing is amiss.
 const Finding* findWorst(const std::vector<Finding>& findings);
 
 } // namespace Vantor

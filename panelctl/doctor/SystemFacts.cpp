@@ -99,9 +99,48 @@ bool isNumber(const std::string& text)
     return std::all_of(text.begin(), text.end(), [](unsigned char digit) { return std::isdigit(digit) != 0; });
 }
 
-bool isKnown(const DoctorFacts& facts, const std::string& id)
+bool isKnown(const std::vector<std::string>& knownIds, const std::string& id)
 {
-    return std::find(facts.knownIds.begin(), facts.knownIds.end(), id) != facts.knownIds.end();
+    return std::find(knownIds.begin(), knownIds.end(), id) != knownIds.end();
+}
+
+// By the node too: a panel that is plugged in anew has another.
+bool contains(const std::vector<PanelFacts>& panels, const PanelFacts& panel)
+{
+    return std::any_of(panels.begin(), panels.end(), [&panel](const PanelFacts& other) {
+        return other.place == panel.place && other.node.path == panel.node.path;
+    });
+}
+
+std::vector<PanelFacts> without(const std::vector<PanelFacts>& panels, const std::vector<PanelFacts>& excluded)
+{
+    std::vector<PanelFacts> rest;
+    std::copy_if(panels.begin(), panels.end(), std::back_inserter(rest),
+                 [&excluded](const PanelFacts& panel) { return !contains(excluded, panel); });
+    return rest;
+}
+
+// Anything but a plain file is not read: it could be one that never ends.
+void readRule(const std::string& path, RuleFile& rule)
+{
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    struct stat status {};
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+        rule.error = errno;
+    } else if (S_ISREG(status.st_mode)) {
+        std::array<char, 4096> buffer{};
+        ssize_t length = 0;
+        while ((length = read(descriptor, buffer.data(), buffer.size())) > 0)
+            rule.text.append(buffer.data(), static_cast<std::size_t>(length));
+        rule.error = length < 0 ? errno : 0;
+        rule.isMasked = rule.error == 0 && rule.text.empty();
+    } else if (S_ISCHR(status.st_mode)) {
+        rule.isMasked = true;
+    } else {
+        rule.error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    if (descriptor >= 0)
+        close(descriptor);
 }
 
 PanelFacts nameDevice(const std::string& place, const std::string& id)
@@ -155,6 +194,7 @@ struct FileIdentity {
 
 void SystemFacts::addSystem(DoctorFacts& facts) const
 {
+    facts.root = m_places.root;
     facts.hasUdevd = isUdevdThere();
     facts.ownRule = PanelRule::text;
     facts.rule = findRule();
@@ -183,9 +223,11 @@ std::optional<RuleFile> SystemFacts::findRule() const
 {
     for (const char* const folder : ruleFolders) {
         const std::string path = std::string(folder) + "/" + PanelRule::fileName;
-        std::ifstream file(m_places.root + path);
-        if (file)
-            return RuleFile{path, std::string(std::istreambuf_iterator<char>(file), {})};
+        RuleFile rule;
+        rule.path = path;
+        readRule(m_places.root + path, rule);
+        if (rule.error != ENOENT && rule.error != ENOTDIR)
+            return rule;
     }
     return std::nullopt;
 }
@@ -211,7 +253,7 @@ std::string SystemFacts::nameUser(uid_t user) const
         while (const passwd* const entry = fgetpwent(file.get())) // NOLINT(concurrency-mt-unsafe): as above
             if (entry->pw_uid == user)
                 return entry->pw_name;
-    return std::to_string(user);
+    return user == 0 ? "root" : "uid " + std::to_string(user);
 }
 
 std::string SystemFacts::nameGroup(gid_t number) const
@@ -222,13 +264,43 @@ std::string SystemFacts::nameGroup(gid_t number) const
     return std::to_string(number);
 }
 
+std::vector<PanelFacts> SystemFacts::listPanels(const std::vector<std::string>& knownIds) const
+{
+    std::vector<PanelFacts> panels;
+    for (const std::string& place : listFolder(m_places.sysfs)) {
+        const std::string id = readId(place);
+        if (!isKnown(knownIds, id))
+            continue;
+        panels.push_back(nameDevice(place, id));
+        panels.back().node.path = UsbNode::locate(place, m_places.sysfs, m_places.dev);
+    }
+    return panels;
+}
+
+void SystemFacts::sortOut(DoctorFacts& facts, const std::vector<PanelFacts>& atStart) const
+{
+    const std::vector<PanelFacts> now = listPanels(facts.knownIds);
+    facts.departed = without(atStart, now);
+    facts.newcomers = without(now, atStart);
+    const std::vector<PanelFacts> looked = std::move(facts.panels);
+    facts.panels.clear();
+    for (const PanelFacts& panel : looked)
+        if (contains(atStart, panel) && contains(now, panel))
+            facts.panels.push_back(panel);
+}
+
+std::string SystemFacts::readId(const std::string& place) const
+{
+    return readAttribute(place, "idVendor") + ":" + readAttribute(place, "idProduct");
+}
+
 void SystemFacts::addDevices(DoctorFacts& facts) const
 {
     for (const std::string& place : listFolder(m_places.sysfs)) {
-        const std::string id = readAttribute(place, "idVendor") + ":" + readAttribute(place, "idProduct");
+        const std::string id = readId(place);
         if (id.size() != sizeof "dead:beef" - 1)
             continue; // an interface
-        if (isKnown(facts, id))
+        if (isKnown(facts.knownIds, id))
             facts.panels.push_back(examine(place, id));
         else if (isAkin(facts, id))
             facts.strangers.push_back(nameDevice(place, id));
@@ -292,13 +364,32 @@ bool SystemFacts::isDeviceFile(const std::string& link) const
     return targetOf(link).compare(0, m_places.dev.size() + 1, m_places.dev + "/") == 0;
 }
 
+// Of this process, by the lines "PPid:" of /proc. No more steps than a damaged table needs to
+// come to an end.
+bool SystemFacts::isAncestor(const std::string& process) const
+{
+    static const std::string key = "PPid:\t";
+    std::string current = std::to_string(getpid());
+    for (int step = 0; step < 1000 && !current.empty() && current != "0"; ++step) {
+        std::ifstream file(m_places.proc + "/" + current + "/status");
+        current.clear();
+        for (std::string line; current.empty() && std::getline(file, line);)
+            if (line.compare(0, key.size(), key) == 0)
+                current = line.substr(key.size());
+        if (current == process)
+            return true;
+    }
+    return false;
+}
+
 NodeHolder SystemFacts::describeProcess(const std::string& process) const
 {
     const std::string folder = m_places.proc + "/" + process;
     struct stat status {};
     const bool isThere = stat(folder.c_str(), &status) == 0;
-    return {static_cast<pid_t>(std::stol(process)), firstLineOf(folder + "/comm"),
-            isThere ? nameUser(status.st_uid) : "unknown"};
+    const std::string name = firstLineOf(folder + "/comm");
+    return {static_cast<pid_t>(std::stol(process)), name, isThere ? nameUser(status.st_uid) : "unknown",
+            name == "panelsim" && isAncestor(process)};
 }
 
 } // namespace Vantor

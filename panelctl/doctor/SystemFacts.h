@@ -28,6 +28,13 @@ public:
     // udev, its rule, the user and the groups, into `facts`.
     void addSystem(DoctorFacts& facts) const;
 
+    // The panels, no more than named and with the paths of their nodes.
+    std::vector<PanelFacts> listPanels(const std::vector<std::string>& knownIds) const;
+
+    // Leaves in facts.panels those that were there at the start, and are so still; the rest
+    // becomes facts.departed and facts.newcomers.
+    void sortOut(DoctorFacts& facts, const std::vector<PanelFacts>& atStart) const;
+
     // The USB devices that are panels or look like ones, by facts.knownIds; with their nodes,
     // drivers, power and buses. Opens the nodes for a moment.
     void addDevices(DoctorFacts& facts) const;
@@ -37,6 +44,8 @@ public:
 
 private:
     bool isUdevdThere() const;
+    bool isAncestor(const std::string& process) const;
+    std::string readId(const std::string& place) const;
     std::optional<RuleFile> findRule() const;
     std::vector<GroupFacts> readGroups() const;
     std::string nameUser(uid_t user) const;

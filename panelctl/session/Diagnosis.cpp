@@ -34,6 +34,13 @@ bool areWholeRequests(std::uint32_t bytes)
     return false;
 }
 
+// Transfers that the parser has not delivered whole.
+std::uint64_t countMalformed(const Panel& panel)
+{
+    const ReceiveStatistics received = panel.getDevice().getStatistics().received;
+    return received.malformedPackets + received.refusedRecords + received.unparsedBuffers;
+}
+
 } // namespace
 
 std::string nameEndpoint(unsigned int address)
@@ -109,6 +116,11 @@ std::string explainNoInformation(const Panel& panel, std::chrono::nanoseconds li
     else if (panel.getReceivedBytes() == 0)
         text += "It took the request (" + nameEndpoint(PanelLink::outEndpoint) + ") but has sent nothing at all (" +
                 nameEndpoint(PanelLink::inEndpoint) + "). Re-plug it, or wait longer with --timeout.";
+    else if (const std::uint64_t malformed = countMalformed(panel); malformed != 0)
+        text += "It took the request (" + nameEndpoint(PanelLink::outEndpoint) + ") and does send packets (" +
+                std::to_string(panel.getReceivedBytes()) + " bytes), but " + std::to_string(malformed) +
+                " of its transfers came malformed and did not get through whole. `panelctl watch` shows them. Check "
+                "the panel's firmware.";
     else
         text += "It took the request (" + nameEndpoint(PanelLink::outEndpoint) + ") and does send packets (" +
                 std::to_string(panel.getReceivedBytes()) + " bytes), but not this one. `panelctl watch` shows them.";

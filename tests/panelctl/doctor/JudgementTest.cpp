@@ -39,6 +39,7 @@ PanelFacts healthyPanel()
     panel.state = PanelFacts::State::Described;
     panel.description = "Bench panel";
     panel.packetLimit = 4120;
+    panel.announcedLimit = 4120;
     return panel;
 }
 
@@ -135,6 +136,58 @@ TEST(Judgement, noHotplug_isAnErrorBeforeAllOthers)
     EXPECT_EQ(exitCodeOf(facts), 10);
 }
 
+// LIBUSB_ERROR_IO
+TEST(Judgement, noLibusb_isAnErrorBeforeAllOthers)
+{
+    DoctorFacts facts = machineWithout(0);
+    facts.libusbError = -1;
+    facts.panels.front().state = PanelFacts::State::NotListed;
+    const Finding ill = onlyIllOf(facts);
+    EXPECT_EQ(ill.severity, Severity::Error);
+    EXPECT_EQ(ill.ailment, Ailment::NoLibusb);
+    EXPECT_EQ(ill.text, "libusb does not start (LIBUSB_ERROR_IO).");
+    EXPECT_THAT(ill.reason, HasSubstr("ulimit -n"));
+    EXPECT_THAT(ill.reason, HasSubstr("/dev/bus/usb"));
+    facts.panels.clear();
+    EXPECT_EQ(exitCodeOf(facts), 24);
+}
+
+TEST(Judgement, panelThatLeft_isARemarkBesideOneThatStayed)
+{
+    DoctorFacts facts = healthyMachine();
+    facts.departed = {healthyPanel()};
+    facts.departed.front().place = "1-5";
+    EXPECT_THAT(illsOf(facts), IsEmpty());
+    const Finding remark = judge(facts)[2];
+    EXPECT_EQ(remark.severity, Severity::Unknown);
+    EXPECT_EQ(remark.place, "1-5");
+    EXPECT_EQ(remark.text, "panel dead:beef left while it was looked at");
+}
+
+TEST(Judgement, onlyPanelThatLeft_isNoPanel)
+{
+    DoctorFacts facts = healthyMachine();
+    facts.departed.swap(facts.panels);
+    const Finding ill = onlyIllOf(facts);
+    EXPECT_EQ(ill.ailment, Ailment::NoPanel);
+    EXPECT_EQ(ill.text, "no panel was on the bus all the time.");
+    EXPECT_THAT(ill.commands, ElementsAre("panelctl doctor"));
+    EXPECT_EQ(exitCodeOf(facts), 3);
+}
+
+TEST(Judgement, panelThatCame_isNotJudged)
+{
+    DoctorFacts facts = healthyMachine();
+    facts.newcomers = {healthyPanel()};
+    facts.newcomers.front().place = "1-5";
+    facts.newcomers.front().state = PanelFacts::State::Silent;
+    EXPECT_THAT(illsOf(facts), IsEmpty());
+    EXPECT_EQ(judge(facts)[2].severity, Severity::Unknown);
+    EXPECT_EQ(judge(facts)[2].text, "panel dead:beef came while the others were looked at: ask again");
+    facts.panels.clear();
+    EXPECT_EQ(exitCodeOf(facts), 3);
+}
+
 TEST(Judgement, noPanel_namesTheIdsAndCountsWhatElseThereIs)
 {
     DoctorFacts facts = healthyMachine();
@@ -194,6 +247,16 @@ TEST(Judgement, noUdevd_isAWarningWhileThePanelCanBeOpened)
     EXPECT_EQ(exitCodeOf(facts), 12);
 }
 
+// Of a small system with a static /dev it says nothing new.
+TEST(Judgement, noUdevd_isTheLastOfTheWarnings)
+{
+    DoctorFacts facts = healthyMachine();
+    facts.hasUdevd = false;
+    facts.panels.front().capabilities = USBDEVFS_CAP_ZERO_PACKET;
+    EXPECT_EQ(illsOf(facts).size(), 2U);
+    EXPECT_EQ(exitCodeOf(facts), 23);
+}
+
 TEST(Judgement, noUdevd_isTheErrorWhenThePanelCanNot)
 {
     DoctorFacts facts = machineWithout(EACCES);
@@ -215,6 +278,78 @@ TEST(Judgement, noRule_isInstalledByCommands)
                             "sudo udevadm control --reload",
                             "sudo udevadm trigger --action=add --subsystem-match=usb"));
     EXPECT_EQ(exitCodeOf(facts), 13);
+}
+
+// Unless it goes first, the rule would be written into /dev/null.
+TEST(Judgement, ruleThatIsMasked_isRemovedFirst)
+{
+    DoctorFacts facts = machineWithout(EACCES);
+    facts.rule = RuleFile{"/etc/udev/rules.d/70-morvane-panel.rules", "", true};
+    const Finding ill = onlyIllOf(facts);
+    EXPECT_EQ(ill.severity, Severity::Error);
+    EXPECT_EQ(ill.ailment, Ailment::NoRule);
+    EXPECT_THAT(ill.text, HasSubstr("/etc/udev/rules.d/70-morvane-panel.rules is masked"));
+    ASSERT_EQ(ill.commands.size(), 5U);
+    EXPECT_EQ(ill.commands[0], "sudo rm /etc/udev/rules.d/70-morvane-panel.rules");
+    EXPECT_THAT(ill.commands[2], HasSubstr("| sudo tee /etc/udev/rules.d/70-morvane-panel.rules"));
+    facts.panels = {healthyPanel()};
+    EXPECT_THAT(illsOf(facts), IsEmpty());
+}
+
+TEST(Judgement, ruleThatCanNotBeRead_isARemark)
+{
+    DoctorFacts facts = machineWithout(EACCES);
+    facts.rule = RuleFile{"/etc/udev/rules.d/70-morvane-panel.rules", "", false, EISDIR};
+    EXPECT_EQ(judge(facts)[3].severity, Severity::Unknown);
+    EXPECT_THAT(judge(facts)[3].text, HasSubstr("rules can't be read (Is a directory)"));
+    EXPECT_EQ(onlyIllOf(facts).ailment, Ailment::NodeDenied);
+    EXPECT_THAT(onlyIllOf(facts).reason, HasSubstr("of the rule nothing is known"));
+    facts.panels = {healthyPanel()};
+    EXPECT_THAT(illsOf(facts), IsEmpty());
+}
+
+// That would change this system.
+TEST(Judgement, whatIsAmissInAnotherSystem_getsNoCommands)
+{
+    DoctorFacts facts = machineWithout(EACCES);
+    facts.root = "/srv/image";
+    EXPECT_THAT(onlyIllOf(facts).commands, IsEmpty()) << "the node's";
+    facts.rule.reset();
+    facts.groups = {1000};
+    facts.hasUdevd = false;
+    const std::vector<Finding> ills = illsOf(facts);
+    ASSERT_EQ(ills.size(), 3U);
+    for (const Finding& ill : ills) {
+        EXPECT_THAT(ill.commands, IsEmpty());
+        EXPECT_THAT(ill.reason, HasSubstr("belongs into the system in /srv/image, not into this one"));
+    }
+    DoctorFacts busy = busyMachine();
+    busy.root = "/srv/image";
+    busy.panels.front().holders = {{77, "product", "ann"}};
+    EXPECT_THAT(onlyIllOf(busy).commands, ElementsAre("kill 77")) << "the panel is this system's";
+}
+
+TEST(Judgement, root_needsNoSudo)
+{
+    DoctorFacts facts = healthyMachine();
+    facts.isRoot = true;
+    facts.user = "root";
+    facts.hasUdevd = false;
+    EXPECT_THAT(onlyIllOf(facts).commands,
+                ElementsAre("systemctl start systemd-udevd || /lib/systemd/systemd-udevd --daemon",
+                            "udevadm trigger --action=add --subsystem-match=usb"));
+    facts = busyMachine();
+    facts.isRoot = true;
+    facts.panels.front().holders = {{4242, "panelctl", "bob"}};
+    EXPECT_THAT(onlyIllOf(facts).commands, ElementsAre("kill 4242"));
+}
+
+TEST(Judgement, userWithoutAName_isAskedFor)
+{
+    DoctorFacts facts = machineWithout(EACCES);
+    facts.user = "uid 1000";
+    facts.groups = {1000};
+    EXPECT_EQ(onlyIllOf(facts).commands.front(), "sudo usermod -aG plugdev \"$(id -un)\"");
 }
 
 TEST(Judgement, noRule_isWellWhereTheNodeCanBeOpened)
@@ -321,6 +456,7 @@ TEST(Judgement, nodeThatIsNotThere_isNotTheRulesFault)
     facts.rule.reset();
     EXPECT_EQ(onlyIllOf(facts).ailment, Ailment::NodeDenied);
     EXPECT_THAT(onlyIllOf(facts).text, HasSubstr("(No such file or directory)"));
+    EXPECT_THAT(onlyIllOf(facts).commands, ElementsAre("findmnt --target /dev")) << "nothing that changes /dev";
 }
 
 TEST(Judgement, kernelDriver_isUnbound)
@@ -348,6 +484,19 @@ TEST(Judgement, claimed_namesEachHolderAndHowToEndIt)
                           "Only one program at a time can.");
     EXPECT_THAT(ill.commands, ElementsAre("kill 77", "sudo kill 4242"));
     EXPECT_EQ(exitCodeOf(facts), 18);
+}
+
+// With it the doctor itself would end.
+TEST(Judgement, simulatorThatTheDoctorRunsIn_isNotEnded)
+{
+    DoctorFacts facts = busyMachine();
+    facts.panels.front().holders = {{76, "panelsim", "ann", true}, {77, "product", "ann"}};
+    EXPECT_THAT(onlyIllOf(facts).commands, ElementsAre("kill 77"));
+    EXPECT_THAT(onlyIllOf(facts).reason,
+                HasSubstr("panelsim (process 76) has its node open, too: it is the simulator"));
+    facts.panels.front().holders.pop_back();
+    EXPECT_THAT(onlyIllOf(facts).commands, ElementsAre("panelctl doctor"));
+    EXPECT_THAT(onlyIllOf(facts).reason, HasSubstr("No other process has"));
 }
 
 TEST(Judgement, claimedByAProcessThatIsHidden_asksForRoot)
@@ -418,12 +567,22 @@ TEST(Judgement, packetLimitOneByteTooSmall_isAWarning)
 {
     DoctorFacts facts = healthyMachine();
     facts.panels.front().packetLimit = 4119;
+    facts.panels.front().announcedLimit = 4119;
     const Finding ill = onlyIllOf(facts);
     EXPECT_EQ(ill.severity, Severity::Warning);
     EXPECT_EQ(ill.ailment, Ailment::PacketLimit);
-    EXPECT_EQ(ill.text, "its packets have at most 4119 bytes: too few for firmware, which needs 4120.");
+    EXPECT_EQ(ill.text, "it announces packets of at most 4119 bytes: too few for firmware, which needs 4120.");
     EXPECT_THAT(ill.commands, ElementsAre("panelctl info --panel 1-4"));
     EXPECT_EQ(exitCodeOf(facts), 21);
+}
+
+TEST(Judgement, packetLimitThatTheLibraryDoesNotTake_isToldBesideItsOwn)
+{
+    DoctorFacts facts = healthyMachine();
+    facts.panels.front().announcedLimit = 512;
+    facts.panels.front().packetLimit = 1100;
+    EXPECT_EQ(onlyIllOf(facts).text, "it announces packets of at most 512 bytes, for which the library takes 1100: too "
+                                     "few for firmware, which needs 4120.");
 }
 
 TEST(Judgement, autosuspend_isAWarning)

@@ -73,6 +73,9 @@ private:
     int m_udevd = -1;
 };
 
+// Root's commands have none.
+const std::string sudo = geteuid() == 0 ? "" : "sudo ";
+
 const std::string onTheBus = "ok       libusb tells of devices that come and go\n"
                              "ok       1-1: panel dead:beef is on the bus\n"
                              "ok       udevd runs\n"
@@ -93,6 +96,76 @@ TEST_F(PanelctlDoctor, panelThatIsWell_isToldCheckByCheck)
                                         "ok       1-1: its bus takes a read in one piece\n"
                                         "Nothing is amiss.\n");
     EXPECT_EQ(result.errors, "");
+}
+
+// By the shell, as a limit of this process would be panelsim's, too.
+TEST_F(PanelctlDoctor, libusbThatDoesNotStart_is24AndNoCrash)
+{
+    const auto withFewFiles = [](const std::string& command) {
+        return runTool({"/bin/sh", "-c", "ulimit -n 8; exec " PANELCTL " " + command});
+    };
+    const ToolResult result = withFewFiles("doctor --root " + root());
+    EXPECT_EQ(result.exitCode, 24);
+    EXPECT_THAT(result.output, HasSubstr("error    libusb does not start (LIBUSB_ERROR_"));
+    EXPECT_THAT(result.output, HasSubstr("ulimit -n"));
+    const ToolResult list = withFewFiles("list");
+    EXPECT_EQ(list.exitCode, 1);
+    EXPECT_EQ(list.errors.find("panelctl: libusb does not start (LIBUSB_ERROR_"), 0U) << list.errors;
+    const ToolResult info = withFewFiles("--json info");
+    const std::vector<nlohmann::json> objects = parseJsonLines(info.output);
+    ASSERT_EQ(objects.size(), 1U);
+    EXPECT_EQ(objects[0]["kind"], "no-libusb");
+    EXPECT_EQ(objects[0]["exitCode"], 1);
+}
+
+TEST_F(PanelctlDoctor, panelThatLeavesMeanwhile_isNoPanel)
+{
+    const ToolResult result = examine({"--at", "0", "fault in silent sticky", "--at", "1s", "unplug"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_THAT(result.output, HasSubstr("-        1-1: panel dead:beef left while it was looked at\n"));
+    EXPECT_THAT(result.output, HasSubstr("error    no panel was on the bus all the time.\n"));
+}
+
+// The first one is silent, so that it takes all its time.
+TEST_F(PanelctlDoctor, panelThatComesMeanwhile_isNotJudged)
+{
+    const ToolResult result =
+        examine({"--at", "0", "fault in silent sticky", "--at", "1s", "plug 1"}, {"--timeout", "3"});
+    EXPECT_EQ(result.exitCode, 20);
+    EXPECT_THAT(result.output, HasSubstr("-        1-2: panel dead:beef came while the others were looked at"));
+    EXPECT_THAT(result.output, Not(HasSubstr("1-2: me may open")));
+}
+
+TEST_F(PanelctlDoctor, ruleThatIsADirectory_doesNotEndIt)
+{
+    std::filesystem::create_directories(root() + "/etc/udev/rules.d/70-morvane-panel.rules");
+    const ToolResult result = examine({});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr("-        /etc/udev/rules.d/70-morvane-panel.rules can't be read (Is a "));
+}
+
+TEST_F(PanelctlDoctor, rootThatIsNoFolder_is2)
+{
+    const ToolResult result = runTool(panelctl({"doctor", "--root", root() + "/none"}));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.errors, HasSubstr("none' is not a folder"));
+}
+
+// The socket is named by the whole path.
+TEST_F(PanelctlDoctor, rootThatIsRelative_isTheSame)
+{
+    const std::string tool = PANELCTL;
+    const ToolResult result =
+        runTool({PANELSIM, "run", "--", "/bin/sh", "-c", "cd " + root() + "/run && " + tool + " doctor --root ../"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr("ok       udevd runs\n"));
+}
+
+TEST_F(PanelctlDoctor, panelWhoseAnswersAreCut_isSaidToSendMalformedOnes)
+{
+    const ToolResult result = examine({"--at", "0", "fault in short=20 sticky"}, {"--timeout", "1"});
+    EXPECT_EQ(result.exitCode, 20);
+    EXPECT_THAT(result.output, HasSubstr("but 1 of its transfers came malformed and did not get through whole."));
 }
 
 TEST_F(PanelctlDoctor, noPanel_is3)
@@ -128,6 +201,7 @@ TEST_F(PanelctlDoctor, noUdevd_is12)
     EXPECT_EQ(result.exitCode, 12);
     EXPECT_THAT(result.output, HasSubstr("warning  no udevd runs.\n"));
     EXPECT_EQ(result.errors, "panelctl: panels can be used, but something is amiss: no-udevd.\n");
+    EXPECT_EQ(examine({"--max-packet", "4000"}).exitCode, 21) << "the panel's own comes first";
 }
 
 // Whoever may open the node needs neither.
@@ -146,7 +220,8 @@ TEST_F(PanelctlDoctor, kernelDriver_is17)
     const ToolResult result = examine({"--kernel-driver", "usbserial_generic"});
     EXPECT_EQ(result.exitCode, 17);
     EXPECT_THAT(result.output, HasSubstr("error    1-1: the kernel's driver 'usbserial_generic' holds interface 0"));
-    EXPECT_THAT(result.output, HasSubstr("$ echo 1-1:1.0 | sudo tee /sys/bus/usb/drivers/usbserial_generic/unbind\n"));
+    EXPECT_THAT(result.output,
+                HasSubstr("$ echo 1-1:1.0 | " + sudo + "tee /sys/bus/usb/drivers/usbserial_generic/unbind\n"));
 }
 
 TEST_F(PanelctlDoctor, panelClaimedByAnotherProgram_is18AndNamesIt)
@@ -163,6 +238,8 @@ TEST_F(PanelctlDoctor, panelClaimedByAnotherProgram_is18AndNamesIt)
     EXPECT_THAT(result.output,
                 HasSubstr("\n           panelctl (process " + process + ", user me) has /dev/bus/usb/001/002 open.\n"));
     EXPECT_THAT(result.output, HasSubstr("\n           $ kill " + process + "\n"));
+    EXPECT_THAT(result.output, HasSubstr("has its node open, too: it is the simulator that this runs in.\n"));
+    EXPECT_EQ(result.output.find("$ kill "), result.output.rfind("$ kill ")) << "the simulator is not ended";
     EXPECT_THAT(result.output, HasSubstr("-        1-1: not asked: the panel is not open\n"));
 }
 
@@ -191,7 +268,7 @@ TEST_F(PanelctlDoctor, smallPackets_are21)
     EXPECT_EQ(examine({"--max-packet", "4120"}).exitCode, 0);
     const ToolResult result = examine({"--max-packet", "4119"});
     EXPECT_EQ(result.exitCode, 21);
-    EXPECT_THAT(result.output, HasSubstr("warning  1-1: its packets have at most 4119 bytes"));
+    EXPECT_THAT(result.output, HasSubstr("warning  1-1: it announces packets of at most 4119 bytes"));
 }
 
 TEST_F(PanelctlDoctor, autosuspend_is22)
@@ -199,7 +276,7 @@ TEST_F(PanelctlDoctor, autosuspend_is22)
     const ToolResult result = examine({"--autosuspend"});
     EXPECT_EQ(result.exitCode, 22);
     EXPECT_THAT(result.output, HasSubstr("warning  1-1: the kernel may suspend it (autosuspend is on).\n"));
-    EXPECT_THAT(result.output, HasSubstr("$ echo on | sudo tee /sys/bus/usb/devices/1-1/power/control\n"));
+    EXPECT_THAT(result.output, HasSubstr("$ echo on | " + sudo + "tee /sys/bus/usb/devices/1-1/power/control\n"));
 }
 
 TEST_F(PanelctlDoctor, noScatterGather_is23)
@@ -234,7 +311,7 @@ TEST_F(PanelctlDoctor, json_isAnObjectForEachCheckAndTheErrorAtTheEnd)
                              {"kind", "autosuspend"},
                              {"place", "1-1"},
                              {"text", "the kernel may suspend it (autosuspend is on)."},
-                             {"commands", {"echo on | sudo tee /sys/bus/usb/devices/1-1/power/control"}}}));
+                             {"commands", {"echo on | " + sudo + "tee /sys/bus/usb/devices/1-1/power/control"}}}));
     EXPECT_EQ(objects[11], (Json{{"event", "error"},
                                  {"kind", "autosuspend"},
                                  {"text", "panels can be used, but something is amiss: autosuspend."},

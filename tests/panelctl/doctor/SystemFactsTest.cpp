@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -75,6 +76,27 @@ protected:
         return devices;
     }
 
+    static std::string placesOf(const std::vector<PanelFacts>& panels)
+    {
+        std::string places;
+        for (const PanelFacts& panel : panels)
+            places += panel.place + " ";
+        return places;
+    }
+
+    // Root may do everything: then it is nobody who looks.
+    static bool holdsForNobody(const std::function<bool()>& condition)
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            const bool isNobody = geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0);
+            _exit(isNobody && condition() ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        return status == 0;
+    }
+
     TemporaryFolder m_folder;
 };
 
@@ -88,7 +110,7 @@ TEST_F(SystemFactsTest, emptySystem_hasNothing)
     EXPECT_FALSE(found.hasUdevd);
     EXPECT_FALSE(found.rule);
     EXPECT_THAT(found.allGroups, IsEmpty());
-    EXPECT_EQ(found.user, std::to_string(geteuid()));
+    EXPECT_EQ(found.user, geteuid() == 0 ? "root" : "uid " + std::to_string(geteuid()));
     EXPECT_THAT(devices().panels, IsEmpty());
     EXPECT_EQ(devices().otherDevices, 0U);
 }
@@ -114,6 +136,61 @@ TEST_F(SystemFactsTest, ruleOfTheAdministrator_hidesTheInstalledOne)
     write(std::string("etc/udev/rules.d/") + PanelRule::fileName, "");
     EXPECT_EQ(system().rule->text, "");
     EXPECT_EQ(system().rule->path, "/etc/udev/rules.d/70-morvane-panel.rules");
+}
+
+TEST_F(SystemFactsTest, ruleThatIsADirectory_canNotBeRead)
+{
+    write(std::string("lib/udev/rules.d/") + PanelRule::fileName, "installed");
+    std::filesystem::create_directories(m_folder / (std::string("etc/udev/rules.d/") + PanelRule::fileName));
+    ASSERT_TRUE(system().rule);
+    EXPECT_EQ(system().rule->error, EISDIR);
+    EXPECT_EQ(system().rule->path, "/etc/udev/rules.d/70-morvane-panel.rules");
+    EXPECT_FALSE(system().rule->isMasked);
+}
+
+TEST_F(SystemFactsTest, ruleThatThisUserMayNotRead_isNotMissing)
+{
+    const std::string rule = m_folder / (std::string("etc/udev/rules.d/") + PanelRule::fileName);
+    write(std::string("etc/udev/rules.d/") + PanelRule::fileName, "secret");
+    std::filesystem::permissions(rule, std::filesystem::perms::none);
+    std::filesystem::permissions(m_folder.getPath(), std::filesystem::perms(0755));
+    EXPECT_TRUE(holdsForNobody([this] {
+        const std::optional<RuleFile> found = system().rule;
+        return found && found->error == EACCES && found->text.empty();
+    }));
+}
+
+TEST_F(SystemFactsTest, ruleThatIsEmptyOrNull_isMasked)
+{
+    const std::string name = std::string("etc/udev/rules.d/") + PanelRule::fileName;
+    write(std::string("lib/udev/rules.d/") + PanelRule::fileName, "installed");
+    EXPECT_FALSE(system().rule->isMasked);
+    write(name, "");
+    EXPECT_TRUE(system().rule->isMasked);
+    std::filesystem::remove(m_folder / name);
+    std::filesystem::create_symlink("/dev/null", m_folder / name);
+    EXPECT_TRUE(system().rule->isMasked);
+    EXPECT_EQ(system().rule->path, "/" + name);
+    EXPECT_EQ(system().rule->error, 0);
+}
+
+TEST_F(SystemFactsTest, panelsThatComeAndGo_areSortedOut)
+{
+    addDevice("1-1", "dead", "beef", "2");
+    addDevice("1-2", "dead", "beef", "3");
+    addDevice("1-3", "dead", "beef", "4");
+    DoctorFacts found;
+    found.knownIds = {"dead:beef"};
+    const std::vector<PanelFacts> atStart = facts().listPanels(found.knownIds);
+    EXPECT_EQ(atStart.size(), 3U);
+    addDevice("1-4", "dead", "beef", "5");
+    write("sys/1-3/devnum", "6\n"); // plugged in anew
+    facts().addDevices(found);
+    std::filesystem::remove_all(m_folder / "sys/1-2");
+    facts().sortOut(found, atStart);
+    EXPECT_EQ(placesOf(found.panels), "1-1 ");
+    EXPECT_EQ(placesOf(found.departed), "1-2 1-3 ");
+    EXPECT_EQ(placesOf(found.newcomers), "1-3 1-4 ");
 }
 
 TEST_F(SystemFactsTest, userAndGroups_areTheFiles)
@@ -205,23 +282,32 @@ TEST_F(SystemFactsTest, nodeThatIsGone_isHeldByNobody)
     EXPECT_THAT(devices().panels.front().holders, IsEmpty());
 }
 
-// Root may see everything: then it is nobody who looks.
 TEST_F(SystemFactsTest, filesOfAnotherUsersProcess_areHidden)
 {
     addDevice("1-1", "dead", "beef", "2");
     addProcess("123", "product", m_folder / nodeOf("2"));
     std::filesystem::permissions(m_folder / "proc/123/fd", std::filesystem::perms::none);
     std::filesystem::permissions(m_folder.getPath(), std::filesystem::perms(0755));
-    const pid_t child = fork();
-    if (child == 0) {
-        const bool mayNotSee = geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0);
+    EXPECT_TRUE(holdsForNobody([this] {
         const DoctorFacts found = devices();
-        _exit(mayNotSee && found.hasHiddenProcesses && found.panels.size() == 1 && found.panels[0].holders.empty() ? 0
-                                                                                                                   : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+        return found.hasHiddenProcesses && found.panels.size() == 1 && found.panels[0].holders.empty();
+    }));
+}
+
+TEST_F(SystemFactsTest, panelsimThatThisProcessRunsIn_isTheSimulator)
+{
+    const std::string own = std::to_string(getpid());
+    addDevice("1-1", "dead", "beef", "2");
+    for (const std::string process : {"123", "124", "125"})
+        addProcess(process, process == "125" ? "product" : "panelsim", m_folder / nodeOf("2"));
+    write("proc/" + own + "/status", "Name:\tpanelctl\nPPid:\t125\n");
+    write("proc/125/status", "Name:\tproduct\nPPid:\t123\n");
+    write("proc/123/status", "Name:\tpanelsim\nPPid:\t1\n");
+    const std::vector<NodeHolder> holders = devices().panels.front().holders;
+    ASSERT_EQ(holders.size(), 3U);
+    EXPECT_TRUE(holders[0].isSimulator);
+    EXPECT_FALSE(holders[1].isSimulator) << "somebody else's";
+    EXPECT_FALSE(holders[2].isSimulator) << "a program that has started this one";
 }
 
 } // namespace Vantor

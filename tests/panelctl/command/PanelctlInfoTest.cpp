@@ -109,8 +109,9 @@ TEST(PanelctlInfo, panelThatSendsOtherThings_timesOut)
         runTool(panelctlOn({"--at", "0s", "fault in short=5 once"}, {"info", "--timeout", "0.5"}));
     EXPECT_EQ(result.exitCode, 5);
     EXPECT_EQ(result.errors, "panelctl: panel 0101 (1-1) has not sent its device information within 0.5 s.\n"
-                             "  It took the request (endpoint 0x02) and does send packets (5 bytes), but not this one. "
-                             "`panelctl watch` shows them.\n");
+                             "  It took the request (endpoint 0x02) and does send packets (5 bytes), but 1 of its "
+                             "transfers came malformed and did not get through whole. "
+                             "`panelctl watch` shows them. Check the panel's firmware.\n");
 }
 
 } // namespace Vantor

@@ -255,6 +255,7 @@ private:
     std::string hint(const std::string& command, const std::string& option) const;
     Failure refusal(const std::string& complaint) const;
     void refuseEmptyValues(int argc, char** argv) const;
+    void refuseExtras(int argc, char** argv, const CLI::App& command) const;
     std::string explain(const CLI::ParseError& error) const;
     std::string explainRepetition(const CLI::ParseError& error) const;
     std::string explainExtras() const;
@@ -538,6 +539,19 @@ void Parser::refuseEmptyValues(int argc, char** argv) const
     }
 }
 
+// The parser takes options behind "--" for options all the same, if the command has no more words.
+void Parser::refuseExtras(int argc, char** argv, const CLI::App& command) const
+{
+    std::set<std::string> taken;
+    for (const CLI::Option* const option : command.get_options())
+        if (option->get_positional())
+            taken.insert(option->results().begin(), option->results().end());
+    taken.insert("--");
+    for (char** word = std::find(argv, argv + argc, std::string("--")); word < argv + argc; ++word)
+        if (taken.count(*word) == 0)
+            throw refusal(quote(*word) + " was not expected");
+}
+
 std::string Parser::explain(const CLI::ParseError& error) const
 {
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
@@ -589,8 +603,10 @@ CommandLine Parser::parse(int argc, char** argv)
     }
     line.logLevel = m_logLevel;
     for (const auto& [app, make] : m_commands)
-        if (app->parsed())
+        if (app->parsed()) {
+            refuseExtras(argc, argv, *app);
             line.command = make();
+        }
     if (!line.command)
         throw refusal("no command given: there are " + listCommands());
     return line;

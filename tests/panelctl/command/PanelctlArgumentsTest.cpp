@@ -51,6 +51,27 @@ TEST(PanelctlArguments, argumentTooMany_isRefused)
                                            "  `panelctl list --help` shows what there is.\n");
 }
 
+TEST(PanelctlArguments, optionBehindTheMark_isNone)
+{
+    for (const char* const command : {"watch", "list"}) {
+        const ToolResult result = runTool(panelctl({"--log-level=5", command, "--", "--json"}));
+        EXPECT_EQ(result.exitCode, 2);
+        EXPECT_EQ(result.output, "");
+        EXPECT_THAT(result.errors, HasSubstr("panelctl: '--json' was not expected.\n"));
+    }
+    const ToolResult result = runTool(panelctl({"info", "0101", "--", "--json"}));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.errors, HasSubstr("panelctl: '--json' was not expected.\n"));
+}
+
+// A file may be called as an option is.
+TEST(PanelctlArguments, wordBehindTheMark_isTaken)
+{
+    const ToolResult result = runTool(panelctl({"draw", "--lcd", "1", "--", "--json"}));
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_THAT(result.errors, HasSubstr("'--json' can't be read: No such file or directory"));
+}
+
 TEST(PanelctlArguments, emptyValue_isNotTakenFromTheNextArgument)
 {
     const std::string rest = " has no value. Write it behind the '=', or in place of the '=' as the next argument: '' "

@@ -53,16 +53,7 @@ void ListCommand::run(Session& session, Output& output)
     output.line("%-4s  %-8s  %6s  %s", "UID", "BUS-PORT", "LIMIT", "DESCRIPTION");
     for (const Panel& panel : panels)
         output.report(PanelReport(panel));
-
-    std::string unusable;
-    for (const Panel& panel : panels) {
-        if (!panel.isAlive())
-            unusable += (unusable.empty() ? "" : "\n") + session.explainNotAlive(panel);
-        else if (!panel.getInformation())
-            output.warn({"no-information", explainNoInformation(panel, m_timeout), panel.getUidText()});
-    }
-    if (!unusable.empty())
-        throw Failure(ExitCode::Failed, FailureKind::panelUnusable, unusable);
+    session.complainOf(panels, m_timeout, output);
 }
 
 } // namespace Vantor

@@ -2,6 +2,7 @@
 
 #include "panelctl/command/HexText.h"
 #include "panelctl/session/PacketNames.h"
+#include "panelctl/terminal/Reason.h"
 #include "panelctl/terminal/Wording.h"
 
 #include <algorithm>
@@ -46,8 +47,11 @@ JsonObject EventReport::asJson() const
         object.add("place", m_event.place);
         return object;
     }
-    case PanelEvent::Kind::Departed:
-        return begin("left");
+    case PanelEvent::Kind::Departed: {
+        JsonObject object = begin("left");
+        addReason(object, m_event.reason);
+        return object;
+    }
     case PanelEvent::Kind::Packet: {
         JsonObject object = begin("packet");
         object.add("type", static_cast<int>(m_event.type))

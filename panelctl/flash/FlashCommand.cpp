@@ -85,7 +85,8 @@ void FlashCommand::requireUnchanged(const Panel& panel) const
         if (*image)
             (*image)->requireUnchanged();
     if (!panel.isAlive())
-        throw Failure(ExitCode::PanelLeft, explainLeft(panel) + " Nothing was sent.");
+        throw Failure(ExitCode::PanelLeft, FailureKind::panelLeft, explainLeft(panel) + " Nothing was sent.",
+                      panel.getReason());
 }
 
 void FlashCommand::write(Session& session, Output& output, const Panel& panel) const
@@ -99,7 +100,8 @@ void FlashCommand::write(Session& session, Output& output, const Panel& panel) c
         case FlashRun::End::Finished:
             break;
         case FlashRun::End::Left:
-            throw Failure(ExitCode::PanelLeft, explainPulled(name, explainEnd(panel), run.getState()));
+            throw Failure(ExitCode::PanelLeft, FailureKind::panelLeft,
+                          explainPulled(name, explainEnd(panel), run.getState()), panel.getReason());
         case FlashRun::End::Stuck:
             throw Failure(ExitCode::HalfWritten, explainStuck(name, run.getState(), m_options.patience));
         }

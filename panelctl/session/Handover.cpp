@@ -39,8 +39,10 @@ void Handover::await(Session& session, const std::vector<std::uint64_t>& ends, s
         throw Failure(ExitCode::Failed, FailureKind::cutShort,
                       wording.explainCutShort(m_panel, getTakenBytes(), bytes) + note);
     if (!m_panel.isAlive())
-        throw Failure(ExitCode::PanelLeft, explainLeft(m_panel) + "\nThe " + wording.thing +
-                                               " was on its way: " + wording.doubt + " is not known." + note);
+        throw Failure(ExitCode::PanelLeft, FailureKind::panelLeft,
+                      explainLeft(m_panel) + "\nThe " + wording.thing + " was on its way: " + wording.doubt +
+                          " is not known." + note,
+                      m_panel.getReason());
     throw Failure(ExitCode::TimedOut, explainNotTaken(m_panel, wording.thing, getTakenBytes(), bytes, limit) + note);
 }
 

@@ -40,6 +40,14 @@ std::string Panel::getName() const
     return "panel " + getUidText() + " (" + getPlace() + ")";
 }
 
+std::optional<Reason> Panel::getReason() const
+{
+    const DeviceFailure failure = m_device->getFailure();
+    if (failure.operation == DeviceFailure::Operation::None)
+        return std::nullopt;
+    return Reason{DeviceFailure::nameOf(failure.operation), failure.code, failure.toString()};
+}
+
 std::string Panel::getDescriptionBytes() const
 {
     if (!m_information)

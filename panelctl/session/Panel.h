@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libMorvaneHostUsb/UsbDevice.h"
+#include "panelctl/terminal/Reason.h"
 #include "protocol/DeviceInformation.h"
 #include "protocol/FirmwareData.h"
 #include "protocol/PacketHeader.h"
@@ -42,6 +43,9 @@ public:
 
     // False when it could not be opened, has left, or the library has given it up.
     bool isAlive() const { return m_device->isAlive(); }
+
+    // Why not; nothing while it is alive.
+    std::optional<Reason> getReason() const;
 
     const std::optional<DeviceInformation>& getInformation() const { return m_information; }
 

@@ -2,6 +2,7 @@
 
 #include "panelctl/session/Panel.h"
 #include "panelctl/terminal/JsonObject.h"
+#include "panelctl/terminal/Reason.h"
 #include "panelctl/terminal/Wording.h"
 
 namespace Vantor {
@@ -24,16 +25,7 @@ void addName(JsonObject& object, const Panel& panel)
 
 void addFailure(JsonObject& object, const Panel& panel)
 {
-    const DeviceFailure failure = panel.getDevice().getFailure();
-    if (failure.operation == DeviceFailure::Operation::None) {
-        object.add("failure", nullptr);
-        return;
-    }
-    JsonObject reason;
-    reason.add("operation", DeviceFailure::nameOf(failure.operation))
-        .add("code", failure.code)
-        .add("text", failure.toString());
-    object.add("failure", reason);
+    addReason(object, panel.getReason());
 }
 
 void addPanel(JsonObject& object, const Panel& panel)

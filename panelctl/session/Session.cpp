@@ -1,6 +1,8 @@
 #include "panelctl/session/Session.h"
 
 #include "panelctl/session/Diagnosis.h"
+#include "panelctl/terminal/Failure.h"
+#include "panelctl/terminal/Output.h"
 #include "panelctl/terminal/Wording.h"
 #include "protocol/ReqDeviceInfo.h"
 
@@ -144,13 +146,14 @@ void Session::awaitInformation(std::chrono::nanoseconds limit)
 Panel Session::awaitInformation(const Panel& panel, std::chrono::nanoseconds limit)
 {
     if (!panel.isAlive())
-        throw Failure(ExitCode::Failed, FailureKind::panelUnusable, explainNotAlive(panel));
+        throw Failure(ExitCode::Failed, FailureKind::panelUnusable, explainNotAlive(panel), panel.getReason());
     requestInformation(panel);
     const bool inTime = waitUntil(Clock::now() + limit, deathStep, [this, &panel] {
         return !panel.isAlive() || getInformation(panel.getUid()).has_value();
     });
     if (!panel.isAlive())
-        throw Failure(ExitCode::PanelLeft, explainLeft(panel) + " Nothing was sent.");
+        throw Failure(ExitCode::PanelLeft, FailureKind::panelLeft, explainLeft(panel) + " Nothing was sent.",
+                      panel.getReason());
     const std::optional<DeviceInformation> information = getInformation(panel.getUid());
     if (!inTime || !information)
         throw Failure(ExitCode::TimedOut, explainNoInformation(panel, limit));
@@ -189,6 +192,22 @@ bool Session::wasUsable(const std::string& place) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_usablePlaces.count(place) != 0;
+}
+
+void Session::complainOf(const std::vector<Panel>& panels, std::chrono::nanoseconds limit, Output& output) const
+{
+    std::string unusable;
+    std::optional<Reason> reason; // of the first one
+    for (const Panel& panel : panels) {
+        if (!panel.isAlive()) {
+            unusable += (unusable.empty() ? "" : "\n") + explainNotAlive(panel);
+            reason = reason ? reason : panel.getReason();
+        } else if (!panel.getInformation()) {
+            output.warn({"no-information", explainNoInformation(panel, limit), panel.getUidText()});
+        }
+    }
+    if (!unusable.empty())
+        throw Failure(ExitCode::Failed, FailureKind::panelUnusable, unusable, reason);
 }
 
 std::string Session::explainNotAlive(const Panel& panel) const
@@ -261,23 +280,43 @@ void Session::noteWhetherUsable(const Panel& panel)
     m_usablePlaces.insert(panel.getPlace());
 }
 
+void Session::noteArrival(std::uint16_t uid)
+{
+    const std::weak_ptr<UsbDevice> device = m_manager->getDevice(uid);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_attached[uid] = {Clock::now(), device};
+}
+
+// Tells why it is gone. The library still holds it while it announces that.
+std::optional<Reason> Session::forget(std::uint16_t uid)
+{
+    std::shared_ptr<UsbDevice> device;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_information.erase(uid);
+        const auto attached = m_attached.find(uid);
+        if (attached != m_attached.end()) {
+            device = attached->second.device.lock();
+            m_attached.erase(attached);
+        }
+    }
+    return device ? Panel(device, std::nullopt).getReason() : std::nullopt;
+}
+
 void Session::onDeviceAdded(std::uint16_t uid)
 {
     // Now, as the panel may have left by the time the event is fetched.
     const std::optional<Panel> panel = findPanel(uid);
     if (panel)
         noteWhetherUsable(*panel);
+    noteArrival(uid);
     const bool isUsable = panel && panel->isAlive();
     add({PanelEvent::Kind::Arrived, Clock::now(), uid, {}, {}, isUsable ? panel->getPlace() : ""});
 }
 
 void Session::onDeviceRemoved(std::uint16_t uid)
 {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_information.erase(uid);
-    }
-    add({PanelEvent::Kind::Departed, Clock::now(), uid, {}, {}, {}});
+    add({PanelEvent::Kind::Departed, Clock::now(), uid, {}, {}, {}, {}, forget(uid)});
 }
 
 void Session::onMessageBegin(std::uint16_t /*deviceId*/, const UsbMessage& message)

@@ -12,6 +12,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -19,6 +20,8 @@
 #include <vector>
 
 namespace Vantor {
+
+class Output;
 
 // What a panel did, as the library told it.
 struct PanelEvent {
@@ -36,6 +39,7 @@ struct PanelEvent {
     std::vector<std::uint8_t> payload; // of a packet; of what is malformed, all that was left
     std::string place;                 // of an arrival: as Panel::getPlace; empty when it can't be used
     std::optional<Malformation> malformation = {};
+    std::optional<Reason> reason = {}; // of a departure: why the library let go of it
 };
 
 // libusb can't be started: the library would not survive the attempt.
@@ -97,6 +101,10 @@ public:
     // Whether the panel at this place was ever alive.
     bool wasUsable(const std::string& place) const;
 
+    // Warns of those that have not described themselves within `limit`, and throws Failure
+    // when any is not alive.
+    void complainOf(const std::vector<Panel>& panels, std::chrono::nanoseconds limit, Output& output) const;
+
     // Why a panel that is attached is not alive, as far as it is known.
     std::string explainNotAlive(const Panel& panel) const;
 
@@ -122,6 +130,13 @@ private:
     void forgetInformation(const std::string& place);
     std::optional<DeviceInformation> getInformation(std::uint16_t uid) const;
     void noteWhetherUsable(const Panel& panel);
+    void noteArrival(std::uint16_t uid);
+    std::optional<Reason> forget(std::uint16_t uid);
+
+    struct Attached {
+        Clock::time_point arrival;
+        std::weak_ptr<UsbDevice> device; // what is held would keep its uid from the panel that comes back
+    };
 
     UsbManager* m_manager; // null once stopped
     const Interrupt& m_interrupt;
@@ -136,6 +151,7 @@ private:
     mutable std::mutex m_mutex;
     std::deque<PanelEvent> m_events;                          // under m_mutex
     std::map<std::uint16_t, DeviceInformation> m_information; // under m_mutex; own copies, as the library's change
+    std::map<std::uint16_t, Attached> m_attached;             // under m_mutex
     std::set<std::string> m_usablePlaces;                     // under m_mutex; where a panel was alive
 };
 

@@ -1,7 +1,11 @@
 #pragma once
 
+#include "panelctl/terminal/Reason.h"
+
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace Vantor {
 
@@ -72,8 +76,16 @@ public:
     Failure(ExitCode code, const std::string& text) : Failure(code, kindOf(code), text) {}
     Failure(ExitCode code, const char* kind, const std::string& text) : Failure(static_cast<int>(code), kind, text) {}
 
+    // Of the kinds panelLeft and panelUnusable: with why it did.
+    Failure(ExitCode code, const char* kind, const std::string& text, std::optional<Reason> reason)
+        : Failure(static_cast<int>(code), kind, text)
+    {
+        m_reason = std::move(reason);
+    }
+
     int getExitCode() const { return m_code; }
     const char* getKind() const { return m_kind; }
+    const std::optional<Reason>& getReason() const { return m_reason; }
 
 protected:
     // `kind` is kept as it is: a constant.
@@ -83,6 +95,7 @@ protected:
 private:
     int m_code;
     const char* m_kind;
+    std::optional<Reason> m_reason;
 };
 
 // SIGINT or SIGTERM has come: commands unwind, and the library is shut down in order.

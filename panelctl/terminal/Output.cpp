@@ -2,6 +2,7 @@
 
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Interrupt.h"
+#include "panelctl/terminal/Reason.h"
 #include "panelctl/terminal/Report.h"
 #include "panelctl/terminal/StatusLine.h"
 #include "panelctl/terminal/Wording.h"
@@ -82,6 +83,8 @@ try {
             JsonObject object("error");
             addMessage(object, failure.getKind(), failure.what());
             object.add("exitCode", failure.getExitCode());
+            if (failure.getReason())
+                addReason(object, failure.getReason());
             write(object);
             return;
         } catch (const Failure&) {

@@ -105,6 +105,20 @@ TEST(PanelctlJson, panelGivenUp_isUnusableAndAnError)
     EXPECT_EQ(result.objects[1]["event"], "error");
     EXPECT_EQ(result.objects[1]["kind"], "panel-unusable");
     EXPECT_EQ(result.objects[1]["exitCode"], 1);
+    EXPECT_EQ(result.objects[1]["failure"], panel["failure"]);
+}
+
+TEST(PanelctlJson, panelThatLeaves_isAnErrorWithItsFailure)
+{
+    const JsonResult result =
+        runJson(panelctlOn({"--at", "0s", "fault out silent sticky", "--at", "1s", "unplug"},
+                           {"send", "--json", "--type", "5", "--hex", "0102", "--timeout", "9", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 4);
+    ASSERT_EQ(result.objects.size(), 1u);
+    EXPECT_EQ(result.objects[0]["kind"], "panel-left");
+    EXPECT_EQ(result.objects[0]["failure"]["code"], -4);
+    EXPECT_THAT(result.objects[0]["failure"]["text"].get<std::string>(),
+                ::testing::EndsWith(": LIBUSB_ERROR_NO_DEVICE"));
 }
 
 TEST(PanelctlJson, info_isThePanelWithItsTraffic)
@@ -146,6 +160,8 @@ TEST(PanelctlJson, watch_tellsWhatComesAndGoes)
     ASSERT_EQ(objects.size(), 5u);
     for (std::size_t i = 1; i < 4; ++i)
         takeNumber(objects[i], "time", 0, 3);
+    EXPECT_EQ(objects[3]["failure"]["code"], -4); // LIBUSB_ERROR_NO_DEVICE, whatever noticed it first
+    objects[3].erase("failure");
     EXPECT_EQ(objects, (std::vector<Json>{
                            {{"event", "warning"},
                             {"kind", "waiting"},

@@ -359,7 +359,10 @@ void Parser::addWatch()
     command->add_option("--bytes", m_watch.shownBytes, "Show at most this many bytes of a packet")
         ->option_text("N")
         ->check(numberBetween<std::uint64_t>(0, 65535, "a number of bytes"));
-    command->add_option("--panel", m_panel, "Show this panel alone, also when it comes back")->option_text("PANEL");
+    command
+        ->add_option("--panel", m_panel,
+                     "Show this panel alone, also when it comes back;\nbus and ports where none is yet are waited for")
+        ->option_text("PANEL");
     command->add_flag("--stats", m_watch.hasStatistics, "Show at the end what `panelctl stats` shows");
     addParsed(*command, "--type", "Show packets of these types alone: numbers, or\nnames like DeviceInformation",
               "a list of types, each 0 to 255 or one of " + PacketNames::listAll(),

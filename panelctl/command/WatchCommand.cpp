@@ -28,9 +28,10 @@ void WatchCommand::choosePanel(const Session& session)
 {
     if (!m_options.panel)
         return;
-    const Panel panel = session.choosePanel(m_options.panel);
-    m_place = panel.getPlace();
-    m_uids.insert(panel.getUid());
+    const std::optional<Panel> panel = session.choosePanelOrPlace(*m_options.panel);
+    m_place = panel ? panel->getPlace() : *m_options.panel;
+    if (panel)
+        m_uids.insert(panel->getUid());
 }
 
 void WatchCommand::watch(Session& session, Output& output)
@@ -39,8 +40,10 @@ void WatchCommand::watch(Session& session, Output& output)
     const auto end = m_options.duration
                          ? m_start + std::chrono::duration_cast<Session::Clock::duration>(*m_options.duration)
                          : Session::Clock::time_point::max();
-    if (session.getPanels().empty())
-        output.warn({"waiting", "no panel is attached yet; waiting for one.", ""});
+    if (m_options.panel ? m_uids.empty() : session.getPanels().empty())
+        output.warn({"waiting",
+                     "no panel is attached" + (m_options.panel ? " at " + m_place : "") + " yet; waiting for one.",
+                     ""});
     while (!m_options.count || m_counts.packets < *m_options.count) {
         const std::optional<PanelEvent> event = session.nextEvent(end);
         if (!event)

@@ -41,6 +41,27 @@ bool isNamedBy(const Panel& panel, std::string selector)
     return std::string(4 - selector.size(), '0') + selector == panel.getUidText();
 }
 
+// A number from 1 to 255 at `offset`, which is moved behind it.
+bool skipNumber(const std::string& text, std::size_t& offset)
+{
+    const std::size_t begin = offset;
+    offset = std::min(text.find_first_not_of("0123456789", begin), text.size());
+    const std::size_t digits = offset - begin;
+    return digits >= 1 && digits <= 3 && text[begin] != '0' && std::stoi(text.substr(begin, digits)) <= 255;
+}
+
+// "1-4.2": bus and ports, whether or not a panel is there.
+bool isPlace(const std::string& text)
+{
+    std::size_t offset = 0;
+    if (!skipNumber(text, offset))
+        return false;
+    for (char separator = '-'; separator == '-' || offset < text.size(); separator = '.')
+        if (offset == text.size() || text[offset++] != separator || !skipNumber(text, offset))
+            return false;
+    return true;
+}
+
 std::string enumerate(const std::vector<Panel>& panels)
 {
     std::string text;
@@ -130,6 +151,16 @@ Panel Session::choosePanel(const std::optional<std::string>& selector) const
                       "no panel is called " + quote(*selector) + ". Attached: " + enumerate(panels) +
                           ".\nName one by its uid or, in brackets here, its bus and ports.");
     return *named;
+}
+
+std::optional<Panel> Session::choosePanelOrPlace(const std::string& selector) const
+{
+    const std::vector<Panel> panels = getPanels();
+    const bool isThere =
+        std::any_of(panels.begin(), panels.end(), [&](const Panel& panel) { return isNamedBy(panel, selector); });
+    if (!isThere && isPlace(selector))
+        return std::nullopt;
+    return choosePanel(selector);
 }
 
 void Session::awaitInformation(std::chrono::nanoseconds limit)

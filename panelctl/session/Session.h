@@ -84,6 +84,9 @@ public:
     // one. Throws Failure that lists what is there.
     Panel choosePanel(const std::optional<std::string>& selector) const;
 
+    // The same where a panel is waited for: nothing when a place is named where none is yet.
+    std::optional<Panel> choosePanelOrPlace(const std::string& selector) const;
+
     // Asks every panel without information for it, and waits until all that can
     // answer have done so or the time is over.
     void awaitInformation(std::chrono::nanoseconds limit);

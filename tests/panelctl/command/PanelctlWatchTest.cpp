@@ -149,6 +149,28 @@ TEST(PanelctlWatch, panelThatIsNotThere_isAnsweredWithWhatIs)
                              "  Name one by its uid or, in brackets here, its bus and ports.\n");
 }
 
+TEST(PanelctlWatch, placeWithoutAPanel_isWaitedFor)
+{
+    const ToolResult result =
+        runTool(panelctlOn({"--panels", "2", "--at", "0s", "unplug 1", "--at", "3s", "plug 1", "--at", "5s",
+                            "emit 1 type=5 hex=0b", "--at", "5s", "emit 0 type=5 hex=0c"},
+                           {"watch", "--panel", "1-2", "--type", "5", "--count", "1"}));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(withoutTimes(result.output), ::testing::EndsWith("0102  arrived  at 1-2\n"
+                                                                 "0102  packet   type 5       1 byte   0b\n"
+                                                                 "1 packet, 1 arrival, 0 departures\n"));
+    EXPECT_EQ(result.errors, "panelctl: no panel is attached at 1-2 yet; waiting for one.\n");
+}
+
+TEST(PanelctlWatch, noPlaceNorPanel_isNotWaitedFor)
+{
+    for (const char* const name : {"0101", "1", "1-", "1-0", "-1", "1-1.", "1-1-1", "1-256", "1-01", "1 -1"}) {
+        const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"watch", std::string("--panel=") + name}));
+        EXPECT_EQ(result.exitCode, 3) << name;
+        EXPECT_THAT(result.errors, HasSubstr("no panel found")) << name;
+    }
+}
+
 TEST(PanelctlWatch, countNotReached_isATimeOut)
 {
     const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"watch", "--count", "2", "--duration", "0.2"}));

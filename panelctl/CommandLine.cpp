@@ -38,9 +38,9 @@ constexpr const char* helpFooter = "Panels are named by uid (0104) or by bus and
                                    "standard error.\n"
                                    "\n"
                                    "Exit codes:\n"
-                                   "  0    done; of list also when a panel has not described itself\n"
-                                   "  1    failed: the panel (of list: one of them) can't be used, the record or\n"
-                                   "       picture is refused, output can't be written\n"
+                                   "  0    done; of list and stats also when a panel has not described itself\n"
+                                   "  1    failed: the panel (of list and stats: one of them) can't be used, the\n"
+                                   "       record or picture is refused, output can't be written\n"
                                    "  2    bad arguments, an unreadable file, or no word on which of several panels\n"
                                    "  3    no panel attached, or not the one asked for\n"
                                    "  4    the panel went away meanwhile\n"
@@ -54,9 +54,10 @@ constexpr const char* moreHelp = "`panelctl --help` shows the common options and
 
 constexpr const char* statsFooter =
     "Without --every and --duration the panels are asked for their information, and it\n"
-    "is shown at once. The counts are those of this panelctl, which holds the panels\n"
-    "meanwhile: what another program does with them is not in them. What is 0 in both\n"
-    "columns is left out.\n"
+    "is shown at once; the exit code is 1 when one of them can't be used. The counts\n"
+    "are those of this panelctl, which holds the panels meanwhile: what another program\n"
+    "does with them is not in them. A panel's begin when it comes, also when it comes\n"
+    "back. What is 0 in both columns is left out.\n"
     "\n";
 
 constexpr const char* drawFooter = "The picture, of any PNG kind, is laid on white where it is transparent, and made\n"

@@ -189,19 +189,23 @@ void addStatistics(JsonObject& object, const DeviceStatistics& statistics)
              std::vector<std::uint64_t>(statistics.timesToTaken.begin(), statistics.timesToTaken.end()));
 }
 
+std::string formatTime(std::chrono::nanoseconds time)
+{
+    return formatText("%.3f s", std::chrono::duration<double>(time).count());
+}
+
 std::string formatHead(const std::string& name, std::chrono::nanoseconds time)
 {
-    return formatText("%s, after %.3f s\n", name.c_str(), std::chrono::duration<double>(time).count());
+    return name + ", after " + formatTime(time);
 }
 
 } // namespace
 
 std::string PanelStatisticsReport::asText() const
 {
-    const DeviceFailure failure = m_panel.getDevice().getFailure();
-    const bool isAlive = failure.operation == DeviceFailure::Operation::None;
-    return formatHead(m_panel.getName() + (isAlive ? "" : ", dead of " + failure.toString()), m_time) +
-           formatStatistics(m_statistics);
+    const std::optional<Reason> reason = m_panel.getReason();
+    return formatHead(m_panel.getName() + (reason ? ", dead of " + reason->text : ""), m_time) + ", attached for " +
+           formatTime(m_sinceArrival) + "\n" + formatStatistics(m_statistics);
 }
 
 JsonObject PanelStatisticsReport::asJson() const
@@ -210,14 +214,27 @@ JsonObject PanelStatisticsReport::asJson() const
     object.add("time", toSeconds(m_time));
     addName(object, m_panel);
     addFailure(object, m_panel);
+    object.add("sinceArrival", toSeconds(m_sinceArrival));
     addStatistics(object, m_statistics);
+    return object;
+}
+
+std::string AbsenceReport::asText() const
+{
+    return formatHead("no panel is attached at " + m_place, m_time) + "\n";
+}
+
+JsonObject AbsenceReport::asJson() const
+{
+    JsonObject object("absent");
+    object.add("time", toSeconds(m_time)).add("place", m_place);
     return object;
 }
 
 std::string TotalStatisticsReport::asText() const
 {
     const ManagerStatistics& all = m_statistics;
-    return formatHead("all panels", m_time) + formatStatistics(all.devices) +
+    return formatHead("all panels", m_time) + "\n" + formatStatistics(all.devices) +
            formatText("  arrivals %" PRIu64 ", departures %" PRIu64 ", found dead %" PRIu64 ", found stray %" PRIu64
                       ", transfers not yet parsed %" PRIu64 "\n",
                       all.arrivals, all.departures, all.dead, all.stray, all.waitingBuffers);
@@ -239,11 +256,18 @@ JsonObject TotalStatisticsReport::asJson() const
 void reportStatistics(const Session& session, Output& output, const std::optional<std::string>& place,
                       std::chrono::nanoseconds time)
 {
-    for (const Panel& panel : session.getPanels())
-        if (!place || panel.getPlace() == *place)
-            output.report(PanelStatisticsReport(panel, panel.getDevice().getStatistics(), time));
+    bool isAnyThere = false;
+    for (const Panel& panel : session.getPanels()) {
+        if (place && panel.getPlace() != *place)
+            continue;
+        isAnyThere = true;
+        const auto sinceArrival = Session::Clock::now() - session.getArrival(panel);
+        output.report(PanelStatisticsReport(panel, panel.getDevice().getStatistics(), time, sinceArrival));
+    }
     if (!place)
         output.report(TotalStatisticsReport(session.getStatistics(), time));
+    else if (!isAnyThere)
+        output.report(AbsenceReport(*place, time));
 }
 
 } // namespace Vantor

@@ -27,6 +27,19 @@ void StatsCommand::run(Session& session, Output& output)
         throw;
     }
     report(session, output);
+    if (isAtOnce)
+        complain(session, output);
+}
+
+// As `list`: each has been asked what it says of itself.
+void StatsCommand::complain(const Session& session, Output& output) const
+{
+    std::vector<Panel> panels = session.getPanels();
+    if (m_place)
+        panels.erase(std::remove_if(panels.begin(), panels.end(),
+                                    [this](const Panel& panel) { return panel.getPlace() != *m_place; }),
+                     panels.end());
+    session.complainOf(panels, m_options.timeout, output);
 }
 
 // At least what each panel says of itself. The library counts a buffer when all of it is parsed.

@@ -26,6 +26,7 @@ private:
     void awaitTraffic(Session& session) const;
     void listen(Session& session, Output& output);
     void report(const Session& session, Output& output) const;
+    void complain(const Session& session, Output& output) const;
 
     Options m_options;
     std::optional<std::string> m_place; // of the panel that was chosen

@@ -132,6 +132,13 @@ std::optional<Panel> Session::findPanel(std::uint16_t uid) const
     return Panel(std::move(device), getInformation(uid));
 }
 
+Session::Clock::time_point Session::getArrival(const Panel& panel) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_attached.find(panel.getUid());
+    return found == m_attached.end() ? Clock::now() : found->second.arrival; // about to be announced
+}
+
 Panel Session::choosePanel(const std::optional<std::string>& selector) const
 {
     const std::vector<Panel> panels = getPanels();

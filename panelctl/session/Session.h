@@ -77,6 +77,9 @@ public:
     std::vector<Panel> getPanels() const;
     std::optional<Panel> findPanel(std::uint16_t uid) const;
 
+    // Since when the library has it: its counts begin there.
+    Clock::time_point getArrival(const Panel& panel) const;
+
     // What the library has counted of all panels; not once it is stopped.
     ManagerStatistics getStatistics() const { return m_manager->getStatistics(); }
 

@@ -26,7 +26,8 @@ std::vector<Json> eventsOf(const std::vector<Json>& objects, const std::string& 
 // Without the times, which are other ones at each run.
 std::string withoutTimesTaken(const std::string& output)
 {
-    const std::string text = std::regex_replace(output, std::regex(", after [0-9.]+ s"), "");
+    const std::string text =
+        std::regex_replace(output, std::regex(", after [0-9]+\\.[0-9]{3} s(, attached for [0-9]+\\.[0-9]{3} s)?"), "");
     return std::regex_replace(text, std::regex("  up to [0-9]+ [mu]?s +"), "  up to ");
 }
 
@@ -60,6 +61,52 @@ TEST(PanelctlStats, atOnce_isWhatThePanelsSayOfThemselves)
     EXPECT_EQ(result.errors, "");
 }
 
+// As of `list`; the counts are shown all the same.
+TEST(PanelctlStats, atOnceOfASilentPanel_warns)
+{
+    const ToolResult result =
+        runTool(panelctlOn({"--at", "0s", "fault in silent sticky"}, {"stats", "--json", "--timeout", "0.5"}));
+    EXPECT_EQ(result.exitCode, 0);
+    const std::vector<Json> objects = parseJsonLines(result.output);
+    ASSERT_EQ(objects.size(), 3u);
+    EXPECT_EQ(objects[0]["event"], "statistics");
+    EXPECT_EQ(objects[1]["event"], "totals");
+    EXPECT_EQ(objects[2]["event"], "warning");
+    EXPECT_EQ(objects[2]["kind"], "no-information");
+    EXPECT_EQ(objects[2]["uid"], "0101");
+}
+
+TEST(PanelctlStats, atOnceOfAPanelGivenUp_fails)
+{
+    const ToolRun::Arguments bus{"--panels", "2", "--at", "0s", "fault 0 out status=EIO sticky"};
+    const ToolResult result = runTool(panelctlOn(bus, {"stats", "--json", "--timeout", "3", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 1);
+    const std::vector<Json> objects = parseJsonLines(result.output);
+    ASSERT_EQ(objects.size(), 4u);
+    EXPECT_EQ(objects[0]["failure"]["text"], "send: LIBUSB_ERROR_IO");
+    EXPECT_EQ(objects[3]["kind"], "panel-unusable");
+    EXPECT_EQ(objects[3]["failure"], objects[0]["failure"]);
+
+    const ToolResult other = runTool(panelctlOn(bus, {"stats", "--panel", "1-2", "--timeout", "3"}));
+    EXPECT_EQ(other.exitCode, 0);
+}
+
+// Away from 1 s to 5 s, and the library looks once a second.
+TEST(PanelctlStats, panelThatComesBack_isAbsentAndThenCountedAnew)
+{
+    const ToolResult result = runTool(
+        panelctlOn({"--at", "1s", "unplug", "--at", "5s", "plug"},
+                   {"stats", "--json", "--every", "3.2", "--duration", "8", "--panel", "1-1", "--log-level", "0"}));
+    EXPECT_EQ(result.exitCode, 0);
+    std::vector<Json> objects = parseJsonLines(result.output);
+    ASSERT_EQ(objects.size(), 3u);
+    takeNumber(objects[0], "time", 3.2, 9);
+    EXPECT_EQ(objects[0], (Json{{"event", "absent"}, {"place", "1-1"}}));
+    EXPECT_EQ(objects[2]["event"], "statistics");
+    EXPECT_LT(objects[2]["sinceArrival"].get<double>(), objects[2]["time"].get<double>() - 4);
+    EXPECT_GT(objects[2]["sinceArrival"].get<double>(), 0);
+}
+
 TEST(PanelctlStats, atOnceWithoutAPanel_saysSo)
 {
     const ToolResult result = runTool(panelctlOn({"--panels", "0"}, {"stats"}));
@@ -86,6 +133,7 @@ TEST(PanelctlStats, malformedPackets_areCounted)
     EXPECT_EQ(panel["place"], "1-1");
     EXPECT_EQ(panel["failure"], nullptr);
     EXPECT_GE(panel["time"].get<double>(), 7);
+    EXPECT_GE(panel["sinceArrival"].get<double>(), 7); // it was there before
     EXPECT_EQ(panel["timesToTaken"].size(), 36u);
     EXPECT_EQ(panel["received"]["buffers"], 5);
     EXPECT_EQ(panel["received"]["bytes"], 12 + 13 + 8 + 9 + 94);

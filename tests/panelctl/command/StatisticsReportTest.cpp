@@ -171,6 +171,15 @@ TEST(StatisticsReport, text_isATableOfEveryCount)
               "  arrivals 51, departures 52, found dead 53, found stray 54, transfers not yet parsed 55\n");
 }
 
+TEST(StatisticsReport, panelThatIsAway_isSaidToBe)
+{
+    const std::string place = "1-2";
+    const AbsenceReport report(place, std::chrono::milliseconds(1250));
+    EXPECT_EQ(report.asText(), "no panel is attached at 1-2, after 1.250 s\n");
+    EXPECT_EQ(parseJsonLines(report.asJson().format() + "\n").at(0),
+              (Json{{"event", "absent"}, {"time", 1.25}, {"place", "1-2"}}));
+}
+
 TEST(StatisticsReport, textOfNothing_saysSo)
 {
     EXPECT_EQ(TotalStatisticsReport({}, std::chrono::seconds(0)).asText(),

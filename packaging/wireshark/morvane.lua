@@ -10,7 +10,12 @@ end
 -- Put in when the build is configured; in the source tree there is none.
 local productionVendor = tonumber("@MORVANE_PRODUCTION_VENDOR_ID@") or 0
 
-local morvane = Proto("morvane", "Morvane Panel")
+local isFirst, morvane = pcall(Proto, "morvane", "Morvane Panel")
+if not isFirst then
+  report_failure("morvane.lua: another copy is loaded already, " .. debug.getinfo(1, "S").source:sub(2) ..
+    " is left out; MORVANE_DISSECTOR=PATH chooses one by its path")
+  return
+end
 
 local knownIds = "dead:beef"
 if productionVendor ~= 0 then
@@ -161,7 +166,8 @@ local function isViolation(state, tree, span, text)
   state.violation = state.violation or text
 end
 
-local function isCut(tree, unit, at, length)
+local function isCut(state, tree, unit, at, length)
+  state.cut = true
   local missing = at + length - math.max(at, #unit.bytes)
   tree:add(fields.cut, range(unit, at, length), missing):set_generated()
     :add_proto_expert_info(cutInfo, "The capture holds only " .. (length - missing) .. " of " .. number(length, "byte"))
@@ -501,7 +507,7 @@ local function showRecord(state, tree, unit, at, size)
   item:set_text(text)
   state.texts[#state.texts + 1] = text
   if not holds(unit, at, recordHeaderSize + size) then
-    isCut(item, unit, at, recordHeaderSize + size)
+    isCut(state, item, unit, at, recordHeaderSize + size)
   end
   return type
 end
@@ -519,7 +525,7 @@ local function showRecords(state, tree, unit, start, length)
         unit.base + at, number(left, "byte"), number(length, "byte")))
       return nil, true
     elseif not holds(unit, at, recordHeaderSize) then
-      isCut(tree, unit, at, left)
+      isCut(state, tree, unit, at, left)
       return
     end
     local type, size = unit.bytes:byte(at + 1), u16(unit.bytes, at + 1)
@@ -586,7 +592,7 @@ local function showPackets(state, tree, unit, at, past)
     local left, place = past - at, unit.base + at
     local rest = range(unit, at, left)
     if not holds(unit, at, math.min(left, headerSize)) then
-      isCut(tree, unit, at, left)
+      isCut(state, tree, unit, at, left)
       return
     elseif left < headerSize then
       isMalformed(state, tree, rest, string.format("byte %d: %s%s, a packet header has 8", place, number(left, "byte"),
@@ -816,7 +822,8 @@ local function describe(state)
     text = text .. string.format("; and %d more", #state.texts - linesShown)
   end
   local wrong = state.malformed and "[Malformed: " .. state.malformed .. "]" or
-    state.violation and "[Violation: " .. state.violation .. "]"
+    state.violation and "[Violation: " .. state.violation .. "]" or
+    text == "" and state.cut and "[cut]"
   return wrong and (text == "" and wrong or wrong .. " " .. text) or text
 end
 
@@ -926,7 +933,7 @@ local function registerIds()
       registered[#registered + 1] = tonumber(vendor, 16) * 65536 + tonumber(product, 16)
       products:add(registered[#registered], morvane)
     else
-      print("morvane.ids: '" .. word .. "' is no USB id: write vendor and product in hexadecimal, as in 1a2b:beef")
+      report_failure("morvane.ids: '" .. word .. "' is no USB id: write vendor and product in hexadecimal, as in 1a2b:beef")
     end
   end
 end

@@ -196,6 +196,7 @@ TEST(DissectorDamage, framesThatTheCaptureCuts_areShownAsFarAsTheyGo)
     EXPECT_EQ(seen.of(recordHeader, "type"), "5");
     EXPECT_EQ(seen.of(recordHeader, "cut"), "4");
     EXPECT_EQ(seen.of(header, "cut"), "6");
+    EXPECT_EQ(seen.of(header, "_ws.col.Info"), "[cut]");
     EXPECT_EQ(seen.of(packed, "slice.pixels"), "#.#.#.#.|#.###.##");
     EXPECT_EQ(seen.of(packed, "cut"), "1");
     EXPECT_EQ(seen.of(encoded, "slice.pixels"), "####|..");

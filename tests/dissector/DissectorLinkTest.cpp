@@ -2,6 +2,7 @@
 #include "tests/dissector/HandmadeCapture.h"
 #include "tests/dissector/SamplePackets.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/ToolRun.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,7 +16,9 @@ namespace Vantor {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr std::uint8_t other = 3;
 
@@ -174,6 +177,45 @@ TEST(DissectorLink, otherIds_byPreferenceOrByTheBuild)
     const Dissection configured(file.getPath(), {}, folder / "morvane.lua");
     EXPECT_TRUE(configured.has(development));
     EXPECT_TRUE(configured.has(production));
+}
+
+// What tshark says of it beside the frames.
+std::string complaintsOf(const std::vector<std::string>& arguments)
+{
+    const TemporaryFolder home;
+    ToolRun::Arguments command{"/usr/bin/env",
+                               "-u",
+                               "MORVANE_DISSECTOR",
+                               "HOME=" + home.getPath(),
+                               "XDG_CONFIG_HOME=" + home.getPath(),
+                               MORVANE_TSHARK,
+                               "-r",
+                               MORVANE_GUEST_CAPTURE,
+                               "-X",
+                               "lua_script:" MORVANE_DISSECTOR};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const ToolResult result = runTool(command);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output, HasSubstr("Device information request"));
+    return result.errors;
+}
+
+TEST(DissectorLink, idThatIsNone_isToldAndLeftOut)
+{
+    EXPECT_THAT(
+        complaintsOf({"-o", "morvane.ids:dead:beef garbage"}),
+        HasSubstr("morvane.ids: 'garbage' is no USB id: write vendor and product in hexadecimal, as in 1a2b:beef"));
+    EXPECT_THAT(complaintsOf({}), Not(HasSubstr("morvane")));
+}
+
+TEST(DissectorLink, secondCopy_isToldAndLeftOut)
+{
+    const TemporaryFolder folder;
+    const std::string copy = folder / "morvane.lua";
+    writeFile(copy, contentOf(MORVANE_DISSECTOR));
+    EXPECT_THAT(complaintsOf({"-X", "lua_script:" + copy}),
+                HasSubstr("morvane.lua: another copy is loaded already, " + copy +
+                          " is left out; MORVANE_DISSECTOR=PATH chooses one by its path"));
 }
 
 TEST(DissectorLink, packetsInSeveralUrbs_arePutTogether)

@@ -166,6 +166,17 @@ TEST(Dissector, deviceInformationAndFirmware_fieldsByHand)
         EXPECT_THAT(seen.faultsOf(frame), IsEmpty());
 }
 
+TEST(Dissector, wideRow_isWholeAsAField)
+{
+    HandmadeCapture capture;
+    capture.enumerate(panel);
+    const auto frame = capture.out(panel, oneRecord(38, joined({{0, 0, 0, 0, 255, 1, 24}, Bytes(3 * 255, 0xAB)})));
+    std::string row = "ABABAB";
+    for (int pixel = 1; pixel < 255; ++pixel)
+        row += " ABABAB";
+    EXPECT_EQ(Dissection(capture).of(frame, "slice.pixels"), row);
+}
+
 // What people read: names of values, and no field of which nobody would know what it is.
 TEST(Dissector, tree_saysEverythingByName)
 {

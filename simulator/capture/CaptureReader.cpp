@@ -70,6 +70,7 @@ CapturedUrb parseFrame(const pcap_pkthdr& frame, const std::uint8_t* bytes, std:
 {
     CapturedUrb urb;
     urb.time = timeOf(frame);
+    urb.frameSize = frame.caplen;
     if (frame.caplen < headerSize) {
         urb.flaw = CapturedUrb::Flaw::NoHeader;
         return urb;
@@ -89,6 +90,13 @@ CapturedUrb parseFrame(const pcap_pkthdr& frame, const std::uint8_t* bytes, std:
     return urb;
 }
 
+// By gzip, as Wireshark does on request and reads without a word.
+bool isCompressed(std::FILE* file)
+{
+    std::rewind(file);
+    return std::fgetc(file) == 0x1F && std::fgetc(file) == 0x8B;
+}
+
 } // namespace
 
 CaptureReader::CaptureReader(const std::string& path)
@@ -99,8 +107,9 @@ CaptureReader::CaptureReader(const std::string& path)
     std::array<char, PCAP_ERRBUF_SIZE> error{};
     m_capture.reset(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, error.data()));
     if (!m_capture) {
+        const bool isGzip = isCompressed(file);
         std::fclose(file);
-        throw std::runtime_error(error.data());
+        throw std::runtime_error(isGzip ? "it is compressed: gunzip it first" : error.data());
     }
     m_headerSize = headerSizeOf(m_capture.get());
 }

@@ -68,6 +68,7 @@ struct CapturedUrb {
     std::vector<std::uint8_t> data;
     std::chrono::nanoseconds time{0}; // since 1970
     Flaw flaw = Flaw::None;
+    std::size_t frameSize = 0; // of one that was read: the bytes in the file
 };
 
 } // namespace Vantor

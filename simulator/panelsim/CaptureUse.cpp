@@ -47,6 +47,9 @@ CaptureUse::CaptureUse(const PanelsimOptions& options, const Complain& complain)
         m_replayed = readSession(options.replayFile);
         requireWhole(options.replayFile, m_replayed->missingFromPanels);
         tellNotes(options.replayFile, *m_replayed, complain);
+        if (m_replayed->isSplit && options.scatterGather)
+            complain(nameOf(options.replayFile) +
+                     ": a packet is split over transfers; replay it with --no-scatter-gather");
     }
     if (options.expectFile.empty())
         return;

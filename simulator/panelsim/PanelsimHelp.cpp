@@ -77,13 +77,13 @@ was not played by the end is told.
 
 --expect compares what PROGRAM sends with what was sent there, records of each type in their order,
 slices row by row, and tells the first difference of each type:
-  panelsim: difference: panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 4) is another
+  panelsim: difference: panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 3) is another
     expected 03 04
     got      03 ff
     they differ from byte 1 on
     it came at 0.301 s
-Frames are counted from 1, as Wireshark does, times of the capture from its first transfer with a
-panel, and times of now as in --log.
+Frames and times of the capture are those that Wireshark shows, from its first frame on; times of now
+are as in --log.
 
 )";
 

@@ -51,18 +51,38 @@ bool mayGoOn(const std::vector<std::uint8_t>& bytes, std::size_t last)
     return header.length > bytes.size();
 }
 
+// Whether a read may have ended with these since it was a piece of 16 KiB.
+bool endsInAPacket(const std::vector<std::uint8_t>& bytes)
+{
+    if (bytes.empty() || bytes.size() % urbSplit != 0)
+        return false;
+    std::size_t at = 0;
+    PacketHeader header{};
+    while (bytes.size() - at >= sizeof header) {
+        std::memcpy(&header, bytes.data() + at, sizeof header);
+        if (header.length < sizeof header)
+            return false;
+        if (header.length > bytes.size() - at)
+            return true;
+        at += header.length;
+    }
+    return at != bytes.size();
+}
+
 } // namespace
 
-LifeReader::LifeReader(std::chrono::nanoseconds begin, std::chrono::nanoseconds zero) : m_zero(zero)
+LifeReader::LifeReader(std::chrono::nanoseconds begin, std::chrono::nanoseconds zero,
+                       std::chrono::nanoseconds captureBegin)
+    : m_zero(zero), m_captureBegin(captureBegin)
 {
     m_life.begin = begin - zero;
     m_time = m_life.begin;
 }
 
-void LifeReader::note(const std::string& text)
+void LifeReader::note(std::size_t frame, const std::string& text)
 {
     if (m_notes.size() < mostNotes)
-        m_notes.push_back("frame " + std::to_string(m_frame) + ": " + text);
+        m_notes.push_back("frame " + std::to_string(frame) + ": " + text);
     else if (m_notes.size() == mostNotes)
         m_notes.emplace_back("more of this kind");
 }
@@ -131,6 +151,7 @@ void LifeReader::addRead(const CapturedUrb& urb)
     if (urb.data.size() < urb.length && m_missingFromPanel.empty())
         m_missingFromPanel = "frame " + std::to_string(m_frame) + ": " + std::to_string(urb.data.size()) + " of " +
                              std::to_string(urb.length) + " bytes from the panel are in the capture";
+    m_isSplit = m_isSplit || endsInAPacket(urb.data);
     // It is the host that calls a short read one.
     step(PanelScript::Answer{urb.status == -EREMOTEIO ? 0 : urb.status, urb.data}, true);
 }
@@ -162,8 +183,12 @@ void LifeReader::submitWrite(const CapturedUrb& urb)
 {
     if (m_writes.empty() || m_writes.back().isEnded)
         m_writes.emplace_back().time = m_time;
+    else
+        m_isSplit = true;
     Write& write = m_writes.back();
     write.urbs[urb.id] = urb.length;
+    write.frame = m_frame;
+    write.frameTime = urb.time - m_captureBegin;
     write.bytes.insert(write.bytes.end(), urb.data.begin(), urb.data.end());
     write.isEnded = !mayGoOn(write.bytes, urb.data.size());
     if (urb.data.size() >= urb.length)
@@ -229,10 +254,10 @@ void LifeReader::takeWrite(const Write& write)
         return;
     const WireDecoder::Result result = WireDecoder::decode(write.bytes, UINT16_MAX);
     if (!result.violations.empty())
-        note("what the host sent is malformed: " + result.violations.front());
+        note(write.frame, "what the host sent is malformed: " + result.violations.front());
     for (const WireDecoder::Packet& packet : result.packets)
         for (const WireDecoder::Record& record : packet.records)
-            m_life.records.push_back({record.type, record.payload, m_time, m_frame});
+            m_life.records.push_back({record.type, record.payload, m_time, write.frame, write.frameTime});
 }
 
 RecordedSession::Life LifeReader::takeLife()

@@ -21,8 +21,8 @@ namespace Vantor {
 // Threads: one at a time.
 class LifeReader {
 public:
-    // `zero` is what times are counted from.
-    LifeReader(std::chrono::nanoseconds begin, std::chrono::nanoseconds zero);
+    // `zero` is what times are counted from, but those of frames, from `captureBegin`.
+    LifeReader(std::chrono::nanoseconds begin, std::chrono::nanoseconds zero, std::chrono::nanoseconds captureBegin);
 
     // The next frame; those of other endpoints than 0 and a panel's two are of no account.
     void add(const CapturedUrb& urb, std::size_t frame);
@@ -34,6 +34,7 @@ public:
     std::vector<std::string> takeNotes(); // without the panel
 
     bool isOpen() const { return !m_life.isLeft && (!m_reads.empty() || !m_writes.empty()); }
+    bool isSplit() const { return m_isSplit; } // see RecordedSession
     const std::string& getMissingFromPanel() const { return m_missingFromPanel; }
     const std::string& getMissingFromHost() const { return m_missingFromHost; }
 
@@ -46,6 +47,8 @@ private:
         bool isEnded = false;   // no URB follows
         bool isMissing = false; // bytes of it are not in the capture
         std::chrono::nanoseconds time{0};
+        std::size_t frame = 0; // of the last URB's submission
+        std::chrono::nanoseconds frameTime{0};
     };
     using Writes = std::list<Write>;
 
@@ -58,14 +61,17 @@ private:
     void breakOff(Writes::iterator write);
     void takeWrite(const Write& write);
     void step(PanelScript::Deed deed, bool meetsRead);
-    void note(const std::string& text);
+    void note(const std::string& text) { note(m_frame, text); }
+    void note(std::size_t frame, const std::string& text);
 
     const std::chrono::nanoseconds m_zero;
+    const std::chrono::nanoseconds m_captureBegin;
     RecordedSession::Life m_life;
     std::vector<std::string> m_notes;
     std::string m_missingFromPanel;
     std::string m_missingFromHost;
 
+    bool m_isSplit = false;
     bool m_isBegun = false;  // there was a transfer
     std::size_t m_frame = 0; // that is being looked at
     std::chrono::nanoseconds m_time{0};

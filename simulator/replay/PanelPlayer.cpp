@@ -80,6 +80,8 @@ void PanelPlayer::onTransfer(std::chrono::nanoseconds now)
 void PanelPlayer::onRecord(PacketType type, std::chrono::nanoseconds now)
 {
     m_received[type].push_back(now);
+    if (m_answers.isOver() && isRequest(type))
+        ++m_lateRequests[type];
     m_lastEvent = now;
 }
 

@@ -44,6 +44,8 @@ class PanelPlayer : public PanelScript {
 public:
     static constexpr std::chrono::seconds patience{10};
 
+    using Time = std::chrono::nanoseconds;
+
     // Hears, in a line, of what was not waited for any longer.
     using Tell = std::function<void(const std::string&)>;
 
@@ -61,10 +63,11 @@ public:
     std::size_t countAnswers() const { return m_answers.steps.size(); }
     std::size_t countGivenAnswers() const { return m_answers.next; }
     const RecordedSession::Step* getNextAnswer() const; // null when all were given
+    Time getLastAnswerTime() const { return m_lastAnswer; }
+    // What the host has sent that panels answer, by type, since all were given.
+    const std::map<PacketType, std::size_t>& getLateRequests() const { return m_lateRequests; }
 
 private:
-    using Time = std::chrono::nanoseconds;
-
     // Steps of one kind, in order, and the records that the next one is behind.
     struct Line {
         std::vector<const RecordedSession::Step*> steps;
@@ -95,6 +98,7 @@ private:
     Time m_lastEvent{0};
     std::optional<Time> m_begin; // the host's first transfer in this life
     Time m_lastAnswer{0};        // when it was given
+    std::map<PacketType, std::size_t> m_lateRequests;
 };
 
 } // namespace Vantor

@@ -94,13 +94,6 @@ std::string hex(const std::vector<std::uint8_t>& bytes, std::size_t begin)
     return end < bytes.size() ? text + " ..." : text;
 }
 
-std::string seconds(std::chrono::nanoseconds time)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%.3f s", std::chrono::duration<double>(time).count());
-    return text;
-}
-
 std::string describeRow(const Unit& row)
 {
     return "LCD " + std::to_string(row.place[0]) + ", row " + std::to_string(row.place[1]) + " from column " +
@@ -114,18 +107,26 @@ std::string describe(const Unit& unit)
     std::string text = nameOfType(unit.type) + ", ";
     text += unit.isRow ? describeRow(unit)
                        : std::to_string(unit.bytes.size()) + (unit.bytes.size() == 1 ? " byte" : " bytes");
-    return text + ", at " + seconds(unit.time) + (unit.frame != 0 ? ", frame " + std::to_string(unit.frame) : "");
+    return text + ", at " + nameOfTime(unit.time) + (unit.frame != 0 ? ", frame " + std::to_string(unit.frame) : "");
+}
+
+// As the Wireshark dissector shows it.
+std::string describePixel(std::uint32_t colour, unsigned int bits)
+{
+    if (bits == 1)
+        return colour != 0 ? "#" : ".";
+    char text[16];
+    std::snprintf(text, sizeof text, "%06X", static_cast<unsigned int>(colour));
+    return text;
 }
 
 std::string describePixels(const Unit& expected, const Unit& got)
 {
     const auto pixels =
         std::mismatch(expected.pixels.begin(), expected.pixels.end(), got.pixels.begin(), got.pixels.end());
-    char text[80];
-    std::snprintf(text, sizeof text, "\n  pixel %d of the row: expected %06x, got %06x",
-                  static_cast<int>(pixels.first - expected.pixels.begin()), static_cast<unsigned int>(*pixels.first),
-                  static_cast<unsigned int>(*pixels.second));
-    return text;
+    const unsigned int bits = expected.place.back();
+    return "\n  pixel " + std::to_string(pixels.first - expected.pixels.begin()) + " of the row: expected " +
+           describePixel(*pixels.first, bits) + ", got " + describePixel(*pixels.second, bits);
 }
 
 std::string describeBytes(const Unit& expected, const Unit& got)
@@ -144,7 +145,7 @@ std::string describeOther(const Unit& expected, const Unit& got)
     if (expected.type != got.type || expected.isRow != got.isRow || expected.place != got.place)
         return "\n  expected " + describe(expected) + "\n  got      " + describe(got);
     return (expected.isRow ? describePixels(expected, got) : describeBytes(expected, got)) + "\n  it came at " +
-           seconds(got.time);
+           nameOfTime(got.time);
 }
 
 // Where two streams first differ.
@@ -176,11 +177,11 @@ public:
         const Unit& expected = m_expected[m_at];
         const std::string name = "record " + std::to_string(expected.record) + " (" + describe(expected) + ") ";
         if (m_at == m_got.size())
-            return name + "does not come, nor " + std::to_string(m_expected.size() - m_at - 1) + " behind it";
+            return name + "does not come" + describeBehind(m_expected.size() - m_at - 1);
         if (isAt(m_at + 1, m_at) && isAt(m_at, m_at + 1))
             return name + "comes behind record " + std::to_string(m_expected[m_at + 1].record);
         if (isAt(m_at + 1, m_at))
-            return name + "is missing: the one behind it comes, at " + seconds(m_got[m_at].time);
+            return name + "is missing: the one behind it comes, at " + nameOfTime(m_got[m_at].time);
         if (isAt(m_at, m_at + 1))
             return name + "comes behind one that the capture does not have: " + describe(m_got[m_at]) +
                    (m_got[m_at].isRow ? "" : "\n  got     " + hex(m_got[m_at].bytes, 0));
@@ -188,6 +189,11 @@ public:
     }
 
 private:
+    static std::string describeBehind(std::size_t missing)
+    {
+        return missing != 0 ? ", nor " + std::to_string(missing) + " behind it" : "";
+    }
+
     bool isAt(std::size_t expected, std::size_t got) const
     {
         return expected < m_expected.size() && got < m_got.size() && areEqual(m_expected[expected], m_got[got]);
@@ -205,7 +211,7 @@ Streams streamsOf(const RecordedSession::Panel& panel, const RecordComparison::O
     std::size_t number = 0;
     for (const RecordedSession::Life& life : panel.lives)
         for (const RecordedSession::HostRecord& record : life.records)
-            addUnit({record.type, record.payload, ++number, record.frame, record.time, false, {}, {}}, options,
+            addUnit({record.type, record.payload, ++number, record.frame, record.frameTime, false, {}, {}}, options,
                     streams);
     return streams;
 }

@@ -21,8 +21,11 @@ struct RecordedSession {
     struct HostRecord {
         PacketType type;
         std::vector<std::uint8_t> payload;
-        std::chrono::nanoseconds time;
+        std::chrono::nanoseconds time; // when the panel had it
+        // In which Wireshark shows it: the last with bytes of its packet. Its time is as
+        // there, too, since the capture's first frame.
         std::size_t frame;
+        std::chrono::nanoseconds frameTime;
     };
 
     // What the panel did: an answer to a read, a fault of a transfer to it, its departure.
@@ -54,6 +57,7 @@ struct RecordedSession {
 
     std::vector<Panel> panels;                   // by number, in the order in which they appear
     std::optional<std::uint16_t> announcedLimit; // the largest that a panel announces
+    bool isSplit = false;                        // a packet is in several transfers, as of hosts without scatter-gather
     std::vector<std::string> notes;              // what a user should know of it, a line each
     // Where bytes are missing that the capture should have of panels: the first such frame
     // and what it lacks. Empty: nowhere.

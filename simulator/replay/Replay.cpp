@@ -1,5 +1,7 @@
 #include "simulator/replay/Replay.h"
 
+#include "simulator/replay/RecordName.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -13,6 +15,21 @@ std::string describeGiven(const PanelPlayer& player)
     const std::size_t given = player.countGivenAnswers();
     return "of " + std::to_string(all) + (all == 1 ? " answer, " : " answers, ") +
            (given == 0 ? "none" : std::to_string(given)) + (given <= 1 ? " was given" : " were given");
+}
+
+// Of a panel that has nothing more to say; empty when nobody has asked it for more.
+std::string describeSilence(const PanelPlayer& player)
+{
+    std::string requests;
+    for (const auto& [type, count] : player.getLateRequests())
+        requests += (requests.empty() ? "" : ", ") + std::to_string(count) + " of " + nameOfType(type);
+    if (requests.empty())
+        return requests;
+    const std::size_t all = player.countAnswers();
+    if (all == 0)
+        return "the capture has no answer; the host has sent " + requests;
+    return (all == 1 ? "the only answer" : "all " + std::to_string(all) + " answers") + " had been given by " +
+           nameOfTime(player.getLastAnswerTime()) + "; the host has sent " + requests + " after that";
 }
 
 } // namespace
@@ -112,6 +129,8 @@ std::vector<std::string> Replay::describeRest() const
         else if (panel.players.size() < lives.size())
             lines.push_back(name + "of " + std::to_string(lives.size()) + " times, it was plugged in " +
                             std::to_string(panel.players.size()));
+        else if (const std::string silence = describeSilence(*panel.players.back()); !silence.empty())
+            lines.push_back(name + silence);
     }
     return lines;
 }

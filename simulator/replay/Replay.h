@@ -35,7 +35,7 @@ public:
     std::optional<PanelOrder> takeDue(std::chrono::nanoseconds now) override;
     std::optional<std::chrono::nanoseconds> getNextTime() const override;
 
-    // What was not played, a line for each panel.
+    // What was not played, or was asked for and is not there, a line for each panel.
     std::vector<std::string> describeRest() const;
 
 private:

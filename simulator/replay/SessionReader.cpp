@@ -97,9 +97,17 @@ SessionReader::Device& SessionReader::deviceOf(const CapturedUrb& urb)
     return m_devices.emplace_back(Device{urb.bus, urb.device, {}});
 }
 
+void SessionReader::noteCut(const CapturedUrb& urb)
+{
+    if (m_firstCut.empty() && (urb.flaw == CapturedUrb::Flaw::NoHeader || urb.flaw == CapturedUrb::Flaw::Snapped))
+        m_firstCut = "frame " + std::to_string(m_frames) + " is cut at " + std::to_string(urb.frameSize) + " bytes";
+}
+
 void SessionReader::add(CapturedUrb urb)
 {
-    ++m_frames;
+    if (++m_frames == 1)
+        m_begin = urb.time;
+    noteCut(urb);
     if (urb.flaw == CapturedUrb::Flaw::NoHeader) {
         ++m_headless;
         return;
@@ -145,7 +153,7 @@ std::chrono::nanoseconds SessionReader::findZero(const std::vector<const Device*
 void SessionReader::readLife(const Device& device, std::chrono::nanoseconds zero, bool isCut,
                              RecordedSession& session) const
 {
-    LifeReader reader(device.frames.front().urb.time, zero);
+    LifeReader reader(device.frames.front().urb.time, zero, m_begin);
     for (const auto& [urb, number] : device.frames)
         reader.add(urb, number);
     RecordedSession::Life life = reader.takeLife();
@@ -168,6 +176,8 @@ void SessionReader::readLife(const Device& device, std::chrono::nanoseconds zero
     keepFirst(session.missingFromHost, reader.getMissingFromHost());
     session.announcedLimit = std::max(session.announcedLimit, findAnnouncement(life));
 
+    session.isSplit = session.isSplit || reader.isSplit();
+
     RecordedSession::Panel& panel = session.panels[index];
     panel.isOpen = reader.isOpen() || (isCut && !life.isLeft);
     panel.lives.push_back(std::move(life));
@@ -179,6 +189,9 @@ RecordedSession SessionReader::finish(const std::string& cut)
     for (const Device& device : m_devices)
         if (isPanel(device))
             panels.push_back(&device);
+    if (panels.empty() && !m_firstCut.empty())
+        throw std::runtime_error(m_firstCut + ", and no panel is found in what there is; take it with whole frames "
+                                              "(tcpdump -s 0)");
     if (panels.empty())
         throw std::runtime_error("no panel is in it: of " + std::to_string(m_frames) + " frames of " +
                                  std::to_string(m_devices.size()) +

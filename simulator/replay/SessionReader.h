@@ -45,6 +45,7 @@ private:
         bool isGone = false;
     };
 
+    void noteCut(const CapturedUrb& urb);
     Device& deviceOf(const CapturedUrb& urb);
     static bool isPanel(const Device& device);
     static std::chrono::nanoseconds findZero(const std::vector<const Device*>& panels);
@@ -52,7 +53,9 @@ private:
 
     std::vector<Device> m_devices; // in the order in which they appear
     std::size_t m_frames = 0;
-    std::size_t m_headless = 0; // frames without a header
+    std::chrono::nanoseconds m_begin{0}; // of the first
+    std::size_t m_headless = 0;          // frames without a header
+    std::string m_firstCut;              // frame of which not all is there, in words
 };
 
 } // namespace Vantor

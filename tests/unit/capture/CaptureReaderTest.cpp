@@ -244,6 +244,10 @@ TEST(CaptureReader, whatIsNoCapture_isRefused)
 {
     EXPECT_THAT(readFile(Bytes(100, 'x')).error, HasSubstr("unknown file format"));
     EXPECT_THAT(readFile({}).error, HasSubstr("truncated"));
+    Bytes compressed(100, 0);
+    compressed[0] = 0x1F;
+    compressed[1] = 0x8B;
+    EXPECT_EQ(readFile(compressed).error, "it is compressed: gunzip it first");
 }
 
 TEST(CaptureReader, aFileThatIsNotThere_isRefused)

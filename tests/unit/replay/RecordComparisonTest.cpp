@@ -56,11 +56,43 @@ TEST(RecordComparison, packing_makesNoDifference)
 TEST(RecordComparison, wrongByte_isShownWithItsOffset)
 {
     EXPECT_THAT(differences(three, {{5, {1, 2}}, {5, {3, 0xFF}}, {5, {5, 6}}}),
-                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 4) is another\n"
+                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 3) is another\n"
                             "  expected 03 04\n"
                             "  got      03 ff\n"
                             "  they differ from byte 1 on\n"
                             "  it came at 1.501 s"));
+}
+
+// As Wireshark has it: the frame in which the record is, and the time since the first one,
+// whatever that is of.
+TEST(RecordComparison, recordOfTheCapture_isWhereWiresharkShowsIt)
+{
+    const Bytes packet = CaptureScript::packet(5, Bytes(20000, 0x77));
+    const auto first = packet.begin() + 16384;
+    const CaptureScript late = CaptureScript()
+                                   .device(9)
+                                   .descriptor(1, 0, {1})
+                                   .device(5)
+                                   .at(250ms)
+                                   .read()
+                                   .at(300ms)
+                                   .write(packet)
+                                   .at(325ms)
+                                   .done();
+    EXPECT_THAT(differences(late, {{5, {1}}}), ElementsAre(testing::HasSubstr(", at 0.300 s, frame 4) is another")));
+    const CaptureScript parts = CaptureScript()
+                                    .at(500ms)
+                                    .send(6, {})
+                                    .at(2s)
+                                    .write(Bytes(packet.begin(), first))
+                                    .at(2100ms)
+                                    .done()
+                                    .at(2200ms)
+                                    .write(Bytes(first, packet.end()))
+                                    .at(2300ms)
+                                    .done();
+    EXPECT_THAT(differences(parts, {{6, {}}, {5, {1}}}),
+                ElementsAre(testing::HasSubstr(", at 1.700 s, frame 5) is another")));
 }
 
 TEST(RecordComparison, longRecord_isCutToWhereItDiffers)
@@ -69,7 +101,7 @@ TEST(RecordComparison, longRecord_isCutToWhereItDiffers)
     const CaptureScript expected = CaptureScript().send(5, sent);
     sent[50] = 0xEE;
     EXPECT_THAT(differences(expected, {{5, sent}}),
-                ElementsAre("panel 0: record 1 (type 5, 100 bytes, at 0.000 s, frame 2) is another\n"
+                ElementsAre("panel 0: record 1 (type 5, 100 bytes, at 0.000 s, frame 1) is another\n"
                             "  expected... 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ...\n"
                             "  got     ... 00 00 00 00 ee 00 00 00 00 00 00 00 00 00 00 00 ...\n"
                             "  they differ from byte 50 on\n"
@@ -79,7 +111,7 @@ TEST(RecordComparison, longRecord_isCutToWhereItDiffers)
 TEST(RecordComparison, shorterRecord_differsWhereItEnds)
 {
     EXPECT_THAT(differences(CaptureScript().send(5, {1, 2}), {{5, {1}}}),
-                ElementsAre("panel 0: record 1 (type 5, 2 bytes, at 0.000 s, frame 2) is another\n"
+                ElementsAre("panel 0: record 1 (type 5, 2 bytes, at 0.000 s, frame 1) is another\n"
                             "  expected 01 02\n"
                             "  got      01\n"
                             "  they differ from byte 1 on\n"
@@ -89,28 +121,28 @@ TEST(RecordComparison, shorterRecord_differsWhereItEnds)
 TEST(RecordComparison, swappedRecords_areToldAsSuch)
 {
     EXPECT_THAT(differences(three, {{5, {3, 4}}, {5, {1, 2}}, {5, {5, 6}}}),
-                ElementsAre("panel 0: record 1 (type 5, 2 bytes, at 0.000 s, frame 2) comes behind record 2"));
+                ElementsAre("panel 0: record 1 (type 5, 2 bytes, at 0.000 s, frame 1) comes behind record 2"));
 }
 
 TEST(RecordComparison, missingRecord_isToldAsSuch)
 {
     EXPECT_THAT(differences(three, {{5, {1, 2}}, {5, {5, 6}}}),
-                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 4) is missing: the one behind it "
+                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 3) is missing: the one behind it "
                             "comes, at 1.501 s"));
 }
 
 TEST(RecordComparison, missingEnd_isCounted)
 {
     EXPECT_THAT(differences(three, {{5, {1, 2}}}),
-                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 4) does not come, nor 1 behind it"));
+                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 3) does not come, nor 1 behind it"));
     EXPECT_THAT(differences(three, {}),
-                ElementsAre("panel 0: record 1 (type 5, 2 bytes, at 0.000 s, frame 2) does not come, nor 2 behind it"));
+                ElementsAre("panel 0: record 1 (type 5, 2 bytes, at 0.000 s, frame 1) does not come, nor 2 behind it"));
 }
 
 TEST(RecordComparison, additionalRecord_isShown)
 {
     EXPECT_THAT(differences(three, {{5, {1, 2}}, {5, {9}}, {5, {3, 4}}, {5, {5, 6}}}),
-                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 4) comes behind one that the "
+                ElementsAre("panel 0: record 2 (type 5, 2 bytes, at 0.250 s, frame 3) comes behind one that the "
                             "capture does not have: type 5, 1 byte, at 1.501 s\n"
                             "  got      09"));
     EXPECT_THAT(differences(three, {{5, {1, 2}}, {5, {3, 4}}, {5, {5, 6}}, {5, {}}}),
@@ -134,13 +166,13 @@ TEST(RecordComparison, orderOfTypes_isCheckedOnRequest)
     const std::vector<Sending> sent{{41, {2}}, {5, {1}}};
     EXPECT_THAT(differences(expected, sent), IsEmpty());
     EXPECT_THAT(differences(expected, sent, {true, {}}),
-                ElementsAre("panel 0: record 1 (type 5, 1 byte, at 0.000 s, frame 2) comes behind record 2"));
+                ElementsAre("panel 0: record 1 (type 5, 1 byte, at 0.000 s, frame 1) comes behind record 2"));
     EXPECT_THAT(differences(expected, {{41, {2}}}, {true, {}}),
-                ElementsAre("panel 0: record 1 (type 5, 1 byte, at 0.000 s, frame 2) is missing: the one behind it "
+                ElementsAre("panel 0: record 1 (type 5, 1 byte, at 0.000 s, frame 1) is missing: the one behind it "
                             "comes, at 1.500 s"));
     EXPECT_THAT(differences(expected, {{7, {2}}, {8, {1}}}, {true, {}}),
-                ElementsAre("panel 0: record 1 (type 5, 1 byte, at 0.000 s, frame 2) is another\n"
-                            "  expected type 5, 1 byte, at 0.000 s, frame 2\n"
+                ElementsAre("panel 0: record 1 (type 5, 1 byte, at 0.000 s, frame 1) is another\n"
+                            "  expected type 5, 1 byte, at 0.000 s, frame 1\n"
                             "  got      type 7, 1 byte, at 1.500 s"));
 }
 
@@ -156,8 +188,7 @@ TEST(RecordComparison, repeatedRequests_countOnce)
     EXPECT_THAT(differences(twice, {{1, {1, 0, 0, 0}}, {5, {1}}}), IsEmpty());
     EXPECT_THAT(differences(CaptureScript().send(1, {1, 0, 0, 0}), {{1, {1, 0, 0, 0}}, {1, {1, 0, 0, 0}}}), IsEmpty());
     EXPECT_THAT(differences(twice, {{5, {1}}}),
-                ElementsAre("panel 0: record 1 (type 1 (ReqDeviceInfo), 4 bytes, at 0.000 s, frame 2) does not come, "
-                            "nor 0 behind it"));
+                ElementsAre("panel 0: record 1 (type 1 (ReqDeviceInfo), 4 bytes, at 0.000 s, frame 1) does not come"));
     EXPECT_THAT(differences(twice, {{1, {2, 0, 0, 0}}, {5, {1}}}), testing::SizeIs(1));
 }
 
@@ -173,12 +204,12 @@ TEST(RecordComparison, slices_areComparedRowByRow)
     EXPECT_THAT(differences(CaptureScript().send(38, first).send(38, second), {{38, twoRows}}), IsEmpty());
     EXPECT_THAT(differences(whole, {{38, first}}),
                 ElementsAre("panel 0: record 1 (type 38 (LcdSlice), LCD 3, row 11 from column 0, 8 pixels of 1 bit, at "
-                            "0.000 s, frame 2) does not come, nor 0 behind it"));
+                            "0.000 s, frame 1) does not come"));
     const Bytes wrong{3, 0, 0, 11, 8, 1, 1, 0x07};
     EXPECT_THAT(differences(whole, {{38, first}, {38, wrong}}),
                 ElementsAre("panel 0: record 1 (type 38 (LcdSlice), LCD 3, row 11 from column 0, 8 pixels of 1 bit, at "
-                            "0.000 s, frame 2) is another\n"
-                            "  pixel 4 of the row: expected 000000, got ffffff\n"
+                            "0.000 s, frame 1) is another\n"
+                            "  pixel 4 of the row: expected ., got #\n"
                             "  it came at 1.501 s"));
     EXPECT_THAT(differences(whole, {{38, first}, {38, second}}, {true, {}}), testing::SizeIs(1));
 }
@@ -206,9 +237,9 @@ TEST(RecordComparison, encodedAndPackedSlices_areNotTheSame)
     const Bytes packed{3, 0, 0, 10, 8, 1, 1, 0xFF};
     EXPECT_THAT(differences(CaptureScript().send(46, words), {{38, packed}}),
                 ElementsAre("panel 0: record 1 (type 46 (EncodedLcdSlice), LCD 3, row 10 from column 0, 8 pixels of 1 "
-                            "bit, at 0.000 s, frame 2) is another\n"
+                            "bit, at 0.000 s, frame 1) is another\n"
                             "  expected type 46 (EncodedLcdSlice), LCD 3, row 10 from column 0, 8 pixels of 1 bit, at "
-                            "0.000 s, frame 2\n"
+                            "0.000 s, frame 1\n"
                             "  got      type 38 (LcdSlice), LCD 3, row 10 from column 0, 8 pixels of 1 bit, at 1.500 "
                             "s"));
 }
@@ -224,7 +255,7 @@ TEST(RecordComparison, severalPanels_areComparedEachByItself)
     const CaptureScript two = CaptureScript().send(5, {1}).device(6).send(5, {2});
     EXPECT_THAT(differences(two, {{5, {2}, 1}, {5, {1}, 0}}), IsEmpty());
     EXPECT_THAT(differences(two, {{5, {1}, 1}, {5, {1}, 0}}),
-                ElementsAre("panel 1: record 1 (type 5, 1 byte, at 0.000 s, frame 4) is another\n"
+                ElementsAre("panel 1: record 1 (type 5, 1 byte, at 0.000 s, frame 3) is another\n"
                             "  expected 02\n"
                             "  got      01\n"
                             "  they differ from byte 0 on\n"
@@ -236,8 +267,8 @@ TEST(RecordComparison, firstDifferenceOfEachType_isToldInOrder)
 {
     const CaptureScript expected = CaptureScript().send(9, {1}).send(5, {1}).send(5, {2}).send(9, {2});
     EXPECT_THAT(differences(expected, {}),
-                ElementsAre("panel 0: record 1 (type 9, 1 byte, at 0.000 s, frame 2) does not come, nor 1 behind it",
-                            "panel 0: record 2 (type 5, 1 byte, at 0.000 s, frame 4) does not come, nor 1 behind it"));
+                ElementsAre("panel 0: record 1 (type 9, 1 byte, at 0.000 s, frame 1) does not come, nor 1 behind it",
+                            "panel 0: record 2 (type 5, 1 byte, at 0.000 s, frame 3) does not come, nor 1 behind it"));
 }
 
 } // namespace Vantor

@@ -263,6 +263,29 @@ TEST_F(ReplayTest, rest_isDescribed)
     EXPECT_THAT(replay->describeRest(), IsEmpty());
 }
 
+TEST_F(ReplayTest, requestsBehindTheLastAnswer_areTold)
+{
+    play(CaptureScript().send(1, {1, 0, 0, 0}).read().answer({7}).read().answer({8}), true);
+    panels[0]->send(1, {1, 0, 0, 0});
+    panels[0]->read();
+    now = 16200ms;
+    panels[0]->read();
+    panels[0]->send(5, {1}); // which no panel answers
+    panels[0]->read();
+    EXPECT_THAT(replay->describeRest(), IsEmpty());
+    now = 20s;
+    panels[0]->send(1, {1, 0, 0, 0});
+    panels[0]->send(44, {1});
+    panels[0]->send(44, {2});
+    EXPECT_THAT(replay->describeRest(),
+                ElementsAre("panel 0: replay: all 2 answers had been given by 16.200 s; the host has sent 1 of type 1 "
+                            "(ReqDeviceInfo), 2 of type 44 (FirmwareData) after that"));
+    play(CaptureScript().send(1, {1, 0, 0, 0}).read());
+    panels[0]->send(1, {1, 0, 0, 0});
+    EXPECT_THAT(replay->describeRest(), ElementsAre("panel 0: replay: the capture has no answer; the host has sent 1 "
+                                                    "of type 1 (ReqDeviceInfo)"));
+}
+
 TEST_F(ReplayTest, recordsThatDoNotCome_areToldWithThePanel)
 {
     play(CaptureScript().read().send(5, {1}).answer({7}));

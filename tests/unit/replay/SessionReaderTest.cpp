@@ -118,7 +118,8 @@ TEST(SessionReader, time_isCountedFromTheFirstTransfer)
     EXPECT_EQ(life.begin, -3s);
     EXPECT_EQ(life.steps.at(0).time, 500ms);
     EXPECT_EQ(life.records.at(0).time, 1s);
-    EXPECT_EQ(life.records.at(0).frame, 12U); // 8 of the enumeration, 2 of the read
+    EXPECT_EQ(life.records.at(0).frame, 11U); // 8 of the enumeration, 2 of the read
+    EXPECT_EQ(life.records.at(0).frameTime, 4s);
 }
 
 TEST(SessionReader, clockThatIsSetBack_standsStill)
@@ -168,7 +169,7 @@ TEST(SessionReader, recordsOfAPacket_areTakenApart)
     ASSERT_THAT(records, SizeIs(2));
     EXPECT_EQ(static_cast<int>(records[1].type), 7);
     EXPECT_EQ(records[1].payload, Bytes{0xB2});
-    EXPECT_EQ(records[1].frame, 2U);
+    EXPECT_EQ(records[1].frame, 1U);
 }
 
 // As hosts split them that can't scatter and gather: 16384 bytes, then the rest.
@@ -182,6 +183,26 @@ TEST(SessionReader, transferInPieces_isPutTogether)
     ASSERT_THAT(records, SizeIs(2));
     EXPECT_EQ(records[0].payload.size(), 20000U);
     EXPECT_THAT(session.notes, SizeIs(1)); // of the descriptors
+}
+
+TEST(SessionReader, packetInPieces_isKnownAsOne)
+{
+    const Bytes packet = CaptureScript::packet(5, Bytes(20000, 0x77));
+    const Bytes first(packet.begin(), packet.begin() + 16384);
+    EXPECT_TRUE(readSession(CaptureScript().write(first).done().write({1}).done().send(6, {1})).isSplit);
+    EXPECT_TRUE(readSession(CaptureScript().send(6, {1}).read().answer(first)).isSplit);
+    // The second of two packets: 16373 bytes of payload fill the first to the piece but one header's worth.
+    const Bytes small = CaptureScript::packet(5, Bytes(16384 - 11 - 11, 0x77), 9);
+    const auto with = [&small](std::uint16_t length) {
+        Bytes both = small;
+        const Bytes last{
+            static_cast<std::uint8_t>(length), static_cast<std::uint8_t>(length >> 8), 1, 0, 9, 0, 0, 0, 5, 0, 0};
+        both.insert(both.end(), last.begin(), last.end());
+        return readSession(CaptureScript().send(6, {1}).read().answer(both)).isSplit;
+    };
+    EXPECT_TRUE(with(12));
+    EXPECT_FALSE(with(11));
+    EXPECT_FALSE(readSession(CaptureScript().write(packet).done().send(6, {1}).read().answer(packet)).isSplit);
 }
 
 TEST(SessionReader, pieceThatFails_isTheEndOfItsTransfer)
@@ -366,7 +387,7 @@ TEST(SessionReader, malformedPacket_givesWhatIsInFrontOfTheDefect)
     packet[2] = 2; // records that it counts
     const RecordedSession session = readSession(CaptureScript().send(6, {1}).write(packet).done());
     EXPECT_THAT(onlyLife(session).records, SizeIs(2));
-    EXPECT_THAT(session.notes, testing::Contains("panel 0 (bus 1, device 5): frame 4: what the host sent is malformed: "
+    EXPECT_THAT(session.notes, testing::Contains("panel 0 (bus 1, device 5): frame 3: what the host sent is malformed: "
                                                  "byte 0: packet counts 2 records, it holds 1"));
 }
 
@@ -392,6 +413,21 @@ TEST(SessionReader, captureThatIsCutOff_isUsedAndOpen)
     const RecordedSession session = readSession(CaptureScript().send(5, {1}), "behind frame 2: truncated");
     EXPECT_TRUE(session.panels.at(0).isOpen);
     EXPECT_THAT(session.notes, testing::Contains("what is before the defect is used: behind frame 2: truncated"));
+}
+
+TEST(SessionReader, captureCutToNothing_namesTheFirstCutFrame)
+{
+    CaptureScript script;
+    script.read().send(5, {1});
+    script.urbs[1].flaw = CapturedUrb::Flaw::Snapped;
+    script.urbs[1].data.clear();
+    script.urbs[1].frameSize = 64;
+    script.urbs[2].flaw = CapturedUrb::Flaw::NoHeader;
+    script.urbs[2].frameSize = 40;
+    EXPECT_EQ(refusal(script), "frame 2 is cut at 64 bytes, and no panel is found in what there is; take it with whole "
+                               "frames (tcpdump -s 0)");
+    script.urbs[1].flaw = CapturedUrb::Flaw::None;
+    EXPECT_THAT(refusal(script), HasSubstr("frame 3 is cut at 40 bytes, "));
 }
 
 TEST(SessionReader, framesWithoutAHeader_areCountedAndSkipped)

@@ -28,6 +28,21 @@ void refuseLink(const std::string& path)
         fail(ELOOP);
 }
 
+// A pipe's reader is not waited for: nobody could interrupt that any more.
+int openAtOnce(const std::string& path)
+{
+    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    const int descriptor = ::open(path.c_str(), flags, fileMode);
+    const int error = descriptor < 0 ? errno : 0;
+    struct stat status = {};
+    if (error == ENXIO && stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode))
+        throw std::runtime_error("it is a pipe that nobody reads");
+    if (error != 0)
+        fail(error);
+    fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK); // for writing
+    return descriptor;
+}
+
 // One that nobody has made before, in the folder of `path`, as renaming would copy else.
 std::string makeTemporary(const std::string& path, int& descriptor)
 {
@@ -63,13 +78,11 @@ int writeAll(int descriptor, const std::vector<std::uint8_t>& bytes)
 
 std::FILE* OutputFile::open(const std::string& path)
 {
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, fileMode);
-    std::FILE* const file = descriptor >= 0 ? fdopen(descriptor, "w") : nullptr;
-    if (file != nullptr)
+    const int descriptor = openAtOnce(path);
+    if (std::FILE* const file = fdopen(descriptor, "w"))
         return file;
     const int error = errno;
-    if (descriptor >= 0)
-        close(descriptor);
+    close(descriptor);
     fail(error);
 }
 

@@ -12,8 +12,8 @@ namespace Vantor {
 // never through a symbolic link, which somebody else may have put there.
 namespace OutputFile {
 
-// Begins an ordinary file anew, or makes it; what is no ordinary file (a terminal, a pipe)
-// is written to as it is. Throws std::runtime_error with the cause alone.
+// Begins an ordinary file anew, or makes it; what is no ordinary file (a terminal, a pipe
+// that somebody reads) is written to as it is. Never waits. Throws std::runtime_error with the cause alone.
 std::FILE* open(const std::string& path);
 
 // Replaces a file as a whole: it is the old one until the new one is complete. Throws

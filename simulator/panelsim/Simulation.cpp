@@ -3,6 +3,7 @@
 #include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/ControlPath.h"
+#include "simulator/panelsim/FileClash.h"
 #include "simulator/panelsim/FlashReport.h"
 #include "simulator/panelsim/OrderLine.h"
 #include "simulator/panelsim/OrderScript.h"
@@ -38,6 +39,13 @@ void preparePngFolder(const std::string& folder)
         error.assign(errno, std::generic_category());
     if (error)
         throw std::runtime_error("cannot write pictures to '" + UserText::shown(folder) + "': " + error.message());
+}
+
+// Before anything is opened.
+const PanelsimOptions& withoutClash(const PanelsimOptions& options)
+{
+    FileClash::refuse(options);
+    return options;
 }
 
 std::vector<TimedOrder> readOrders(const PanelsimOptions& options)
@@ -166,7 +174,7 @@ std::vector<std::string> finishFlash(PanelBus& bus, FlashFolder* folder)
 } // namespace
 
 Simulation::Simulation(const PanelsimOptions& options)
-    : m_options(options), m_captures(options, complain), m_orders(readOrders(options))
+    : m_options(withoutClash(options)), m_captures(options, complain), m_orders(readOrders(options))
 {
     preparePngFolder(options.pngFolder);
     if (!options.flashFolder.empty())

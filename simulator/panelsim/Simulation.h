@@ -21,8 +21,8 @@ namespace Vantor {
 class Simulation {
 public:
     // Before anything runs, so that a wrong folder or script costs nobody a long run: throws
-    // std::runtime_error for one that can't be made, written to or read, and for a capture
-    // that is of no use.
+    // std::runtime_error for one that can't be made, written to or read, for a file that is
+    // to be two things, and for a capture that is of no use.
     explicit Simulation(const PanelsimOptions& options);
 
     // Throws std::runtime_error for a log or a capture that can't be written.

@@ -7,6 +7,8 @@
 #include <set>
 #include <sstream>
 
+#include <sys/stat.h>
+
 namespace Vantor {
 
 TEST_F(Panelsim, exitCode_isThatOfTheProgram)
@@ -143,6 +145,31 @@ TEST_F(Panelsim, symbolicLinks_areNotWrittenThrough)
     EXPECT_EQ(flash.output,
               "panelsim: cannot load flash from '" + fileName("/panel0-main.bin") + "': it is a symbolic link\n");
     EXPECT_EQ(contentOf(fileName("victim")), "precious");
+}
+
+TEST_F(Panelsim, outputThatIsAnInput_is125AndLeftAlone)
+{
+    std::ofstream(fileName("file")) << "1s plug 1\n";
+    std::filesystem::create_hard_link(fileName("file"), fileName("link"));
+    const Result result = run({"run", "--script", fileName("file"), "--log", fileName("link"), "--", "echo", "ran"});
+    EXPECT_EQ(result.exitCode, 125);
+    EXPECT_EQ(result.output, "panelsim: --log '" + fileName("link") + "' is also what --script reads\n");
+    const Result attached =
+        run({"attach", "--vhci", makeController(), "--log", fileName("both"), "--record", fileName("both")});
+    EXPECT_EQ(attached.exitCode, 125);
+    EXPECT_EQ(attached.output, "panelsim: --record '" + fileName("both") + "' is also what --log writes\n");
+    EXPECT_EQ(contentOf(fileName("file")), "1s plug 1\n");
+    EXPECT_FALSE(std::filesystem::exists(fileName("both")));
+}
+
+TEST_F(Panelsim, pipeThatNobodyReads_is125)
+{
+    ASSERT_EQ(mkfifo(fileName("pipe").c_str(), 0600), 0);
+    const std::string cause = " to '" + fileName("pipe") + "': it is a pipe that nobody reads\n";
+    EXPECT_EQ(run({"run", "--log", fileName("pipe"), "--", "echo", "ran"}).output,
+              "panelsim: cannot write the log" + cause);
+    EXPECT_EQ(run({"attach", "--vhci", makeController(), "--record", fileName("pipe")}).output,
+              "panelsim: cannot write the capture" + cause);
 }
 
 TEST_F(Panelsim, record_hasWhatTheProgramDid)

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -71,6 +72,22 @@ TEST_F(OutputFileTest, open_throughALink_isRefused)
 TEST_F(OutputFileTest, open_withoutItsFolder_saysSo)
 {
     EXPECT_EQ(errorOf([this] { write(m_folder / "none/file"); }), "No such file or directory");
+}
+
+TEST_F(OutputFileTest, open_ofAPipe_needsItsReader)
+{
+    ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
+    EXPECT_EQ(errorOf([this] { write(m_path); }), "it is a pipe that nobody reads");
+    const int reader = ::open(m_path.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    std::FILE* const file = OutputFile::open(m_path);
+    EXPECT_EQ(fcntl(fileno(file), F_GETFL) & O_NONBLOCK, 0) << "a full pipe is no failure";
+    std::fputs("new", file);
+    std::fclose(file);
+    char text[4] = {};
+    EXPECT_EQ(read(reader, text, 3), 3);
+    EXPECT_STREQ(text, "new");
+    close(reader);
 }
 
 TEST_F(OutputFileTest, replace_isAWholeFileOfTheUsualMode)

@@ -1,5 +1,7 @@
 #include "simulator/capture/CaptureReader.h"
 
+#include "simulator/capture/InputFile.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -9,6 +11,7 @@
 #include <system_error>
 
 #include <pcap/usb.h>
+#include <unistd.h>
 
 namespace Vantor {
 
@@ -101,9 +104,14 @@ bool isCompressed(std::FILE* file)
 
 CaptureReader::CaptureReader(const std::string& path)
 {
-    std::FILE* const file = std::fopen(path.c_str(), "rbe"); // libpcap would take "-" for standard input
-    if (file == nullptr)
-        throw std::runtime_error(std::generic_category().message(errno));
+    const int descriptor = InputFile::open(path); // libpcap would take "-" for standard input
+    std::FILE* const file = descriptor >= 0 ? fdopen(descriptor, "rb") : nullptr;
+    if (file == nullptr) {
+        const int cause = errno;
+        if (descriptor >= 0)
+            close(descriptor);
+        throw std::runtime_error(std::generic_category().message(cause));
+    }
     std::array<char, PCAP_ERRBUF_SIZE> error{};
     m_capture.reset(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, error.data()));
     if (!m_capture) {

@@ -2,6 +2,7 @@
 
 #include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
+#include "simulator/capture/InputFile.h"
 #include "simulator/panelsim/LineInput.h"
 #include "simulator/panelsim/OrderLine.h"
 
@@ -10,13 +11,13 @@
 #include <stdexcept>
 #include <system_error>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace Vantor {
 
 namespace {
 
+constexpr char byteOrderMark[] = "\xEF\xBB\xBF"; // which some editors put first
 constexpr std::string_view orderMark = "order:"; // in a log
 
 // Of a line of the log that tells what has happened to a panel: "panel 3: ...". All but the
@@ -52,7 +53,7 @@ ParsedTime parseScriptTime(std::string_view word, std::chrono::nanoseconds previ
 class ScriptFile {
 public:
     explicit ScriptFile(const std::string& path)
-        : m_path(path), m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), m_input(m_descriptor)
+        : m_path(path), m_descriptor(InputFile::open(path)), m_input(m_descriptor)
     {
         if (m_descriptor < 0)
             failToRead(path, errno);
@@ -111,8 +112,9 @@ std::vector<TimedOrder> OrderScript::read(const std::string& path)
     std::vector<TimedOrder> orders;
     std::size_t number = 0;
     std::chrono::nanoseconds previous{0};
-    while (const auto text = file.takeLine()) {
-        ++number;
+    while (auto text = file.takeLine()) {
+        if (++number == 1 && text->rfind(byteOrderMark, 0) == 0)
+            text->erase(0, sizeof byteOrderMark - 1);
         const Line line = parseLine(*text, previous);
         if (!line.error.empty())
             throw std::runtime_error(UserText::shown(path) + ":" + std::to_string(number) + ": " + line.error);

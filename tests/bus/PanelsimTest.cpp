@@ -172,6 +172,17 @@ TEST_F(Panelsim, pipeThatNobodyReads_is125)
               "panelsim: cannot write the capture" + cause);
 }
 
+// Its writer is waited for, as long as nobody loses patience.
+TEST_F(Panelsim, pipeThatNobodyWrites_canBeInterrupted)
+{
+    EXPECT_EQ(shell("mkfifo " + fileName("pipe") +
+                    "\nfor option in --script --replay --expect; do\n"
+                    "timeout --kill-after 20 1 $panelsim run $option " +
+                    fileName("pipe") + " -- echo ran >> $output 2>&1; echo $? >> $output; done\n"),
+              0);
+    EXPECT_EQ(contentOf(fileName("output")), "124\n124\n124\n"); // 137 when it had to be killed
+}
+
 TEST_F(Panelsim, record_hasWhatTheProgramDid)
 {
     const Result result =

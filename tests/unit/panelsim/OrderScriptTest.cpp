@@ -100,6 +100,13 @@ TEST(OrderScript, file_isReadInItsOrder)
     EXPECT_THAT(readScript("/dev/null"), IsEmpty());
 }
 
+TEST(OrderScript, byteOrderMark_isNoPartOfTheFirstLine)
+{
+    const TemporaryFolder folder;
+    writeFile(folder / "script", std::string("\xEF\xBB\xBF") + "1s plug\r\n2s unplug\r\n");
+    EXPECT_THAT(readScript(folder / "script"), ElementsAre("1000 plug 0", "2000 unplug 0"));
+}
+
 TEST(OrderScript, longestOrder_isRead)
 {
     const TemporaryFile file("1s emit type=5 hex=" + std::string(2 * 65524, 'a') + "\n");

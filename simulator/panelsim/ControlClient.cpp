@@ -1,5 +1,6 @@
 #include "simulator/panelsim/ControlClient.h"
 
+#include "simulator/bus/QuantityText.h"
 #include "simulator/bus/UserText.h"
 #include "simulator/panelsim/ControlPath.h"
 
@@ -104,8 +105,8 @@ void ControlClient::await(short event) const
 {
     pollfd polled{m_socket.get(), event, 0};
     if (poll(&polled, 1, static_cast<int>(m_patience.count())) == 0)
-        throw std::runtime_error("no answer in " + std::to_string(m_patience.count()) +
-                                 " ms; the command may still be carried out");
+        throw std::runtime_error("no answer in " + formatSeconds(m_patience) +
+                                 "; the command may still be carried out");
 }
 
 } // namespace Vantor

@@ -53,15 +53,19 @@ can write to: --control PATH, or one that it finds by itself.
 
 constexpr char tellFooter[] =
     R"(COMMAND is what --at of 'run' and 'attach' takes, their --help has it all: 'unplug 1', 'fault in stall'.
-Of 'attach' it can also be 'quit'. Several are carried out one after the other, each to its end, and so
+Of 'attach', and of nothing else, it can also be 'quit'. Several are carried out one after the other, each to its end, and so
 are the lines of standard input, where '#' begins a remark.
 
 The simulation is that of --to; or that of $PANELSIM_CONTROL, in which the PROGRAM of 'panelsim run' finds
 its own; or the only one of this user that runs. Those it finds, and lists, have their sockets in
 $XDG_RUNTIME_DIR/panelsim, /run/user/UID/panelsim or /tmp/panelsim-UID, the first of these that can be;
-one with --control is found by that name alone.
+one with --control is found by that name alone. When it has found the only one, which need not be the one
+that was meant, it says on standard error which that is. --list prints nothing, with exit code 0, when none
+runs.
 
-What could not be carried out is told on standard error, and the next one tried. Exit code:
+What could not be carried out is told on standard error, and the next one tried. A COMMAND that can't be
+read is wrong usage: nothing is carried out. A line of standard input that can't be read counts as one that
+could not be carried out. Exit code:
   0    all was carried out
   1    a command could not be carried out
   125  wrong usage, no simulation to tell, or no answer from it in 30 s
@@ -103,6 +107,7 @@ Exit code: that of PROGRAM, or 128+N when signal N ended it;
   125  wrong usage, a capture that is of no use, or panelsim itself failed
   126  PROGRAM cannot be executed
   127  PROGRAM was not found
+Of several, 125 goes before 120, 120 before 121, and 121 before PROGRAM's.
 
 PROGRAM finds the name of the socket for 'panelsim tell' in $PANELSIM_CONTROL.
 
@@ -135,7 +140,7 @@ The end is 'quit', told or read, the end of a terminal's input, SIGINT, SIGTERM 
 Exit code:
   0    all went well
   120  a panel saw a violation of the wire (each is printed)
-  125  wrong usage, the kernel takes no panel, or panelsim itself failed
+  125  wrong usage, the kernel takes no panel, or panelsim itself failed; it goes before 120
 
 Example: a panel that is pulled after 20 s and comes back, for any program on this machine
   sudo panelsim attach --at 20s unplug --at 25s plug)";

@@ -259,6 +259,8 @@ std::string Simulation::answer(PanelBus& bus, const std::string& line)
     const std::string text(OrderLine::contentOf(line));
     if (text.empty())
         return {};
+    if (text == "quit")
+        return "'quit': only attach takes it; a run ends with its program";
     Asker asker;
     asker.hear(carryOut(bus, text));
     return asker.getHeard();

@@ -48,6 +48,9 @@ std::string findSocket(const PanelsimOptions& options)
         throw std::runtime_error(std::to_string(running.size()) + " simulations are running; --to names one:\n" +
                                  lines);
     }
+    // Perhaps another one of this user, the one that was meant having ended.
+    std::fprintf(stderr, "panelsim: telling simulation %d: %s\n", static_cast<int>(running.front().process),
+                 running.front().command.c_str());
     return running.front().path;
 }
 

@@ -61,7 +61,7 @@ TEST_F(PanelsimTell, standardInput_isALineForEachCommand)
              " tell -; echo $?"});
     EXPECT_EQ(result.output, "panelsim: 'explode': expected plug, unplug, fault or emit, found \"explode\"\n"
                              "panelsim: 'unplug 31': panels are numbered 0 to 30\n"
-                             "panelsim: 'quit': expected plug, unplug, fault or emit, found \"quit\"\n"
+                             "panelsim: 'quit': only attach takes it; a run ends with its program\n"
                              "panelsim: panel 4: is not plugged\n"
                              "1\n");
     EXPECT_EQ(run({"run", "--", "sh", "-c", MORVANE_PANELSIM " tell - < /; echo $?"}).output,
@@ -75,11 +75,12 @@ TEST_F(PanelsimTell, attachedPanels_areToldToo)
                             "awaits 'panel 3' $!\n"
                             "$panelsim tell 'unplug 7' plug 2> told\n"
                             "echo $? >> told\n"
-                            "$panelsim tell quit || exit\n"
+                            "sed -i \"s/simulation $!: .*panelsim attach .*/it/\" told\n"
+                            "$panelsim tell quit 2> quit || exit\n"
                             "wait $!\n"
                             "echo $? >> told\n"),
               0);
-    EXPECT_EQ(contentOf(fileName("told")), "panelsim: panel 7: is not plugged\n1\n0\n");
+    EXPECT_EQ(contentOf(fileName("told")), "panelsim: telling it\npanelsim: panel 7: is not plugged\n1\n0\n");
     EXPECT_EQ(output().rfind("panelsim: panel 3: is not plugged\npanel 0: attached at vhci port 0\n", 0), 0U)
         << output();
     EXPECT_TRUE(std::filesystem::is_empty(fileName("panelsim")));
@@ -90,7 +91,7 @@ TEST_F(PanelsimTell, theOnlyOneThatRuns_isFoundAndOneOfSeveralIsNamed)
     EXPECT_EQ(
         shellInFolder("$panelsim tell unplug 2>> $output; echo $? >> $output\n"
                       "$panelsim run -- sh -c 'touch one; until [ -e end ]; do sleep 0.05; done' &\n"
-                      "exists one $!\n"
+                      "exists one $!; one=$!\n"
                       "$panelsim tell unplug >> $output 2>&1; echo $? >> $output\n"
                       "$panelsim run --control other -- sh -c 'touch two; until [ -e end ]; do sleep 0.05; done' &\n"
                       "exists two $!\n"
@@ -101,12 +102,13 @@ TEST_F(PanelsimTell, theOnlyOneThatRuns_isFoundAndOneOfSeveralIsNamed)
                       "$panelsim tell unplug 2> several; echo $? >> several\n"
                       "$panelsim tell --list > list; echo $? >> list\n"
                       "touch end; wait\n"
+                      "sed -i \"s/simulation $one: .*panelsim run .*/the first/\" $output\n"
                       "ls panelsim other >> $output 2>&1\n"),
         2);
     EXPECT_EQ(output(), "panelsim: no simulation is running that has its socket in " + fileName("") +
                             "/panelsim; --to names another\n125\n"
-                            "0\n"
-                            "0\n"
+                            "panelsim: telling the first\n0\n"
+                            "panelsim: telling the first\n0\n"
                             "panelsim: panel 0: is plugged already\n1\n"
                             "ls: cannot access 'other': No such file or directory\n"
                             "panelsim:\n");

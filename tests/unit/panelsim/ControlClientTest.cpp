@@ -66,7 +66,7 @@ TEST_F(ControlClientTest, command_isCarriedOutWhenItReturns)
     }
     ControlClient client(path(), 50ms);
     EXPECT_EQ(failureOf([&client] { client.tell("plug"); }),
-              "no answer in 50 ms; the command may still be carried out");
+              "no answer in 0.05s; the command may still be carried out");
 }
 
 TEST_F(ControlClientTest, nobodyThere_isSaid)

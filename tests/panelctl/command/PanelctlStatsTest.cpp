@@ -133,7 +133,7 @@ TEST(PanelctlStats, malformedPackets_areCounted)
     EXPECT_EQ(panel["place"], "1-1");
     EXPECT_EQ(panel["failure"], nullptr);
     EXPECT_GE(panel["time"].get<double>(), 7);
-    EXPECT_GE(panel["sinceArrival"].get<double>(), 7); // it was there before
+    EXPECT_GE(panel["sinceArrival"].get<double>(), 5); // it was there before, but is noticed after that
     EXPECT_EQ(panel["timesToTaken"].size(), 36u);
     EXPECT_EQ(panel["received"]["buffers"], 5);
     EXPECT_EQ(panel["received"]["bytes"], 12 + 13 + 8 + 9 + 94);

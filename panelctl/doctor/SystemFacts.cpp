@@ -345,12 +345,14 @@ void SystemFacts::addHolders(DoctorFacts& facts) const
     for (const std::string& process : listFolder(m_places.proc)) {
         if (!isNumber(process) || process == own)
             continue;
-        const std::string folder = m_places.proc + "/" + process;
+        const std::string folder = m_places.proc + "/" + process + "/fd";
         int error = 0;
         std::vector<FileIdentity> devices;
-        for (const std::string& file : listFolder(folder + "/fd", error))
-            if (isDeviceFile(folder + "/fd/" + file))
-                devices.emplace_back(folder + "/fd/" + file);
+        for (const std::string& file : listFolder(folder, error)) {
+            const std::string path = std::string(folder).append("/").append(file);
+            if (isDeviceFile(path))
+                devices.emplace_back(path);
+        }
         facts.hasHiddenProcesses = facts.hasHiddenProcesses || error == EACCES || error == EPERM;
         for (PanelFacts& panel : facts.panels)
             if (std::find(devices.begin(), devices.end(), FileIdentity(panel.node.path)) != devices.end())

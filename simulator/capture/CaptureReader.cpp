@@ -97,7 +97,8 @@ CapturedUrb parseFrame(const pcap_pkthdr& frame, const std::uint8_t* bytes, std:
 bool isCompressed(std::FILE* file)
 {
     std::rewind(file);
-    return std::fgetc(file) == 0x1F && std::fgetc(file) == 0x8B;
+    const int first = std::fgetc(file);
+    return first == 0x1F && std::fgetc(file) == 0x8B;
 }
 
 } // namespace

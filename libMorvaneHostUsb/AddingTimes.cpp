@@ -86,15 +86,4 @@ void AddingTimes::pack(const PacketType& type, std::uint64_t records) noexcept
     }
 }
 
-std::vector<AddingTimes::Mark>& AddingTimes::takePacket() noexcept
-{
-    forgetTime();
-    return m_packet;
-}
-
-void AddingTimes::dropPacket() noexcept
-{
-    takePacket().clear();
-}
-
 } // namespace Vantor

@@ -44,9 +44,13 @@ public:
     // So many records of the type are in the packet now; nothing was added since setTime.
     void pack(const PacketType& type, std::uint64_t records) noexcept;
 
-    // The records of the packet; it is empty then.
-    std::vector<Mark>& takePacket() noexcept;
-    void dropPacket() noexcept;
+    // The records of the packet, until it is dropped.
+    const std::vector<Mark>& getPacket() const { return m_packet; }
+    void dropPacket() noexcept
+    {
+        m_packet.clear();
+        forgetTime();
+    }
 
 private:
     static constexpr unsigned int usesOfATime = 64;

@@ -55,7 +55,7 @@ void PackerCounts::finishPacket(AddingTimes::Clock::time_point now, std::uint32_
     m_sent.slices += m_packet.slices;
     m_sent.pictureBytes += m_packet.pictureBytes;
     m_sent.pictures += m_packet.pictures;
-    for (const AddingTimes::Mark& mark : m_times.takePacket())
+    for (const AddingTimes::Mark& mark : m_times.getPacket())
         m_timesToTaken[placeOf(now - mark.time)] += mark.records;
     dropPacket();
 }

@@ -183,6 +183,7 @@ private:
 
     void assignIdentity(std::uint8_t bus, std::uint8_t port);
     bool claimInterface();
+    void countUnfinishedSend(const libusb_transfer& transfer, bool isEmpty);
     void countRead(const libusb_transfer& transfer, bool completed);
     void deliver(const libusb_transfer& transfer);
     static unsigned int receivedSize(const libusb_transfer& transfer);

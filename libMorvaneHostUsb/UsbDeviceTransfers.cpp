@@ -118,7 +118,6 @@ void UsbDevice::sendNextPacket()
 
 void UsbDevice::onSentMessage(libusb_transfer* transfer)
 {
-    const auto now = std::chrono::system_clock::now();
     bool goOn = false;
     {
         const std::lock_guard<std::mutex> lock(m_txMutex);
@@ -129,15 +128,9 @@ void UsbDevice::onSentMessage(libusb_transfer* transfer)
             const auto taken = static_cast<std::uint32_t>(transfer->actual_length);
             addToCounter(m_sentBytes, taken);
             // A packet taken only in part is cleared all the same.
-            m_packer.finishPacket(now, taken);
+            m_packer.finishPacket(std::chrono::system_clock::now(), taken);
         } else {
-            const bool isEmpty = m_transferTxInProgress && completed;
-            m_counters->change([&](DeviceStatistics& statistics) {
-                if (isEmpty)
-                    ++statistics.sent.emptySends;
-                else
-                    countFailure(statistics.sent.failures, *transfer);
-            });
+            countUnfinishedSend(*transfer, m_transferTxInProgress && completed);
         }
         handleTxStatus(transfer);
         m_transferTxInProgress = false;
@@ -145,6 +138,17 @@ void UsbDevice::onSentMessage(libusb_transfer* transfer)
     }
     if (goOn && m_packer.hasMoreData())
         sendNextPacket();
+}
+
+// Its packet is sent again.
+void UsbDevice::countUnfinishedSend(const libusb_transfer& transfer, bool isEmpty)
+{
+    m_counters->change([&transfer, isEmpty](DeviceStatistics& statistics) {
+        if (isEmpty)
+            ++statistics.sent.emptySends;
+        else
+            countFailure(statistics.sent.failures, transfer);
+    });
 }
 
 void UsbDevice::recvNextPacket()

@@ -6,9 +6,13 @@ function(morvane_runnable result target)
     return()
   endif()
   set(script ${CMAKE_BINARY_DIR}/emulated/${target})
-  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
-  file(GENERATE OUTPUT ${script}
-    CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${target}> \"$@\"\n"
-    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+  get_target_property(isWritten ${target} MORVANE_EMULATED)
+  if(NOT isWritten)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    file(GENERATE OUTPUT ${script}
+      CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${target}> \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set_target_properties(${target} PROPERTIES MORVANE_EMULATED ON)
+  endif()
   set(${result} ${script} PARENT_SCOPE)
 endfunction()

@@ -27,6 +27,7 @@ set(morvaneLibraryHeaders
   libMorvaneHostUsb/DeviceStatistics.h
   libMorvaneHostUsb/Export.h
   libMorvaneHostUsb/LcdHelper.h
+  libMorvaneHostUsb/LcdPicture.h
   libMorvaneHostUsb/Log.h
   libMorvaneHostUsb/ManagerStatistics.h
   libMorvaneHostUsb/PacketQueue.h
@@ -35,4 +36,5 @@ set(morvaneLibraryHeaders
   libMorvaneHostUsb/UsbDevice.h
   libMorvaneHostUsb/UsbManager.h
   libMorvaneHostUsb/UsbMessage.h
+  libMorvaneHostUsb/Version.h
 )

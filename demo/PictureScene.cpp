@@ -3,7 +3,6 @@
 #include "demo/DemoFormat.h"
 #include "demo/DemoPictures.h"
 #include "panelctl/command/Drawing.h"
-#include "panelctl/picture/PictureLayers.h"
 #include "panelctl/session/Session.h"
 #include "panelctl/terminal/Output.h"
 
@@ -14,7 +13,7 @@ namespace Vantor::PictureScene {
 namespace {
 
 using Clock = Session::Clock;
-using Form = PictureLayers::Form;
+using Form = LcdPicture::Form;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr std::chrono::seconds limit{5}; // for each picture
@@ -40,11 +39,17 @@ std::string nameLcd(const Panel& panel, std::uint16_t lcd)
     return panel.getUidText() + " LCD " + std::to_string(lcd);
 }
 
-void append(std::vector<ClientLcdBitmap>& layers, GreyPicture picture, LcdHelper::DitherType type,
-            const PictureLayers::Place& place, Form form)
+struct Place {
+    std::uint16_t lcd;
+    unsigned int x;
+    unsigned int y;
+};
+
+void append(std::vector<ClientLcdBitmap>& layers, GreyPicture picture, LcdHelper::DitherType type, const Place& place,
+            Form form)
 {
     picture.dither(type, 128);
-    for (const ClientLcdBitmap& layer : PictureLayers::make(picture, place, form))
+    for (const ClientLcdBitmap& layer : picture.makeLayers(place.lcd, place.x, place.y, form))
         layers.push_back(layer);
 }
 

@@ -1,88 +1,58 @@
 // Draws one picture on two LCDs of the first panel, as packed pixels and as run-length
-// words: a dithered grey gradient with dark blocks on it, and a label on top.
+// words: a dithered grey gradient, and bars and a label that lie on top.
 
-#include "libMorvaneHostUsb/LcdHelper.h"
+#include "libMorvaneHostUsb/LcdPicture.h"
 #include "libMorvaneHostUsb/Log.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 
-#include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <vector>
 
 using namespace Vantor;
 
 namespace {
 
-constexpr std::size_t width = TransLcdBitmap::width;
-constexpr std::size_t height = TransLcdBitmap::height;
-constexpr int mid = 128;
+constexpr unsigned int width = 144;
+constexpr unsigned int height = 168;
 
 // From black at the top to white at the bottom.
 std::vector<unsigned char> makeGradient()
 {
     std::vector<unsigned char> grey;
-    for (std::size_t row = 0; row < height; ++row)
+    for (unsigned int row = 0; row < height; ++row)
         grey.insert(grey.end(), width, static_cast<unsigned char>(255 * row / (height - 1)));
     return grey;
 }
 
-// One bit a pixel: the dithered gradient, and three bars where lines of text would stand.
-TransLcdBitmap makePicture()
+void draw(PriorityPacker& packer, const LcdPicture& picture, std::uint16_t lcd, unsigned int x, unsigned int y)
 {
-    std::vector<unsigned char> grey = makeGradient();
-    LcdHelper::ditherImage(grey.data(), width, height, LcdHelper::FloydSteinberg, mid);
-    TransLcdBitmap picture{};
-    LcdHelper::compositeToLcd(&picture, grey.data(), width, height, 0, 0, mid);
-    const std::vector<unsigned char> bar(800, 0); // 100 × 8
-    for (const int row : {100, 116, 132})
-        LcdHelper::compositeToLcd(&picture, bar.data(), 100, 8, 16, row, mid);
-    return picture;
+    for (const ClientLcdBitmap& layer : picture.makeLayers(lcd, x, y))
+        packer.drawBitmapData(layer);
 }
 
-// TransLcdBitmap keeps its pixels as a layer does: rows of 144 bits, which are whole bytes.
-ClientLcdBitmap makeRawLayer(const TransLcdBitmap& picture)
+void drawAll(PriorityPacker& packer)
 {
-    ClientLcdBitmap layer(width, height, 1);
-    std::memcpy(layer.data(), picture.data, sizeof picture.data);
-    return layer;
-}
-
-// The same as a picture of one value a pixel. A layer's buffer is made for packed pixels,
-// and run-length words need more: at worst one for each pixel and each row.
-ClientLcdBitmap makeEncodedLayer(const TransLcdBitmap& picture)
-{
-    std::vector<unsigned int> pixels;
-    for (std::size_t i = 0; i < width * height; ++i)
-        pixels.push_back(picture.data[i / 8] >> (7 - i % 8) & 1);
-    ClientLcdBitmap layer(width, height, 1);
-    layer.buffer.resize(4 * (width + 1) * height);
-    PriorityPacker::compressImage(pixels.data(), width, height, 0, 0, layer);
-    layer.encoded = 1;
-    return layer;
-}
-
-void draw(PriorityPacker& packer)
-{
-    const TransLcdBitmap picture = makePicture();
+    const std::vector<unsigned char> grey = makeGradient();
+    const std::vector<unsigned char> black(800, 0);
     // lcd.md shows the lines from here
-    ClientLcdBitmap raw = makeRawLayer(picture);
-    raw.lcd = 0;
-    ClientLcdBitmap encoded = makeEncodedLayer(picture);
-    encoded.lcd = 1;
-    ClientLcdBitmap label(48, 12, 1); // white
+    LcdPicture gradient(grey.data(), width, height, BitmapImage::Gray8);
+    LcdPicture bar(black.data(), 100, 8, BitmapImage::Gray8);
+    bar.dither = LcdHelper::Threshold; // a drawing
+    ClientLcdBitmap label(48, 12, 1);  // white
     label.x = 48;
     label.y = 20;
 
-    // Held back until both layers are there, so that no half picture shows.
+    // Held back until all layers are there, so that no half picture shows.
     packer.lockLcd(0);
-    packer.drawBitmapData(raw);
+    draw(packer, gradient, 0, 0, 0); // each of the layers that makeLayers(lcd, x, y) returns
+    for (const unsigned int row : {100U, 116U, 132U})
+        draw(packer, bar, 0, 16, row);
     packer.drawBitmapData(label);
     packer.unlockLcd(0);
-    packer.drawBitmapData(encoded);
+
+    gradient.form = LcdPicture::Form::RunLength;
+    draw(packer, gradient, 1, 0, 0);
     // to here.
-    std::printf("LCD 0: %zu bytes of pixels and a label, LCD 1: %u bytes of run-length words\n", raw.size(),
-                encoded.encodedSize);
 }
 
 } // namespace
@@ -96,7 +66,7 @@ int main()
     bool isTaken = false;
     if (!panels.empty()) {
         PriorityPacker& packer = panels.front()->getPacker();
-        draw(packer);
+        drawAll(packer);
         panels.front()->sync(5); // some seconds at most
         isTaken = !packer.hasMoreData();
     }

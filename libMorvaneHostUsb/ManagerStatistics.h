@@ -19,6 +19,10 @@ struct ManagerStatistics {
     std::uint64_t dead = 0;           // found dead by the registry check, though the panel had not left
     std::uint64_t stray = 0;          // taken up by the registry check: nobody had announced them
     std::uint64_t waitingBuffers = 0; // received and not yet given to the parser; all panels', now
+
+    // Passes of the worker: one in 1.05 s at the least, unless something makes it wait: a callback
+    // or log sink that blocks, or devices whose transfers do not come back, for up to 1.25 s each.
+    std::uint64_t passes = 0;
 };
 
 } // namespace Vantor

@@ -131,7 +131,7 @@ public:
     void finishPacket(std::chrono::system_clock::time_point now, std::uint32_t taken);
 
     // Device link. Its own counts and the device's, of one instant.
-    DeviceStatistics readStatistics(const DeviceCounters& counters) const;
+    MORVANE_LOCAL DeviceStatistics readStatistics(const DeviceCounters& counters) const;
 
     // For PacketQueue, which calls it with m_dataMutex held. 0: the record was not taken.
     std::size_t _addStructData(const PacketType& type, const std::vector<unsigned char>& data);
@@ -143,12 +143,13 @@ public:
     bool _hasMoreData() const MORVANE_REQUIRES(m_dataMutex);
 
 private:
-    PacketQueue& _queueOf(const PacketType& type) MORVANE_REQUIRES(m_dataMutex);
-    void _drawBitmapData(const ClientLcdBitmap& bitmap);
-    unsigned int _fillPacket() MORVANE_REQUIRES(m_dataMutex);
-    unsigned int _packLcdSlices(unsigned int count) MORVANE_REQUIRES(m_dataMutex);
-    bool _packSlice(ClientLcdBitmapData& lcd) MORVANE_REQUIRES(m_dataMutex);
-    void _appendSlice(const ClientLcdBitmap& bitmap, PacketType type, unsigned int rows, std::size_t size);
+    MORVANE_LOCAL PacketQueue& _queueOf(const PacketType& type) MORVANE_REQUIRES(m_dataMutex);
+    MORVANE_LOCAL void _drawBitmapData(const ClientLcdBitmap& bitmap);
+    MORVANE_LOCAL unsigned int _fillPacket() MORVANE_REQUIRES(m_dataMutex);
+    MORVANE_LOCAL unsigned int _packLcdSlices(unsigned int count) MORVANE_REQUIRES(m_dataMutex);
+    MORVANE_LOCAL bool _packSlice(ClientLcdBitmapData& lcd) MORVANE_REQUIRES(m_dataMutex);
+    MORVANE_LOCAL void _appendSlice(const ClientLcdBitmap& bitmap, PacketType type, unsigned int rows,
+                                    std::size_t size);
 
     PacketQueue m_highPriorityQueue MORVANE_GUARDED_BY(m_dataMutex);
     PacketQueue m_normalQueue MORVANE_GUARDED_BY(m_dataMutex);

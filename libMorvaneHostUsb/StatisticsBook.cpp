@@ -101,6 +101,9 @@ void StatisticsBook::count(Event event, std::uint64_t times)
     case Event::Stray:
         m_past.stray += times;
         break;
+    case Event::Pass:
+        m_past.passes += times;
+        break;
     }
 }
 

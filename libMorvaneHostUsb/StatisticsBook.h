@@ -21,7 +21,7 @@ class UsbMessageQueue;
 class StatisticsBook {
 public:
     // What is counted here itself.
-    enum class Event { Arrival, Departure, Dead, Stray };
+    enum class Event { Arrival, Departure, Dead, Stray, Pass };
     void count(Event event, std::uint64_t times = 1);
 
     // Whose messages wait; null for none.

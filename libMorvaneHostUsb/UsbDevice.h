@@ -88,9 +88,10 @@ public:
     // both whole, then returns; the upgrade goes on from the library's threads, and
     // isUpdating tells when it has ended; it never does for a panel that stops
     // answering or leaves, nor for one whose packet limit is below 4,120 bytes. That it
-    // has ended means that every chunk counts as acknowledged, not what the panel holds;
-    // see docs/limits.md. A path that is no regular file or can't be read whole counts as
-    // empty: that MCU is left alone. Refused, with a log line, while an upgrade runs.
+    // has ended means that every chunk counts as acknowledged, not what the panel holds: a
+    // reply that is repeated or comes late may count for a chunk that never arrived. A path
+    // that is no regular file or can't be read whole counts as empty: that MCU is left
+    // alone. Refused, with a log line, while an upgrade runs.
     //
     // `callback` runs on the caller's thread once, then on the receive thread for every
     // chunk that is acknowledged, with the device's firmware mutex held. It may use the
@@ -137,7 +138,7 @@ public:
     void end(DeviceFailure::Operation operation, int code);
 
     // Its counts go into the book, from now on to its end.
-    void enterStatistics(const std::shared_ptr<StatisticsBook>& book);
+    MORVANE_LOCAL void enterStatistics(const std::shared_ptr<StatisticsBook>& book);
 
     // Takes the transfers of a dead device back from libusb: a send of a device that
     // was alive gets up to 250 ms to complete, then both are cancelled until they have
@@ -181,29 +182,32 @@ private:
     static std::set<unsigned int>& s_usedIds MORVANE_GUARDED_BY(s_idMutex);
     static std::mutex s_idMutex;
 
-    void assignIdentity(std::uint8_t bus, std::uint8_t port);
-    bool claimInterface();
-    void countUnfinishedSend(const libusb_transfer& transfer, bool isEmpty);
-    void countRead(const libusb_transfer& transfer, bool completed);
-    void deliver(const libusb_transfer& transfer);
-    static unsigned int receivedSize(const libusb_transfer& transfer);
-    void requestDeviceInfo(const std::chrono::system_clock::time_point& now);
-    void cancelTransfers();
-    void checkTxWatchdog(const std::chrono::system_clock::time_point& now);
-    void checkRxWatchdog(const std::chrono::system_clock::time_point& now);
-    void handleStatus(const char* direction, int status);
-    void handleSubmitError(const char* direction, DeviceFailure::Operation operation, int error);
+    MORVANE_LOCAL void assignIdentity(std::uint8_t bus, std::uint8_t port);
+    MORVANE_LOCAL bool claimInterface();
+    MORVANE_LOCAL void countUnfinishedSend(const libusb_transfer& transfer, bool isEmpty);
+    MORVANE_LOCAL void countRead(const libusb_transfer& transfer, bool completed);
+    MORVANE_LOCAL void deliver(const libusb_transfer& transfer);
+    MORVANE_LOCAL static unsigned int receivedSize(const libusb_transfer& transfer);
+    MORVANE_LOCAL void requestDeviceInfo(const std::chrono::system_clock::time_point& now);
+    MORVANE_LOCAL void cancelTransfers();
+    MORVANE_LOCAL void checkTxWatchdog(const std::chrono::system_clock::time_point& now);
+    MORVANE_LOCAL void checkRxWatchdog(const std::chrono::system_clock::time_point& now);
+    MORVANE_LOCAL void handleStatus(const char* direction, int status);
+    MORVANE_LOCAL void handleSubmitError(const char* direction, DeviceFailure::Operation operation, int error);
 
-    void pollFirmware();
-    void announceFirmware(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
-    void sendMainChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
-    void sendServoChunk(const std::chrono::system_clock::time_point& now) MORVANE_REQUIRES(m_firmwareMutex);
-    void finishFirmwareUpgrade() MORVANE_REQUIRES(m_firmwareMutex);
-    void fillFirmwareChunk(FirmwareData::Board board, const std::vector<unsigned char>& image, std::uint32_t offset)
+    MORVANE_LOCAL void pollFirmware();
+    MORVANE_LOCAL void announceFirmware(const std::chrono::system_clock::time_point& now)
         MORVANE_REQUIRES(m_firmwareMutex);
-    void acknowledgeChunk(const FirmwareUpgradeCommand& command) MORVANE_REQUIRES(m_firmwareMutex);
-    void stepAfterReply() MORVANE_REQUIRES(m_firmwareMutex);
-    void reportProgress() MORVANE_REQUIRES(m_firmwareMutex);
+    MORVANE_LOCAL void sendMainChunk(const std::chrono::system_clock::time_point& now)
+        MORVANE_REQUIRES(m_firmwareMutex);
+    MORVANE_LOCAL void sendServoChunk(const std::chrono::system_clock::time_point& now)
+        MORVANE_REQUIRES(m_firmwareMutex);
+    MORVANE_LOCAL void finishFirmwareUpgrade() MORVANE_REQUIRES(m_firmwareMutex);
+    MORVANE_LOCAL void fillFirmwareChunk(FirmwareData::Board board, const std::vector<unsigned char>& image,
+                                         std::uint32_t offset) MORVANE_REQUIRES(m_firmwareMutex);
+    MORVANE_LOCAL void acknowledgeChunk(const FirmwareUpgradeCommand& command) MORVANE_REQUIRES(m_firmwareMutex);
+    MORVANE_LOCAL void stepAfterReply() MORVANE_REQUIRES(m_firmwareMutex);
+    MORVANE_LOCAL void reportProgress() MORVANE_REQUIRES(m_firmwareMutex);
 
     PriorityPacker m_packer; // synchronises itself
 

@@ -4,6 +4,7 @@
 #include "libMorvaneHostUsb/LogOutput.h"
 #include "libMorvaneHostUsb/StatisticsBook.h"
 #include "libMorvaneHostUsb/UsbMessageQueue.h"
+#include "libMorvaneHostUsb/Version.h"
 #include "wire/PanelLink.h"
 
 #include <algorithm>
@@ -201,22 +202,22 @@ void UsbManager::unregisterObserver(Observer* /*observer*/)
 
 std::string UsbManager::getVersion()
 {
-    return "1.2.1+";
+    return MORVANE_VERSION_STRING "+";
 }
 
 int UsbManager::getVersionMajor()
 {
-    return 1;
+    return MORVANE_VERSION_MAJOR;
 }
 
 int UsbManager::getVersionMinor()
 {
-    return 2;
+    return MORVANE_VERSION_MINOR;
 }
 
 int UsbManager::getVersionPatch()
 {
-    return 1;
+    return MORVANE_VERSION_PATCH;
 }
 
 ManagerStatistics UsbManager::getStatistics() const

@@ -103,6 +103,7 @@ public:
     // on that thread; a call under way on another may still run.
     void unregisterObserver(Observer* observer);
 
+    // Of the library that runs; Version.h has that of the headers.
     static std::string getVersion(); // "1.2.1+"
     static int getVersionMajor();
     static int getVersionMinor();
@@ -151,23 +152,23 @@ private:
         libusb_hotplug_callback_handle arrived;
         libusb_hotplug_callback_handle left;
     };
-    HotplugHandles registerHotplug(std::uint16_t vendorId);
-    void deregisterHotplug(const HotplugHandles& handles);
-    void undoInitialise(const HotplugHandles& development);
-    static bool isPanel(const libusb_device_descriptor& descriptor);
-    std::shared_ptr<UsbDevice> makeDevice(libusb_device* device) const;
-    void addDevice(libusb_device* device);
-    void removeDevice(libusb_device* device);
-    void enterDevice(const std::shared_ptr<UsbDevice>& device) MORVANE_REQUIRES(m_mutex);
-    void forgetId(const UsbDevice& device) MORVANE_REQUIRES(m_mutex);
-    std::shared_ptr<UsbDevice> findDevice(const libusb_device* device) const MORVANE_REQUIRES(m_mutex);
-    std::shared_ptr<UsbDevice> deviceOfTransfer(const libusb_transfer& transfer, const char* operation);
+    MORVANE_LOCAL HotplugHandles registerHotplug(std::uint16_t vendorId);
+    MORVANE_LOCAL void deregisterHotplug(const HotplugHandles& handles);
+    MORVANE_LOCAL void undoInitialise(const HotplugHandles& development);
+    MORVANE_LOCAL static bool isPanel(const libusb_device_descriptor& descriptor);
+    MORVANE_LOCAL std::shared_ptr<UsbDevice> makeDevice(libusb_device* device) const;
+    MORVANE_LOCAL void addDevice(libusb_device* device);
+    MORVANE_LOCAL void removeDevice(libusb_device* device);
+    MORVANE_LOCAL void enterDevice(const std::shared_ptr<UsbDevice>& device) MORVANE_REQUIRES(m_mutex);
+    MORVANE_LOCAL void forgetId(const UsbDevice& device) MORVANE_REQUIRES(m_mutex);
+    MORVANE_LOCAL std::shared_ptr<UsbDevice> findDevice(const libusb_device* device) const MORVANE_REQUIRES(m_mutex);
+    MORVANE_LOCAL std::shared_ptr<UsbDevice> deviceOfTransfer(const libusb_transfer& transfer, const char* operation);
 
     struct WorkerRun;
-    void runWorkerPass(WorkerRun& run);
-    void pollDevices(WorkerRun& run);
-    Devices retire(const Devices& batch) MORVANE_REQUIRES(m_mutex);
-    void announce(const Devices& retired, const Devices& arrived) const;
+    MORVANE_LOCAL void runWorkerPass(WorkerRun& run);
+    MORVANE_LOCAL void pollDevices(WorkerRun& run);
+    MORVANE_LOCAL Devices retire(const Devices& batch) MORVANE_REQUIRES(m_mutex);
+    MORVANE_LOCAL void announce(const Devices& retired, const Devices& arrived) const;
 
     // The observer is read anew for each call: one that has unregistered itself gets no
     // further one.
@@ -178,14 +179,14 @@ private:
             call(*observer);
     }
 
-    void checkRegistry(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
-    void retireDeadDevices(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
-    void takeInStrayDevices(const std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
-    void dispatch(UsbMessage& message);
+    MORVANE_LOCAL void checkRegistry(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
+    MORVANE_LOCAL void retireDeadDevices(std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
+    MORVANE_LOCAL void takeInStrayDevices(const std::set<libusb_device*>& known) MORVANE_REQUIRES(m_mutex);
+    MORVANE_LOCAL void dispatch(UsbMessage& message);
 
     static std::unique_ptr<UsbManager> s_usbManager MORVANE_GUARDED_BY(s_usbManagerMutex);
     static std::mutex s_usbManagerMutex;
-    static std::atomic<UsbManager*> s_instance; // s_usbManager's, for the other threads
+    MORVANE_LOCAL static std::atomic<UsbManager*> s_instance; // s_usbManager's, for the other threads
 
     PackedPacketParser m_parser; // the receive thread alone
     libusb_context* m_context;   // constant after construction

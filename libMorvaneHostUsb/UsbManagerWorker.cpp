@@ -69,6 +69,7 @@ void UsbManager::runWorkerPass(WorkerRun& run)
     }
     announce(retired, arrived);
     pollDevices(run);
+    m_statistics->count(StatisticsBook::Event::Pass);
 }
 
 void UsbManager::pollDevices(WorkerRun& run)

@@ -11,6 +11,7 @@
 #include "panelctl/doctor/DoctorCommand.h"
 #include "panelctl/doctor/PanelRule.h"
 #include "panelctl/flash/FlashCommand.h"
+#include "panelctl/picture/DitherNames.h"
 #include "panelctl/session/PacketNames.h"
 #include "panelctl/session/UsbIds.h"
 #include "panelctl/terminal/Failure.h"
@@ -21,7 +22,6 @@
 #include <filesystem>
 #include <functional>
 #include <limits>
-#include <map>
 #include <set>
 #include <sstream>
 
@@ -134,7 +134,7 @@ constexpr double defaultPatience = 30; // of flash, for progress
 
 std::string describeVersion()
 {
-    return "panelctl " PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion() + "\npanels " +
+    return "panelctl " MORVANE_PANELCTL_VERSION "\nlibMorvaneHostUsb " + UsbManager::getVersion() + "\npanels " +
            UsbIds::join(UsbIds::list(), ", ");
 }
 
@@ -238,6 +238,7 @@ class Parser {
 public:
     Parser();
     CommandLine parse(int argc, char** argv);
+    const CLI::App& getApp() const { return m_app; }
 
 private:
     void addList();
@@ -476,22 +477,16 @@ void Parser::addDoctor()
     command->set_version_flag(
         "--rule", [] { return withoutLastNewline(PanelRule::text); },
         "Print the udev rule that belongs to this build,\nand look at nothing");
-    command->footer(doctorFooter + explainAilments() + moreHelp);
+    command->footer(doctorFooter + explainAilments() + "\n" + moreHelp);
 }
 
 void Parser::addDithering(CLI::App& command)
 {
-    static const std::map<std::string, LcdHelper::DitherType> types{{"threshold", LcdHelper::Threshold},
-                                                                    {"atkinson", LcdHelper::Atkinson},
-                                                                    {"floyd-steinberg", LcdHelper::FloydSteinberg},
-                                                                    {"stucki", LcdHelper::Stucki}};
-    addParsed(command, "--dither", "threshold, atkinson, floyd-steinberg or stucki\n(default)",
-              "threshold, atkinson, floyd-steinberg or stucki",
+    addParsed(command, "--dither", DitherNames::listAll() + "\n(default)", DitherNames::listAll(),
               [this](const std::string& name) {
-                  const auto type = types.find(name);
-                  if (type != types.end())
-                      m_draw.dither = type->second;
-                  return type != types.end();
+                  const std::optional<LcdHelper::DitherType> type = DitherNames::parse(name);
+                  m_draw.dither = type.value_or(m_draw.dither);
+                  return type.has_value();
               })
         ->option_text("HOW");
     command.add_option("--threshold", m_draw.threshold, "Darker pixels become black (default 128)")
@@ -627,6 +622,11 @@ Output::Form CommandLine::formOf(int argc, char** argv)
 CommandLine CommandLine::parse(int argc, char** argv)
 {
     return Parser().parse(argc, argv);
+}
+
+void CommandLine::show(const std::function<void(const CLI::App&)>& look)
+{
+    look(Parser().getApp());
 }
 
 } // namespace Vantor

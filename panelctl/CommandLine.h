@@ -3,8 +3,13 @@
 #include "panelctl/command/Command.h"
 #include "panelctl/terminal/Output.h"
 
+#include <functional>
 #include <memory>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 namespace Vantor {
 
@@ -19,6 +24,9 @@ struct CommandLine {
 
     // Throws Failure (usage).
     static CommandLine parse(int argc, char** argv);
+
+    // The definitions themselves, for what else is made of them.
+    static void show(const std::function<void(const CLI::App&)>& look);
 };
 
 } // namespace Vantor

@@ -18,12 +18,7 @@ namespace {
 // A slice's top row is one byte, and wraps.
 constexpr unsigned int lcdRows = 256;
 
-PictureLayers::Place placeOf(const DrawCommand::Options& options)
-{
-    return {options.lcd, options.x, options.y};
-}
-
-std::vector<ClientLcdBitmap> makeLayers(const DrawCommand::Options& options, PictureLayers::Form form)
+std::vector<ClientLcdBitmap> makeLayers(const DrawCommand::Options& options)
 {
     if (options.y + options.height > lcdRows)
         throw Failure(ExitCode::Usage, "draw: " + std::to_string(options.height) + " rows from row " +
@@ -37,15 +32,16 @@ std::vector<ClientLcdBitmap> makeLayers(const DrawCommand::Options& options, Pic
     // Before it gets its margins: white that takes errors on wraps and turns black.
     picture.dither(options.dither, options.threshold);
     const std::uint8_t margin = options.invert ? GreyPicture::black : GreyPicture::white;
-    return PictureLayers::make(picture.centredOn(options.width, options.height, margin), placeOf(options), form);
+    return picture.centredOn(options.width, options.height, margin)
+        .makeLayers(options.lcd, options.x, options.y,
+                    options.encoded ? LcdPicture::Form::RunLength : LcdPicture::Form::Raw);
 }
 
 class DrawnReport final : public Report {
 public:
-    DrawnReport(const DrawCommand::Options& options, PictureLayers::Form form, const Panel& panel,
-                const PacketForecast& forecast, std::chrono::nanoseconds time)
-        : m_options(options), m_isRaw(form == PictureLayers::Form::Raw), m_panel(panel), m_forecast(forecast),
-          m_time(time)
+    DrawnReport(const DrawCommand::Options& options, bool isRaw, const Panel& panel, const PacketForecast& forecast,
+                std::chrono::nanoseconds time)
+        : m_options(options), m_isRaw(isRaw), m_panel(panel), m_forecast(forecast), m_time(time)
     {}
 
     std::string asText() const override
@@ -85,10 +81,7 @@ private:
 } // namespace
 
 DrawCommand::DrawCommand(std::chrono::nanoseconds timeout, const Options& options)
-    : m_timeout(timeout), m_options(options),
-      m_form(PictureLayers::choose(options.encoded ? PictureLayers::Form::RunLength : PictureLayers::Form::Raw,
-                                   options.width, placeOf(options))),
-      m_layers(makeLayers(options, m_form))
+    : m_timeout(timeout), m_options(options), m_layers(makeLayers(options))
 {}
 
 void DrawCommand::run(Session& session, Output& output)
@@ -101,7 +94,8 @@ void DrawCommand::run(Session& session, Output& output)
     drawing.hold();
     drawing.release();
     drawing.await(session, m_timeout);
-    output.report(DrawnReport(m_options, m_form, panel, drawing.getForecast(), Session::Clock::now() - start));
+    output.report(DrawnReport(m_options, m_layers.front().encoded == 0, panel, drawing.getForecast(),
+                              Session::Clock::now() - start));
 }
 
 // Only a row of run-length words can be too long: of packed pixels it has 32 bytes at most.
@@ -111,7 +105,7 @@ void DrawCommand::refuseUnsendable(const Panel& panel, const Drawing& drawing) c
         return;
     throw Failure(ExitCode::Failed, FailureKind::tooLarge,
                   "the picture can't be sent to " + panel.getName() + " as run-length words: a row of it takes " +
-                      std::to_string(PictureLayers::getLongestRow(m_layers.front())) +
+                      std::to_string(PacketForecast::getLongestRow(m_layers.front())) +
                       " bytes, more than a slice holds under its packet limit of " +
                       std::to_string(panel.getPacketLimit()) + " bytes; it takes a limit of " +
                       std::to_string(PacketForecast::findNeededLimit(m_layers)) +

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ClientLcdBitmap.h"
+#include "libMorvaneHostUsb/LcdHelper.h"
 #include "panelctl/command/Command.h"
-#include "panelctl/picture/PictureLayers.h"
 
 #include <chrono>
 #include <cstdint>
@@ -40,7 +41,6 @@ private:
 
     std::chrono::nanoseconds m_timeout;
     Options m_options;
-    PictureLayers::Form m_form;
     std::vector<ClientLcdBitmap> m_layers;
 };
 

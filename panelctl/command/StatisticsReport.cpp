@@ -71,7 +71,7 @@ static_assert(sizeof(SendStatistics) == sizeOfCounts(12) + sizeof(TransferFailur
 static_assert(sizeof(ReceiveStatistics) == sizeOfCounts(8) + sizeof(TransferFailures));
 static_assert(sizeof(DeviceStatistics) == sizeof(SendStatistics) + sizeof(ReceiveStatistics) +
                                               sizeOfCounts(3 * 2 + 2 + DeviceStatistics::timePlaces));
-static_assert(sizeof(ManagerStatistics) == sizeof(DeviceStatistics) + sizeOfCounts(5));
+static_assert(sizeof(ManagerStatistics) == sizeof(DeviceStatistics) + sizeOfCounts(6));
 
 // Nothing where nothing is counted.
 std::string formatCell(const std::optional<std::uint64_t>& count)
@@ -249,7 +249,8 @@ JsonObject TotalStatisticsReport::asJson() const
         .add("departures", m_statistics.departures)
         .add("dead", m_statistics.dead)
         .add("stray", m_statistics.stray)
-        .add("waitingBuffers", m_statistics.waitingBuffers);
+        .add("waitingBuffers", m_statistics.waitingBuffers)
+        .add("passes", m_statistics.passes); // for programs: people have nothing from it
     return object;
 }
 

@@ -14,7 +14,7 @@
 #include <optional>
 #include <string>
 
-#include <libusb.h>
+#include <libusb-1.0/libusb.h>
 
 namespace Vantor {
 

@@ -1,6 +1,7 @@
 #include "panelctl/picture/GreyPicture.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Vantor {
 
@@ -56,10 +57,9 @@ GreyPicture::GreyPicture(unsigned int width, unsigned int height, std::uint8_t s
     : m_width(width), m_height(height), m_pixels(std::size_t{width} * height, shade)
 {}
 
-std::uint8_t GreyPicture::toGrey(unsigned int red, unsigned int green, unsigned int blue)
-{
-    return static_cast<std::uint8_t>((299 * red + 587 * green + 114 * blue + 500) / 1000);
-}
+GreyPicture::GreyPicture(unsigned int width, unsigned int height, std::vector<std::uint8_t> pixels)
+    : m_width(width), m_height(height), m_pixels(std::move(pixels))
+{}
 
 GreyPicture GreyPicture::scaledInto(unsigned int width, unsigned int height) const
 {
@@ -94,6 +94,15 @@ void GreyPicture::invert()
 void GreyPicture::dither(LcdHelper::DitherType type, int threshold)
 {
     LcdHelper::ditherImage(m_pixels.data(), static_cast<int>(m_width), static_cast<int>(m_height), type, threshold);
+}
+
+std::vector<ClientLcdBitmap> GreyPicture::makeLayers(std::uint16_t lcd, unsigned int x, unsigned int y,
+                                                     LcdPicture::Form form) const
+{
+    LcdPicture picture(m_pixels.data(), m_width, m_height, BitmapImage::Gray8);
+    picture.dither = LcdHelper::Threshold;
+    picture.form = form;
+    return picture.makeLayers(lcd, x, y);
 }
 
 } // namespace Vantor

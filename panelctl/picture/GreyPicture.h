@@ -1,6 +1,6 @@
 #pragma once
 
-#include "libMorvaneHostUsb/LcdHelper.h"
+#include "libMorvaneHostUsb/LcdPicture.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -18,15 +18,15 @@ public:
     // All of one shade.
     GreyPicture(unsigned int width, unsigned int height, std::uint8_t shade = white);
 
+    // `pixels` has width × height of them.
+    GreyPicture(unsigned int width, unsigned int height, std::vector<std::uint8_t> pixels);
+
     unsigned int getWidth() const { return m_width; }
     unsigned int getHeight() const { return m_height; }
     const std::vector<std::uint8_t>& getPixels() const { return m_pixels; }
 
     std::uint8_t get(unsigned int x, unsigned int y) const { return m_pixels[index(x, y)]; }
     void set(unsigned int x, unsigned int y, std::uint8_t shade) { m_pixels[index(x, y)] = shade; }
-
-    // (299 R + 587 G + 114 B + 500) / 1000: a grey stays what it is.
-    static std::uint8_t toGrey(unsigned int red, unsigned int green, unsigned int blue);
 
     // As large as fits there without another aspect; nothing stays nothing. Every pixel is
     // the mean, rounded half up, of the area that it covers; at the same size that is the
@@ -40,6 +40,10 @@ public:
 
     // Leaves black and white only.
     void dither(LcdHelper::DitherType type, int threshold);
+
+    // Of a dithered picture.
+    std::vector<ClientLcdBitmap> makeLayers(std::uint16_t lcd, unsigned int x, unsigned int y,
+                                            LcdPicture::Form form) const;
 
 private:
     std::size_t index(unsigned int x, unsigned int y) const { return std::size_t{y} * m_width + x; }

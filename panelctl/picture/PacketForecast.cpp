@@ -2,8 +2,18 @@
 
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "wire/PanelLink.h"
+#include "wire/SliceHeader.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace Vantor {
+
+namespace {
+
+constexpr std::size_t wordSize = 4;
+
+} // namespace
 
 PacketForecast::PacketForecast(const DeviceInformation& panel, const std::vector<ClientLcdBitmap>& layers)
 {
@@ -31,6 +41,19 @@ unsigned int PacketForecast::findNeededLimit(const std::vector<ClientLcdBitmap>&
     while (!isEnough(limit))
         ++limit;
     return limit;
+}
+
+std::size_t PacketForecast::getLongestRow(const ClientLcdBitmap& encoded)
+{
+    std::size_t longest = 0;
+    std::size_t row = 0;
+    for (std::size_t offset = 0; offset < encoded.encodedSize; offset += wordSize) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, encoded.data() + offset, wordSize);
+        row = word == SliceHeader::rowMarker ? wordSize : row + wordSize;
+        longest = std::max(longest, row);
+    }
+    return longest;
 }
 
 } // namespace Vantor

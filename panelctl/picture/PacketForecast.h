@@ -21,6 +21,9 @@ public:
     // The least packet limit of a panel under which all of the layers leave; 0 when there is none.
     static unsigned int findNeededLimit(const std::vector<ClientLcdBitmap>& layers);
 
+    // Bytes of the longest row of run-length words.
+    static std::size_t getLongestRow(const ClientLcdBitmap& encoded);
+
     std::size_t getPackets() const { return m_ends.size(); }
     std::uint64_t getBytes() const { return m_ends.empty() ? 0 : m_ends.back(); }
 

@@ -1,5 +1,6 @@
 #include "panelctl/picture/PngReader.h"
 
+#include "libMorvaneHostUsb/LcdPicture.h"
 #include "panelctl/terminal/Failure.h"
 #include "panelctl/terminal/Wording.h"
 
@@ -136,13 +137,6 @@ File openPng(const std::string& path)
     return file;
 }
 
-std::uint8_t onWhite(const std::uint8_t* pixel)
-{
-    const unsigned int alpha = pixel[3];
-    const auto blend = [alpha](unsigned int sample) { return (sample * alpha + 255 * (255 - alpha) + 127) / 255; };
-    return GreyPicture::toGrey(blend(pixel[0]), blend(pixel[1]), blend(pixel[2]));
-}
-
 } // namespace
 
 GreyPicture PngReader::read(const std::string& path)
@@ -150,12 +144,8 @@ GreyPicture PngReader::read(const std::string& path)
     const File file = openPng(path);
     Decoder decoder(path, file.get());
     const std::vector<std::uint8_t> pixels = decoder.readPixels();
-    GreyPicture picture(decoder.getWidth(), decoder.getHeight());
-    const std::uint8_t* pixel = pixels.data();
-    for (unsigned int y = 0; y < picture.getHeight(); ++y)
-        for (unsigned int x = 0; x < picture.getWidth(); ++x, pixel += sampleCount)
-            picture.set(x, y, onWhite(pixel));
-    return picture;
+    const LcdPicture picture(pixels.data(), decoder.getWidth(), decoder.getHeight(), BitmapImage::Rgba8888);
+    return {picture.width, picture.height, picture.toGrey()};
 }
 
 } // namespace Vantor

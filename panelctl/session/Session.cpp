@@ -12,7 +12,7 @@
 #include <ctime>
 #include <utility>
 
-#include <libusb.h>
+#include <libusb-1.0/libusb.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>

@@ -4,6 +4,7 @@
 #include "simulator/bus/QuantityText.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace Vantor {
 
@@ -26,12 +27,22 @@ std::string describeRecord(const PanelModel::Record& record)
 BusPanel::BusPanel(PanelRack& rack, unsigned int number)
     : m_rack(rack), m_number(number), m_model(rack.makeModel(number))
 {
-    if (rack.isLogged() || rack.isObserved())
-        m_model.setRecordObserver([this](const PanelModel::Record& record) {
+    BusWatcher* const watcher = rack.getWatcher();
+    if (rack.isLogged() || rack.isObserved() || watcher != nullptr)
+        m_model.setRecordObserver([this, watcher](const PanelModel::Record& record) {
             if (m_rack.isLogged())
                 log(describeRecord(record));
+            if (watcher != nullptr)
+                watcher->onRecord(m_number, record);
             m_rack.observe(m_number, record);
         });
+    if (watcher != nullptr) {
+        m_model.setDrawObserver(
+            [this, watcher](const PanelModel::Drawing& drawing) { watcher->onDrawn(m_number, drawing); });
+        m_model.setGivenObserver([this, watcher](PacketType type, const std::vector<std::uint8_t>& payload) {
+            watcher->onGiven(m_number, type, payload);
+        });
+    }
     rack.enter(*this);
 }
 
@@ -50,8 +61,11 @@ void BusPanel::settle()
 {
     handOn(m_model);
     const auto& violations = m_model.getViolations();
-    for (; m_loggedViolations < violations.size(); ++m_loggedViolations)
+    for (; m_loggedViolations < violations.size(); ++m_loggedViolations) {
         log("violation: " + violations[m_loggedViolations]);
+        if (BusWatcher* const watcher = m_rack.getWatcher())
+            watcher->onViolation(m_number, violations[m_loggedViolations]);
+    }
 }
 
 std::optional<std::chrono::nanoseconds> BusPanel::getNextTimeOfBus() const

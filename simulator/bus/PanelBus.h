@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulator/bus/BusScript.h"
+#include "simulator/bus/BusWatcher.h"
 #include "simulator/bus/LinkTap.h"
 #include "simulator/bus/PanelOrder.h"
 #include "simulator/panel/BootLoader.h"
@@ -35,6 +36,7 @@ public:
         std::shared_ptr<BusScript> script; // null: panels do as their models do
         // Every record of the host, before it is answered; one at a time.
         std::function<void(unsigned int panel, const PanelModel::Record& record)> observeRecord;
+        BusWatcher* watcher = nullptr; // null: nobody; must outlive the bus
     };
 
     PanelBus() = default;

@@ -77,10 +77,27 @@ PanelModel PanelRack::makeModel(unsigned int panel)
     return {std::move(options), m_clock, last != nullptr ? last->takeFlash() : BootLoader::Flash{}};
 }
 
+void PanelRack::enter(BusPanel& panel)
+{
+    m_panels.push_back(&panel);
+    if (m_options.watcher != nullptr)
+        m_options.watcher->onPlugged(panel.getNumber(), panel.getModel());
+}
+
+void PanelRack::tellUnplug(unsigned int panel) const
+{
+    log(panel, "unplug");
+    if (m_options.watcher != nullptr)
+        m_options.watcher->onUnplugged(panel);
+}
+
 void PanelRack::leave(BusPanel& panel)
 {
-    if (findLast(panel.getNumber()) == &panel) // nobody has it yet
+    if (findLast(panel.getNumber()) == &panel) { // nobody has it yet
         setFlash(panel.getNumber(), panel.takeFlash());
+        if (m_options.watcher != nullptr)
+            m_options.watcher->onUnplugged(panel.getNumber());
+    }
     m_panels.erase(std::find(m_panels.begin(), m_panels.end(), &panel));
 
     // Of all together no more lines than one panel has.
@@ -231,8 +248,13 @@ void PanelRack::attempt(unsigned int panel, const std::function<void()>& action)
 
 void PanelRack::logOrder(const PanelOrder& order) const
 {
-    if (isLogged() && !isBegun(order))
-        m_options.log("order: " + formatPanelOrder(order));
+    if ((!isLogged() && m_options.watcher == nullptr) || isBegun(order))
+        return;
+    const std::string line = formatPanelOrder(order);
+    if (isLogged())
+        m_options.log("order: " + line);
+    if (m_options.watcher != nullptr)
+        m_options.watcher->onOrder(line);
 }
 
 void PanelRack::observe(unsigned int panel, const PanelModel::Record& record) const

@@ -66,6 +66,7 @@ public:
 
     bool isObserved() const { return static_cast<bool>(m_options.observeRecord); }
     void observe(unsigned int panel, const PanelModel::Record& record) const;
+    BusWatcher* getWatcher() const { return m_options.watcher; }
     bool isLogged() const { return static_cast<bool>(m_options.log); }
     void log(unsigned int panel, const std::string& line) const;
     void complain(unsigned int panel, const std::string& line) const;
@@ -73,8 +74,11 @@ public:
     // For BusPanel. A model begins with the flash memory that was set for it, or else that
     // of the panel before it.
     PanelModel makeModel(unsigned int panel);
-    void enter(BusPanel& panel) { m_panels.push_back(&panel); }
+    void enter(BusPanel& panel);
     void leave(BusPanel& panel);
+
+    // A panel is on its way off the bus.
+    void tellUnplug(unsigned int panel) const;
 
     // For a panel that is being plugged in. Where nobody knows the address that the host
     // gives it, the link gets one on bus 1 that no panel had lately.

@@ -418,47 +418,45 @@ void PanelModel::takeBytes(const OutUrb& urb, std::size_t size)
     handle(m_decoder.endTransfer());
 }
 
-void PanelModel::handle(const WireDecoder::Result& result)
+void PanelModel::handle(WireDecoder::Result result)
 {
     for (const std::string& violation : result.violations)
         reportViolation(violation);
-    for (const WireDecoder::Packet& packet : result.packets) {
+    for (WireDecoder::Packet& packet : result.packets) {
         ++m_statistics.packetsReceived;
-        for (const WireDecoder::Record& record : packet.records) {
-            handleRecord(record);
+        for (WireDecoder::Record& record : packet.records) {
+            handleRecord(std::move(record));
             if (m_unplugged)
                 return;
         }
     }
 }
 
-void PanelModel::handleRecord(const WireDecoder::Record& record)
+void PanelModel::handleRecord(WireDecoder::Record record)
 {
     ++m_statistics.recordsReceived;
     ++m_statistics.recordsByType[record.type];
     if (record.type == PacketType::LcdSlice || record.type == PacketType::EncodedLcdSlice)
         drawSlice(record);
-    if (m_observer || m_options.keepRecords) {
-        Record received{record.type, record.payload, m_clock()};
-        // A copy: the observer may set another one.
-        const auto observer = m_observer;
-        if (observer)
-            observer(received);
-        if (m_options.keepRecords)
-            m_records.push_back(std::move(received));
-    }
+    const bool isTimed = m_observer || m_options.keepRecords;
+    Record received{record.type, std::move(record.payload), isTimed ? m_clock() : std::chrono::nanoseconds(0)};
+    // A copy: the observer may set another one.
+    if (const auto observer = m_observer)
+        observer(received);
     if (m_options.script)
-        m_options.script->onRecord(record.type, m_clock());
+        m_options.script->onRecord(received.type, m_clock());
     else
-        answerRecord(record);
+        answerRecord(received.type, received.payload);
+    if (m_options.keepRecords)
+        m_records.push_back(std::move(received));
 }
 
-void PanelModel::answerRecord(const WireDecoder::Record& record)
+void PanelModel::answerRecord(PacketType type, const std::vector<std::uint8_t>& payload)
 {
-    if (record.type == WireFormat::reqDeviceInfoType)
-        answerDeviceInfoRequest(record.payload);
+    if (type == WireFormat::reqDeviceInfoType)
+        answerDeviceInfoRequest(payload);
     // The observer may have pulled the panel.
-    if (!m_unplugged && !m_bootLoader.take(record.type, record.payload, m_clock()))
+    if (!m_unplugged && !m_bootLoader.take(type, payload, m_clock()))
         unplug();
 }
 
@@ -477,6 +475,8 @@ void PanelModel::drawSlice(const WireDecoder::Record& record)
         return;
     }
     screen->draw(slice.x, slice.y, slice.width, slice.pixels);
+    if (m_drawObserver)
+        m_drawObserver({record.type, slice, record.payload.size(), *screen});
 }
 
 // Null for an LCD that is one too many.
@@ -555,15 +555,17 @@ void PanelModel::give(const InUrb& urb, int status, std::vector<std::uint8_t> by
     const auto length = static_cast<std::uint32_t>(bytes.size());
     m_statistics.bytesSent += length;
     m_statistics.packetsSent += packets;
-    noteAnnouncement(bytes);
+    lookAtGiven(bytes);
     complete(urb.owner, urb.id, status, std::move(bytes), length);
 }
 
 // Reads what the host gets as the host does: device information may also be emitted by command.
-void PanelModel::noteAnnouncement(const std::vector<std::uint8_t>& given)
+void PanelModel::lookAtGiven(const std::vector<std::uint8_t>& given)
 {
     for (const WireDecoder::Packet& packet : WireDecoder::decode(given, 0).packets)
         for (const WireDecoder::Record& record : packet.records) {
+            if (m_givenObserver)
+                m_givenObserver(record.type, record.payload);
             DeviceInformation info{};
             if (record.type != PacketType::DeviceInformation || record.payload.size() != sizeof info)
                 continue;
@@ -637,6 +639,17 @@ void PanelModel::clearFaults()
 void PanelModel::setRecordObserver(std::function<void(const Record&)> observer)
 {
     m_observer = std::move(observer);
+}
+
+void PanelModel::setDrawObserver(std::function<void(const Drawing&)> observer)
+{
+    m_drawObserver = std::move(observer);
+}
+
+void PanelModel::setGivenObserver(
+    std::function<void(PacketType type, const std::vector<std::uint8_t>& payload)> observer)
+{
+    m_givenObserver = std::move(observer);
 }
 
 const BootLoader& PanelModel::getBootLoader() const

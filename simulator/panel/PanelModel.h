@@ -11,6 +11,7 @@
 #include "simulator/panel/PanelOutbox.h"
 #include "simulator/panel/PanelScreen.h"
 #include "simulator/panel/PanelScript.h"
+#include "simulator/panel/SliceDecoder.h"
 #include "simulator/panel/WireDecoder.h"
 #include "wire/PanelLink.h"
 #include "wire/RecordHeader.h"
@@ -85,6 +86,14 @@ public:
         std::uint64_t bytesSent = 0;
         std::uint64_t packetsSent = 0;
         std::map<PacketType, std::uint64_t> recordsByType;
+    };
+
+    // A slice that has been drawn.
+    struct Drawing {
+        PacketType type;
+        const SliceDecoder::Slice& slice;
+        std::size_t bytes; // of its record
+        const PanelScreen& screen;
     };
 
     // Throws std::invalid_argument for an LCD size that is not possible, and for flash
@@ -185,6 +194,15 @@ public:
     // It may emit and inject.
     void setRecordObserver(std::function<void(const Record&)> observer);
 
+    // Called for every slice that is drawn, before its record is observed. Must not come back in.
+    void setDrawObserver(std::function<void(const Drawing&)> observer);
+
+    // Called for every record of the packets that one read of the host has got whole. Must not
+    // come back in.
+    void setGivenObserver(std::function<void(PacketType type, const std::vector<std::uint8_t>& payload)> observer);
+
+    const Options& getOptions() const { return m_options; }
+
     // Firmware records are records like any others, and go to the boot loader after that.
     // Its flash and counts outlive unplug. takeFlash, for the panel's next life, leaves
     // nothing.
@@ -258,13 +276,13 @@ private:
     void perform(PanelScript::Answer answer);
     bool isAnswerable() const;
     void give(const InUrb& urb, int status, std::vector<std::uint8_t> bytes, std::uint32_t packets);
-    void noteAnnouncement(const std::vector<std::uint8_t>& given);
+    void lookAtGiven(const std::vector<std::uint8_t>& given);
 
-    void handle(const WireDecoder::Result& result);
-    void handleRecord(const WireDecoder::Record& record);
+    void handle(WireDecoder::Result result);
+    void handleRecord(WireDecoder::Record record);
     void drawSlice(const WireDecoder::Record& record);
     PanelScreen* findScreen(std::uint16_t lcd);
-    void answerRecord(const WireDecoder::Record& record);
+    void answerRecord(PacketType type, const std::vector<std::uint8_t>& payload);
     void answerDeviceInfoRequest(const std::vector<std::uint8_t>& payload);
     void reportViolation(const std::string& what);
 
@@ -288,6 +306,8 @@ private:
     PanelOutbox m_outbox;
     BootLoader m_bootLoader;
     std::function<void(const Record&)> m_observer;
+    std::function<void(const Drawing&)> m_drawObserver;
+    std::function<void(PacketType type, const std::vector<std::uint8_t>& payload)> m_givenObserver;
     std::vector<Record> m_records;
     Statistics m_statistics;
     std::map<std::uint16_t, PanelScreen> m_screens;

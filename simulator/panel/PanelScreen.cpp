@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace Vantor {
 
@@ -27,6 +28,15 @@ PanelScreen::PanelScreen(const Size& size)
     : m_size(checked(size)), m_pixels(static_cast<std::size_t>(size.width) * size.height, white)
 {}
 
+PanelScreen::PanelScreen(const Size& size, std::vector<std::uint32_t> pixels)
+    : m_size(checked(size)), m_pixels(std::move(pixels))
+{
+    if (m_pixels.size() != std::size_t{m_size.width} * m_size.height)
+        throw std::invalid_argument("PanelScreen: " + std::to_string(m_size.width) + "x" +
+                                    std::to_string(m_size.height) + " is not " + std::to_string(m_pixels.size()) +
+                                    " pixels");
+}
+
 unsigned int PanelScreen::getWidth() const
 {
     return m_size.width;
@@ -47,6 +57,18 @@ std::uint32_t PanelScreen::getPixel(unsigned int x, unsigned int y) const
     if (x >= m_size.width || y >= m_size.height)
         throw std::out_of_range("PanelScreen: no such pixel");
     return m_pixels[static_cast<std::size_t>(y) * m_size.width + x];
+}
+
+PanelScreen PanelScreen::getPart(unsigned int x, unsigned int y, const Size& size) const
+{
+    if (!isPossible(size) || size.width > m_size.width || x > m_size.width - size.width ||
+        size.height > m_size.height || y > m_size.height - size.height)
+        throw std::out_of_range("PanelScreen: no such part");
+    PanelScreen part(size);
+    for (std::size_t row = 0; row < size.height; ++row)
+        std::copy_n(m_pixels.data() + (y + row) * m_size.width + x, size.width,
+                    part.m_pixels.data() + row * size.width);
+    return part;
 }
 
 void PanelScreen::draw(unsigned int x, unsigned int y, unsigned int width, const std::vector<std::uint32_t>& pixels)

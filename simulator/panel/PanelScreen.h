@@ -30,12 +30,18 @@ public:
     // Throws std::invalid_argument for a size that is not possible.
     explicit PanelScreen(const Size& size);
 
+    // The same for another number of pixels than the size has.
+    PanelScreen(const Size& size, std::vector<std::uint32_t> pixels);
+
     unsigned int getWidth() const;
     unsigned int getHeight() const;
     const std::vector<std::uint32_t>& getPixels() const;
 
     // Throws std::out_of_range outside the screen.
     std::uint32_t getPixel(unsigned int x, unsigned int y) const;
+
+    // A part as a screen of its own. Throws std::out_of_range for one that is not all inside.
+    PanelScreen getPart(unsigned int x, unsigned int y, const Size& size) const;
 
     // Rows of `width` pixels, the last one cut short where `pixels` ends. What lies
     // outside the screen is clipped; pixels that are not there stay as they were.

@@ -1,6 +1,7 @@
 #include "simulator/panel/SliceDecoder.h"
 
 #include "simulator/panel/PanelScreen.h"
+#include "simulator/panel/PixelBits.h"
 #include "wire/SliceHeader.h"
 
 #include <cstddef>
@@ -55,7 +56,7 @@ std::uint32_t toColour(unsigned int bitsPerPixel, std::uint32_t code)
     }
 }
 
-// `count` bits, at most 24, from `position` on, which is a multiple of 4 unless count is 1.
+// `count` bits, 8 to 24, from `position` on, which is a multiple of 4.
 std::uint32_t readBits(const Bytes& bytes, std::size_t position, unsigned int count)
 {
     const std::size_t first = position / 8;
@@ -71,6 +72,10 @@ std::string readPacked(const SliceHeader& header, const Bytes& data, std::vector
     const std::size_t bits = std::size_t{header.rows} * header.width * header.bitsPerPixel;
     if (data.size() != bits / 8)
         return number(data.size(), "byte") + " of pixels, its size makes " + std::to_string(bits / 8);
+    if (header.bitsPerPixel == 1) {
+        pixels = PixelBits::unpack(data, PanelScreen::white, PanelScreen::black);
+        return {};
+    }
     const std::size_t whole = data.size() * 8 / header.bitsPerPixel;
     pixels.reserve(whole);
     for (std::size_t pixel = 0; pixel < whole; ++pixel) {
@@ -167,7 +172,7 @@ SliceDecoder::Result SliceDecoder::decode(PacketType type, const std::vector<std
         return {std::nullopt, describe(type, header) + "it has no pixels"};
 
     const Bytes data(payload.begin() + sizeof header, payload.end());
-    Slice slice{header.lcd, header.x, header.y, header.width, header.rows, {}};
+    Slice slice{header.lcd, header.x, header.y, header.width, header.rows, header.bitsPerPixel, {}};
     const std::string wrong =
         isEncoded ? readEncoded(header, data, slice.pixels) : readPacked(header, data, slice.pixels);
     if (!wrong.empty())

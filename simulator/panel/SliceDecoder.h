@@ -38,6 +38,7 @@ public:
         std::uint8_t y;
         std::uint8_t width;
         std::uint8_t rows;
+        std::uint8_t bitsPerPixel;
         // 0xRRGGBB, rows × width, without those whose bits are missing at the end. A
         // pixel that is on is black, one that is off is white.
         std::vector<std::uint32_t> pixels;

@@ -1,6 +1,7 @@
 #include "simulator/panelsim/AttachCommand.h"
 
 #include "simulator/panelsim/LineInput.h"
+#include "simulator/panelsim/LoopCalls.h"
 #include "simulator/panelsim/OrderLine.h"
 #include "simulator/panelsim/Simulation.h"
 #include "simulator/usbip/UsbIpBus.h"
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <functional>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -93,13 +96,16 @@ bool takeLines(UsbIpBus& bus, LineInput& input)
 // Until a signal, or somebody at the terminal, or a line says so. Where the input is no
 // terminal its end only means that no more commands come; the same goes for a terminal at
 // which somebody types for another program, this one being in the background.
-void serveUntilTheEnd(UsbIpBus& bus, const EndSignals& signals, ControlSocket* control, const bool& isToldToQuit)
+void serveUntilTheEnd(UsbIpBus& bus, const EndSignals& signals, ControlSocket* control, LoopCalls& calls,
+                      const bool& isToldToQuit)
 {
     LineInput input(STDIN_FILENO);
     const bool isTerminal = isatty(STDIN_FILENO) != 0;
     bool goesOn = true;
     while (goesOn && !isToldToQuit) {
-        std::vector<pollfd> others{{signals.getDescriptor(), POLLIN, 0}, {input.getDescriptor(), POLLIN, 0}};
+        std::vector<pollfd> others{{signals.getDescriptor(), POLLIN, 0},
+                                   {input.getDescriptor(), POLLIN, 0},
+                                   {calls.getDescriptor(), POLLIN, 0}};
         const std::size_t ownOthers = others.size();
         if (control != nullptr)
             control->addDescriptors(others);
@@ -108,8 +114,34 @@ void serveUntilTheEnd(UsbIpBus& bus, const EndSignals& signals, ControlSocket* c
             control->serve(others.data() + ownOthers);
         if (others[1].revents != 0)
             input.read();
+        if (others[2].revents != 0)
+            calls.serve();
         goesOn = takeLines(bus, input) && others[0].revents == 0 && !(isTerminal && input.hasEnded());
     }
+}
+
+// Before the page goes, whose threads may wait for one.
+class EndOfCalls {
+public:
+    explicit EndOfCalls(LoopCalls& calls) : m_calls(calls) {}
+    ~EndOfCalls() { m_calls.end(); }
+    EndOfCalls(const EndOfCalls&) = delete;
+    EndOfCalls& operator=(const EndOfCalls&) = delete;
+
+private:
+    LoopCalls& m_calls;
+};
+
+std::unique_ptr<WebView::Server> openWeb(Simulation& session, UsbIpBus& bus, LoopCalls& calls,
+                                         const WebView::Execute& execute)
+{
+    return session.openWeb(
+        [&bus, &calls](const std::function<void(PanelBus&)>& use) { return calls.call([&bus, &use] { use(bus); }); },
+        [&calls, execute](const std::string& line) {
+            std::string complaint = "the simulation has ended";
+            calls.call([&complaint, &execute, &line] { complaint = execute(line); });
+            return complaint;
+        });
 }
 
 } // namespace
@@ -125,14 +157,23 @@ int attachPanels(const PanelsimOptions& options)
     VhciPorts ports(options.vhciFolder);
     UsbIpBus bus(usbIpOptions(session), ports);
     bool isToldToQuit = false;
-    const auto control = session.openControl([&bus, &isToldToQuit](const std::string& line) {
+    const auto execute = [&bus, &isToldToQuit](const std::string& line) {
         isToldToQuit = isToldToQuit || isQuit(line);
         return isQuit(line) ? "" : Simulation::answer(bus, line);
-    });
+    };
+    const auto control = session.openControl(execute);
+    LoopCalls calls;
     session.begin(bus);
+    const auto web = openWeb(session, bus, calls, execute);
+    const EndOfCalls endOfCalls(calls);
+    if (web)
+        web->start();
     session.schedule(bus);
-    serveUntilTheEnd(bus, signals, control.get(), isToldToQuit);
+    serveUntilTheEnd(bus, signals, control.get(), calls, isToldToQuit);
+    calls.end();
     bus.unplugAll();
+    if (web)
+        web->end();
     return session.finish(bus);
 }
 

@@ -51,6 +51,15 @@ can write to: --control PATH, or one that it finds by itself.
 
 )";
 
+constexpr char web[] =
+    R"(--web serves a page with the panels' LCDs, records and counters as they are now, and buttons for all
+commands. Standard error says where:
+  panelsim: the panels are at http://127.0.0.1:40217/#6f1d0c52...
+Who has the whole of that can give commands; who finds the port can look, and on this machine alone unless
+ADDRESS says otherwise, as 0.0.0.0 does. The = before PORT is needed.
+
+)";
+
 constexpr char tellFooter[] =
     R"(COMMAND is what --at of 'run' and 'attach' takes, their --help has it all: 'unplug 1', 'fault in stall'.
 Of 'attach', and of nothing else, it can also be 'quit'. Several are carried out one after the other, each to its end, and so
@@ -109,7 +118,8 @@ Exit code: that of PROGRAM, or 128+N when signal N ended it;
   127  PROGRAM was not found
 Of several, 125 goes before 120, 120 before 121, and 121 before PROGRAM's.
 
-PROGRAM finds the name of the socket for 'panelsim tell' in $PANELSIM_CONTROL.
+PROGRAM finds the name of the socket for 'panelsim tell' in $PANELSIM_CONTROL, and the address of the
+page in $PANELSIM_WEB.
 
 SIGINT and SIGTERM go on to PROGRAM, which is killed if it is still there 3 s later. Ctrl-C in a terminal
 reaches PROGRAM by itself: how it takes that is up to it.
@@ -149,8 +159,8 @@ Example: a panel that is pulled after 20 s and comes back, for any program on th
 
 std::string PanelsimHelp::getRunFooter()
 {
-    return std::string(runBeginning) + explainPanelOrders() + "\n" + script + control + firmware + pictures + capture +
-           replay + runEnd;
+    return std::string(runBeginning) + explainPanelOrders() + "\n" + script + control + web + firmware + pictures +
+           capture + replay + runEnd;
 }
 
 std::string PanelsimHelp::getTellFooter()
@@ -160,7 +170,7 @@ std::string PanelsimHelp::getTellFooter()
 
 std::string PanelsimHelp::getAttachFooter()
 {
-    return std::string(attachBeginning) + explainPanelOrders() + "\n" + script + control + firmware + pictures +
+    return std::string(attachBeginning) + explainPanelOrders() + "\n" + script + control + web + firmware + pictures +
            capture + attachEnd;
 }
 

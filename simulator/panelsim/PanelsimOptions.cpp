@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <iostream>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -56,6 +57,17 @@ void refuseUnquotedOrders(int argc, char** argv)
         const std::string order = findUnquotedOrder(words, i + 2);
         if (!order.empty())
             throw CLI::ValidationError("--at " + words[i + 1], "quote COMMAND: '" + UserText::shown(order) + "'");
+    }
+}
+
+// It would be taken for PROGRAM.
+void refuseSeparatePort(int argc, char** argv)
+{
+    for (int i = 1; i + 1 < argc && argv[i] != std::string_view("--"); ++i) {
+        const std::string_view next = argv[i + 1];
+        if (argv[i] == std::string_view("--web") && !next.empty() &&
+            next.find_first_not_of("0123456789") == std::string_view::npos)
+            throw CLI::ValidationError("--web", "its port stands behind '=': --web=" + UserText::shown(next));
     }
 }
 
@@ -185,6 +197,8 @@ int answer(const CLI::App& app, const CLI::ParseError& error, int argc, char** a
     return PanelsimExit::failure;
 }
 
+constexpr char flagValue[] = "true"; // of a flag that has none of its own
+
 // What the command line says in words that need a second look.
 struct RawOptions {
     std::vector<TimeAndOrder> timed;
@@ -192,6 +206,7 @@ struct RawOptions {
     std::string chunkTime;
     std::string id;
     bool withoutScatterGather = false;
+    std::string web; // flagValue without a value
     std::vector<unsigned int> ignoredTypes;
 };
 
@@ -228,6 +243,9 @@ void addCommonOptions(CLI::App& command, PanelsimOptions& options, RawOptions& r
                     "Take commands of 'panelsim tell' at a socket of this name, not of one of its own")
         ->type_name("PATH")
         ->check(refuseEmpty, "");
+    command.add_flag(
+        "--web", raw.web,
+        "Serve a page that shows the panels, at a free port of this machine or at --web=PORT, --web=ADDRESS:PORT");
     command.add_option("--lcd", raw.lcds, "Size of LCD L in pixels; may be repeated")
         ->type_name("L=WxH")
         ->allow_extra_args(false);
@@ -357,6 +375,28 @@ void checkCommands(PanelsimOptions& options)
     }
 }
 
+// The parser takes "[ -e file ]" for a list and leaves the brackets away.
+void restoreProgram(int argc, char** argv, std::vector<std::string>& program)
+{
+    char** const end = argv + argc;
+    char** const separator = std::find(argv, end, std::string_view("--"));
+    if (!program.empty() && separator < end - 1 && program.front() == separator[1])
+        program.assign(separator + 1, end);
+}
+
+void define(CLI::App& app, PanelsimOptions& options, RawOptions& raw)
+{
+    raw.id = formatId(options);
+    raw.chunkTime = std::to_string(options.chunkTime / std::chrono::milliseconds(1)) + "ms";
+    app.name("panelsim");
+    app.description("Simulated panels, for a program that uses libusb or for the whole machine.");
+    app.set_version_flag("--version", "panelsim " MORVANE_PANELSIM_VERSION);
+    app.require_subcommand(1);
+    addRun(app, options, raw);
+    addAttach(app, options, raw);
+    addTell(app, options);
+}
+
 } // namespace
 
 PanelsimArguments parsePanelsimArguments(int argc, char** argv)
@@ -364,18 +404,13 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     PanelsimArguments arguments;
     PanelsimOptions& options = arguments.options;
     RawOptions raw;
-    raw.id = formatId(options);
-    raw.chunkTime = std::to_string(options.chunkTime / std::chrono::milliseconds(1)) + "ms";
-
-    CLI::App app("Simulated panels, for a program that uses libusb or for the whole machine.", "panelsim");
-    app.set_version_flag("--version", "panelsim " MORVANE_VERSION);
-    app.require_subcommand(1);
-    addRun(app, options, raw);
-    addAttach(app, options, raw);
-    addTell(app, options);
+    CLI::App app;
+    define(app, options, raw);
     try {
         refuseUnquotedOrders(argc, argv);
+        refuseSeparatePort(argc, argv);
         app.parse(argc, argv);
+        restoreProgram(argc, argv, options.program);
         for (const TimeAndOrder& text : raw.timed)
             options.timedOrders.push_back(parseTimedOrder(text));
         options.lcdSizes = parseLcdSizes(raw.lcds);
@@ -386,6 +421,8 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
         if (!options.ignoredTypes.empty() && options.replayFile.empty() && options.expectFile.empty())
             throw CLI::RequiresError("--ignore-type", "--replay or --expect");
         parseId(raw.id, options);
+        if (!raw.web.empty())
+            options.webAddress = raw.web == flagValue ? "" : raw.web;
     } catch (const CLI::ParseError& error) {
         arguments.exitCode = answer(app, error, argc, argv);
         return arguments;
@@ -393,6 +430,15 @@ PanelsimArguments parsePanelsimArguments(int argc, char** argv)
     options.scatterGather = !raw.withoutScatterGather;
     arguments.run = true;
     return arguments;
+}
+
+void showPanelsimArguments(const std::function<void(const CLI::App&)>& look)
+{
+    PanelsimOptions options;
+    RawOptions raw;
+    CLI::App app;
+    define(app, options, raw);
+    look(app);
 }
 
 } // namespace Vantor

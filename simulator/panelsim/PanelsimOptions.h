@@ -9,10 +9,16 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace Vantor {
 
@@ -51,7 +57,8 @@ struct PanelsimOptions {
     std::vector<TimedOrder> timedOrders;
     std::string scriptFile; // more of them; empty: none
 
-    std::string controlPath; // its socket, of Tell the other's; empty: by itself
+    std::optional<std::string> webAddress; // of a page that shows it, as parseWebAddress takes it
+    std::string controlPath;               // its socket, of Tell the other's; empty: by itself
 
     // Of Run.
     bool scatterGather = true;
@@ -81,5 +88,8 @@ struct PanelsimArguments {
 
 // Parses the command line; writes help, version and complaints itself.
 PanelsimArguments parsePanelsimArguments(int argc, char** argv);
+
+// Shows the definitions themselves, for what else is made of them.
+void showPanelsimArguments(const std::function<void(const CLI::App&)>& look);
 
 } // namespace Vantor

@@ -6,8 +6,7 @@
 
 namespace Vantor {
 
-// Writes a screen as a PNG file: 8 bits of grey when every pixel is a grey (black and
-// white are), else 8 bits each of red, green and blue.
+// Writes a screen as a PNG file.
 class PngWriter {
 public:
     // Replaces a file of that name as OutputFile does. Throws std::runtime_error with the

@@ -79,16 +79,37 @@ UsbfsBus::Options usbfsOptions(const PanelsimOptions& options, Simulation& sessi
     return bus;
 }
 
-// With the way to its own simulation, and not to another one around it.
-std::vector<std::string> environmentOf(const ControlSocket* control)
+// An empty value is none.
+void setVariable(std::vector<std::string>& environment, const char* name, const std::string& value)
 {
-    const std::string beginning = std::string(ControlPath::variable) + "=";
-    std::vector<std::string> environment = UsbfsBus::getClientEnvironment();
+    const std::string beginning = std::string(name) + "=";
     const auto isAnother = [&beginning](const std::string& text) { return text.rfind(beginning, 0) == 0; };
     environment.erase(std::remove_if(environment.begin(), environment.end(), isAnother), environment.end());
-    if (control != nullptr)
-        environment.push_back(beginning + control->getPath());
+    if (!value.empty())
+        environment.push_back(beginning + value);
+}
+
+// With the ways to its own simulation, and not to another one around it.
+std::vector<std::string> environmentOf(const ControlSocket* control, const WebView::Server* web)
+{
+    constexpr char webVariable[] = "PANELSIM_WEB";
+    std::vector<std::string> environment = UsbfsBus::getClientEnvironment();
+    setVariable(environment, ControlPath::variable, control != nullptr ? control->getPath() : "");
+    setVariable(environment, webVariable, web != nullptr ? web->getUrl() : "");
     return environment;
+}
+
+// What the program gets is how they were: umockdev ignores SIGPIPE for itself.
+ClientProcess::Signals blockSignals(const sigset_t& signals)
+{
+    ClientProcess::Signals before{};
+    sigemptyset(&before.defaulted);
+    struct sigaction action = {};
+    sigaction(SIGPIPE, nullptr, &action);
+    if (action.sa_handler != SIG_IGN)
+        sigaddset(&before.defaulted, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &signals, &before.blocked);
+    return before;
 }
 
 } // namespace
@@ -99,18 +120,25 @@ int runProgram(const PanelsimOptions& options)
     // Before there are threads, so that only waitForSignal takes these.
     std::signal(SIGCHLD, SIG_DFL);
     const sigset_t signals = handledSignals();
-    sigset_t originalMask;
-    pthread_sigmask(SIG_BLOCK, &signals, &originalMask);
+    const ClientProcess::Signals programsSignals = blockSignals(signals);
 
     UsbfsBus bus(usbfsOptions(options, session));
     const auto control = session.openControl([&bus](const std::string& line) { return Simulation::answer(bus, line); });
     session.begin(bus);
+    const auto web = session.openWeb(
+        [&bus](const std::function<void(PanelBus&)>& use) {
+            use(bus);
+            return true;
+        },
+        [&bus](const std::string& line) { return Simulation::answer(bus, line); });
     std::optional<ControlThread> controlThread;
     if (control)
         controlThread.emplace(*control);
     int exitCode = 0;
     try {
-        ClientProcess program(options.program, environmentOf(control.get()), originalMask);
+        ClientProcess program(options.program, environmentOf(control.get(), web.get()), programsSignals);
+        if (web)
+            web->start();
         session.schedule(bus);
         attend(program);
         exitCode = program.getExitCode();
@@ -122,6 +150,8 @@ int runProgram(const PanelsimOptions& options)
     }
     bus.letGoOfClient();
     controlThread.reset();
+    if (web)
+        web->end();
     const int verdict = session.finish(bus);
     return verdict == 0 ? exitCode : verdict;
 }

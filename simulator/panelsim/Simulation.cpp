@@ -8,7 +8,7 @@
 #include "simulator/panelsim/OrderLine.h"
 #include "simulator/panelsim/OrderScript.h"
 #include "simulator/panelsim/PngWriter.h"
-#include "simulator/panelsim/ScreenText.h"
+#include "simulator/picture/ScreenText.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -179,6 +179,8 @@ Simulation::Simulation(const PanelsimOptions& options)
     preparePngFolder(options.pngFolder);
     if (!options.flashFolder.empty())
         m_flashFolder = std::make_unique<FlashFolder>(options.flashFolder);
+    if (options.webAddress)
+        m_web = std::make_unique<WebView>(*options.webAddress);
 }
 
 void Simulation::setUp(PanelBus::Options& bus)
@@ -202,6 +204,8 @@ void Simulation::setUp(PanelBus::Options& bus)
         m_capture = std::make_unique<CaptureFile>(m_options.captureFile, complain);
         bus.record = [this](CapturedUrb urb) { m_capture->write(std::move(urb)); };
     }
+    if (m_web)
+        bus.watcher = &m_web->getWatcher();
     const bool isInTheLog = m_options.logFile == "-"; // which is standard error, too
     bus.complain = [isInTheLog](const std::string& line) {
         if (Asker* const asker = Asker::getCurrent())
@@ -235,6 +239,8 @@ void Simulation::schedule(PanelBus& bus)
 {
     if (m_log)
         m_log->begin();
+    if (m_web)
+        m_web->begin();
     for (const TimedOrder& timed : m_orders)
         if (timed.time.count() != 0)
             bus.schedule(timed.time, timed.order);
@@ -276,6 +282,17 @@ std::unique_ptr<ControlSocket> Simulation::openControl(const ControlConnection::
         complain("without a control socket: " + std::string(error.what()));
         return nullptr;
     }
+}
+
+std::unique_ptr<WebView::Server> Simulation::openWeb(const WebView::UseBus& useBus, const WebView::Execute& execute)
+{
+    if (!m_web)
+        return nullptr;
+    auto server = m_web->open(useBus, execute);
+    std::fprintf(stderr, "panelsim: the panels are at %s\n", server->getUrl().c_str());
+    if (const std::string url = server->getNetworkUrl(); !url.empty())
+        std::fprintf(stderr, "panelsim: for other machines, at %s\n", url.c_str());
+    return server;
 }
 
 int Simulation::finish(PanelBus& bus)

@@ -7,6 +7,7 @@
 #include "simulator/panelsim/FlashFolder.h"
 #include "simulator/panelsim/LogFile.h"
 #include "simulator/panelsim/PanelsimOptions.h"
+#include "simulator/panelsim/WebView.h"
 
 #include <memory>
 #include <string>
@@ -46,6 +47,10 @@ public:
     // nobody has asked for one; throws std::runtime_error when somebody has.
     std::unique_ptr<ControlSocket> openControl(const ControlConnection::Execute& execute) const;
 
+    // Serves the page, and says where it is; null when nobody has asked for it. Throws
+    // std::runtime_error when it can't be served.
+    std::unique_ptr<WebView::Server> openWeb(const WebView::UseBus& useBus, const WebView::Execute& execute);
+
     // Reports orders that were never due, violations, upgrades and differences, writes flash memory and pictures. A
     // PanelsimExit for what was wrong with what the host did, or 0. Throws
     // std::runtime_error when not all of it could be written.
@@ -58,6 +63,7 @@ private:
     std::unique_ptr<FlashFolder> m_flashFolder; // null when flash is not kept in files
     std::unique_ptr<LogFile> m_log;             // null without one
     std::unique_ptr<CaptureFile> m_capture;     // null without one
+    std::unique_ptr<WebView> m_web;             // null without one
 };
 
 } // namespace Vantor

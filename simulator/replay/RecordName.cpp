@@ -1,26 +1,17 @@
 #include "simulator/replay/RecordName.h"
 
 #include "referenceProtocol/WireFormat.h"
+#include "simulator/panel/RecordNames.h"
 
 #include <cstdio>
-#include <map>
 
 namespace Vantor {
 
 std::string nameOfType(PacketType type)
 {
-    static const std::map<PacketType, const char*> names{
-        {PacketType::DeviceInformation, "DeviceInformation"},
-        {WireFormat::reqDeviceInfoType, "ReqDeviceInfo"},
-        {PacketType::LcdSlice, "LcdSlice"},
-        {PacketType::FirmwareUpgradeCommand, "FirmwareUpgradeCommand"},
-        {WireFormat::firmwareUpgradeRequestType, "FirmwareUpgradeRequest"},
-        {WireFormat::firmwareDataType, "FirmwareData"},
-        {PacketType::EncodedLcdSlice, "EncodedLcdSlice"},
-    };
     const std::string text = "type " + std::to_string(static_cast<int>(type));
-    const auto named = names.find(type);
-    return named != names.end() ? text + " (" + named->second + ")" : text;
+    const auto named = getRecordNames().find(type);
+    return named != getRecordNames().end() ? text + " (" + named->second + ")" : text;
 }
 
 bool isRequest(PacketType type)

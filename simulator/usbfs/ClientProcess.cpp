@@ -22,7 +22,7 @@ std::vector<char*> pointersTo(const std::vector<std::string>& strings)
 } // namespace
 
 ClientProcess::ClientProcess(const std::vector<std::string>& program, const std::vector<std::string>& environment,
-                             const sigset_t& signalMask, const std::vector<Redirection>& redirections)
+                             const Signals& signals, const std::vector<Redirection>& redirections)
 {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
@@ -31,8 +31,9 @@ ClientProcess::ClientProcess(const std::vector<std::string>& program, const std:
 
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    posix_spawnattr_setsigmask(&attributes, &signalMask);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setsigmask(&attributes, &signals.blocked);
+    posix_spawnattr_setsigdefault(&attributes, &signals.defaulted);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     const int error = posix_spawnp(&m_id, program.front().c_str(), &files, &attributes, pointersTo(program).data(),
                                    pointersTo(environment).data());
     posix_spawnattr_destroy(&attributes);

@@ -16,10 +16,16 @@ public:
         int source;     // of this process
     };
 
-    // Starts `program` (searched in PATH) with exactly this environment and signal
-    // mask. Throws std::system_error with the cause when it cannot be executed.
+    // How it takes signals.
+    struct Signals {
+        sigset_t blocked;
+        sigset_t defaulted{}; // also if this process ignores them
+    };
+
+    // Starts `program` (searched in PATH) with exactly this environment and these signals.
+    // Throws std::system_error with the cause when it cannot be executed.
     ClientProcess(const std::vector<std::string>& program, const std::vector<std::string>& environment,
-                  const sigset_t& signalMask, const std::vector<Redirection>& redirections = {});
+                  const Signals& signals, const std::vector<Redirection>& redirections = {});
 
     void sendSignal(int number) const;
 

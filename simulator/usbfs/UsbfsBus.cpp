@@ -231,7 +231,7 @@ void UsbfsBus::remove(UsbfsPanel& panel)
     const std::string interfacePath = "/sys" + SysfsDescription::interfacePath(panel.getAddress());
     {
         const std::lock_guard<std::mutex> lock(m_share.mutex);
-        m_rack.log(number, "unplug");
+        m_rack.tellUnplug(number);
         panel.unplug();
     }
     if (awaitListeners(number))

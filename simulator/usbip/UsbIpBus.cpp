@@ -42,7 +42,7 @@ void UsbIpBus::unplugAll()
 // Waits for the port, so that the panel finds it free when it comes back at once.
 void UsbIpBus::remove(UsbIpConnection& panel)
 {
-    m_rack.log(panel.getNumber(), "unplug");
+    m_rack.tellUnplug(panel.getNumber());
     panel.unplug();
     m_ports.awaitFree(panel.getPort());
     m_rack.keepFlash(panel);

@@ -89,10 +89,10 @@ void BusTest::startClient()
     const Pipe errors;
     std::vector<std::string> environment = UsbfsBus::getClientEnvironment();
     environment.emplace_back("LIBUSB_DEBUG=4");
-    sigset_t mask;
-    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    ClientProcess::Signals signals{};
+    pthread_sigmask(SIG_SETMASK, nullptr, &signals.blocked);
     m_client = std::make_unique<ClientProcess>(
-        std::vector<std::string>{m_program}, environment, mask,
+        std::vector<std::string>{m_program}, environment, signals,
         std::vector<ClientProcess::Redirection>{
             {0, commands.readEnd}, {1, log.writeEnd}, {2, errors.writeEnd}, {eventDescriptor, events.writeEnd}});
     close(commands.readEnd);

@@ -42,14 +42,14 @@ protected:
         std::vector<std::string> environment;
         for (char** variable = environ; *variable != nullptr; ++variable)
             environment.emplace_back(*variable);
-        sigset_t mask;
-        sigemptyset(&mask);
+        ClientProcess::Signals signals{};
+        sigaddset(&signals.defaulted, SIGPIPE); // a bus of the test's process ignores it
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(fileName("output").c_str(), "w"),
                                                                    std::fclose);
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> inputFile(std::fopen(fileName("input").c_str(), "r"),
                                                                         std::fclose);
         m_process = std::make_unique<ClientProcess>(
-            arguments, environment, mask,
+            arguments, environment, signals,
             std::vector<ClientProcess::Redirection>{
                 {0, fileno(inputFile.get())}, {1, fileno(file.get())}, {2, fileno(file.get())}});
     }

@@ -397,7 +397,7 @@ TEST_F(Panelsim, timedCommands_happenInTheirTime)
                                "400ms",
                                "emit type=12 hex=0a count=2 every=50",
                                "--at",
-                               "500ms",
+                               "1500ms",
                                "unplug 4",
                                "--",
                                "sh",

@@ -27,16 +27,18 @@ protected:
         return counts;
     }
 
-    // When nothing waits any more, and the reply to the last event is there as well.
-    Counts countedAtRest()
+    // When nothing waits any more, not even a packet that nobody has counted yet (so many
+    // records and pictures at least were sent), and the reply to the last event is there as well.
+    Counts countedAtRest(std::uint64_t sent = 0, std::uint64_t pictures = 0)
     {
         tell("drain 101");
         expectEvent("drained 101");
-        EXPECT_TRUE(waitUntil([this] {
+        EXPECT_TRUE(waitUntil([this, sent, pictures] {
             const PanelModel::Statistics panel = ofPanel();
             Counts counts = counted();
             return counts["bytes"] + counts["lostBytes"] == panel.bytesReceived &&
                    counts["receivedBytes"] == panel.bytesSent && counts["waiting"] == 0 &&
+                   counts["records"] + counts["cutRecords"] >= sent && counts["pictures"] >= pictures &&
                    counts["timed"] + counts["slices"] == counts["records"];
         }));
         return counted();
@@ -70,7 +72,7 @@ TEST_F(Statistics, recordsAndPictures_areWhatThePanelHasCounted)
     execute("emit type=12 size=100 count=300");
     expectRecords(0, 6, 33, 500);
     EXPECT_TRUE(waitUntil([this] { return ofPanel().packetsSent >= 300; }));
-    Counts counts = countedAtRest();
+    Counts counts = countedAtRest(700 + 500, 2);
     expectAlike(counts);
     const PanelModel::Statistics panel = ofPanel();
     EXPECT_EQ(counts["slices"], panel.recordsByType.at(PacketType::LcdSlice));
@@ -92,7 +94,7 @@ TEST_F(Statistics, sendsThatFail_areWhatThePanelHasCounted)
     tell("add 101 5 100 100");
     expectLog("[libusb] TX Transfer stalled uid=101");
     expectLog("[libusb] TX Transfer stalled uid=101");
-    Counts counts = countedAtRest();
+    Counts counts = countedAtRest(100);
     expectAlike(counts);
     EXPECT_EQ(counts["stalled"], 2U);
     EXPECT_EQ(counts["timedOut"], 1U);

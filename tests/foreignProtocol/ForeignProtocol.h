@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#define FOREIGN_API __attribute__((visibility("default")))
+#define MORVANE_FOREIGN_API __attribute__((visibility("default")))
 
 namespace Vantor {
 
@@ -31,7 +31,7 @@ struct __attribute__((packed)) ReqDeviceInfo {
     std::uint32_t request;
 };
 
-class FOREIGN_API PacketPacker {
+class MORVANE_FOREIGN_API PacketPacker {
 public:
     explicit PacketPacker(const unsigned int& maxPacketSize);
     virtual ~PacketPacker();
@@ -69,9 +69,9 @@ private:
     void requireMark() const;
 };
 
-class FOREIGN_API PackedPacketParser {
+class MORVANE_FOREIGN_API PackedPacketParser {
 public:
-    class FOREIGN_API Observer {
+    class MORVANE_FOREIGN_API Observer {
     public:
         virtual ~Observer();
         virtual void handleParsedPacket(unsigned short deviceId, const PacketType& type, const DataPacketUnion& data,

@@ -6,6 +6,7 @@ set(expected
   libMorvaneHostUsb/DeviceStatistics.h
   libMorvaneHostUsb/Export.h
   libMorvaneHostUsb/LcdHelper.h
+  libMorvaneHostUsb/LcdPicture.h
   libMorvaneHostUsb/Log.h
   libMorvaneHostUsb/ManagerStatistics.h
   libMorvaneHostUsb/PacketQueue.h
@@ -14,6 +15,7 @@ set(expected
   libMorvaneHostUsb/UsbDevice.h
   libMorvaneHostUsb/UsbManager.h
   libMorvaneHostUsb/UsbMessage.h
+  libMorvaneHostUsb/Version.h
   protocol/DataPacketUnion.h
   protocol/DeviceInformation.h
   protocol/FirmwareData.h
@@ -38,9 +40,11 @@ if(NOT found STREQUAL expected)
 endif()
 
 set(expected
+  libMorvaneHostUsb.a
   libMorvaneHostUsb.so
   libMorvaneHostUsb.so.1
   libMorvaneHostUsb.so.1.2.1
+  libMorvaneProtocol.a
   libMorvaneProtocol.so
   libMorvaneProtocol.so.1
   libMorvaneProtocol.so.1.2.1
@@ -50,6 +54,12 @@ list(SORT found)
 if(NOT found STREQUAL expected)
   message(FATAL_ERROR "installed libraries:\n${found}\nexpected:\n${expected}")
 endif()
+
+foreach(file IN LISTS toolFiles)
+  if(NOT EXISTS ${prefix}/${file})
+    message(FATAL_ERROR "not installed: ${file}")
+  endif()
+endforeach()
 
 file(STRINGS ${prefix}/lib/udev/rules.d/70-morvane-panel.rules rules REGEX "idVendor")
 set(expected

@@ -220,6 +220,22 @@ TEST(UsbManagerStatistics, newManager_beginsAnew)
     EXPECT_EQ(rig.manager->getStatistics().arrivals, 1U);
 }
 
+TEST(UsbManagerStatistics, passOfTheWorker_isCountedWhenItIsOver)
+{
+    SummingRig rig;
+    const std::uint64_t before = rig.manager->getStatistics().passes;
+    rig.usb.pass();
+    rig.usb.pass();
+    EXPECT_EQ(rig.manager->getStatistics().passes, before + 2);
+
+    std::uint64_t during = 0;
+    rig.observer.whenAdded = [&](std::uint16_t /*uid*/) { during = rig.manager->getStatistics().passes; };
+    FakeLibusb::Panel another;
+    another.port = 5;
+    rig.arrive(another);
+    EXPECT_EQ(during, before + 2) << "while a callback keeps it";
+}
+
 TEST(UsbManagerStatistics, whileThePollHasTheRegistry_canBeRead)
 {
     ManagerRig rig;

@@ -17,8 +17,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#ifndef PANELSIM
-#define PANELSIM ""
+#ifndef MORVANE_PANELSIM
+#define MORVANE_PANELSIM ""
 #endif
 
 namespace Vantor {
@@ -231,14 +231,14 @@ ToolResult runTool(const ToolRun::Arguments& command)
 
 ToolRun::Arguments panelctl(const ToolRun::Arguments& arguments)
 {
-    ToolRun::Arguments command{PANELCTL};
+    ToolRun::Arguments command{MORVANE_PANELCTL};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
 }
 
 ToolRun::Arguments onBus(const ToolRun::Arguments& bus, const ToolRun::Arguments& program)
 {
-    ToolRun::Arguments command{PANELSIM, "run"};
+    ToolRun::Arguments command{MORVANE_PANELSIM, "run"};
     command.insert(command.end(), bus.begin(), bus.end());
     command.emplace_back("--");
     command.insert(command.end(), program.begin(), program.end());

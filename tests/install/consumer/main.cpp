@@ -1,4 +1,5 @@
-// Uses a bit of every public header, and both libraries, without a panel.
+// Uses a bit of every public header, and both libraries. With the argument "drive" it
+// also wants a panel, tells it something, draws on it and prints what it says of itself.
 
 #include "libMorvaneHostUsb/LcdHelper.h"
 #include "libMorvaneHostUsb/Log.h"
@@ -6,21 +7,23 @@
 #include "libMorvaneHostUsb/UsbDevice.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "protocol/PackedPacketParser.h"
+#include "protocol/ReqDeviceInfo.h"
 #include "wire/PanelLink.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <future>
+#include <string>
+#include <utility>
 
 using namespace Vantor;
 
 namespace {
 
-class Application : public UsbManager::Observer, public PackedPacketParser::Observer {
+// Of a packer's output.
+class Reader : public PackedPacketParser::Observer {
 public:
-    void onDeviceAdded(std::uint16_t) override {}
-    void onDeviceRemoved(std::uint16_t) override {}
-    void onParsedPacket(std::uint16_t, const PacketType&, const DataPacketUnion&, unsigned int) override {}
-
     void handleParsedPacket(unsigned short, const PacketType& type, const DataPacketUnion& data,
                             unsigned int size) override
     {
@@ -30,21 +33,52 @@ public:
     bool m_isSeen = false;
 };
 
-// Never true for the compiler: the calls must link, and not run without a bus.
-bool isBusWanted(int argumentCount)
-{
-    return argumentCount > 1000;
-}
+class Application : public UsbManager::Observer {
+public:
+    void onDeviceAdded(std::uint16_t) override {}
+    void onDeviceRemoved(std::uint16_t) override {}
 
-void usePanels(Application& application)
-{
-    UsbManager* const manager = UsbManager::getUsbManager();
-    manager->registerObserver(&application);
-    manager->initialise();
-    for (const auto& device : manager->getDeviceListSafe())
-        device->getPacker().addStructData("ok", 2, static_cast<PacketType>(5));
-    UsbManager::destroyUsbManager();
-}
+    void onParsedPacket(std::uint16_t uid, const PacketType& type, const DataPacketUnion& data, unsigned int) override
+    {
+        if (type != PacketType::DeviceInformation || m_isAnswered)
+            return;
+        m_isAnswered = true;
+        const auto* const text = reinterpret_cast<const char*>(data.deviceInformation.description);
+        m_answer.set_value({uid, std::string(text, strnlen(text, sizeof data.deviceInformation.description))});
+    }
+
+    // False: no panel, or none that answers.
+    bool drive()
+    {
+        UsbManager* const manager = UsbManager::getUsbManager();
+        manager->registerObserver(this);
+        manager->initialise();
+        const auto panels = manager->getDeviceListSafe();
+        const bool isDriven = !panels.empty() && tell(*panels.front());
+        UsbManager::destroyUsbManager();
+        return isDriven;
+    }
+
+private:
+    bool tell(UsbDevice& panel)
+    {
+        panel.getPacker().addData(ReqDeviceInfo{1});
+        auto answer = m_answer.get_future();
+        if (answer.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+            return false;
+        panel.getPacker().addStructData("ok", 2, static_cast<PacketType>(5));
+        ClientLcdBitmap layer(8, 1, 1);
+        layer.data()[0] = 0xff;
+        panel.getPacker().drawBitmapData(std::move(layer));
+        panel.sync(5);
+        const auto [uid, name] = answer.get();
+        std::printf("panel %04x: %s\n", static_cast<unsigned int>(uid), name.c_str());
+        return true;
+    }
+
+    bool m_isAnswered = false;
+    std::promise<std::pair<std::uint16_t, std::string>> m_answer;
+};
 
 bool drawsADarkPixel()
 {
@@ -58,21 +92,22 @@ bool drawsADarkPixel()
 
 } // namespace
 
-int main(int argumentCount, char**)
+int main(int argumentCount, char** arguments)
 {
-    Application application;
-    if (isBusWanted(argumentCount))
-        usePanels(application);
-
     setLogLevel(LogLevel::Error);
     PriorityPacker packer(1024);
     packer.addStructData("ok", 2, static_cast<PacketType>(5));
     packer.prepareNextPacket();
-    PackedPacketParser parser(&application);
+    Reader reader;
+    PackedPacketParser parser(&reader);
     parser.parse(packer.getPacket(), packer.getPacketSize());
 
-    const bool isRight = application.m_isSeen && drawsADarkPixel() && UsbManager::getVersion() == "1.2.1+" &&
-                         logLevel == LogLevel::Error;
+    bool isRight =
+        reader.m_isSeen && drawsADarkPixel() && UsbManager::getVersion() == "1.2.1+" && logLevel == LogLevel::Error;
+    if (argumentCount == 2 && std::strcmp(arguments[1], "drive") == 0) {
+        Application application;
+        isRight = application.drive() && isRight;
+    }
     std::puts(isRight ? "the installed package works" : "the installed package does not work");
     return isRight ? 0 : 1;
 }

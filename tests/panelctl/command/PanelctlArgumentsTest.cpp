@@ -184,7 +184,8 @@ TEST(PanelctlArguments, interruptedReading_ends)
 
 TEST(PanelctlArguments, closedStandardInput_isRefusedWithTheReason)
 {
-    const ToolResult result = runTool({"/bin/sh", "-c", std::string("'") + PANELCTL + "' send --type 3 --file - <&-"});
+    const ToolResult result =
+        runTool({"/bin/sh", "-c", std::string("'") + MORVANE_PANELCTL + "' send --type 3 --file - <&-"});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_EQ(result.errors, "panelctl: --file: standard input can't be read: Bad file descriptor.\n");
 }
@@ -405,7 +406,7 @@ TEST(PanelctlArguments, helpOfACommand_hasItsOptions)
 
 TEST(PanelctlArguments, outputThatCannotBeWritten_isAnError)
 {
-    const std::string tool = PANELCTL;
+    const std::string tool = MORVANE_PANELCTL;
     const ToolResult full = runTool({"/bin/sh", "-c", "'" + tool + "' --version > /dev/full"});
     EXPECT_EQ(full.exitCode, 1);
     EXPECT_EQ(full.errors, "panelctl: standard output can't be written: No space left on device.\n");

@@ -397,7 +397,7 @@ TEST(PanelctlJson, flood_isOneObjectWithItsTimesAndEndsBeforeTheError)
 // There is nowhere else left to say it.
 TEST(PanelctlJson, outputThatCannotBeWritten_isToldAsText)
 {
-    const ToolResult full = runTool({"/bin/sh", "-c", "'" PANELCTL "' --json --version > /dev/full"});
+    const ToolResult full = runTool({"/bin/sh", "-c", "'" MORVANE_PANELCTL "' --json --version > /dev/full"});
     EXPECT_EQ(full.exitCode, 1);
     EXPECT_EQ(full.errors, "panelctl: standard output can't be written: No space left on device.\n");
 }

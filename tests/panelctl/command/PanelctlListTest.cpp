@@ -70,12 +70,12 @@ TEST(PanelctlList, panelGivenUpAfterAUsbError_saysSo)
 
 TEST(PanelctlList, panelClaimedByAnotherProgram_saysSo)
 {
-    const std::string tool = PANELCTL;
+    const std::string tool = MORVANE_PANELCTL;
     const TemporaryFile log;
     const std::string second = tool + " watch --count 1 --duration 20 > /dev/null & watch=$!; until grep -q claim " +
                                log.getPath() + "; do sleep 0.05; done; " + tool +
                                " list --log-level 0; code=$?; kill $watch; wait; exit $code";
-    const ToolResult result = runTool({PANELSIM, "run", "--log", log.getPath(), "--", "/bin/sh", "-c", second});
+    const ToolResult result = runTool({MORVANE_PANELSIM, "run", "--log", log.getPath(), "--", "/bin/sh", "-c", second});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(result.output, HasSubstr("0101  1-1            -  (can't be used)\n"));
     EXPECT_THAT(result.errors,

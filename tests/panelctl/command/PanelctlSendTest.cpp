@@ -61,7 +61,8 @@ TEST(PanelctlSend, file_isSentAsItIs)
 TEST(PanelctlSend, standardInput_isSentAsItIs)
 {
     const TemporaryFile log;
-    const std::string run = std::string("'") + PANELSIM + "' run --log '" + log.getPath() + "' -- '" + PANELCTL + "'";
+    const std::string run =
+        std::string("'") + MORVANE_PANELSIM + "' run --log '" + log.getPath() + "' -- '" + MORVANE_PANELCTL + "'";
     const ToolResult result =
         runTool({"/bin/sh", "-c", "(printf 'a'; sleep 0.3; printf 'b\\000\\n') | " + run + " send --type 0 --file -"});
     EXPECT_EQ(result.exitCode, 0) << result.errors;

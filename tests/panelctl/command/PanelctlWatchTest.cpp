@@ -19,11 +19,12 @@ std::string withoutTimes(const std::string& output)
 
 } // namespace
 
+// And no packets, of which there is one when a panel has been there for 2 s.
 TEST(PanelctlWatch, comingsAndGoings_arePrinted)
 {
     const ToolResult result =
-        runTool(panelctlOn({"--panels", "0", "--at", "200ms", "plug", "--at", "1s", "unplug", "--at", "1500ms", "plug"},
-                           {"watch", "--duration", "2.5", "--log-level", "0"}));
+        runTool(panelctlOn({"--panels", "0", "--at", "2s", "plug", "--at", "3s", "unplug", "--at", "3500ms", "plug"},
+                           {"watch", "--duration", "7", "--type", "99", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(withoutTimes(result.output), "0101  arrived  at 1-1\n"
                                            "0101  left\n"

@@ -76,6 +76,7 @@ ManagerStatistics everyCount()
     all.dead = 53;
     all.stray = 54;
     all.waitingBuffers = 55;
+    all.passes = 56;
     return all;
 }
 
@@ -124,7 +125,8 @@ TEST(StatisticsReport, json_hasEveryCount)
                                    {"departures", 52},
                                    {"dead", 53},
                                    {"stray", 54},
-                                   {"waitingBuffers", 55}}));
+                                   {"waitingBuffers", 55},
+                                   {"passes", 56}}));
 }
 
 TEST(StatisticsReport, text_isATableOfEveryCount)

@@ -654,7 +654,7 @@ TEST(JudgementAilments, rows_haveNamesAndExitCodesOfTheirOwn)
 
 TEST(JudgementAilments, rows_areInTheDocument)
 {
-    const std::string document = contentOf(PANELCTL_DOCUMENT);
+    const std::string document = contentOf(MORVANE_PANELCTL_DOCUMENT);
     for (const AilmentRow& row : listAilments())
         EXPECT_THAT(document, HasSubstr("\n| " + std::to_string(row.exitCode) + " | `" + row.name + "` |"));
 }

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include <dlfcn.h>
-#include <libusb.h>
+#include <libusb-1.0/libusb.h>
 
 int libusb_has_capability(uint32_t capability)
 {

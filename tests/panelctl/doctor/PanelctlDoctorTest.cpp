@@ -103,7 +103,7 @@ TEST_F(PanelctlDoctor, panelThatIsWell_isToldCheckByCheck)
 TEST_F(PanelctlDoctor, libusbThatDoesNotStart_is24AndNoCrash)
 {
     const auto withFewFiles = [](const std::string& command) {
-        return runTool({"/bin/sh", "-c", "ulimit -n 8; exec " PANELCTL " " + command});
+        return runTool({"/bin/sh", "-c", "ulimit -n 8; exec " MORVANE_PANELCTL " " + command});
     };
     const ToolResult result = withFewFiles("doctor --root " + root());
     EXPECT_EQ(result.exitCode, 24);
@@ -156,9 +156,9 @@ TEST_F(PanelctlDoctor, rootThatIsNoFolder_is2)
 // The socket is named by the whole path.
 TEST_F(PanelctlDoctor, rootThatIsRelative_isTheSame)
 {
-    const std::string tool = PANELCTL;
-    const ToolResult result =
-        runTool({PANELSIM, "run", "--", "/bin/sh", "-c", "cd " + root() + "/run && " + tool + " doctor --root ../"});
+    const std::string tool = MORVANE_PANELCTL;
+    const ToolResult result = runTool(
+        {MORVANE_PANELSIM, "run", "--", "/bin/sh", "-c", "cd " + root() + "/run && " + tool + " doctor --root ../"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.output, HasSubstr("ok       udevd runs\n"));
 }
@@ -181,8 +181,8 @@ TEST_F(PanelctlDoctor, noPanel_is3)
 
 TEST_F(PanelctlDoctor, libusbWithoutHotplug_is10)
 {
-    const ToolResult result = runTool({"/usr/bin/env", "LD_PRELOAD=" NO_HOTPLUG, PANELSIM, "run", "--", PANELCTL,
-                                       "doctor", "--root", root(), "--timeout", "0.2"});
+    const ToolResult result = runTool({"/usr/bin/env", "LD_PRELOAD=" MORVANE_NO_HOTPLUG, MORVANE_PANELSIM, "run", "--",
+                                       MORVANE_PANELCTL, "doctor", "--root", root(), "--timeout", "0.2"});
     EXPECT_EQ(result.exitCode, 10);
     EXPECT_THAT(result.output, HasSubstr("error    this libusb can't tell of devices that come and go.\n"));
     EXPECT_THAT(result.output, HasSubstr("-        1-1: not tried: what is above comes first\n"));
@@ -228,12 +228,12 @@ TEST_F(PanelctlDoctor, kernelDriver_is17)
 
 TEST_F(PanelctlDoctor, panelClaimedByAnotherProgram_is18AndNamesIt)
 {
-    const std::string tool = PANELCTL;
+    const std::string tool = MORVANE_PANELCTL;
     const TemporaryFile log;
     const std::string script = tool + " watch --duration 20 > /dev/null & watch=$!; until grep -q claim " +
                                log.getPath() + "; do sleep 0.05; done; echo watch is $watch; " + tool +
                                " doctor --root " + root() + "; code=$?; kill $watch; wait; exit $code";
-    const ToolResult result = runTool({PANELSIM, "run", "--log", log.getPath(), "--", "/bin/sh", "-c", script});
+    const ToolResult result = runTool({MORVANE_PANELSIM, "run", "--log", log.getPath(), "--", "/bin/sh", "-c", script});
     EXPECT_EQ(result.exitCode, 18);
     const std::string process = result.output.substr(9, result.output.find('\n') - 9);
     EXPECT_THAT(result.output, HasSubstr("error    1-1: another program drives the panel.\n"));
@@ -346,7 +346,7 @@ TEST_F(PanelctlDoctor, rule_isPrintedAsItIsInstalled)
 {
     const ToolResult result = runTool(panelctl({"doctor", "--rule"}));
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.output, contentOf(PANEL_RULES));
+    EXPECT_EQ(result.output, contentOf(MORVANE_PANEL_RULES));
     EXPECT_THAT(result.output, HasSubstr("GROUP=\"plugdev\""));
     EXPECT_THAT(result.output, Not(HasSubstr("@")));
 }

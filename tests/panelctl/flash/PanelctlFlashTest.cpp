@@ -283,7 +283,7 @@ TEST(PanelctlFlash, firstInterruptOfATerminal_goesOnForMoreThan3Seconds)
 {
     const TemporaryFile main(firmware(160000));
     ToolRun run(flash({}, {"--main", main.getPath(), "--yes"}), ToolRun::Terminal{100});
-    run.awaitOutput("4096 of 160000 bytes");
+    run.awaitOutput("[#"); // of which number of bytes nobody knows
     run.type("\x03");
     run.awaitOutput("the upgrade goes on.");
     EXPECT_EQ(run.finish(), 0);

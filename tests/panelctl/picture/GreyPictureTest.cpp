@@ -14,31 +14,10 @@ using ::testing::ElementsAreArray;
 
 GreyPicture pictureOf(unsigned int width, unsigned int height, const Bytes& pixels)
 {
-    GreyPicture picture(width, height);
-    for (unsigned int y = 0; y < height; ++y)
-        for (unsigned int x = 0; x < width; ++x)
-            picture.set(x, y, pixels.at(y * width + x));
-    return picture;
+    return {width, height, pixels};
 }
 
 } // namespace
-
-TEST(GreyPicture, greys_stayWhatTheyAre)
-{
-    for (unsigned int shade = 0; shade < 256; ++shade)
-        EXPECT_EQ(GreyPicture::toGrey(shade, shade, shade), shade);
-}
-
-TEST(GreyPicture, colours_areWeighed)
-{
-    EXPECT_EQ(GreyPicture::toGrey(255, 0, 0), 76);  // 76.245
-    EXPECT_EQ(GreyPicture::toGrey(0, 255, 0), 150); // 149.685
-    EXPECT_EQ(GreyPicture::toGrey(0, 0, 255), 29);  // 29.07
-    EXPECT_EQ(GreyPicture::toGrey(10, 0, 110), 16); // 15.53
-    EXPECT_EQ(GreyPicture::toGrey(5, 0, 0), 1);     // 1.495
-    EXPECT_EQ(GreyPicture::toGrey(1, 2, 9), 2);     // 2.499
-    EXPECT_EQ(GreyPicture::toGrey(2, 2, 64), 9);    // 9.068
-}
 
 TEST(GreyPicture, exactSize_isNotTouched)
 {
@@ -142,6 +121,16 @@ TEST(GreyPicture, dither_leavesBlackBelowTheThreshold)
     GreyPicture picture = pictureOf(4, 1, {99, 100, 101, 0});
     picture.dither(LcdHelper::Threshold, 100);
     EXPECT_THAT(picture.getPixels(), ElementsAre(0, 255, 255, 0));
+}
+
+TEST(GreyPicture, layers_areOfWhatIsDark)
+{
+    const auto layers = pictureOf(8, 1, {0, 255, 127, 128, 0, 0, 255, 255}).makeLayers(3, 4, 5, LcdPicture::Form::Raw);
+    ASSERT_EQ(layers.size(), 1U);
+    EXPECT_EQ(layers[0].lcd, 3);
+    EXPECT_EQ(layers[0].x, 4);
+    EXPECT_EQ(layers[0].y, 5);
+    EXPECT_THAT(layers[0].buffer, ElementsAre(0b10101100));
 }
 
 } // namespace Vantor

@@ -1,5 +1,5 @@
 #include "panelctl/picture/PacketForecast.h"
-#include "panelctl/picture/PictureLayers.h"
+#include "panelctl/picture/GreyPicture.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@ namespace Vantor {
 
 namespace {
 
-using Form = PictureLayers::Form;
+using Form = LcdPicture::Form;
 
 DeviceInformation withLimit(std::uint16_t limit)
 {
@@ -18,7 +18,7 @@ DeviceInformation withLimit(std::uint16_t limit)
 
 std::vector<ClientLcdBitmap> layersOf(const GreyPicture& picture, Form form)
 {
-    return PictureLayers::make(picture, {0, 0, 0}, form);
+    return picture.makeLayers(0, 0, 0, form);
 }
 
 // A row of it has `runs` runs, an odd number.
@@ -75,6 +75,15 @@ TEST(PacketForecast, neededLimit_isTheLeastThatWillDo)
     empty.buffer.clear();
     empty.encoded = 1;
     EXPECT_EQ(PacketForecast::findNeededLimit({empty}), 0U);
+}
+
+TEST(PacketForecast, longestRow_isTheOneWithMostRuns)
+{
+    GreyPicture picture(5, 3);
+    picture.set(1, 1, 0);
+    picture.set(3, 1, 0);
+    picture.set(4, 2, 0);
+    EXPECT_EQ(PacketForecast::getLongestRow(layersOf(picture, Form::RunLength).front()), 24U);
 }
 
 TEST(PacketForecast, nothing_takesNothing)

@@ -363,7 +363,7 @@ TEST(PanelctlDraw, packetTakenInPart_fails)
 TEST(PanelctlDraw, unpluggedMeanwhile_saysSo)
 {
     ToolRun::Arguments bus = withFault("fault out silent sticky");
-    bus.insert(bus.end(), {"--at", "1500ms", "unplug"});
+    bus.insert(bus.end(), {"--at", "4s", "unplug"});
     const ToolResult result =
         runTool(panelctlOn(bus, {"draw", wholeScreen().getPath(), "--lcd", "0", "--log-level", "0"}));
     EXPECT_EQ(result.exitCode, 4);

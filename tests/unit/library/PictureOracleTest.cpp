@@ -2,11 +2,13 @@
 // the simulated panel's LCDs: the picture that arrives is the picture composed. Where it
 // is not, the second half pins what arrives instead.
 
+#include "libMorvaneHostUsb/LcdPicture.h"
 #include "libMorvaneHostUsb/PriorityPacker.h"
 #include "simulator/panel/PanelModel.h"
 
 #include "tests/support/PackedBytes.h"
 
+#include "tests/support/LiteralDither.h"
 #include "tests/support/LiteralPicture.h"
 #include "tests/support/Random.h"
 #include "tests/support/Seeds.h"
@@ -270,6 +272,39 @@ std::string rowOf(const Panel& panel, unsigned int y, unsigned int columns)
     return row;
 }
 
+// Greys at random, or with long runs.
+Bytes someGreys(Random& random, std::size_t size)
+{
+    if (random.oneIn(2))
+        return random.bytes(size);
+    Bytes greys;
+    while (greys.size() < size)
+        greys.insert(greys.end(), std::min<std::size_t>(size - greys.size(), random.between(1, 400)),
+                     static_cast<std::uint8_t>(random.below(256)));
+    return greys;
+}
+
+// A picture of that width, anywhere on the LCD, over what it shows.
+void drawSomePicture(Random& random, unsigned int width, PriorityPacker& packer, LiteralScreen& expected)
+{
+    const unsigned int height = random.oneIn(8) ? 255 : random.between(1, 12);
+    const unsigned int x = random.below(256);
+    const unsigned int y = random.below(257 - height);
+    const Bytes greys = someGreys(random, std::size_t{width} * height);
+    LcdPicture picture(greys.data(), width, height, BitmapImage::Gray8);
+    picture.dither = static_cast<LcdHelper::DitherType>(random.below(4));
+    picture.threshold = static_cast<int>(random.between(1, 255));
+    picture.form = static_cast<LcdPicture::Form>(random.below(3));
+    for (const ClientLcdBitmap& layer : picture.makeLayers(7, x, y))
+        packer.drawBitmapData(layer);
+
+    Codes codes;
+    for (const std::uint8_t shade : LiteralDither::dither(greys, static_cast<int>(width), static_cast<int>(height),
+                                                          picture.dither, picture.threshold))
+        codes.push_back(shade == 0 ? 1 : 0);
+    expected.draw(x, y, width, 1, codes);
+}
+
 ClientLcdBitmap columnOnLcd(std::uint16_t lcd, unsigned char rows)
 {
     ClientLcdBitmap bitmap(8, rows, 1);
@@ -282,6 +317,27 @@ ClientLcdBitmap columnOnLcd(std::uint16_t lcd, unsigned char rows)
 TEST(PictureOracle, pictureThatArrives_isThePictureComposed)
 {
     runSeeds(slowBuild ? 20 : 60, [](unsigned int seed) { PictureSchedule(seed).run(); });
+}
+
+// In packets of one long row of run-length words up to several pictures.
+TEST(PictureOracle, greysOfEveryWidth_arriveAsTheDitheredPicture)
+{
+    runSeeds(slowBuild ? 1 : 3, [](unsigned int seed) {
+        Random random(seed);
+        const unsigned int limit = random.between(4 * 256 + 19, 9000);
+        PriorityPacker packer(limit);
+        Panel panel(limit, {{7, {510, 256}}});
+        LiteralScreen expected(510, 256);
+        for (unsigned int width = 1; width <= 255 && !testing::Test::HasFailure(); ++width) {
+            drawSomePicture(random, width, packer, expected);
+            if (random.oneIn(4))
+                continue; // the next one may cover it, or lie over what waits
+            sendAll(packer, panel);
+            EXPECT_FALSE(packer.hasMoreData()) << "width " << width;
+            EXPECT_TRUE(panel.pixels(7, 510 * 256) == expected.getPixels()) << "width " << width;
+        }
+        EXPECT_EQ(panel.getViolations(), std::vector<std::string>{});
+    });
 }
 
 // Four rows of two pixels, every limit from one row a packet to all in one.

@@ -85,8 +85,8 @@ std::string headerEntry(const std::string& name)
 // The class or function directly inside the namespace that a symbol belongs to.
 std::string ownerOf(const std::string& symbol)
 {
-    static const std::regex pattern(
-        "^(?:(?:typeinfo|typeinfo name|vtable|guard variable) for |(?:non-)?virtual thunk to )?Vantor::(\\w+).*$");
+    static const std::regex pattern("^(?:(?:typeinfo|typeinfo name|vtable|guard variable) for |(?:non-)?virtual thunk "
+                                    "to )?Vantor::(\\w+)(?:[:([].*)?$");
     std::smatch match;
     return std::regex_match(symbol, match, pattern) ? match[1].str() : "";
 }
@@ -159,9 +159,9 @@ TEST(SharedObject, undefinedSymbols_belongToTheProtocolLibraryOrTheSystem)
 
 TEST(SharedObject, definedSymbols_belongToThePublicClasses)
 {
-    const Lines owners = {"UsbManager", "UsbDevice",          "PriorityPacker", "ClientLcdBitmap",
-                          "LcdHelper",  "BitmapImage",        "logLevel",       "setLogLevel",
-                          "s_logMutex", "PackedPacketParser", "setLogSink",     "DeviceFailure"};
+    const Lines owners = {"UsbManager",  "UsbDevice",     "PriorityPacker", "ClientLcdBitmap", "LcdHelper",
+                          "BitmapImage", "logLevel",      "setLogLevel",    "s_logMutex",      "PackedPacketParser",
+                          "setLogSink",  "DeviceFailure", "LcdPicture"};
     for (const std::string& name : defined())
         EXPECT_THAT(owners, testing::Contains(ownerOf(name))) << name;
 }
@@ -172,6 +172,28 @@ TEST(SharedObject, innerClasses_areHidden)
     for (const char* owner : {"UsbMessageQueue", "UsbMessage", "PacketQueue", "TransferAccount", "EventPump",
                               "DeviceCounters", "StatisticsBook", "PackerCounts", "AddingTimes", "LogOutput"})
         EXPECT_EQ(ownedBy(own, owner), Lines{});
+}
+
+// Nobody outside can call them.
+TEST(SharedObject, privateHelpers_areHidden)
+{
+    const Lines own = defined();
+    for (const char* name : {"UsbManager::s_instance", "UsbManager::addDevice(", "UsbManager::runWorkerPass(",
+                             "UsbManager::dispatch(", "UsbDevice::assignIdentity(", "UsbDevice::handleStatus(",
+                             "UsbDevice::sendMainChunk(", "UsbDevice::enterStatistics(", "PriorityPacker::_queueOf(",
+                             "PriorityPacker::_packSlice(", "PriorityPacker::readStatistics("})
+        EXPECT_THAT(own, testing::Not(testing::Contains(testing::StartsWith(std::string("Vantor::") + name))));
+}
+
+// Private as well, but they tell what the library is at.
+TEST(SharedObject, stateOfTheProcess_canBeLookedAt)
+{
+    const Lines own = defined();
+    for (const char* name :
+         {"Vantor::UsbManager::s_usbManager", "Vantor::UsbManager::s_usbManagerMutex", "Vantor::UsbDevice::s_usedUids",
+          "Vantor::UsbDevice::s_usedIds", "Vantor::UsbDevice::s_idMutex", "Vantor::UsbManager::workerThread()",
+          "Vantor::UsbManager::receiveMsgThread()", "Vantor::logLevel", "Vantor::s_logMutex"})
+        EXPECT_THAT(own, testing::Contains(name));
 }
 
 TEST(SharedObject, everyPublicOperation_isThere)

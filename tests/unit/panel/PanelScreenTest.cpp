@@ -36,6 +36,36 @@ TEST(PanelScreen, sizes_1x1To510x510)
     EXPECT_THROW(PanelScreen({0xFFFFFFFF, 0xFFFFFFFF}), std::invalid_argument);
 }
 
+TEST(PanelScreen, pixelsOfItsOwn_asManyAsItHas)
+{
+    EXPECT_THAT(PanelScreen({3, 1}, {1, 2, 3}).getPixels(), ElementsAre(1, 2, 3));
+    EXPECT_THROW(PanelScreen({3, 1}, {1, 2}), std::invalid_argument);
+    EXPECT_THROW(PanelScreen({3, 1}, {1, 2, 3, 4}), std::invalid_argument);
+    EXPECT_THROW(PanelScreen({0, 1}, {}), std::invalid_argument);
+}
+
+TEST(PanelScreen, part_rowsFromThatPixelOn)
+{
+    const PanelScreen screen({3, 3}, {1, 2, 3, 4, 5, 6, 7, 8, 9});
+    const PanelScreen part = screen.getPart(1, 0, {2, 3});
+    EXPECT_EQ(part.getWidth(), 2u);
+    EXPECT_EQ(part.getHeight(), 3u);
+    EXPECT_THAT(part.getPixels(), ElementsAre(2, 3, 5, 6, 8, 9));
+    EXPECT_THAT(screen.getPart(0, 2, {1, 1}).getPixels(), ElementsAre(7));
+}
+
+TEST(PanelScreen, partBeyondTheEdge_throws)
+{
+    const PanelScreen screen({3, 2});
+    EXPECT_THROW((void)screen.getPart(2, 0, {2, 1}), std::out_of_range);
+    EXPECT_THROW((void)screen.getPart(0, 1, {1, 2}), std::out_of_range);
+    EXPECT_THROW((void)screen.getPart(0, 0, {4, 1}), std::out_of_range);
+    EXPECT_THROW((void)screen.getPart(0, 0, {1, 3}), std::out_of_range);
+    EXPECT_THROW((void)screen.getPart(0, 0, {0, 1}), std::out_of_range);
+    EXPECT_THROW((void)screen.getPart(0xFFFFFFFF, 0, {2, 1}), std::out_of_range);
+    EXPECT_THROW((void)screen.getPart(0, 0xFFFFFFFF, {1, 2}), std::out_of_range);
+}
+
 TEST(PanelScreen, draw_rowsOfTheGivenWidth)
 {
     PanelScreen screen({4, 3});

@@ -200,6 +200,12 @@ TEST(PanelsimOptions, unquotedCommand_isPointedAt)
               "panelsim: --at 1s: quote COMMAND: 'emit 0 type=5'\nRun with --help for more information.\n");
     EXPECT_THAT(parse({"run", "--at", "2s", "unplug", "true"}).options.program, ElementsAre("true"));
     EXPECT_THAT(parse({"run", "--at", "2s", "unplug 1", "--", "true"}).options.program, ElementsAre("true"));
+    EXPECT_THAT(refusalOf({"run", "--web", "8080", "--", "true"}), HasSubstr("behind '=': --web=8080"));
+    EXPECT_EQ(parse({"run", "--web", "--", "8080"}).options.webAddress, "");
+    EXPECT_EQ(parse({"run", "--web=8080", "--", "true"}).options.webAddress, "8080");
+    EXPECT_EQ(parse({"run", "--", "true", "--web", "8080"}).options.webAddress, std::nullopt);
+    EXPECT_THAT(parse({"run", "--", "sh", "-c", "[ -e a ]", "[a,b]", "--", "-x"}).options.program,
+                ElementsAre("sh", "-c", "[ -e a ]", "[a,b]", "--", "-x"));
     EXPECT_THAT(parse({"run", "--", "echo", "--at", "2s", "unplug", "1"}).options.program,
                 ElementsAre("echo", "--at", "2s", "unplug", "1"));
 }

@@ -62,9 +62,13 @@ class PageCommands(PageTest):
         values[2].send_keys('3')
         self.assertEqual(browser.text('#command-made'), 'emit 1 type=20 hex=0304 count=3')
         browser.click('#command-form button[type=submit]')
-        browser.wait_for_text('#records-table', '03 04')
-        rows = [row.text.split() for row in browser.find_all('#records-table .rows .in')]
-        self.assertEqual([row[1:5] for row in rows if row[3:4] == ['20']], [['1', 'in', '20', '2']] * 3)
+
+        def emitted():
+            rows = browser.run("""return [...document.querySelectorAll('#records-table .rows .in')]
+                .filter((row) => !row.hidden).map((row) => [...row.children].map((cell) => cell.textContent));""")
+            return [row[1:5] for row in rows if row[3] == '20']
+        wait_until(lambda: len(emitted()) >= 3, 'the three records')
+        self.assertEqual(emitted(), [['1', 'in', '20', '2']] * 3)
 
     def commandLine_hasAHistory(self):
         self.allowed = REFUSED

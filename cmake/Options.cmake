@@ -57,6 +57,7 @@ if(MORVANE_TOOLS)
 endif()
 morvane_option(MORVANE_WEB "With the tools: panelsim --web, which needs cpp-httplib and giflib" ON
   MORVANE_TOOLS MORVANE_HTTPLIB_FOUND GIF_FOUND)
+morvane_option(MORVANE_MQTT "With the tools: panel2mqtt" ON MORVANE_TOOLS)
 option(MORVANE_FUZZ "Build the fuzz targets with libFuzzer, which needs clang" OFF)
 option(MORVANE_BENCHMARKS "Build the benchmarks, which need Google Benchmark" OFF)
 set(MORVANE_SANITIZE "" CACHE STRING "Value for -fsanitize, empty for none")

@@ -1,0 +1,333 @@
+#include "panel2mqtt/desk/Desk.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Vantor {
+
+namespace {
+
+constexpr std::string_view allHosts = "panel/1/all/";
+
+bool beginsWith(std::string_view text, std::string_view beginning)
+{
+    return text.substr(0, beginning.size()) == beginning;
+}
+
+Message makeMessage(std::string topic, std::string payload, int qos, bool isRetained)
+{
+    Message message;
+    message.topic = std::move(topic);
+    message.payload = std::move(payload);
+    message.qos = qos;
+    message.isRetained = isRetained;
+    return message;
+}
+
+} // namespace
+
+Desk::Desk(Options options, Outbox& outbox, Statistics statistics)
+    : m_options(std::move(options)), m_root("panel/1/" + m_options.host + "/"), m_outbox(outbox),
+      m_statistics(std::move(statistics))
+{}
+
+void Desk::beginConnection()
+{
+    m_isServing = false;
+    m_isTold = false;
+    m_leftOver.clear();
+    m_wishes.beginTelling();
+}
+
+void Desk::serve(std::uint64_t epoch, TimePoint now)
+{
+    m_epoch = epoch;
+    m_isServing = true;
+    for (auto& [name, place] : m_places) {
+        place.state.epoch = epoch;
+        publishPlace(name, place);
+    }
+    if (m_options.statsEvery != Duration::zero())
+        m_nextStats = now + m_options.statsEvery;
+    settle(now);
+}
+
+void Desk::endTelling(TimePoint now)
+{
+    m_isTold = true;
+    m_wishes.endTelling();
+    settle(now);
+}
+
+void Desk::settle(TimePoint now)
+{
+    if (!m_isTold || !m_isServing)
+        return;
+    for (const auto& [topic, place] : std::exchange(m_leftOver, {})) {
+        if (m_places.count(place) == 0)
+            m_outbox.publish(Outbox::Kind::State, makeMessage(topic, "", 1, true));
+    }
+    for (auto& [name, place] : m_places)
+        place.desk->refreshWishes(now);
+}
+
+void Desk::receive(Message message, TimePoint now)
+{
+    // What an earlier run has left of its places.
+    const std::string_view rest =
+        beginsWith(message.topic, m_root) ? std::string_view(message.topic).substr(m_root.size()) : std::string_view();
+    const std::size_t end = rest.find('/');
+    if (end != std::string_view::npos && isPlace(rest.substr(0, end))) {
+        const std::string_view kind = rest.substr(end + 1);
+        if (kind == "state" || kind == "info" || beginsWith(kind, "job/")) {
+            remember(std::string(rest.substr(0, end)), message, now);
+            return;
+        }
+    }
+    auto parsed = Order::parse(message.topic, m_options.host);
+    if (const auto* const refusal = std::get_if<Answer>(&parsed)) {
+        reply(message, *refusal, "");
+        return;
+    }
+    const Order& order = std::get<Order>(parsed);
+    if (order.isWish)
+        wish(order, std::move(message), now);
+    else if (m_isServing)
+        obey(order, std::move(message), now);
+}
+
+void Desk::remember(const std::string& place, const Message& state, TimePoint now)
+{
+    if (state.payload.empty() || m_places.count(place) != 0)
+        return;
+    const std::string kind = state.topic.substr(m_root.size() + place.size() + 1);
+    const auto known = DeskJson::readPlaceState(state.payload);
+    Place* const made = kind == "state" && known ? makePlace(place) : nullptr;
+    if (made == nullptr) {
+        if (m_leftOver.size() < mostLeftOver)
+            m_leftOver.emplace(state.topic, place);
+        return;
+    }
+    made->state = {false, m_epoch, known->isOnline ? m_options.clock() : known->since,
+                   "it was not there when the gateway came"};
+    made->forgotten = now + m_options.forgetAfter;
+    publishPlace(place, *made);
+}
+
+void Desk::obey(const Order& order, Message message, TimePoint now)
+{
+    if (message.isRetained) {
+        reply(message, {Answer::Word::Refused, "a retained command is not carried out; publish it without retain"},
+              order.place);
+        return;
+    }
+    const std::string* const run = message.findProperty("run");
+    if (run != nullptr && *run != m_options.run) {
+        reply(message, {Answer::Word::Unknown, "the gateway was started anew"}, order.place);
+        return;
+    }
+    if (!order.place.empty()) {
+        obeyAt(order.place, order, message, now);
+        return;
+    }
+    std::vector<std::string> places;
+    for (const auto& [name, place] : m_places) {
+        if (place.desk->isThere())
+            places.push_back(name);
+    }
+    if (places.empty())
+        reply(message, {Answer::Word::Offline, "no panel is there"}, "");
+    for (const std::string& place : places)
+        obeyAt(place, order, message, now);
+}
+
+void Desk::obeyAt(const std::string& place, const Order& order, const Message& message, TimePoint now)
+{
+    const auto known = m_places.find(place);
+    if (known == m_places.end()) {
+        reply(message, {Answer::Word::Offline, ""}, place);
+        return;
+    }
+    switch (order.verb) {
+    case Order::Verb::Send:
+    case Order::Verb::Set:
+    case Order::Verb::Draw:
+        known->second.desk->add(order, message, now);
+        break;
+    case Order::Verb::Flash:
+        reply(message, {Answer::Word::Refused, "this gateway has no firmware upgrade"}, place);
+        break;
+    case Order::Verb::Stats:
+        publishStats(place, &message);
+        break;
+    case Order::Verb::Forget:
+        if (known->second.desk->isThere()) {
+            reply(message, {Answer::Word::Refused, "the panel is there"}, place);
+            break;
+        }
+        forget(place);
+        reply(message, {Answer::Word::Taken, ""}, place);
+        break;
+    }
+}
+
+void Desk::wish(const Order& order, Message message, TimePoint now)
+{
+    if (!message.isRetained && !message.payload.empty()) {
+        reply(message, {Answer::Word::Refused, "a wish must be retained"}, order.place);
+        return;
+    }
+    if (!m_wishes.put(order, message)) {
+        reply(message, {Answer::Word::Refused, "there are too many wishes"}, order.place);
+        return;
+    }
+    if (!m_isTold || !m_isServing)
+        return; // another one may win
+    for (auto& [name, place] : m_places) {
+        if (order.place.empty() || order.place == name)
+            place.desk->refreshWishes(now);
+    }
+}
+
+void Desk::refuseBusy(const Message& command) const
+{
+    reply(command, {Answer::Word::Busy, "the gateway has too much to do"}, "");
+}
+
+Desk::Place* Desk::makePlace(const std::string& place)
+{
+    const auto known = m_places.find(place);
+    if (known != m_places.end())
+        return &known->second;
+    if (m_places.size() == mostPlaces)
+        return nullptr;
+    Place made;
+    made.desk = std::make_unique<PanelDesk>(
+        place, m_wishes, m_options.wait,
+        [this, place](const Message& command, const Answer& answer) { reply(command, answer, place); });
+    return &m_places.emplace(place, std::move(made)).first->second;
+}
+
+void Desk::onPanelReady(const std::string& place, std::shared_ptr<PanelLine> line, const PanelInfo& info, TimePoint now)
+{
+    Place* const made = makePlace(place);
+    if (made == nullptr)
+        return;
+    made->state = {true, m_epoch, m_options.clock(), ""};
+    made->info = DeskJson::write(place, info);
+    made->forgotten = TimePoint::max();
+    publishPlace(place, *made);
+    made->desk->arrive(std::move(line), now);
+}
+
+void Desk::onPanelAway(const std::string& place, const std::string& reason, TimePoint now)
+{
+    Place* const made = makePlace(place);
+    if (made == nullptr)
+        return;
+    made->state = {false, m_epoch, m_options.clock(), reason};
+    made->forgotten = now + m_options.forgetAfter;
+    publishPlace(place, *made);
+    made->desk->leave(now);
+}
+
+void Desk::publishPlace(const std::string& name, const Place& place)
+{
+    if (!m_isServing)
+        return; // told when it does
+    m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(name + "/state"), DeskJson::write(place.state), 1, true));
+    if (!place.info.empty())
+        m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(name + "/info"), place.info, 1, true));
+}
+
+void Desk::forget(const std::string& place)
+{
+    for (const char* const kind : {"/state", "/info"})
+        m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + kind), "", 1, true));
+    m_places.erase(place);
+}
+
+void Desk::onRecord(const std::string& place, unsigned int type, std::string payload)
+{
+    const bool isWanted = m_options.got ? m_options.got->count(type) != 0 : type != 0;
+    const auto known = m_places.find(place);
+    if (!isWanted || !m_isServing || known == m_places.end())
+        return;
+    Message message =
+        makeMessage(topicOf(place + "/got/" + std::to_string(type)), std::move(payload), m_options.gotQos, false);
+    message.userProperties.emplace_back("n", std::to_string(++known->second.records));
+    m_outbox.publish(Outbox::Kind::Event, std::move(message));
+}
+
+void Desk::onProgress(const std::string& place, TimePoint now)
+{
+    const auto known = m_places.find(place);
+    if (known != m_places.end())
+        known->second.desk->poll(now);
+}
+
+void Desk::publishStats(const std::string& place, const Message* question)
+{
+    std::string text = m_statistics(place);
+    if (question != nullptr && !question->responseTopic.empty()) {
+        if (const auto topic = answerTopicOf(*question)) {
+            Message answer = makeMessage(*topic, text, 1, false);
+            answer.correlation = question->correlation;
+            m_outbox.publish(Outbox::Kind::Answer, std::move(answer));
+        }
+    }
+    m_outbox.publish(Outbox::Kind::Event, makeMessage(topicOf(place + "/stats"), std::move(text), 0, false));
+}
+
+void Desk::poll(TimePoint now)
+{
+    std::vector<std::string> forgotten;
+    for (auto& [name, place] : m_places) {
+        place.desk->poll(now);
+        if (place.forgotten <= now)
+            forgotten.push_back(name);
+    }
+    for (const std::string& name : forgotten)
+        forget(name);
+    if (m_nextStats > now)
+        return;
+    m_nextStats = now + m_options.statsEvery;
+    for (const auto& [name, place] : m_places) {
+        if (place.desk->isThere())
+            publishStats(name, nullptr);
+    }
+}
+
+Desk::TimePoint Desk::getNextDue() const
+{
+    TimePoint due = m_nextStats;
+    for (const auto& [name, place] : m_places)
+        due = std::min({due, place.forgotten, place.desk->getNextDue()});
+    return due;
+}
+
+// Where an answer may go: this gateway's own topics are no place for it, lest somebody has it
+// say what it does not mean.
+std::optional<std::string> Desk::answerTopicOf(const Message& command) const
+{
+    const std::string& topic = command.responseTopic;
+    if (topic.empty() || topic.find_first_of("+#") != std::string::npos)
+        return std::nullopt;
+    if (beginsWith(topic, std::string(allHosts) + "answer/"))
+        return m_root + topic.substr(allHosts.size());
+    if (beginsWith(topic, "panel/") && !beginsWith(topic, m_root + "answer/"))
+        return std::nullopt;
+    return topic;
+}
+
+void Desk::reply(const Message& command, const Answer& answer, const std::string& place) const
+{
+    const auto topic = answerTopicOf(command);
+    if (!topic)
+        return;
+    Message message = makeMessage(*topic, DeskJson::write(answer, m_options.host, place), 1, false);
+    message.correlation = command.correlation;
+    m_outbox.publish(Outbox::Kind::Answer, std::move(message));
+}
+
+} // namespace Vantor

@@ -1,0 +1,136 @@
+#include "panel2mqtt/desk/HostPresence.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Vantor {
+
+HostPresence::HostPresence(const std::string& host, std::string run, std::string version, std::uint64_t since,
+                           Outbox& outbox)
+    : m_root("panel/1/" + host + "/"), m_run(std::move(run)), m_version(std::move(version)), m_since(since),
+      m_outbox(outbox)
+{}
+
+Message HostPresence::planWill(std::uint64_t clock)
+{
+    m_epoch = std::max(clock, m_epoch + 1);
+    Message will;
+    will.topic = m_root + "state";
+    will.payload = DeskJson::write(HostState{false, m_epoch, m_run, m_version});
+    will.qos = 1;
+    will.isRetained = true;
+    return will;
+}
+
+void HostPresence::onConnected(TimePoint /*now*/)
+{
+    m_isDisputed = false;
+    m_decision = TimePoint::max();
+    m_stage = Stage::Asking;
+    // After an outage whoever has served goes on at once: others hear it before they decide.
+    if (m_hasServed)
+        serve();
+}
+
+bool HostPresence::receive(const Message& message, TimePoint now)
+{
+    if (message.topic == m_root + "state")
+        onForeignState(message);
+    else if (message.topic == m_root + "claim")
+        onForeignClaim(message);
+    else
+        return false;
+    poll(now);
+    return true;
+}
+
+// Its own are not told to it, but for those of earlier connections.
+void HostPresence::onForeignState(const Message& message)
+{
+    const auto state = DeskJson::readHostState(message.payload);
+    if (!state || m_stage == Stage::Away)
+        return;
+    // A death that comes late would count for more than this birth.
+    if (state->epoch > m_epoch || (state->epoch == m_epoch && state->run != m_run)) {
+        m_epoch = state->epoch;
+        if (m_stage == Stage::Asking || !state->isOnline) {
+            m_stage = Stage::Renewing;
+            return;
+        }
+    }
+    if (m_stage == Stage::Asking)
+        m_isDisputed = state->isOnline && state->run != m_run;
+    else if (m_stage == Stage::Serving && !state->isOnline)
+        publishState(true);
+    else if (m_stage == Stage::Serving && state->run != m_run)
+        publishClaim();
+}
+
+void HostPresence::onForeignClaim(const Message& message)
+{
+    const auto claim = DeskJson::readHostClaim(message.payload);
+    if (!claim || claim->run == m_run || (m_stage != Stage::Asking && m_stage != Stage::Serving))
+        return;
+    if (claim->isBefore(getClaim()))
+        m_stage = Stage::Yielding;
+    else
+        publishClaim();
+}
+
+void HostPresence::endTelling(TimePoint now)
+{
+    if (m_stage != Stage::Asking)
+        return;
+    if (!m_isDisputed) {
+        serve();
+        return;
+    }
+    publishClaim();
+    m_decision = now + patience;
+}
+
+void HostPresence::poll(TimePoint now)
+{
+    if (m_stage == Stage::Asking && m_decision <= now)
+        serve();
+}
+
+HostPresence::TimePoint HostPresence::getNextDue() const
+{
+    return m_stage == Stage::Asking ? m_decision : TimePoint::max();
+}
+
+void HostPresence::serve()
+{
+    m_stage = Stage::Serving;
+    m_hasServed = true;
+    publishClaim();
+    publishState(true);
+}
+
+void HostPresence::leave()
+{
+    if (m_stage == Stage::Serving)
+        publishState(false);
+    m_stage = Stage::Away;
+}
+
+void HostPresence::publishState(bool isOnline)
+{
+    Message state;
+    state.topic = m_root + "state";
+    state.payload = DeskJson::write(HostState{isOnline, m_epoch, m_run, m_version});
+    state.qos = 1;
+    state.isRetained = true;
+    m_outbox.publish(Outbox::Kind::State, std::move(state));
+}
+
+void HostPresence::publishClaim()
+{
+    Message claim;
+    claim.topic = m_root + "claim";
+    claim.payload = DeskJson::write(getClaim());
+    m_outbox.publish(Outbox::Kind::Answer, std::move(claim));
+}
+
+} // namespace Vantor

@@ -157,6 +157,14 @@ Rule takeTypes(std::optional<std::set<std::uint8_t>>& target)
     };
 }
 
+std::string listKeys(const Rules& rules)
+{
+    std::string keys;
+    for (const auto& [key, rule] : rules)
+        keys += (keys.empty() ? "" : ", ") + key;
+    return keys;
+}
+
 // Goes through one file's tables, and keeps what is wrong.
 class SettingsReader {
 public:
@@ -174,7 +182,7 @@ private:
     Rule takeTable(const std::string& key, Rules rules);
     Rules makeBrokerRules();
     Rules makePanelsRules();
-    void tell(Line line, const std::string& text);
+    void tell(Line line, const std::string& key, const std::string& text);
     void requireBoth(const char* given, const char* missing);
 
     const std::string& m_name;
@@ -220,21 +228,18 @@ Rules SettingsReader::makePanelsRules()
 void SettingsReader::readTable(const std::string& prefix, const toml::table& table, const Rules& rules)
 {
     for (const auto& [key, node] : table) {
-        const std::string name(key.str());
+        const std::string name = prefix + std::string(key.str());
         const Line line = key.source().begin.line;
         const auto rule =
-            std::find_if(rules.begin(), rules.end(), [&name](const auto& one) { return one.first == name; });
+            std::find_if(rules.begin(), rules.end(), [&key](const auto& one) { return one.first == key.str(); });
         if (rule == rules.end()) {
-            std::string known;
-            for (const auto& one : rules)
-                known += (known.empty() ? "" : ", ") + one.first;
-            tell(line, makePrintable(prefix + name) + ": unknown; expected " + known);
+            tell(line, makePrintable(name), "unknown; expected " + listKeys(rules));
             continue;
         }
-        m_lines[prefix + name] = line;
+        m_lines[name] = line;
         const std::string expected = rule->second(node);
         if (!expected.empty())
-            tell(line, prefix + name + ": expected " + expected);
+            tell(line, name, "expected " + expected);
     }
 }
 
@@ -254,12 +259,13 @@ void SettingsReader::complete(const SettingsFile::Surroundings& surroundings)
     if (m_lines.count("host") == 0) {
         m_settings.host = surroundings.machineName;
         if (!SettingsFile::isHostName(m_settings.host))
-            tell(0, "host: this machine's name, " + quote(m_settings.host) + ", can't be in topics; expected another");
+            tell(0, "host",
+                 "this machine's name, " + quote(m_settings.host) + ", can't be in topics; expected another");
     }
     requireBoth("broker.certificate", "broker.key");
     requireBoth("broker.key", "broker.certificate");
     if (!m_settings.broker.usesTls && !isLoopback(m_settings.broker.address))
-        tell(m_lines["broker.address"], "broker.address: a broker on another machine; expected with tls = true");
+        tell(m_lines["broker.address"], "broker.address", "a broker on another machine; expected with tls = true");
     const std::string credential = surroundings.credentialsFolder + "/password";
     if (m_lines.count("broker.password_file") == 0 && !surroundings.credentialsFolder.empty() &&
         access(credential.c_str(), F_OK) == 0)
@@ -269,12 +275,12 @@ void SettingsReader::complete(const SettingsFile::Surroundings& surroundings)
 void SettingsReader::requireBoth(const char* given, const char* missing)
 {
     if (m_lines.count(given) != 0 && m_lines.count(missing) == 0)
-        tell(m_lines[given], std::string(given) + ": expected with " + missing);
+        tell(m_lines[given], given, std::string("expected with ") + missing);
 }
 
-void SettingsReader::tell(Line line, const std::string& text)
+void SettingsReader::tell(Line line, const std::string& key, const std::string& text)
 {
-    m_problems.emplace_back(line, m_name + (line != 0 ? ":" + std::to_string(line) : "") + ": " + text);
+    m_problems.emplace_back(line, m_name + (line != 0 ? ":" + std::to_string(line) : "") + ": " + key + ": " + text);
 }
 
 // A table's keys come by their names, not in the order of the file.

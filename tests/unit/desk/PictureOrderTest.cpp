@@ -371,7 +371,8 @@ TEST(PictureOrder, damagedPng_isRefusedWithTheReason)
     wrongCheck[wrongCheck.find("IHDR") + 17] ^= 1;
     expectRefused(wrongCheck, {}, "the payload is a damaged PNG file: IHDR: CRC error");
     expectRefused(pngOf(0, 1, "", pack("")), {}, "the payload is a damaged PNG file: Invalid IHDR data");
-    expectRefused(pngOf(4, 2, "", pack(std::string("\0\1\2\3\4", 5))), {}, "the payload is a damaged PNG file: Not enough image data");
+    expectRefused(pngOf(4, 2, "", pack(std::string("\0\1\2\3\4", 5))), {},
+                  "the payload is a damaged PNG file: Not enough image data");
 }
 
 TEST(PictureOrder, pngWithPackedTexts_takesNoMemoryForThem)

@@ -22,13 +22,19 @@ Message HostPresence::planWill(std::uint64_t clock)
     return will;
 }
 
-void HostPresence::onConnected(TimePoint /*now*/)
+void HostPresence::beginConnection()
 {
     m_isDisputed = false;
     m_decision = TimePoint::max();
     m_stage = Stage::Asking;
+}
+
+void HostPresence::onConnected(TimePoint /*now*/)
+{
+    if (m_stage == Stage::Away)
+        beginConnection();
     // After an outage whoever has served goes on at once: others hear it before they decide.
-    if (m_hasServed)
+    if (m_stage == Stage::Asking && m_hasServed)
         serve();
 }
 

@@ -39,6 +39,8 @@ public:
     Message planWill(std::uint64_t clock);
     std::uint64_t getEpoch() const { return m_epoch; }
 
+    // The connection is being made: what the broker retains may come before onConnected.
+    void beginConnection();
     void onConnected(TimePoint now);
     void onDisconnected() { m_stage = Stage::Away; }
 

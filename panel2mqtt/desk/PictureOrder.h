@@ -13,7 +13,7 @@ namespace Vantor {
 
 // Reads a message that draws: docs/mqtt.md, "Pictures".
 //
-// Threads: stateless; any thread. A picture takes some 10 ms at the most, a hostile one 100.
+// Threads: stateless; any thread. A picture takes a few ms, a hostile one some 50.
 class PictureOrder {
 public:
     static constexpr std::size_t maxPayload = std::size_t{4} << 20;

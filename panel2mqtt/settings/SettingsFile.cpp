@@ -228,10 +228,11 @@ Rules SettingsReader::makePanelsRules()
 void SettingsReader::readTable(const std::string& prefix, const toml::table& table, const Rules& rules)
 {
     for (const auto& [key, node] : table) {
-        const std::string name = prefix + std::string(key.str());
+        const std::string own(key.str());
+        const std::string name = prefix + own;
         const Line line = key.source().begin.line;
         const auto rule =
-            std::find_if(rules.begin(), rules.end(), [&key](const auto& one) { return one.first == key.str(); });
+            std::find_if(rules.begin(), rules.end(), [&own](const auto& one) { return one.first == own; });
         if (rule == rules.end()) {
             tell(line, makePrintable(name), "unknown; expected " + listKeys(rules));
             continue;

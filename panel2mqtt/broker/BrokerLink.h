@@ -1,5 +1,6 @@
 #pragma once
 
+#include "panel2mqtt/broker/BrokerPace.h"
 #include "panel2mqtt/broker/BrokerSettings.h"
 #include "panel2mqtt/desk/Message.h"
 
@@ -16,7 +17,8 @@ namespace Vantor {
 //
 // Threads: construction, start and stop on one thread; all else on any. The listener is called
 // on the link's thread and must only hand on: while it is busy no ping is answered.
-// Lifetime: the listener outlives it. The destructor stops it.
+// Lifetime: the listener outlives it. The destructor stops it. libmosquitto has the process
+// ignore SIGPIPE.
 class BrokerLink {
 public:
     struct Subscription {
@@ -30,8 +32,8 @@ public:
     public:
         virtual ~Listener() = default;
 
-        // The connection that is about to be made: its last will, retained, and what it
-        // subscribes to.
+        // The connection that is about to be made: its last will, none if that has no topic,
+        // and what it subscribes to.
         struct Plan {
             Message will;
             std::vector<Subscription> subscriptions;
@@ -40,10 +42,13 @@ public:
 
         // All subscriptions are granted, or `refused` names those that are not.
         virtual void onConnected(const std::vector<std::string>& refused) = 0;
-        // After onConnected, or in its place: why.
+        // After onConnected, or in its place: why. Not for a connection that `stop` ends.
         virtual void onDisconnected(const std::string& reason) = 0;
-        // The retain flag is as it was published.
+        // The retain flag is as it was published. What is retained comes while subscriptions
+        // are granted: some of it after planConnection and before onConnected.
         virtual void onMessage(Message message) = 0;
+        // A message that the broker doesn't take, by the reason once a minute at the most.
+        virtual void onRefused(const std::string& topic, const std::string& reason) { (void)topic, (void)reason; }
     };
 
     // What waits for the broker.
@@ -58,14 +63,14 @@ public:
         std::uint64_t received = 0;
         std::uint64_t droppedEvents = 0; // for want of room, or of a connection
         std::uint64_t droppedAnswers = 0;
-        std::uint64_t refused = 0; // by the broker: not authorised, too large
+        std::uint64_t refused = 0; // not authorised, too large, no topic of MQTT's
         std::uint64_t connections = 0;
         std::uint64_t waiting = 0;
         std::uint64_t passes = 0; // of its thread's loop: once a second at the least while it moves
     };
 
     // `name` is in the client id and in the thread's messages.
-    BrokerLink(BrokerSettings settings, std::string name, Listener& listener);
+    BrokerLink(BrokerSettings settings, std::string name, Listener& listener, const BrokerPace& pace = {});
     ~BrokerLink();
     BrokerLink(const BrokerLink&) = delete;
     BrokerLink& operator=(const BrokerLink&) = delete;
@@ -77,10 +82,11 @@ public:
     void publish(Kind kind, Message message);
 
     // Ends the present connection orderly, without the will, and makes the next one after
-    // `seconds`.
+    // `seconds`. The listener is told of that end, too.
     void reconnectIn(double seconds);
 
-    // What waits gets a second, then the connection ends orderly, without the will.
+    // What waits gets a second, then the connection ends orderly, without the will. Returns
+    // within a second and a half, whatever the broker does. Not to be started again.
     void stop();
 
     Counts getCounts() const;

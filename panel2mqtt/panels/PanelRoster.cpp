@@ -1,7 +1,9 @@
 #include "panel2mqtt/panels/PanelRoster.h"
 
 #include "panel2mqtt/panels/LibraryLine.h"
+#include "protocol/PacketHeader.h"
 #include "protocol/ReqDeviceInfo.h"
+#include "wire/RecordHeader.h"
 
 #include <algorithm>
 #include <utility>
@@ -12,7 +14,7 @@ namespace Vantor {
 
 namespace {
 
-constexpr std::size_t overhead = sizeof(PacketHeader) + sizeof(RecordHeader);
+constexpr unsigned int overhead = sizeof(PacketHeader) + sizeof(RecordHeader);
 
 using Json = nlohmann::ordered_json;
 
@@ -83,7 +85,7 @@ void PanelRoster::makeReady(Panel& panel, const std::shared_ptr<UsbDevice>& devi
     PanelInfo info;
     info.description = describe(said);
     info.maxPacketSize = said.maxPacketSize;
-    info.payloadLimit = line->getPacketLimit() - static_cast<unsigned int>(overhead);
+    info.payloadLimit = line->getPacketLimit() - overhead;
     m_desk.onPanelReady(panel.place, line, info, now);
 }
 

@@ -110,7 +110,7 @@ void BrokerConnection::tick(Clock::time_point now)
 
 void BrokerConnection::publish(Item item)
 {
-    if (OutgoingQueue::sizeOf(item.message) > m_maxPacketSize) {
+    if (OutgoingQueue::sizeOf(item.message) > m_largestPacket) {
         m_owner.onCompleted(item, MOSQ_ERR_OVERSIZE_PACKET);
         return;
     }
@@ -144,13 +144,13 @@ void BrokerConnection::end(const std::string& reason)
         m_client.disconnect(lingerMilliseconds);
 }
 
-void BrokerConnection::onAnswered(int reasonCode, std::uint32_t maxPacketSize)
+void BrokerConnection::onAnswered(int reasonCode, std::uint32_t largestPacket)
 {
     if (reasonCode != MQTT_RC_SUCCESS) {
         finish(describeRefusal(reasonCode, m_settings));
         return;
     }
-    m_maxPacketSize = maxPacketSize;
+    m_largestPacket = largestPacket;
     m_stage = Stage::Subscribing;
     m_owner.onAccepted();
     subscribe();

@@ -186,10 +186,13 @@ TEST(BrokerLinkFailure, messageLargerThanTheBrokerTakes_isLeftOut)
     ASSERT_TRUE(quick.listener.awaitConnections(1));
     for (std::size_t size = 19900; size < 20100; ++size)
         quick.publish(Kind::Answer, "size", std::string(size, 'x'));
+    // Of this size libmosquitto finds out too late, and keeps it for ever among those that it sends.
+    for (std::size_t number = 0; number < 100; ++number)
+        quick.publish(Kind::Answer, "size", std::string(19989, 'x'));
     quick.publish(Kind::State, "last", "x");
-    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.published + counts.refused == 201; }));
-    EXPECT_GE(quick.link.getCounts().refused, 115U); // from 19985 bytes on, with a header of 15 at the least
-    EXPECT_GE(quick.link.getCounts().published, 75U);
+    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.published + counts.refused == 301; }));
+    EXPECT_GE(quick.link.getCounts().refused, 100U + 111U); // from 19989 bytes on
+    EXPECT_GE(quick.link.getCounts().published, 1U + 80U);
     EXPECT_EQ(quick.link.getCounts().connections, 1U);
     EXPECT_THAT(quick.listener.get().refused, ElementsAre(HasSubstr("larger than the broker takes")));
 }

@@ -136,7 +136,7 @@ TEST(BrokerLink, ownMessage_isLeftOutWhereThatIsWished)
 TEST(BrokerLink, oneMessage_reachesABrokerAtOnce)
 {
     const MosquittoBroker broker;
-    QuickLink quick(broker.getSettings(), {{"echo", 0, false, false}});
+    QuickLink quick(broker.getSettings(), {{"echo", 1, false, false}});
     ASSERT_TRUE(quick.listener.awaitConnections(1));
     std::vector<double> times;
     for (std::size_t number = 1; number <= 51; ++number) {

@@ -7,8 +7,10 @@
 #include <system_error>
 #include <utility>
 
+#include <linux/tcp.h>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -17,6 +19,14 @@ namespace Vantor {
 namespace {
 
 constexpr int lingerMilliseconds = 200;
+
+// So that somebody has taken the connection, though it may be over since.
+bool hasSentAnything(int socket)
+{
+    tcp_info info = {};
+    socklen_t size = sizeof info;
+    return getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_data_segs_out > 0;
+}
 
 std::optional<TlsContext> makeTls(const BrokerSettings& settings)
 {
@@ -57,9 +67,14 @@ void BrokerConnection::connect(const std::string& address, std::uint16_t port, C
     m_deadline = now + m_pace.connectTime;
     const int code = m_client.connect(address, port, static_cast<int>(m_settings.keepAlive.count()));
     const int error = errno;
-    if (code != MOSQ_ERR_SUCCESS)
+    // So soon TLS may have had an answer; EPROTO is libmosquitto's for what fails there.
+    if (code == MOSQ_ERR_TLS || (code == MOSQ_ERR_ERRNO && error == EPROTO)) {
+        m_wasReached = true;
+        finish(describe(code, error));
+    } else if (code != MOSQ_ERR_SUCCESS) {
         finish(m_settings.address + " can't be reached: " +
                (code == MOSQ_ERR_ERRNO ? std::generic_category().message(error) : mosquitto_strerror(code)));
+    }
 }
 
 short BrokerConnection::getEvents() const
@@ -95,7 +110,7 @@ void BrokerConnection::tick(Clock::time_point now)
 
 void BrokerConnection::publish(Item item)
 {
-    if (OutgoingQueue::sizeOf(item.message) > m_maxPacketSize) {
+    if (OutgoingQueue::sizeOf(item.message) > m_largestPacket) {
         m_owner.onCompleted(item, MOSQ_ERR_OVERSIZE_PACKET);
         return;
     }
@@ -123,18 +138,19 @@ void BrokerConnection::publish(Item item)
 
 void BrokerConnection::end(const std::string& reason)
 {
-    if (m_stage != Stage::Over && m_stage != Stage::Reaching)
-        m_client.disconnect(lingerMilliseconds);
+    const bool isConnected = m_stage != Stage::Over && m_stage != Stage::Reaching;
     finish(reason);
+    if (isConnected)
+        m_client.disconnect(lingerMilliseconds);
 }
 
-void BrokerConnection::onAnswered(int reasonCode, std::uint32_t maxPacketSize)
+void BrokerConnection::onAnswered(int reasonCode, std::uint32_t largestPacket)
 {
     if (reasonCode != MQTT_RC_SUCCESS) {
         finish(describeRefusal(reasonCode, m_settings));
         return;
     }
-    m_maxPacketSize = maxPacketSize;
+    m_largestPacket = largestPacket;
     m_stage = Stage::Subscribing;
     m_owner.onAccepted();
     subscribe();
@@ -183,7 +199,7 @@ void BrokerConnection::checkReached(short events)
     if ((events & (POLLOUT | POLLERR | POLLHUP)) == 0)
         return;
     const int error = takeSocketError(getSocket());
-    if (error == 0 && (events & POLLHUP) == 0) {
+    if ((error == 0 && (events & POLLHUP) == 0) || hasSentAnything(getSocket())) {
         m_wasReached = true;
         m_stage = Stage::Greeting;
         return;
@@ -226,7 +242,7 @@ void BrokerConnection::finishUnanswered()
     else if (m_stage == Stage::Subscribing)
         finish("the broker does not answer subscriptions within " + time);
     else
-        finish(m_settings.address + " takes the connection and then says nothing within " + time +
+        finish(m_settings.address + " takes the connection and then says nothing of MQTT within " + time +
                (m_tls ? ": does it speak TLS on this port?" : ": does it expect TLS on this port?"));
 }
 

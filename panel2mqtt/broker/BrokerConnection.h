@@ -72,7 +72,7 @@ public:
 private:
     enum class Stage { Reaching, Greeting, Subscribing, Up, Over };
 
-    void onAnswered(int reasonCode, std::uint32_t maxPacketSize) override;
+    void onAnswered(int reasonCode, std::uint32_t largestPacket) override;
     void onSubscribed(int id, int reasonCode) override;
     void onPublished(int id, int reasonCode) override;
     void onReceived(Message message) override;
@@ -100,7 +100,7 @@ private:
     std::optional<Clock::time_point> m_upSince;
     std::map<int, std::string> m_unanswered; // filters, by the id of their subscription
     std::vector<std::string> m_refused;
-    std::size_t m_maxPacketSize = 0;
+    std::size_t m_largestPacket = 0;
     std::optional<Item> m_handingOver; // to libmosquitto, at this moment
     int m_handingOverId = 0;
 };

@@ -10,6 +10,8 @@ namespace Vantor {
 
 namespace {
 
+constexpr char noTls[] = "the broker does not speak TLS on this port, or ended the connection in the middle of it";
+
 bool hasText(const std::string& text, const char* part)
 {
     return text.find(part) != std::string::npos;
@@ -29,7 +31,7 @@ std::string describeTls(const std::string& complaints, const BrokerSettings& set
 {
     if (hasText(complaints, "wrong version number") || hasText(complaints, "unexpected eof") ||
         hasText(complaints, "packet length too long") || hasText(complaints, "http request"))
-        return "the broker does not speak TLS on this port, or ended the connection in the middle of it";
+        return noTls;
     if (hasText(complaints, "certificate required"))
         return "the broker wants a certificate of this host";
     if (hasText(complaints, "unknown ca") || hasText(complaints, "bad certificate") ||
@@ -83,9 +85,14 @@ std::string describeFailure(int code, int error, const std::string& complaints, 
 {
     if (settings.usesTls && (!complaints.empty() || code == MOSQ_ERR_TLS))
         return describeTls(complaints, settings);
+    // It has said why, but what it says is lost to who was just writing.
+    if (settings.usesTls && code == MOSQ_ERR_ERRNO && error == EPROTO)
+        return "the broker ended the connection in the middle of TLS: " +
+               (settings.certificateFile.empty() ? "it may want a certificate of this host"
+                                                 : "it may not accept the certificate in " + settings.certificateFile);
     const char* const perhaps = settings.usesTls ? "" : ". It may expect TLS on this port";
     if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_CONN_LOST || (code == MOSQ_ERR_ERRNO && error == ECONNRESET))
-        return std::string("the broker ended the connection without an answer") + perhaps;
+        return settings.usesTls ? noTls : std::string("the broker ended the connection without an answer") + perhaps;
     if (code == MOSQ_ERR_PROTOCOL || code == MOSQ_ERR_MALFORMED_PACKET)
         return std::string("what answers is no broker of MQTT 5") + perhaps;
     return describeEnd(code, error);

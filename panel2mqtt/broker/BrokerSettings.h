@@ -17,8 +17,8 @@ struct BrokerSettings {
     std::string certificateFile;       // PEM, of this host
     std::string keyFile;               // PEM
     std::string user;
-    std::string passwordFile; // its first line; systemd's credentials are such files
-    std::chrono::seconds keepAlive = std::chrono::seconds(30);
+    std::string passwordFile;                                  // its first line; systemd's credentials are such files
+    std::chrono::seconds keepAlive = std::chrono::seconds(30); // 5 s at the least
 };
 
 } // namespace Vantor

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-struct mqtt5__property;
+#include <mosquitto.h>
 
 namespace Vantor {
 
@@ -25,18 +25,18 @@ public:
 
     // False: one of them can't be in a message of MQTT.
     bool areGood() const { return m_areGood; }
-    mqtt5__property* get() const { return m_list; }
+    mosquitto_property* get() const { return m_list; }
     // To who frees them.
-    mqtt5__property* release();
+    mosquitto_property* release();
 
     // Into a message that has none yet.
-    static void read(const mqtt5__property* list, Message& message);
+    static void read(const mosquitto_property* list, Message& message);
 
 private:
     void addText(int identifier, const std::string& text);
     void addPair(const std::string& name, const std::string& value);
 
-    mqtt5__property* m_list = nullptr;
+    mosquitto_property* m_list = nullptr;
     bool m_areGood = true;
 };
 

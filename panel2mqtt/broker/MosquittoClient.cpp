@@ -195,12 +195,12 @@ bool MosquittoClient::wantsToWrite() const
 
 void MosquittoClient::onConnect(mosquitto*, void* self, int code, int, const mosquitto_property* properties) noexcept
 {
-    std::uint32_t maxPacketSize = UINT32_MAX;
-    mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE, &maxPacketSize, false);
+    std::uint32_t largest = UINT32_MAX;
+    mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE, &largest, false);
     std::uint8_t maxQos = 2;
     mosquitto_property_read_byte(properties, MQTT_PROP_MAXIMUM_QOS, &maxQos, false);
     clientOf(self).m_maxQos = maxQos;
-    clientOf(self).m_events.onAnswered(code, maxPacketSize);
+    clientOf(self).m_events.onAnswered(code, largest);
 }
 
 void MosquittoClient::onSubscribe(mosquitto*, void* self, int id, int count, const int* codes,

@@ -6,9 +6,7 @@
 #include <string>
 #include <vector>
 
-struct mosquitto;
-struct mosquitto_message;
-struct mqtt5__property;
+#include <mosquitto.h>
 
 namespace Vantor {
 
@@ -24,7 +22,7 @@ public:
     // Numbers above 127 are MQTT's reason codes, those below libmosquitto's.
     class Events {
     public:
-        virtual void onAnswered(int reasonCode, std::uint32_t maxPacketSize) = 0;
+        virtual void onAnswered(int reasonCode, std::uint32_t largestPacket) = 0;
         virtual void onSubscribed(int id, int reasonCode) = 0;
         virtual void onPublished(int id, int reasonCode) = 0;
         virtual void onReceived(Message message) = 0;
@@ -68,13 +66,13 @@ public:
     const std::string& getComplaints() const { return m_complaints; }
 
 private:
-    static void onConnect(mosquitto*, void* self, int code, int, const mqtt5__property* properties) noexcept;
+    static void onConnect(mosquitto*, void* self, int code, int, const mosquitto_property* properties) noexcept;
     static void onSubscribe(mosquitto*, void* self, int id, int count, const int* codes,
-                            const mqtt5__property*) noexcept;
-    static void onPublish(mosquitto*, void* self, int id, int code, const mqtt5__property*) noexcept;
+                            const mosquitto_property*) noexcept;
+    static void onPublish(mosquitto*, void* self, int id, int code, const mosquitto_property*) noexcept;
     static void onMessage(mosquitto*, void* self, const mosquitto_message* message,
-                          const mqtt5__property* properties) noexcept;
-    static void onDisconnect(mosquitto*, void* self, int code, const mqtt5__property*) noexcept;
+                          const mosquitto_property* properties) noexcept;
+    static void onDisconnect(mosquitto*, void* self, int code, const mosquitto_property*) noexcept;
     static void onLog(mosquitto*, void* self, int level, const char* text) noexcept;
 
     void setCallbacks();

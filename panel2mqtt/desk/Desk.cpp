@@ -35,6 +35,7 @@ void Desk::beginConnection()
 {
     m_isServing = false;
     m_isTold = false;
+    m_nextStats = TimePoint::max();
     m_leftOver.clear();
     m_wishes.beginTelling();
 }
@@ -63,6 +64,7 @@ void Desk::settle(TimePoint now)
 {
     if (!m_isTold || !m_isServing)
         return;
+    m_hasSettled = true;
     for (const auto& [topic, place] : std::exchange(m_leftOver, {})) {
         if (m_places.count(place) == 0)
             m_outbox.publish(Outbox::Kind::State, makeMessage(topic, "", 1, true));
@@ -86,7 +88,8 @@ void Desk::receive(Message message, TimePoint now)
     }
     auto parsed = Order::parse(message.topic, m_options.host);
     if (const auto* const refusal = std::get_if<Answer>(&parsed)) {
-        reply(message, *refusal, "");
+        if (m_isServing)
+            reply(message, *refusal, "");
         return;
     }
     const Order& order = std::get<Order>(parsed);
@@ -173,19 +176,19 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
 
 void Desk::wish(const Order& order, Message message, TimePoint now)
 {
-    if (!message.isRetained && !message.payload.empty()) {
-        reply(message, {Answer::Word::Refused, "a wish must be retained"}, order.place);
-        return;
-    }
-    if (!m_wishes.put(order, message)) {
-        reply(message, {Answer::Word::Refused, "there are too many wishes"}, order.place);
+    const char* const refusal = !message.isRetained             ? "a wish must be retained"
+                                : !m_wishes.put(order, message) ? "there are too many wishes"
+                                                                : nullptr;
+    if (refusal != nullptr) {
+        if (m_isServing)
+            reply(message, {Answer::Word::Refused, refusal}, order.place);
         return;
     }
     if (!m_isTold || !m_isServing)
         return; // another one may win
     for (auto& [name, place] : m_places) {
         if (order.place.empty() || order.place == name)
-            place.desk->refreshWishes(now);
+            place.desk->refreshWish(order.getSubject(), now);
     }
 }
 
@@ -208,9 +211,23 @@ Desk::Place* Desk::makePlace(const std::string& place)
     return &m_places.emplace(place, std::move(made)).first->second;
 }
 
+// A panel that is there counts for more than one that is away.
+Desk::Place* Desk::makeRoomFor(const std::string& place)
+{
+    if (Place* const made = makePlace(place))
+        return made;
+    const auto first = std::min_element(m_places.begin(), m_places.end(), [](const auto& one, const auto& other) {
+        return one.second.forgotten < other.second.forgotten;
+    });
+    if (first->second.desk->isThere())
+        return nullptr;
+    forget(std::string(first->first));
+    return makePlace(place);
+}
+
 void Desk::onPanelReady(const std::string& place, std::shared_ptr<PanelLine> line, const PanelInfo& info, TimePoint now)
 {
-    Place* const made = makePlace(place);
+    Place* const made = makeRoomFor(place);
     if (made == nullptr)
         return;
     made->state = {true, m_epoch, m_options.clock(), ""};
@@ -218,6 +235,8 @@ void Desk::onPanelReady(const std::string& place, std::shared_ptr<PanelLine> lin
     made->forgotten = TimePoint::max();
     publishPlace(place, *made);
     made->desk->arrive(std::move(line), now);
+    if (m_hasSettled)
+        made->desk->refreshWishes(now);
 }
 
 void Desk::onPanelAway(const std::string& place, const std::string& reason, TimePoint now)
@@ -242,8 +261,10 @@ void Desk::publishPlace(const std::string& name, const Place& place)
 
 void Desk::forget(const std::string& place)
 {
-    for (const char* const kind : {"/state", "/info"})
-        m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + kind), "", 1, true));
+    for (const char* const kind : {"/state", "/info"}) {
+        if (m_isServing) // else it is found again when it does
+            m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + kind), "", 1, true));
+    }
     m_places.erase(place);
 }
 
@@ -284,7 +305,7 @@ void Desk::poll(TimePoint now)
     std::vector<std::string> forgotten;
     for (auto& [name, place] : m_places) {
         place.desk->poll(now);
-        if (place.forgotten <= now)
+        if (m_isServing && place.forgotten <= now)
             forgotten.push_back(name);
     }
     for (const std::string& name : forgotten)
@@ -302,7 +323,7 @@ Desk::TimePoint Desk::getNextDue() const
 {
     TimePoint due = m_nextStats;
     for (const auto& [name, place] : m_places)
-        due = std::min({due, place.forgotten, place.desk->getNextDue()});
+        due = std::min({due, m_isServing ? place.forgotten : TimePoint::max(), place.desk->getNextDue()});
     return due;
 }
 

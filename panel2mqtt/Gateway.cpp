@@ -9,6 +9,7 @@
 #include <ctime>
 #include <random>
 
+#include <nlohmann/json.hpp>
 #include <poll.h>
 
 namespace Vantor {
@@ -41,7 +42,7 @@ std::string makeRun()
     return text.data();
 }
 
-Desk::Options deskOptions(const Settings& settings, const std::string& run)
+Desk::Options deskOptions(const Settings& settings, const std::string& run, const GatewayLog& log)
 {
     Desk::Options options;
     options.host = settings.host;
@@ -53,6 +54,7 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run)
     options.forgetAfter = settings.forgetAfter;
     options.wait = settings.wait;
     options.clock = timeOfDay;
+    options.complain = [&log](const std::string& text) { log.say(GatewayLog::Level::Warning, text); };
     return options;
 }
 
@@ -75,8 +77,10 @@ Gateway::Gateway(const Settings& settings, const GatewayLog& log)
     : m_settings(settings), m_log(log), m_run(makeRun()),
       m_presence(settings.host, m_run, MORVANE_VERSION_STRING, millisecondsSince1970(), *this),
       m_manager(UsbManager::getUsbManager()),
-      m_desk(deskOptions(settings, m_run), *this,
-             [this](const std::string& place) { return PanelRoster::writeStatistics(*m_manager, place); }),
+      m_desk(deskOptions(settings, m_run, log), *this,
+             [this](const std::string& place) {
+                 return place.empty() ? writeStatistics() : PanelRoster::writeStatistics(*m_manager, place);
+             }),
       m_roster(*m_manager, m_desk, [this](const std::string& text) { m_log.say(Level::Info, text); }),
       m_link(settings.broker, settings.host, *this)
 {}
@@ -135,6 +139,21 @@ void Gateway::onRefused(const std::string& topic, const std::string& reason)
 void Gateway::publish(Outbox::Kind kind, Message message)
 {
     m_link.publish(linkKindOf(kind), std::move(message));
+}
+
+std::string Gateway::writeStatistics() const
+{
+    const BrokerLink::Counts link = m_link.getCounts();
+    return nlohmann::ordered_json{{"panels", m_roster.getPanels()},
+                                  {"connections", link.connections},
+                                  {"received", link.received},
+                                  {"published", link.published},
+                                  {"waiting", link.waiting},
+                                  {"droppedEvents", link.droppedEvents},
+                                  {"droppedAnswers", link.droppedAnswers},
+                                  {"droppedRecords", m_events.getDropped()},
+                                  {"refused", link.refused}}
+        .dump();
 }
 
 void Gateway::run(int signals)

@@ -313,6 +313,7 @@ void Desk::poll(TimePoint now)
     if (m_nextStats > now)
         return;
     m_nextStats = now + m_options.statsEvery;
+    m_outbox.publish(Outbox::Kind::Event, makeMessage(topicOf("stats"), m_statistics(""), 0, false));
     for (const auto& [name, place] : m_places) {
         if (place.desk->isThere())
             publishStats(name, nullptr);
@@ -343,6 +344,11 @@ std::optional<std::string> Desk::answerTopicOf(const Message& command) const
 
 void Desk::reply(const Message& command, const Answer& answer, const std::string& place) const
 {
+    const bool isWrong = answer.word == Answer::Word::Refused || answer.word == Answer::Word::TooLarge;
+    // Whoever published a wish may be gone long since.
+    if (isWrong && m_options.complain && command.topic.find("/want/") != std::string::npos)
+        m_options.complain(command.topic + (place.empty() ? "" : ", for " + place) + ": " +
+                           DeskJson::nameOf(answer.word) + ": " + answer.reason);
     const auto topic = answerTopicOf(command);
     if (!topic)
         return;

@@ -40,10 +40,12 @@ public:
         Duration statsEvery = std::chrono::minutes(1); // zero: never
         Duration forgetAfter = std::chrono::hours(24);
         Duration wait = std::chrono::minutes(1);
-        std::function<std::string()> clock; // the time of day, as it is told
+        std::function<std::string()> clock;               // the time of day, as it is told
+        std::function<void(const std::string&)> complain; // of what nobody may have asked to be told; may be empty
     };
 
-    // What a place's counts say, as JSON; asked when they are to be published.
+    // What a place's counts say, or with an empty one the gateway's, as JSON; asked when they are
+    // to be published.
     using Statistics = std::function<std::string(const std::string& place)>;
 
     Desk(Options options, Outbox& outbox, Statistics statistics);

@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include <malloc.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -956,8 +958,8 @@ TEST_F(PanelDeskTest, wishBesideACommandForTheSame_takesItsPlaceWhenItIsLater)
 
 TEST_F(PanelDeskTest, commandBesideAWishForTheSame_comesBehindWhenItIsLater)
 {
-    m_line->setSlices(2);
-    draw(0, "p");
+    m_line->setSlices(9);
+    draw(0, "p"); // records wait for a packet
     send("send/9", "flies");
     wish("5/7", "w");
     send("set/5/7", "c");
@@ -1108,6 +1110,41 @@ TEST_F(PanelDeskTest, wishedPictureCut_isTriedAgainUnlessALaterOneWaits)
     takeAll();
     ASSERT_EQ(m_line->getPictures().size(), 2u);
     EXPECT_EQ(drawn(1), "c");
+}
+
+// Nothing is counted by the address sanitizer's allocator.
+TEST_F(PanelDeskTest, wishesThatComeAndGo_takeNoMemory)
+{
+    m_line->setSlices(1000000);
+    draw(0, "p");
+    send("send/9", "holds all others back");
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 20000; ++i) {
+        const std::string rest = "5/" + std::to_string(i);
+        wish(rest, "w");
+        wish(rest, "");
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 200000);
+}
+
+TEST_F(PanelDeskTest, wishesThatWereAppliedAndDropped_takeNoMemory)
+{
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 20000; ++i) {
+        const std::string rest = "5/" + std::to_string(i);
+        wish(rest, "w");
+        takeAll();
+        if (i % 2 == 0) {
+            wish(rest, "");
+        } else {
+            m_wishes.beginTelling();
+            m_wishes.endTelling();
+            m_desk.refreshWishes(m_now);
+        }
+        m_line->forget();
+        m_answers.clear();
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 200000);
 }
 
 } // namespace Vantor

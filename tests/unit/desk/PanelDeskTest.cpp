@@ -1112,6 +1112,19 @@ TEST_F(PanelDeskTest, wishedPictureCut_isTriedAgainUnlessALaterOneWaits)
     EXPECT_EQ(drawn(1), "c");
 }
 
+TEST_F(PanelDeskTest, wishesNotYetApplied_areForgottenWithThePanel)
+{
+    m_line->setSlices(9);
+    draw(0, "p");
+    wish("want/lcd/1", pictureOf("want/lcd/1", "w", "", 8));
+    m_desk.leave(m_now);
+    EXPECT_EQ(m_desk.getNextDue(), PanelDesk::TimePoint::max());
+    m_line = std::make_shared<FakeLine>();
+    m_desk.arrive(m_line, m_now); // not refreshed: they may be others
+    poll();
+    EXPECT_FALSE(m_line->getProgress().isUnderWay);
+}
+
 // Nothing is counted by the address sanitizer's allocator.
 TEST_F(PanelDeskTest, wishesThatComeAndGo_takeNoMemory)
 {

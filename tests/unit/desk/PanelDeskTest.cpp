@@ -337,6 +337,15 @@ TEST_F(PanelDeskTest, valueThatIsBusyItself_takesNoPlace)
     EXPECT_EQ(answerTo("earlier"), "taken");
 }
 
+TEST_F(PanelDeskTest, bytesOfWhatIsSuperseded_areFreeAgain)
+{
+    send("send/5", "on its way");
+    for (int i = 0; i < 2000; ++i)
+        add("do/set/6/1", commandOf("do/set/6/1", std::string(1000, 'x'), "v" + std::to_string(i)));
+    EXPECT_EQ(answerTo("v1998"), laterValue);
+    EXPECT_EQ(answerTo("v1999"), "none");
+}
+
 TEST_F(PanelDeskTest, valueThatWaits_isSuperseded)
 {
     send("send/5", "on its way");
@@ -1081,6 +1090,9 @@ TEST_F(PanelDeskTest, wishedPictureAndCommand_theLaterWins)
     takeAll();
     ASSERT_EQ(m_line->getPictures().size(), 4u);
     EXPECT_EQ(drawn(3), "d");
+    m_desk.refreshWishes(m_now); // the broker has come back
+    takeAll();
+    EXPECT_EQ(m_line->getPictures().size(), 4u);
     arrive();
     takeAll();
     EXPECT_EQ(drawn(0), "v");

@@ -248,7 +248,7 @@ void Gateway::handle(Message& message)
     if (isTold)
         m_desk.endTelling(now);
     else if (!isPresence)
-        m_desk.receive(std::move(message), now);
+        m_desk.receive(message, now);
 }
 
 // What the presence has decided.

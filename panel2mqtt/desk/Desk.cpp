@@ -73,7 +73,7 @@ void Desk::settle(TimePoint now)
         place.desk->refreshWishes(now);
 }
 
-void Desk::receive(Message message, TimePoint now)
+void Desk::receive(const Message& message, TimePoint now)
 {
     // What an earlier run has left of its places.
     const std::string_view rest =
@@ -94,9 +94,9 @@ void Desk::receive(Message message, TimePoint now)
     }
     const Order& order = std::get<Order>(parsed);
     if (order.isWish)
-        wish(order, std::move(message), now);
+        wish(order, message, now);
     else if (m_isServing)
-        obey(order, std::move(message), now);
+        obey(order, message, now);
 }
 
 void Desk::remember(const std::string& place, const Message& state, TimePoint now)
@@ -117,7 +117,7 @@ void Desk::remember(const std::string& place, const Message& state, TimePoint no
     publishPlace(place, *made);
 }
 
-void Desk::obey(const Order& order, Message message, TimePoint now)
+void Desk::obey(const Order& order, const Message& message, TimePoint now)
 {
     if (message.isRetained) {
         reply(message, {Answer::Word::Refused, "a retained command is not carried out; publish it without retain"},
@@ -174,7 +174,7 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
     }
 }
 
-void Desk::wish(const Order& order, Message message, TimePoint now)
+void Desk::wish(const Order& order, const Message& message, TimePoint now)
 {
     const char* const refusal = !message.isRetained             ? "a wish must be retained"
                                 : !m_wishes.put(order, message) ? "there are too many wishes"

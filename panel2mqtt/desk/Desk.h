@@ -59,7 +59,7 @@ public:
     void serve(std::uint64_t epoch, TimePoint now);
 
     // Below this host's topics, or everybody's.
-    void receive(Message message, TimePoint now);
+    void receive(const Message& message, TimePoint now);
 
     // A command for which there was no room: from any thread, as it touches nothing.
     void refuseBusy(const Message& command) const;
@@ -82,9 +82,9 @@ private:
         std::uint64_t records = 0;              // received
     };
 
-    void obey(const Order& order, Message message, TimePoint now);
+    void obey(const Order& order, const Message& message, TimePoint now);
     void obeyAt(const std::string& place, const Order& order, const Message& message, TimePoint now);
-    void wish(const Order& order, Message message, TimePoint now);
+    void wish(const Order& order, const Message& message, TimePoint now);
     void settle(TimePoint now);
     void remember(const std::string& place, const Message& state, TimePoint now);
     void forget(const std::string& place);

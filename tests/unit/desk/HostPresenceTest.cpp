@@ -250,6 +250,21 @@ TEST_F(HostPresenceTest, lateWillAboveItsOwnEpoch_isReconnectedOver)
     EXPECT_EQ(m_presence.getStage(), Stage::Serving);
 }
 
+// The will is planned before what the earlier connection has brought is read.
+TEST_F(HostPresenceTest, birth_hasTheEpochOfTheWillWhateverIsHeardBetween)
+{
+    serve();
+    m_presence.planWill(2000);
+    hearState(false, 3000, "other");
+    m_presence.onDisconnected();
+    connect();
+    EXPECT_THAT(m_outbox.take(), ElementsAre(m_claim, "state " + stateOf(true, 2000, "r")));
+    hearState(false, 3000, "other");
+    EXPECT_EQ(m_presence.getStage(), Stage::Renewing);
+    m_presence.planWill(2001);
+    EXPECT_EQ(m_presence.getEpoch(), 3001u);
+}
+
 TEST_F(HostPresenceTest, birthThatIsClearedOrGarbled_isToldAgain)
 {
     serve();

@@ -173,6 +173,19 @@ TEST_F(HostPresenceTest, staleOnlineOfACrash_isServedOverAfterASecond)
     EXPECT_THAT(m_outbox.take(), ElementsAre(m_claim, m_birth));
 }
 
+TEST_F(HostPresenceTest, disputeOfAnEarlierConnection_isOver)
+{
+    connect();
+    hearState(true, 900, "other");
+    m_presence.endTelling(m_now);
+    m_presence.onDisconnected();
+    m_presence.beginConnection();
+    EXPECT_EQ(m_presence.getNextDue(), HostPresence::TimePoint::max());
+    m_presence.onConnected(m_now);
+    m_presence.endTelling(m_now);
+    EXPECT_EQ(m_presence.getStage(), Stage::Serving);
+}
+
 TEST_F(HostPresenceTest, deathThatIsRetained_isNoDispute)
 {
     connect();

@@ -127,8 +127,12 @@ void Gateway::onDisconnected(const std::string& reason)
 
 void Gateway::onMessage(Message message)
 {
-    if (!m_inbox.addMessage(message))
-        m_desk.refuseBusy(message);
+    if (m_inbox.addMessage(message))
+        return;
+    m_desk.refuseBusy(message);
+    // A wish that is not kept is told again with the next connection.
+    if (message.topic.find("/do/") == std::string::npos)
+        m_link.reconnectIn(1);
 }
 
 void Gateway::onRefused(const std::string& topic, const std::string& reason)

@@ -41,7 +41,7 @@ std::string makeRun()
     return text.data();
 }
 
-Desk::Options deskOptions(const Settings& settings, const std::string& run)
+Desk::Options deskOptions(const Settings& settings, const std::string& run, FirmwareShelf& shelf)
 {
     Desk::Options options;
     options.host = settings.host;
@@ -53,6 +53,7 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run)
     options.forgetAfter = settings.forgetAfter;
     options.wait = settings.wait;
     options.clock = timeOfDay;
+    options.shelf = &shelf;
     return options;
 }
 
@@ -74,8 +75,8 @@ BrokerLink::Kind linkKindOf(Outbox::Kind kind)
 Gateway::Gateway(const Settings& settings, const GatewayLog& log)
     : m_settings(settings), m_log(log), m_run(makeRun()),
       m_presence(settings.host, m_run, MORVANE_VERSION_STRING, millisecondsSince1970(), *this),
-      m_manager(UsbManager::getUsbManager()),
-      m_desk(deskOptions(settings, m_run), *this,
+      m_manager(UsbManager::getUsbManager()), m_shelf(settings.firmwareFolder),
+      m_desk(deskOptions(settings, m_run, m_shelf), *this,
              [this](const std::string& place) { return PanelRoster::writeStatistics(*m_manager, place); }),
       m_roster(*m_manager, m_desk, [this](const std::string& text) { m_log.say(Level::Info, text); }),
       m_link(settings.broker, settings.host, *this)

@@ -46,6 +46,7 @@ void Desk::serve(std::uint64_t epoch, TimePoint now)
     for (auto& [name, place] : m_places) {
         place.state.epoch = epoch;
         publishPlace(name, place);
+        place.flash->publishAll();
     }
     if (m_options.statsEvery != Duration::zero())
         m_nextStats = now + m_options.statsEvery;
@@ -79,7 +80,11 @@ void Desk::receive(Message message, TimePoint now)
     const std::size_t end = rest.find('/');
     if (end != std::string_view::npos && isPlace(rest.substr(0, end))) {
         const std::string_view kind = rest.substr(end + 1);
-        if (kind == "state" || kind == "info" || beginsWith(kind, "job/")) {
+        if (beginsWith(kind, "job/")) {
+            rememberJob(std::string(rest.substr(0, end)), std::string(kind.substr(4)), message.payload, now);
+            return;
+        }
+        if (kind == "state" || kind == "info") {
             remember(std::string(rest.substr(0, end)), message, now);
             return;
         }
@@ -114,6 +119,43 @@ void Desk::remember(const std::string& place, const Message& state, TimePoint no
     publishPlace(place, *made);
 }
 
+void Desk::rememberJob(const std::string& place, const std::string& id, const std::string& payload, TimePoint now)
+{
+    const bool isKnown = m_places.count(place) != 0;
+    if (!isKnown && payload.empty())
+        return;
+    Place* const made = makePlace(place);
+    if (made == nullptr)
+        return;
+    if (!isKnown) { // its state was lost, and this would stay for ever
+        made->state = {false, m_epoch, m_options.clock(), "it was not there when the gateway came"};
+        made->forgotten = now + m_options.forgetAfter;
+        publishPlace(place, *made);
+    }
+    made->flash->remember(id, payload, now);
+}
+
+bool Desk::publishJob(const std::string& place, const std::string& id, const std::string& payload) const
+{
+    if (m_isServing) // else it is told when it does
+        m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + "/job/" + id), payload, 1, true));
+    return m_isServing;
+}
+
+void Desk::flash(const std::string& place, const Message& message, TimePoint now)
+{
+    if (m_options.shelf == nullptr) {
+        reply(message, {Answer::Word::Refused, "this gateway has no firmware upgrade"}, place);
+        return;
+    }
+    const auto read = [this, &message] {
+        if (!m_flashOrder)
+            m_flashOrder = FlashOrder::read(message, *m_options.shelf);
+        return *m_flashOrder;
+    };
+    m_places.at(place).flash->add(message, read, now);
+}
+
 void Desk::obey(const Order& order, Message message, TimePoint now)
 {
     if (message.isRetained) {
@@ -126,8 +168,10 @@ void Desk::obey(const Order& order, Message message, TimePoint now)
         reply(message, {Answer::Word::Unknown, "the gateway was started anew"}, order.place);
         return;
     }
+    m_flashOrder.reset();
     if (!order.place.empty()) {
         obeyAt(order.place, order, message, now);
+        m_flashOrder.reset();
         return;
     }
     std::vector<std::string> places;
@@ -139,6 +183,7 @@ void Desk::obey(const Order& order, Message message, TimePoint now)
         reply(message, {Answer::Word::Offline, "no panel is there"}, "");
     for (const std::string& place : places)
         obeyAt(place, order, message, now);
+    m_flashOrder.reset();
 }
 
 void Desk::obeyAt(const std::string& place, const Order& order, const Message& message, TimePoint now)
@@ -155,7 +200,7 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
         known->second.desk->add(order, message, now);
         break;
     case Order::Verb::Flash:
-        reply(message, {Answer::Word::Refused, "this gateway has no firmware upgrade"}, place);
+        flash(place, message, now);
         break;
     case Order::Verb::Stats:
         publishStats(place, &message);
@@ -163,6 +208,10 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
     case Order::Verb::Forget:
         if (known->second.desk->isThere()) {
             reply(message, {Answer::Word::Refused, "the panel is there"}, place);
+            break;
+        }
+        if (known->second.flash->isBusy()) {
+            reply(message, {Answer::Word::Busy, "an upgrade of this panel is not over"}, place);
             break;
         }
         forget(place);
@@ -205,6 +254,10 @@ Desk::Place* Desk::makePlace(const std::string& place)
     made.desk = std::make_unique<PanelDesk>(
         place, m_wishes, m_options.wait,
         [this, place](const Message& command, const Answer& answer) { reply(command, answer, place); });
+    made.flash = std::make_unique<FlashDesk>(
+        m_options.run, m_options.clock,
+        [this, place](const Message& command, const Answer& answer) { reply(command, answer, place); },
+        [this, place](const std::string& id, const std::string& payload) { return publishJob(place, id, payload); });
     return &m_places.emplace(place, std::move(made)).first->second;
 }
 
@@ -217,7 +270,8 @@ void Desk::onPanelReady(const std::string& place, std::shared_ptr<PanelLine> lin
     made->info = DeskJson::write(place, info);
     made->forgotten = TimePoint::max();
     publishPlace(place, *made);
-    made->desk->arrive(std::move(line), now);
+    made->desk->arrive(line, now);
+    made->flash->arrive(std::move(line), now);
 }
 
 void Desk::onPanelAway(const std::string& place, const std::string& reason, TimePoint now)
@@ -229,6 +283,7 @@ void Desk::onPanelAway(const std::string& place, const std::string& reason, Time
     made->forgotten = now + m_options.forgetAfter;
     publishPlace(place, *made);
     made->desk->leave(now);
+    made->flash->leave(now);
 }
 
 void Desk::publishPlace(const std::string& name, const Place& place)
@@ -242,6 +297,7 @@ void Desk::publishPlace(const std::string& name, const Place& place)
 
 void Desk::forget(const std::string& place)
 {
+    m_places.at(place).flash->clear();
     for (const char* const kind : {"/state", "/info"})
         m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + kind), "", 1, true));
     m_places.erase(place);
@@ -251,6 +307,8 @@ void Desk::onRecord(const std::string& place, unsigned int type, std::string pay
 {
     const bool isWanted = m_options.got ? m_options.got->count(type) != 0 : type != 0;
     const auto known = m_places.find(place);
+    if (known != m_places.end())
+        known->second.flash->onRecord(type, payload);
     if (!isWanted || !m_isServing || known == m_places.end())
         return;
     Message message =
@@ -284,7 +342,8 @@ void Desk::poll(TimePoint now)
     std::vector<std::string> forgotten;
     for (auto& [name, place] : m_places) {
         place.desk->poll(now);
-        if (place.forgotten <= now)
+        place.flash->poll(now);
+        if (place.forgotten <= now && !place.flash->isBusy())
             forgotten.push_back(name);
     }
     for (const std::string& name : forgotten)
@@ -302,7 +361,8 @@ Desk::TimePoint Desk::getNextDue() const
 {
     TimePoint due = m_nextStats;
     for (const auto& [name, place] : m_places)
-        due = std::min({due, place.forgotten, place.desk->getNextDue()});
+        due = std::min(
+            {due, place.flash->isBusy() ? due : place.forgotten, place.desk->getNextDue(), place.flash->getNextDue()});
     return due;
 }
 

@@ -35,6 +35,7 @@ void Desk::beginConnection()
 {
     m_isServing = false;
     m_isTold = false;
+    m_nextStats = TimePoint::max();
     m_leftOver.clear();
     m_wishes.beginTelling();
 }
@@ -64,8 +65,9 @@ void Desk::settle(TimePoint now)
 {
     if (!m_isTold || !m_isServing)
         return;
+    m_hasSettled = true;
     for (const auto& [topic, place] : std::exchange(m_leftOver, {})) {
-        if (m_places.count(place) == 0)
+        if (m_places.count(place) == 0 || topic.find("/job/") != std::string::npos)
             m_outbox.publish(Outbox::Kind::State, makeMessage(topic, "", 1, true));
     }
     for (auto& [name, place] : m_places)
@@ -91,7 +93,8 @@ void Desk::receive(Message message, TimePoint now)
     }
     auto parsed = Order::parse(message.topic, m_options.host);
     if (const auto* const refusal = std::get_if<Answer>(&parsed)) {
-        reply(message, *refusal, "");
+        if (m_isServing)
+            reply(message, *refusal, "");
         return;
     }
     const Order& order = std::get<Order>(parsed);
@@ -121,18 +124,11 @@ void Desk::remember(const std::string& place, const Message& state, TimePoint no
 
 void Desk::rememberJob(const std::string& place, const std::string& id, const std::string& payload, TimePoint now)
 {
-    const bool isKnown = m_places.count(place) != 0;
-    if (!isKnown && payload.empty())
-        return;
-    Place* const made = makePlace(place);
-    if (made == nullptr)
-        return;
-    if (!isKnown) { // its state was lost, and this would stay for ever
-        made->state = {false, m_epoch, m_options.clock(), "it was not there when the gateway came"};
-        made->forgotten = now + m_options.forgetAfter;
-        publishPlace(place, *made);
-    }
-    made->flash->remember(id, payload, now);
+    const auto known = m_places.find(place);
+    if (known != m_places.end())
+        known->second.flash->remember(id, payload, now);
+    else if (!payload.empty() && m_leftOver.size() < mostLeftOver)
+        m_leftOver.emplace(topicOf(place + "/job/" + id), place); // states are told before jobs
 }
 
 bool Desk::publishJob(const std::string& place, const std::string& id, const std::string& payload) const
@@ -222,19 +218,19 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
 
 void Desk::wish(const Order& order, Message message, TimePoint now)
 {
-    if (!message.isRetained && !message.payload.empty()) {
-        reply(message, {Answer::Word::Refused, "a wish must be retained"}, order.place);
-        return;
-    }
-    if (!m_wishes.put(order, message)) {
-        reply(message, {Answer::Word::Refused, "there are too many wishes"}, order.place);
+    const char* const refusal = !message.isRetained             ? "a wish must be retained"
+                                : !m_wishes.put(order, message) ? "there are too many wishes"
+                                                                : nullptr;
+    if (refusal != nullptr) {
+        if (m_isServing)
+            reply(message, {Answer::Word::Refused, refusal}, order.place);
         return;
     }
     if (!m_isTold || !m_isServing)
         return; // another one may win
     for (auto& [name, place] : m_places) {
         if (order.place.empty() || order.place == name)
-            place.desk->refreshWishes(now);
+            place.desk->refreshWish(order.getSubject(), now);
     }
 }
 
@@ -261,9 +257,23 @@ Desk::Place* Desk::makePlace(const std::string& place)
     return &m_places.emplace(place, std::move(made)).first->second;
 }
 
+// A panel that is there counts for more than one that is away.
+Desk::Place* Desk::makeRoomFor(const std::string& place)
+{
+    if (Place* const made = makePlace(place))
+        return made;
+    const auto first = std::min_element(m_places.begin(), m_places.end(), [](const auto& one, const auto& other) {
+        return one.second.forgotten < other.second.forgotten;
+    });
+    if (first->second.desk->isThere())
+        return nullptr;
+    forget(std::string(first->first));
+    return makePlace(place);
+}
+
 void Desk::onPanelReady(const std::string& place, std::shared_ptr<PanelLine> line, const PanelInfo& info, TimePoint now)
 {
-    Place* const made = makePlace(place);
+    Place* const made = makeRoomFor(place);
     if (made == nullptr)
         return;
     made->state = {true, m_epoch, m_options.clock(), ""};
@@ -271,6 +281,8 @@ void Desk::onPanelReady(const std::string& place, std::shared_ptr<PanelLine> lin
     made->forgotten = TimePoint::max();
     publishPlace(place, *made);
     made->desk->arrive(line, now);
+    if (m_hasSettled)
+        made->desk->refreshWishes(now);
     made->flash->arrive(std::move(line), now);
 }
 
@@ -298,8 +310,10 @@ void Desk::publishPlace(const std::string& name, const Place& place)
 void Desk::forget(const std::string& place)
 {
     m_places.at(place).flash->clear();
-    for (const char* const kind : {"/state", "/info"})
-        m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + kind), "", 1, true));
+    for (const char* const kind : {"/state", "/info"}) {
+        if (m_isServing) // else it is found again when it does
+            m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + kind), "", 1, true));
+    }
     m_places.erase(place);
 }
 
@@ -343,7 +357,7 @@ void Desk::poll(TimePoint now)
     for (auto& [name, place] : m_places) {
         place.desk->poll(now);
         place.flash->poll(now);
-        if (place.forgotten <= now && !place.flash->isBusy())
+        if (m_isServing && place.forgotten <= now && !place.flash->isBusy())
             forgotten.push_back(name);
     }
     for (const std::string& name : forgotten)
@@ -361,8 +375,8 @@ Desk::TimePoint Desk::getNextDue() const
 {
     TimePoint due = m_nextStats;
     for (const auto& [name, place] : m_places)
-        due = std::min(
-            {due, place.flash->isBusy() ? due : place.forgotten, place.desk->getNextDue(), place.flash->getNextDue()});
+        due = std::min({due, m_isServing && !place.flash->isBusy() ? place.forgotten : TimePoint::max(),
+                        place.desk->getNextDue(), place.flash->getNextDue()});
     return due;
 }
 

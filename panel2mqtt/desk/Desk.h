@@ -94,6 +94,7 @@ private:
     void remember(const std::string& place, const Message& state, TimePoint now);
     void forget(const std::string& place);
     Place* makePlace(const std::string& place);
+    Place* makeRoomFor(const std::string& place);
     void publishPlace(const std::string& name, const Place& place);
     void publishStats(const std::string& place, const Message* question);
     void reply(const Message& command, const Answer& answer, const std::string& place) const;
@@ -107,7 +108,8 @@ private:
     std::uint64_t m_epoch = 0;
     WishBook m_wishes;
     bool m_isServing = false;
-    bool m_isTold = false; // the wishes are complete
+    bool m_isTold = false;     // the wishes are complete
+    bool m_hasSettled = false; // over an earlier connection, too: then they hold in an outage as well
     std::map<std::string, Place> m_places;
     std::map<std::string, std::string> m_leftOver; // retained topics of an earlier run, and their places
     TimePoint m_nextStats = TimePoint::max();

@@ -10,6 +10,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr std::size_t longestTime = 32; // what is read may be told again
+
 // What panels and people say need not be UTF-8.
 std::string textOf(const Json& json)
 {
@@ -19,7 +21,9 @@ std::string textOf(const Json& json)
 Json parseObject(const std::string& text)
 {
     Json json = Json::parse(text, nullptr, false);
-    return json.is_object() ? json : Json::object();
+    if (!json.is_object())
+        return Json::object();
+    return json; // moved: a copy of what nests deeply takes the stack
 }
 
 // With nothing that is missing or of another type.
@@ -121,7 +125,7 @@ std::optional<PlaceState> readPlaceState(const std::string& text)
     const Json json = parseObject(text);
     const auto isOnline = find<bool>(json, "online");
     const auto since = find<std::string>(json, "since");
-    if (!isOnline || !since)
+    if (!isOnline || !since || since->size() > longestTime)
         return std::nullopt;
     return PlaceState{*isOnline, find<std::uint64_t>(json, "epoch").value_or(0), *since,
                       find<std::string>(json, "reason").value_or("")};

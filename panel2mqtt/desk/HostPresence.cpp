@@ -53,23 +53,21 @@ bool HostPresence::receive(const Message& message, TimePoint now)
 // Its own are not told to it, but for those of earlier connections.
 void HostPresence::onForeignState(const Message& message)
 {
-    const auto state = DeskJson::readHostState(message.payload);
-    if (!state || m_stage == Stage::Away)
+    if (m_stage != Stage::Asking && m_stage != Stage::Serving)
         return;
-    // A death that comes late would count for more than this birth.
-    if (state->epoch > m_epoch || (state->epoch == m_epoch && state->run != m_run)) {
-        m_epoch = state->epoch;
-        if (m_stage == Stage::Asking || !state->isOnline) {
-            m_stage = Stage::Renewing;
-            return;
-        }
-    }
-    if (m_stage == Stage::Asking)
-        m_isDisputed = state->isOnline && state->run != m_run;
-    else if (m_stage == Stage::Serving && !state->isOnline)
-        publishState(true);
-    else if (m_stage == Stage::Serving && state->run != m_run)
+    const auto state = DeskJson::readHostState(message.payload);
+    const bool isRival = state && state->isOnline && state->run != m_run;
+    if (isRival && m_stage == Stage::Serving)
         publishClaim();
+    if (state && (state->epoch > m_epoch || (state->epoch == m_epoch && state->run != m_run))) {
+        // It counts for more than this birth, or would, come late, for more than this death.
+        m_epoch = state->epoch;
+        m_stage = Stage::Renewing;
+    } else if (m_stage == Stage::Asking) {
+        m_isDisputed = isRival;
+    } else if (!state || !state->isOnline || isRival) {
+        publishState(true); // it is what the broker retains now
+    }
 }
 
 void HostPresence::onForeignClaim(const Message& message)
@@ -77,10 +75,12 @@ void HostPresence::onForeignClaim(const Message& message)
     const auto claim = DeskJson::readHostClaim(message.payload);
     if (!claim || claim->run == m_run || (m_stage != Stage::Asking && m_stage != Stage::Serving))
         return;
-    if (claim->isBefore(getClaim()))
-        m_stage = Stage::Yielding;
-    else
+    if (!claim->isBefore(getClaim())) {
         publishClaim();
+        return;
+    }
+    m_stage = Stage::Yielding;
+    m_hasServed = false; // it asks when it comes back
 }
 
 void HostPresence::endTelling(TimePoint now)

@@ -72,7 +72,7 @@ private:
     const std::uint64_t m_since;
     Outbox& m_outbox;
     Stage m_stage = Stage::Away;
-    bool m_hasServed = false;  // before this connection, too
+    bool m_hasServed = false;  // before this connection, too, and nobody was before it
     bool m_isDisputed = false; // somebody is there, by what the broker retains
     std::uint64_t m_epoch = 0;
     TimePoint m_decision = TimePoint::max();

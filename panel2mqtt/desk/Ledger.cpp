@@ -1,12 +1,14 @@
 #include "panel2mqtt/desk/Ledger.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Vantor {
 
 namespace {
 
 constexpr std::size_t longestId = 64;
+constexpr std::size_t longestAddress = 1024;
 
 std::size_t digestOf(const Message& command)
 {
@@ -44,6 +46,11 @@ std::optional<std::uint64_t> Ledger::open(const Message& command, TimePoint now)
         m_reply(command, {Answer::Word::Refused, "the id has more than 64 bytes"});
         return std::nullopt;
     }
+    if (command.responseTopic.size() + command.correlation.value_or("").size() > longestAddress) {
+        m_reply(command, {Answer::Word::Refused, "the response topic and the correlation data have more than " +
+                                                     std::to_string(longestAddress) + " bytes"});
+        return std::nullopt;
+    }
     const std::size_t digest = digestOf(command);
     const auto known = id.empty() ? m_byId.end() : m_byId.find(id);
     if (known != m_byId.end())
@@ -61,10 +68,12 @@ std::optional<std::uint64_t> Ledger::repeat(Entry& entry, const Message& command
         m_reply(command, {Answer::Word::Refused, "another command had this id"});
     } else if (entry.answer) {
         m_reply(command, *entry.answer);
-    } else if (entry.askers.size() < mostAskers &&
-               std::none_of(entry.askers.begin(), entry.askers.end(),
+    } else if (std::none_of(entry.askers.begin(), entry.askers.end(),
                             [&command](const Message& asker) { return isSameAsker(asker, command); })) {
-        entry.askers.push_back(askerOf(command));
+        if (entry.askers.size() < mostAskers)
+            entry.askers.push_back(askerOf(command));
+        else
+            m_reply(command, {Answer::Word::Busy, "too many wait for the answer to this"});
     }
     return std::nullopt;
 }

@@ -4,6 +4,8 @@
 #include "wire/RecordHeader.h"
 
 #include <algorithm>
+#include <iterator>
+#include <set>
 #include <utility>
 
 namespace Vantor {
@@ -25,7 +27,6 @@ void PanelDesk::arrive(std::shared_ptr<PanelLine> line, TimePoint now)
 {
     leave(now);
     m_line = std::move(line);
-    refreshWishes(now);
 }
 
 void PanelDesk::leave(TimePoint now)
@@ -40,12 +41,14 @@ void PanelDesk::leave(TimePoint now)
     m_bytes = 0;
     for (const Record& record : std::exchange(m_records, {}))
         end(record.claim, offline, false, now);
+    m_pictureBytes = 0;
     for (const auto& [lcd, waiting] : std::exchange(m_pictures, {}))
         endAll(waiting.claims, offline, false, now);
 }
 
 void PanelDesk::add(const Order& order, Message command, TimePoint now)
 {
+    expire(now); // makes room
     const auto ticket = m_ledger.open(command, now);
     if (!ticket)
         return;
@@ -77,21 +80,20 @@ void PanelDesk::addRecord(const Order& order, Message command, const Claim& clai
     if (refuseTooLarge(command.payload.size(), claim, now))
         return;
     const auto type = static_cast<std::uint8_t>(order.number);
-    const auto earlier = std::find_if(m_records.begin(), m_records.end(), [&](const Record& record) {
-        return order.key && record.type == type && record.key == order.key;
+    const Record record{claim, type, order.key, std::move(command.payload)};
+    const auto earlier = std::find_if(m_records.begin(), m_records.end(), [&record](const Record& waiting) {
+        return record.key && waiting.key && waiting.getSubject() == record.getSubject();
     });
-    if (earlier != m_records.end()) {
-        m_bytes -= earlier->payload.size();
-        const Claim ended = earlier->claim;
-        m_records.erase(earlier);
-        end(ended, {Answer::Word::Refused, laterValue}, false, now);
-    }
-    if (m_records.size() == mostRecords || m_bytes + command.payload.size() > mostBytes) {
+    const std::size_t freed = earlier != m_records.end() ? earlier->payload.size() : 0;
+    if ((earlier == m_records.end() && m_records.size() == mostRecords) ||
+        m_bytes - freed + record.payload.size() > mostBytes) {
         end(claim, {Answer::Word::Busy, ""}, false, now);
         return;
     }
-    m_bytes += command.payload.size();
-    m_records.push_back({claim, type, order.key, std::move(command.payload)});
+    if (earlier != m_records.end())
+        supersede(record.getSubject(), now);
+    m_bytes += record.payload.size();
+    m_records.push_back(record);
 }
 
 void PanelDesk::addPicture(const Order& order, const Message& command, const Claim& claim, TimePoint now)
@@ -105,29 +107,104 @@ void PanelDesk::addPicture(const Order& order, const Message& command, const Cla
 
 void PanelDesk::placePicture(std::uint16_t lcd, PictureOrder::Picture picture, const Claim& claim, TimePoint now)
 {
-    Waiting& waiting = m_pictures[lcd];
-    if (!waiting.picture.isHeld) {
-        const std::vector<Claim> earlier = std::exchange(waiting.claims, {claim});
-        waiting.picture = std::move(picture);
-        endAll(earlier, {Answer::Word::Refused, laterPicture}, false, now);
-        return;
-    }
-    if (waiting.picture.bytes + picture.bytes > mostBytes) {
+    const Order::Subject subject{Order::Verb::Draw, lcd, 0};
+    const auto earlier = m_pictures.find(lcd);
+    const bool isAdded = earlier != m_pictures.end() && earlier->second.picture.isHeld;
+    const std::size_t known = earlier != m_pictures.end() ? earlier->second.picture.bytes : 0;
+    if (isAdded && known + picture.bytes > mostBytes) {
         end(claim, {Answer::Word::Busy, "too much is held for this LCD"}, false, now);
         return;
     }
+    if ((earlier == m_pictures.end() && m_pictures.size() == mostPictures) ||
+        m_pictureBytes - (isAdded ? 0 : known) + picture.bytes > mostPictureBytes) {
+        end(claim, {Answer::Word::Busy, "too many pictures wait for this panel"}, false, now);
+        return;
+    }
+    if (!isAdded)
+        supersede(subject, now);
+    overrideWish(subject);
+    Waiting& waiting = m_pictures[lcd];
+    m_pictureBytes += picture.bytes;
     waiting.picture.bytes += picture.bytes;
     waiting.picture.isHeld = picture.isHeld;
     std::move(picture.layers.begin(), picture.layers.end(), std::back_inserter(waiting.picture.layers));
     waiting.claims.push_back(claim);
 }
 
+// Of what waits for the same thing. A repetition of it must not come behind what took its place.
+void PanelDesk::supersede(const Order::Subject& subject, TimePoint now)
+{
+    const auto& [verb, number, key] = subject;
+    if (verb == Order::Verb::Draw) {
+        const auto waiting = m_pictures.extract(number);
+        if (!waiting)
+            return;
+        m_pictureBytes -= waiting.mapped().picture.bytes;
+        endAll(waiting.mapped().claims, {Answer::Word::Refused, laterPicture}, true, now);
+        return;
+    }
+    const auto record = std::find_if(m_records.begin(), m_records.end(), [&subject](const Record& waiting) {
+        return waiting.key && waiting.getSubject() == subject;
+    });
+    if (record == m_records.end())
+        return;
+    const Claim claim = record->claim;
+    m_bytes -= record->payload.size();
+    m_records.erase(record);
+    end(claim, {Answer::Word::Refused, laterValue}, true, now);
+}
+
+// A wish that is still to be drawn, by a command that came after it.
+void PanelDesk::overrideWish(const Order::Subject& subject)
+{
+    const auto wanted = m_wanted.find(subject);
+    if (wanted == m_wanted.end())
+        return;
+    m_wanted.erase(wanted);
+    const WishBook::Wish* const wish = m_wishes.find(m_place, subject);
+    if (wish == nullptr)
+        return;
+    m_applied[subject] = wish->serial;
+    m_reply(wish->message, {Answer::Word::Refused, laterPicture});
+}
+
 void PanelDesk::refreshWishes(TimePoint now)
 {
     if (!isThere())
         return;
-    m_wanted = m_wishes.getSubjects(m_place);
+    const std::set<Order::Subject> subjects = m_wishes.getSubjects(m_place);
+    for (auto* const serials : {&m_wanted, &m_applied}) {
+        for (auto known = serials->begin(); known != serials->end();)
+            known = subjects.count(known->first) != 0 ? std::next(known) : serials->erase(known);
+    }
+    for (const Order::Subject& subject : subjects)
+        want(subject, now);
     poll(now);
+}
+
+void PanelDesk::refreshWish(const Order::Subject& subject, TimePoint now)
+{
+    if (!isThere())
+        return;
+    want(subject, now);
+    poll(now);
+}
+
+void PanelDesk::want(const Order::Subject& subject, TimePoint now)
+{
+    const WishBook::Wish* const wish = m_wishes.find(m_place, subject);
+    if (wish == nullptr) {
+        m_wanted.erase(subject);
+        m_applied.erase(subject);
+        return;
+    }
+    const auto applied = m_applied.find(subject);
+    const auto wanted = m_wanted.find(subject);
+    if ((applied != m_applied.end() && applied->second == wish->serial) ||
+        (wanted != m_wanted.end() && wanted->second == wish->serial))
+        return;
+    m_wanted[subject] = wish->serial;
+    supersede(subject, now);
 }
 
 void PanelDesk::poll(TimePoint now)
@@ -163,7 +240,7 @@ void PanelDesk::startRecords(TimePoint now)
 {
     if (m_recordFlight.isUp)
         return;
-    const std::vector<Record> batch = takeBatch();
+    const std::vector<Record> batch = takeBatch(now);
     if (batch.empty())
         return;
     m_recordFlight.isUp = true;
@@ -176,76 +253,93 @@ void PanelDesk::startRecords(TimePoint now)
 }
 
 // As much as goes into a packet: what is with the library can't be taken back.
-std::vector<PanelDesk::Record> PanelDesk::takeBatch()
+std::vector<PanelDesk::Record> PanelDesk::takeBatch(TimePoint now)
 {
     std::vector<Record> batch;
-    std::size_t room = m_line->getPacketLimit() - sizeof(PacketHeader);
+    const std::size_t most = m_line->getPacketLimit() - sizeof(PacketHeader);
+    std::size_t room = most;
+    takeWishedRecords(batch, room);
     while (batch.size() < batchRecords && !m_records.empty()) {
-        const std::size_t size = sizeof(RecordHeader) + m_records.front().payload.size();
-        if (size > room)
-            return batch;
+        Record& next = m_records.front();
+        const std::size_t size = sizeof(RecordHeader) + next.payload.size();
+        if (size <= most && (size > room || !mayFollow(batch, next)))
+            break;
+        m_bytes -= next.payload.size();
+        if (size > most) { // it takes less than it did
+            const Claim claim = next.claim;
+            m_records.pop_front();
+            refuseTooLarge(size - sizeof(RecordHeader), claim, now);
+            continue;
+        }
         room -= size;
-        m_bytes -= m_records.front().payload.size();
-        batch.push_back(std::move(m_records.front()));
+        batch.push_back(std::move(next));
         m_records.pop_front();
     }
-    takeWishedRecords(batch, room);
     return batch;
 }
 
-void PanelDesk::takeWishedRecords(std::vector<Record>& batch, std::size_t room)
+// The library sends keyed records before others, and the lower key first: what would overtake
+// one of its type, or a wish that is older, waits for the next batch.
+bool PanelDesk::mayFollow(const std::vector<Record>& batch, const Record& next) const
 {
-    for (auto wanted = m_wanted.begin(); wanted != m_wanted.end() && batch.size() < batchRecords;) {
-        const Order::Subject subject = *wanted;
+    if (!next.key)
+        return true;
+    if (m_wanted.count(next.getSubject()) != 0)
+        return false;
+    return std::none_of(batch.begin(), batch.end(), [&next](const Record& record) {
+        return record.type == next.type && (!record.key || *record.key >= *next.key);
+    });
+}
+
+void PanelDesk::takeWishedRecords(std::vector<Record>& batch, std::size_t& room)
+{
+    while (!m_wanted.empty() && batch.size() < batchRecords) {
+        const Order::Subject subject = m_wanted.begin()->first;
         const auto& [verb, type, key] = subject;
+        if (verb != Order::Verb::Set)
+            return; // pictures come behind
         const WishBook::Wish* const wish = m_wishes.find(m_place, subject);
-        if (verb != Order::Verb::Set) {
-            ++wanted;
-            continue;
-        }
         const std::size_t size = wish != nullptr ? sizeof(RecordHeader) + wish->message.payload.size() : 0;
-        if (size > room && size <= m_line->getPacketLimit() - sizeof(PacketHeader))
+        const bool isTooLarge = size > m_line->getPacketLimit() - sizeof(PacketHeader);
+        if (size > room && !isTooLarge)
             return;
-        wanted = m_wanted.erase(wanted);
-        const auto claim = wish != nullptr ? claimOf(subject, *wish) : std::nullopt;
-        if (!claim)
+        m_wanted.erase(m_wanted.begin());
+        if (wish == nullptr)
             continue;
-        if (size > room) {
+        const Claim claim = claimOf(subject, *wish);
+        if (isTooLarge) {
             m_reply(wish->message, {Answer::Word::TooLarge, "the panel does not take so many bytes in a record"});
             continue;
         }
         room -= size;
-        batch.push_back({*claim, static_cast<std::uint8_t>(type), key, wish->message.payload});
+        batch.push_back({claim, static_cast<std::uint8_t>(type), key, wish->message.payload});
     }
 }
 
-// Nothing, when the panel has this wish already. Else it counts as applied from now on.
-std::optional<PanelDesk::Claim> PanelDesk::claimOf(const Order::Subject& subject, const WishBook::Wish& wish)
+// It counts as applied from now on.
+PanelDesk::Claim PanelDesk::claimOf(const Order::Subject& subject, const WishBook::Wish& wish)
 {
-    std::uint64_t& applied = m_applied[subject];
-    if (applied == wish.serial)
-        return std::nullopt;
-    applied = wish.serial;
+    m_applied[subject] = wish.serial;
     Claim claim;
     claim.wish = subject;
     claim.serial = wish.serial;
     return claim;
 }
 
-void PanelDesk::gatherWishedPictures(TimePoint now)
+// A few, as each is decoded; the next when these have landed.
+void PanelDesk::gatherWishedPictures()
 {
-    for (auto wanted = m_wanted.begin(); wanted != m_wanted.end();) {
-        const Order::Subject subject = *wanted;
-        const auto& [verb, lcd, key] = subject;
-        if (verb != Order::Verb::Draw) {
-            ++wanted;
-            continue;
-        }
-        wanted = m_wanted.erase(wanted);
+    for (unsigned int left = wishedPicturesAtOnce; left > 0; --left) {
+        const auto wanted = m_wanted.lower_bound({Order::Verb::Draw, 0, 0});
+        if (wanted == m_wanted.end())
+            return;
+        const Order::Subject subject = wanted->first;
+        const std::uint16_t lcd = std::get<1>(subject);
+        m_wanted.erase(wanted);
         const WishBook::Wish* const wish = m_wishes.find(m_place, subject);
-        const auto claim = wish != nullptr ? claimOf(subject, *wish) : std::nullopt;
-        if (!claim)
+        if (wish == nullptr)
             continue;
+        const Claim claim = claimOf(subject, *wish);
         auto made = PictureOrder::makePicture(wish->message, lcd, m_line->getPacketLimit());
         if (const auto* const refusal = std::get_if<Answer>(&made)) {
             m_reply(wish->message, *refusal);
@@ -253,15 +347,16 @@ void PanelDesk::gatherWishedPictures(TimePoint now)
         }
         auto& picture = std::get<PictureOrder::Picture>(made);
         picture.isHeld = false; // a wish is whole
-        placePicture(lcd, std::move(picture), *claim, now);
+        m_pictureBytes += picture.bytes;
+        m_pictures[lcd] = {std::move(picture), {claim}};
     }
 }
 
 void PanelDesk::startPictures(TimePoint now)
 {
-    gatherWishedPictures(now);
     if (m_pictureFlight.isUp)
         return;
+    gatherWishedPictures();
     for (auto waiting = m_pictures.begin(); waiting != m_pictures.end();) {
         if (waiting->second.picture.isHeld) {
             ++waiting;
@@ -270,6 +365,7 @@ void PanelDesk::startPictures(TimePoint now)
         if (!std::exchange(m_pictureFlight.isUp, true))
             m_pictureFlight.cutPackets = m_line->getProgress().cutPackets;
         Waiting started = std::move(waiting->second);
+        m_pictureBytes -= started.picture.bytes;
         const std::uint16_t lcd = waiting->first;
         waiting = m_pictures.erase(waiting);
         m_pictureFlight.claims.insert(m_pictureFlight.claims.end(), started.claims.begin(), started.claims.end());
@@ -300,6 +396,7 @@ void PanelDesk::expire(TimePoint now)
             continue;
         }
         const std::vector<Claim> ended = claims;
+        m_pictureBytes -= waiting->second.picture.bytes;
         waiting = m_pictures.erase(waiting);
         endAll(ended, expired, false, now);
     }
@@ -328,11 +425,13 @@ void PanelDesk::end(const Claim& claim, const Answer& answer, bool isRemembered,
     }
     // Who overrides a wish means it: it is applied again when the panel comes back.
     const WishBook::Wish* const wish = m_wishes.find(m_place, *claim.wish);
-    if (wish != nullptr && wish->serial == claim.serial)
-        m_reply(wish->message, answer);
-    if (answer.word == Answer::Word::Unknown) {
+    if (wish == nullptr || wish->serial != claim.serial)
+        return;
+    m_reply(wish->message, answer);
+    const auto& [verb, number, key] = *claim.wish;
+    if (answer.word == Answer::Word::Unknown && (verb != Order::Verb::Draw || m_pictures.count(number) == 0)) {
         m_applied.erase(*claim.wish);
-        m_wanted.insert(*claim.wish);
+        m_wanted[*claim.wish] = wish->serial;
     }
 }
 
@@ -345,6 +444,8 @@ void PanelDesk::endAll(const std::vector<Claim>& claims, const Answer& answer, b
 PanelDesk::TimePoint PanelDesk::getNextDue() const
 {
     TimePoint due = TimePoint::max();
+    if (!m_pictureFlight.isUp && m_wanted.lower_bound({Order::Verb::Draw, 0, 0}) != m_wanted.end())
+        return TimePoint::min();
     const auto include = [&due](const Claim& claim) { due = std::min(due, claim.deadline); };
     for (const Record& record : m_records)
         include(record.claim);

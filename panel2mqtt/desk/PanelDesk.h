@@ -13,7 +13,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -34,11 +33,14 @@ public:
     static constexpr std::size_t mostRecords = 256;
     static constexpr std::size_t mostBytes = 1u << 20;
     static constexpr std::size_t batchRecords = 64;
+    static constexpr std::size_t mostPictures = 256; // LCDs for which one waits
+    static constexpr std::size_t mostPictureBytes = 8u << 20;
+    static constexpr unsigned int wishedPicturesAtOnce = 8;
 
     // `wait`: how long a command waits at the most.
     PanelDesk(std::string place, const WishBook& wishes, Duration wait, Ledger::Reply reply);
 
-    // The panel is there and has said what it takes.
+    // The panel is there and has said what it takes. Wishes are refreshed apart.
     void arrive(std::shared_ptr<PanelLine> line, TimePoint now);
     void leave(TimePoint now);
     bool isThere() const { return m_line != nullptr; }
@@ -46,13 +48,15 @@ public:
     // A record or a picture.
     void add(const Order& order, Message command, TimePoint now);
 
-    // Some wish is another.
+    // All wishes may be others, or one.
     void refreshWishes(TimePoint now);
+    void refreshWish(const Order::Subject& subject, TimePoint now);
 
     // Something may have been taken, or it is getNextDue.
     void poll(TimePoint now);
 
-    // When something expires; TimePoint::max() when nothing waits.
+    // When something expires; in the past when there is something to do now, TimePoint::max()
+    // when nothing waits.
     TimePoint getNextDue() const;
 
     // For the counts.
@@ -77,6 +81,8 @@ private:
         std::uint8_t type = 0;
         std::optional<std::uint32_t> key;
         std::string payload;
+
+        Order::Subject getSubject() const { return {Order::Verb::Set, type, key.value_or(0)}; }
     };
     struct Waiting {
         PictureOrder::Picture picture;
@@ -97,10 +103,14 @@ private:
 
     void startRecords(TimePoint now);
     void startPictures(TimePoint now);
-    std::vector<Record> takeBatch();
-    void takeWishedRecords(std::vector<Record>& batch, std::size_t room);
-    void gatherWishedPictures(TimePoint now);
-    std::optional<Claim> claimOf(const Order::Subject& subject, const WishBook::Wish& wish);
+    std::vector<Record> takeBatch(TimePoint now);
+    bool mayFollow(const std::vector<Record>& batch, const Record& next) const;
+    void takeWishedRecords(std::vector<Record>& batch, std::size_t& room);
+    void gatherWishedPictures();
+    Claim claimOf(const Order::Subject& subject, const WishBook::Wish& wish);
+    void want(const Order::Subject& subject, TimePoint now);
+    void supersede(const Order::Subject& subject, TimePoint now);
+    void overrideWish(const Order::Subject& subject);
     void land(Flight& flight, std::uint64_t PriorityPacker::Progress::*waiting, TimePoint now);
 
     void expire(TimePoint now);
@@ -118,11 +128,14 @@ private:
     std::deque<Record> m_records;
     std::size_t m_bytes = 0; // of m_records
     std::map<std::uint16_t, Waiting> m_pictures;
+    std::size_t m_pictureBytes = 0; // of m_pictures
     Flight m_recordFlight;
     Flight m_pictureFlight;
 
-    std::set<Order::Subject> m_wanted;                 // wishes to be looked at
-    std::map<Order::Subject, std::uint64_t> m_applied; // serials of those that this panel has
+    // Serials of wishes: of those that are to be applied, older than whatever waits for the same
+    // thing; and of those that have been given to this panel.
+    std::map<Order::Subject, std::uint64_t> m_wanted;
+    std::map<Order::Subject, std::uint64_t> m_applied;
     Counts m_counts;
 };
 

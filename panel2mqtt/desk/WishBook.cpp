@@ -1,5 +1,7 @@
 #include "panel2mqtt/desk/WishBook.h"
 
+#include <vector>
+
 namespace Vantor {
 
 std::size_t WishBook::sizeOf(const Message& message)
@@ -13,34 +15,53 @@ std::size_t WishBook::sizeOf(const Message& message)
 
 bool WishBook::put(const Order& order, Message message)
 {
-    Wishes& wishes = m_wishes[{order.isForEveryHost, order.place}];
-    const auto known = wishes.find(order.getSubject());
-    const std::size_t size = sizeOf(message);
-    const std::size_t freed = known != wishes.end() ? sizeOf(known->second.wish.message) : 0;
+    const Scope scope{order.isForEveryHost, order.place};
+    const Order::Subject subject = order.getSubject();
+    Entry* const known = findEntry(scope, subject);
     if (message.payload.empty()) {
-        if (known == wishes.end())
-            return true;
-        wishes.erase(known);
-        --m_number;
-        m_bytes -= freed;
+        if (known != nullptr)
+            drop(scope, subject);
         return true;
     }
-    if (known != wishes.end() && known->second.wish.message.payload == message.payload &&
-        known->second.wish.message.userProperties == message.userProperties) {
-        known->second.isTold = true;
+    // What is told anew is the wish as it was; what is published again is meant again.
+    if (known != nullptr && !known->isTold && known->wish.message.payload == message.payload &&
+        known->wish.message.userProperties == message.userProperties) {
+        known->isTold = true;
         return true;
     }
-    if (m_bytes - freed + size > mostBytes || (known == wishes.end() && m_number == mostWishes))
+    const std::size_t size = sizeOf(message);
+    const std::size_t freed = known != nullptr ? sizeOf(known->wish.message) : 0;
+    if (m_bytes - freed + size > mostBytes || (known == nullptr && m_number == mostWishes))
         return false;
     m_bytes += size - freed;
-    m_number += known == wishes.end() ? 1 : 0;
-    wishes[order.getSubject()] = {{std::move(message), ++m_last}, true};
+    m_number += known == nullptr ? 1 : 0;
+    m_wishes[scope][subject] = {{std::move(message), ++m_last}, true};
     return true;
+}
+
+WishBook::Entry* WishBook::findEntry(const Scope& scope, const Order::Subject& subject)
+{
+    const auto wishes = m_wishes.find(scope);
+    if (wishes == m_wishes.end())
+        return nullptr;
+    const auto entry = wishes->second.find(subject);
+    return entry != wishes->second.end() ? &entry->second : nullptr;
+}
+
+void WishBook::drop(const Scope& scope, const Order::Subject& subject)
+{
+    const auto wishes = m_wishes.find(scope);
+    const auto entry = wishes->second.find(subject);
+    --m_number;
+    m_bytes -= sizeOf(entry->second.wish.message);
+    wishes->second.erase(entry);
+    if (wishes->second.empty())
+        m_wishes.erase(wishes);
 }
 
 const WishBook::Wish* WishBook::find(const std::string& place, const Order::Subject& subject) const
 {
-    for (const Scope& scope : {Scope{false, place}, Scope{false, ""}, Scope{true, place}, Scope{true, ""}}) {
+    for (const Scope& scope : {Scope{false, place}, Scope{true, place}, Scope{false, ""}, Scope{true, ""}}) {
         const auto wishes = m_wishes.find(scope);
         if (wishes == m_wishes.end())
             continue;
@@ -73,17 +94,15 @@ void WishBook::beginTelling()
 
 void WishBook::endTelling()
 {
-    for (auto& [scope, wishes] : m_wishes) {
-        for (auto entry = wishes.begin(); entry != wishes.end();) {
-            if (entry->second.isTold) {
-                ++entry;
-                continue;
-            }
-            --m_number;
-            m_bytes -= sizeOf(entry->second.wish.message);
-            entry = wishes.erase(entry);
+    std::vector<std::pair<Scope, Order::Subject>> gone;
+    for (const auto& [scope, wishes] : m_wishes) {
+        for (const auto& [subject, entry] : wishes) {
+            if (!entry.isTold)
+                gone.emplace_back(scope, subject);
         }
     }
+    for (const auto& [scope, subject] : gone)
+        drop(scope, subject);
 }
 
 } // namespace Vantor

@@ -22,7 +22,7 @@ public:
 
     struct Wish {
         Message message;
-        std::uint64_t serial = 0; // another one when the wish is another
+        std::uint64_t serial = 0; // another one when the wish is another, or published again
     };
 
     // False: there is no room. An empty payload takes the wish away.
@@ -47,8 +47,10 @@ private:
     using Wishes = std::map<Order::Subject, Entry>;
 
     static std::size_t sizeOf(const Message& message);
+    Entry* findEntry(const Scope& scope, const Order::Subject& subject);
+    void drop(const Scope& scope, const Order::Subject& subject);
 
-    std::map<Scope, Wishes> m_wishes;
+    std::map<Scope, Wishes> m_wishes; // none of them empty
     std::size_t m_number = 0;
     std::size_t m_bytes = 0;
     std::uint64_t m_last = 0;

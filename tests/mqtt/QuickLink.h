@@ -32,6 +32,7 @@ public:
         pace.firstDelay = milliseconds(20);
         pace.lastDelay = milliseconds(80);
         pace.steadyTime = milliseconds(500);
+        pace.lookUpTime = milliseconds(1500);
         pace.connectTime = milliseconds(700);
         return pace;
     }

@@ -277,7 +277,7 @@ TEST_F(GatewayFlash, panelRestartsAfterTheLastChunk_isTakenWhenItIsBack)
 
 TEST_F(GatewayFlash, panelThatStopsAnswering_failsAndIsBusyUntilItIsPluggedInAnew)
 {
-    start({"--at", "0", "fault boot ignore sticky skip=3"});
+    start({"--at", "0", "fault boot ignore skip=3 sticky"});
     const std::string image = makeImage(40000, 11);
     flash("j", image, {{"sha256", sumOf(image)}});
     EXPECT_THAT(awaitJob("j", "failed", std::chrono::seconds(45)),

@@ -111,8 +111,11 @@ TEST_F(FlashOrderTest, otherMcu_isRefused)
 
 TEST_F(FlashOrderTest, sixteenMebibytes_areTheMost)
 {
-    EXPECT_TRUE(accept(std::string(16777216, 'x'), {{"sha256", sumOfMessages}}).main);
-    const auto made = read(std::string(16777217, 'x'), {{"sha256", sumOfMessages}});
+    std::string image;
+    image.resize(16777216);
+    EXPECT_TRUE(accept(image, {{"sha256", sumOfMessages}}).main);
+    image.resize(16777217);
+    const auto made = read(image, {{"sha256", sumOfMessages}});
     EXPECT_EQ(std::get<Answer>(made).word, Answer::Word::TooLarge);
 }
 

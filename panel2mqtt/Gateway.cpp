@@ -42,7 +42,7 @@ std::string makeRun()
     return text.data();
 }
 
-Desk::Options deskOptions(const Settings& settings, const std::string& run, const GatewayLog& log)
+Desk::Options deskOptions(const Settings& settings, const std::string& run, const GatewayLog& log, FirmwareShelf& shelf)
 {
     Desk::Options options;
     options.host = settings.host;
@@ -55,6 +55,7 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run, cons
     options.wait = settings.wait;
     options.clock = timeOfDay;
     options.complain = [&log](const std::string& text) { log.say(GatewayLog::Level::Warning, text); };
+    options.shelf = &shelf;
     return options;
 }
 
@@ -76,8 +77,8 @@ BrokerLink::Kind linkKindOf(Outbox::Kind kind)
 Gateway::Gateway(const Settings& settings, const GatewayLog& log)
     : m_settings(settings), m_log(log), m_run(makeRun()),
       m_presence(settings.host, m_run, MORVANE_VERSION_STRING, millisecondsSince1970(), *this),
-      m_manager(UsbManager::getUsbManager()),
-      m_desk(deskOptions(settings, m_run, log), *this,
+      m_manager(UsbManager::getUsbManager()), m_shelf(settings.firmwareFolder),
+      m_desk(deskOptions(settings, m_run, log, m_shelf), *this,
              [this](const std::string& place) {
                  return place.empty() ? writeStatistics() : PanelRoster::writeStatistics(*m_manager, place);
              }),

@@ -7,6 +7,7 @@
 #include "panel2mqtt/desk/Desk.h"
 #include "panel2mqtt/desk/HostPresence.h"
 #include "panel2mqtt/desk/Outbox.h"
+#include "panel2mqtt/panels/FirmwareFolder.h"
 #include "panel2mqtt/panels/PanelEvents.h"
 #include "panel2mqtt/panels/PanelRoster.h"
 #include "panel2mqtt/settings/Settings.h"
@@ -66,6 +67,7 @@ private:
     HostPresence m_presence MORVANE_GUARDED_BY(m_presenceMutex);
 
     UsbManager* const m_manager;
+    FirmwareFolder m_shelf;
     Desk m_desk;
     PanelRoster m_roster;
     BrokerLink m_link;

@@ -47,6 +47,7 @@ void Desk::serve(std::uint64_t epoch, TimePoint now)
     for (auto& [name, place] : m_places) {
         place.state.epoch = epoch;
         publishPlace(name, place);
+        place.flash->publishAll();
     }
     if (m_options.statsEvery != Duration::zero())
         m_nextStats = now + m_options.statsEvery;
@@ -66,7 +67,7 @@ void Desk::settle(TimePoint now)
         return;
     m_hasSettled = true;
     for (const auto& [topic, place] : std::exchange(m_leftOver, {})) {
-        if (m_places.count(place) == 0)
+        if (m_places.count(place) == 0 || topic.find("/job/") != std::string::npos)
             m_outbox.publish(Outbox::Kind::State, makeMessage(topic, "", 1, true));
     }
     for (auto& [name, place] : m_places)
@@ -81,7 +82,11 @@ void Desk::receive(const Message& message, TimePoint now)
     const std::size_t end = rest.find('/');
     if (end != std::string_view::npos && isPlace(rest.substr(0, end))) {
         const std::string_view kind = rest.substr(end + 1);
-        if (kind == "state" || kind == "info" || beginsWith(kind, "job/")) {
+        if (beginsWith(kind, "job/")) {
+            rememberJob(std::string(rest.substr(0, end)), std::string(kind.substr(4)), message.payload, now);
+            return;
+        }
+        if (kind == "state" || kind == "info") {
             remember(std::string(rest.substr(0, end)), message, now);
             return;
         }
@@ -117,6 +122,36 @@ void Desk::remember(const std::string& place, const Message& state, TimePoint no
     publishPlace(place, *made);
 }
 
+void Desk::rememberJob(const std::string& place, const std::string& id, const std::string& payload, TimePoint now)
+{
+    const auto known = m_places.find(place);
+    if (known != m_places.end())
+        known->second.flash->remember(id, payload, now);
+    else if (!payload.empty() && m_leftOver.size() < mostLeftOver)
+        m_leftOver.emplace(topicOf(place + "/job/" + id), place); // states are told before jobs
+}
+
+bool Desk::publishJob(const std::string& place, const std::string& id, const std::string& payload) const
+{
+    if (m_isServing) // else it is told when it does
+        m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + "/job/" + id), payload, 1, true));
+    return m_isServing;
+}
+
+void Desk::flash(const std::string& place, const Message& message, TimePoint now)
+{
+    if (m_options.shelf == nullptr) {
+        reply(message, {Answer::Word::Refused, "this gateway has no firmware upgrade"}, place);
+        return;
+    }
+    const auto read = [this, &message] {
+        if (!m_flashOrder)
+            m_flashOrder = FlashOrder::read(message, *m_options.shelf);
+        return *m_flashOrder;
+    };
+    m_places.at(place).flash->add(message, read, now);
+}
+
 void Desk::obey(const Order& order, const Message& message, TimePoint now)
 {
     if (message.isRetained) {
@@ -129,8 +164,10 @@ void Desk::obey(const Order& order, const Message& message, TimePoint now)
         reply(message, {Answer::Word::Unknown, "the gateway was started anew"}, order.place);
         return;
     }
+    m_flashOrder.reset();
     if (!order.place.empty()) {
         obeyAt(order.place, order, message, now);
+        m_flashOrder.reset();
         return;
     }
     std::vector<std::string> places;
@@ -142,6 +179,7 @@ void Desk::obey(const Order& order, const Message& message, TimePoint now)
         reply(message, {Answer::Word::Offline, "no panel is there"}, "");
     for (const std::string& place : places)
         obeyAt(place, order, message, now);
+    m_flashOrder.reset();
 }
 
 void Desk::obeyAt(const std::string& place, const Order& order, const Message& message, TimePoint now)
@@ -158,7 +196,7 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
         known->second.desk->add(order, message, now);
         break;
     case Order::Verb::Flash:
-        reply(message, {Answer::Word::Refused, "this gateway has no firmware upgrade"}, place);
+        flash(place, message, now);
         break;
     case Order::Verb::Stats:
         publishStats(place, &message);
@@ -166,6 +204,10 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
     case Order::Verb::Forget:
         if (known->second.desk->isThere()) {
             reply(message, {Answer::Word::Refused, "the panel is there"}, place);
+            break;
+        }
+        if (known->second.flash->isBusy()) {
+            reply(message, {Answer::Word::Busy, "an upgrade of this panel is not over"}, place);
             break;
         }
         forget(place);
@@ -208,6 +250,10 @@ Desk::Place* Desk::makePlace(const std::string& place)
     made.desk = std::make_unique<PanelDesk>(
         place, m_wishes, m_options.wait,
         [this, place](const Message& command, const Answer& answer) { reply(command, answer, place); });
+    made.flash = std::make_unique<FlashDesk>(
+        m_options.run, m_options.clock,
+        [this, place](const Message& command, const Answer& answer) { reply(command, answer, place); },
+        [this, place](const std::string& id, const std::string& payload) { return publishJob(place, id, payload); });
     return &m_places.emplace(place, std::move(made)).first->second;
 }
 
@@ -234,9 +280,10 @@ void Desk::onPanelReady(const std::string& place, std::shared_ptr<PanelLine> lin
     made->info = DeskJson::write(place, info);
     made->forgotten = TimePoint::max();
     publishPlace(place, *made);
-    made->desk->arrive(std::move(line), now);
+    made->desk->arrive(line, now);
     if (m_hasSettled)
         made->desk->refreshWishes(now);
+    made->flash->arrive(std::move(line), now);
 }
 
 void Desk::onPanelAway(const std::string& place, const std::string& reason, TimePoint now)
@@ -248,6 +295,7 @@ void Desk::onPanelAway(const std::string& place, const std::string& reason, Time
     made->forgotten = now + m_options.forgetAfter;
     publishPlace(place, *made);
     made->desk->leave(now);
+    made->flash->leave(now);
 }
 
 void Desk::publishPlace(const std::string& name, const Place& place)
@@ -261,6 +309,7 @@ void Desk::publishPlace(const std::string& name, const Place& place)
 
 void Desk::forget(const std::string& place)
 {
+    m_places.at(place).flash->clear();
     for (const char* const kind : {"/state", "/info"}) {
         if (m_isServing) // else it is found again when it does
             m_outbox.publish(Outbox::Kind::State, makeMessage(topicOf(place + kind), "", 1, true));
@@ -272,6 +321,8 @@ void Desk::onRecord(const std::string& place, unsigned int type, std::string pay
 {
     const bool isWanted = m_options.got ? m_options.got->count(type) != 0 : type != 0;
     const auto known = m_places.find(place);
+    if (known != m_places.end())
+        known->second.flash->onRecord(type, payload);
     if (!isWanted || !m_isServing || known == m_places.end())
         return;
     Message message =
@@ -305,7 +356,8 @@ void Desk::poll(TimePoint now)
     std::vector<std::string> forgotten;
     for (auto& [name, place] : m_places) {
         place.desk->poll(now);
-        if (m_isServing && place.forgotten <= now)
+        place.flash->poll(now);
+        if (m_isServing && place.forgotten <= now && !place.flash->isBusy())
             forgotten.push_back(name);
     }
     for (const std::string& name : forgotten)
@@ -324,7 +376,8 @@ Desk::TimePoint Desk::getNextDue() const
 {
     TimePoint due = m_nextStats;
     for (const auto& [name, place] : m_places)
-        due = std::min({due, m_isServing ? place.forgotten : TimePoint::max(), place.desk->getNextDue()});
+        due = std::min({due, m_isServing && !place.flash->isBusy() ? place.forgotten : TimePoint::max(),
+                        place.desk->getNextDue(), place.flash->getNextDue()});
     return due;
 }
 

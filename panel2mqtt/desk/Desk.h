@@ -1,6 +1,8 @@
 #pragma once
 
 #include "panel2mqtt/desk/DeskJson.h"
+#include "panel2mqtt/desk/FirmwareShelf.h"
+#include "panel2mqtt/desk/FlashDesk.h"
 #include "panel2mqtt/desk/Message.h"
 #include "panel2mqtt/desk/Order.h"
 #include "panel2mqtt/desk/Outbox.h"
@@ -42,6 +44,7 @@ public:
         Duration wait = std::chrono::minutes(1);
         std::function<std::string()> clock;               // the time of day, as it is told
         std::function<void(const std::string&)> complain; // of what nobody may have asked to be told; may be empty
+        FirmwareShelf* shelf = nullptr;                   // null: no firmware upgrades
     };
 
     // What a place's counts say, or with an empty one the gateway's, as JSON; asked when they are
@@ -76,6 +79,7 @@ public:
 private:
     struct Place {
         std::unique_ptr<PanelDesk> desk;
+        std::unique_ptr<FlashDesk> flash;
         PlaceState state;
         std::string info;                       // JSON; empty: not known
         TimePoint forgotten = TimePoint::max(); // when, unless it comes back
@@ -84,6 +88,9 @@ private:
 
     void obey(const Order& order, const Message& message, TimePoint now);
     void obeyAt(const std::string& place, const Order& order, const Message& message, TimePoint now);
+    void flash(const std::string& place, const Message& message, TimePoint now);
+    bool publishJob(const std::string& place, const std::string& id, const std::string& payload) const;
+    void rememberJob(const std::string& place, const std::string& id, const std::string& payload, TimePoint now);
     void wish(const Order& order, const Message& message, TimePoint now);
     void settle(TimePoint now);
     void remember(const std::string& place, const Message& state, TimePoint now);
@@ -108,6 +115,7 @@ private:
     std::map<std::string, Place> m_places;
     std::map<std::string, std::string> m_leftOver; // retained topics of an earlier run, and their places
     TimePoint m_nextStats = TimePoint::max();
+    std::optional<FlashOrder::Result> m_flashOrder; // read once, when it is for several panels
 };
 
 } // namespace Vantor

@@ -71,6 +71,17 @@ std::string write(const PlaceState& state)
     return textOf(json);
 }
 
+std::string write(const JobState& state)
+{
+    Json json{{"state", state.state},
+              {"bytesWritten", state.bytesWritten},
+              {"totalBytes", state.totalBytes},
+              {"since", state.since}};
+    if (!state.reason.empty())
+        json["reason"] = state.reason;
+    return textOf(json);
+}
+
 std::string write(const std::string& place, const PanelInfo& info)
 {
     return textOf({{"place", place},
@@ -118,6 +129,18 @@ std::optional<PlaceState> readPlaceState(const std::string& text)
         return std::nullopt;
     return PlaceState{*isOnline, find<std::uint64_t>(json, "epoch").value_or(0), *since,
                       find<std::string>(json, "reason").value_or("")};
+}
+
+std::optional<JobState> readJobState(const std::string& text)
+{
+    const Json json = parseObject(text);
+    const auto state = find<std::string>(json, "state");
+    const auto written = find<std::uint64_t>(json, "bytesWritten");
+    const auto total = find<std::uint64_t>(json, "totalBytes");
+    if (!state || !written || !total || *written > UINT32_MAX || *total > UINT32_MAX)
+        return std::nullopt;
+    return JobState{*state, static_cast<std::uint32_t>(*written), static_cast<std::uint32_t>(*total),
+                    find<std::string>(json, "since").value_or(""), find<std::string>(json, "reason").value_or("")};
 }
 
 } // namespace Vantor::DeskJson

@@ -44,6 +44,17 @@ struct PlaceState {
     std::string reason;
 };
 
+// A firmware upgrade, as it is told.
+struct JobState {
+    std::string state; // "queued", "writing", "written", "answering", "failed" or "interrupted"
+    std::uint32_t bytesWritten = 0;
+    std::uint32_t totalBytes = 0;
+    std::string since; // as of a place
+    std::string reason;
+
+    bool isOver() const { return state == "answering" || state == "failed" || state == "interrupted"; }
+};
+
 // The payloads of docs/mqtt.md.
 //
 // Threads: stateless.
@@ -54,6 +65,7 @@ const char* nameOf(Answer::Word word);
 std::string write(const HostState& state);
 std::string write(const HostClaim& claim);
 std::string write(const PlaceState& state);
+std::string write(const JobState& state);
 std::string write(const std::string& place, const PanelInfo& info);
 std::string write(const Answer& answer, const std::string& host, const std::string& place);
 
@@ -61,6 +73,7 @@ std::string write(const Answer& answer, const std::string& host, const std::stri
 std::optional<HostState> readHostState(const std::string& text);
 std::optional<HostClaim> readHostClaim(const std::string& text);
 std::optional<PlaceState> readPlaceState(const std::string& text);
+std::optional<JobState> readJobState(const std::string& text);
 
 } // namespace DeskJson
 

@@ -25,6 +25,21 @@ public:
 
     virtual PriorityPacker::Progress getProgress() const = 0;
 
+    // Writes new firmware from the two files, which are read before it returns; an empty path
+    // leaves that MCU alone. Not while one is under way.
+    virtual void startUpgrade(const std::string& mainPath, const std::string& servoPath) = 0;
+
+    // The last one. It stays under way until it succeeds, if need be for ever.
+    struct Upgrade {
+        bool isUpdating = false;
+        std::uint32_t written = 0; // bytes that count as confirmed
+        std::uint32_t total = 0;
+    };
+    virtual Upgrade getUpgrade() const = 0;
+
+    // Has the panel say once more what it is.
+    virtual void askInformation() = 0;
+
     // Bytes of a packet.
     virtual unsigned int getPacketLimit() const = 0;
 };

@@ -31,6 +31,9 @@ public:
     void draw(std::uint16_t lcd, std::vector<ClientLcdBitmap> layers) override;
     PriorityPacker::Progress getProgress() const override;
     unsigned int getPacketLimit() const override { return m_limit; }
+    void startUpgrade(const std::string& /*mainPath*/, const std::string& /*servoPath*/) override {}
+    Upgrade getUpgrade() const override { return {}; }
+    void askInformation() override {}
 
     // The packet under way ends; false when there is none.
     bool take();

@@ -66,6 +66,15 @@ void PackerCounts::dropPacket()
     m_packet = {};
 }
 
+PriorityPacker::Progress PackerCounts::readProgress() const
+{
+    PriorityPacker::Progress progress;
+    progress.waitingPictures = m_pictures.now;
+    progress.endedPackets = m_sent.packets + m_sent.cutPackets;
+    progress.cutPackets = m_sent.cutPackets;
+    return progress;
+}
+
 void PackerCounts::read(DeviceStatistics& statistics) const
 {
     // These two the packer never sees.

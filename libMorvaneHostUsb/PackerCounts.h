@@ -2,6 +2,7 @@
 
 #include "libMorvaneHostUsb/AddingTimes.h"
 #include "libMorvaneHostUsb/DeviceStatistics.h"
+#include "libMorvaneHostUsb/PriorityPacker.h"
 #include "protocol/PacketType.h"
 
 #include <cstddef>
@@ -29,6 +30,9 @@ public:
 
     // It has not.
     void dropPacket();
+
+    // Its part of it.
+    PriorityPacker::Progress readProgress() const;
 
     // What it counts, into `statistics`.
     void read(DeviceStatistics& statistics) const;

@@ -70,6 +70,15 @@ DeviceStatistics PriorityPacker::readStatistics(const DeviceCounters& counters) 
     return statistics;
 }
 
+PriorityPacker::Progress PriorityPacker::getProgress() const
+{
+    const std::lock_guard<std::mutex> lock(m_dataMutex);
+    Progress progress = m_counts->readProgress();
+    progress.waitingRecords = m_highPriorityQueue.getCounts().waiting + m_normalQueue.getCounts().waiting;
+    progress.isUnderWay = m_header.count != 0;
+    return progress;
+}
+
 std::size_t PriorityPacker::addStructData(const void* data, const unsigned int& size, const PacketType& type)
 {
     const auto* bytes = static_cast<const unsigned char*>(data);

@@ -52,6 +52,16 @@ public:
         bool locked = false;                // nothing is sent while set
     };
 
+    // How far the sending has come, by which an application knows when the panel has what it
+    // has added: no record waits any more, and then the packet under way has ended, whole.
+    struct Progress {
+        std::uint64_t waitingRecords = 0;
+        std::uint64_t waitingPictures = 0; // the one being sent in slices included
+        std::uint64_t endedPackets = 0;    // the panel has taken them, whole or in part
+        std::uint64_t cutPackets = 0;      // those taken in part, which are not sent again
+        bool isUnderWay = false;           // there is one more, not ended
+    };
+
     // Packets of at most maxPacketSize bytes until a panel reports its own limit.
     explicit PriorityPacker(const unsigned int& maxPacketSize);
     ~PriorityPacker() override;
@@ -108,6 +118,9 @@ public:
 
     // True while anything waits: a record, or a layer on any LCD, locked ones too.
     bool hasMoreData() const;
+
+    // A copy, of one instant; takes a short lock. Any thread, in any callback.
+    Progress getProgress() const;
 
     // Device link. Takes over the panel's packet limit when it is above 1024.
     void setDeviceInformation(const DeviceInformation& info);

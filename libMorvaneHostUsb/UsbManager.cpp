@@ -200,6 +200,11 @@ void UsbManager::unregisterObserver(Observer* /*observer*/)
     m_observer = nullptr;
 }
 
+void UsbManager::registerSendObserver(SendObserver* observer)
+{
+    m_sendObserver = observer;
+}
+
 std::string UsbManager::getVersion()
 {
     return MORVANE_VERSION_STRING "+";

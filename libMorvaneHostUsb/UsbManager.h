@@ -33,7 +33,7 @@ class UsbMessageQueue;
 // Order of use: getUsbManager, registerObserver, initialise, work, destroyUsbManager.
 //
 // Threads: getUsbManager, getDevice, getDeviceListSafe, getStatistics, closeAllDevices, sync,
-// registerObserver, unregisterObserver and the version getters from any thread;
+// registerObserver, unregisterObserver, registerSendObserver and the version getters from any thread;
 // initialise and destroyUsbManager from one thread of the application, never from a
 // callback; getDeviceList in single-threaded applications.
 // Lifetime: from getUsbManager to destroyUsbManager or the end of the process.
@@ -65,6 +65,18 @@ public:
                                     unsigned int length) = 0;
 
         virtual ~Observer() = default;
+    };
+
+    // Told when a send has ended, so that nobody has to ask again and again how far a packer
+    // has come, see PriorityPacker::getProgress.
+    class MORVANE_API SendObserver {
+    public:
+        // The panel has taken a packet, whole or in part, or the transfer failed; on the thread
+        // that runs libusb's events. No lock of the library is held. As an Observer's calls; it
+        // should be short: other panels' transfers wait for it.
+        virtual void onSendEnded(std::uint16_t uid) = 0;
+
+        virtual ~SendObserver() = default;
     };
 
     // The instance; the first call builds it and initialises libusb. Starts nothing.
@@ -102,6 +114,10 @@ public:
     // Removes the observer, whatever the argument. Called in a callback, nothing follows
     // on that thread; a call under way on another may still run.
     void unregisterObserver(Observer* observer);
+
+    // The one observer of sends; null: none. Register before initialise. It must stay until
+    // destroyUsbManager has returned.
+    void registerSendObserver(SendObserver* observer);
 
     // Of the library that runs; Version.h has that of the headers.
     static std::string getVersion(); // "1.2.1+"
@@ -220,6 +236,8 @@ private:
         std::uint64_t bytes = 0; // their headers included
     };
     Parsed m_parsed;
+
+    std::atomic<SendObserver*> m_sendObserver{nullptr};
 };
 
 } // namespace Vantor

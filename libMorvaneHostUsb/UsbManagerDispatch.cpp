@@ -141,8 +141,13 @@ void UsbManager::handleTransferSendCallback(libusb_transfer* transfer)
 {
     if (transfer == nullptr)
         return;
-    if (const auto device = deviceOfTransfer(*transfer, "handleTransferSendCallback"))
-        device->onSentMessage(transfer);
+    const auto device = deviceOfTransfer(*transfer, "handleTransferSendCallback");
+    if (!device)
+        return;
+    device->onSentMessage(transfer);
+    SendObserver* const observer = m_sendObserver;
+    if (observer != nullptr)
+        observer->onSendEnded(device->getUid());
 }
 
 void UsbManager::handleTransferRecvCallback(libusb_transfer* transfer)

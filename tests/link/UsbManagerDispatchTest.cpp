@@ -323,4 +323,44 @@ TEST(UsbManagerDispatch, twoPanels_areToldApartByTheirIds)
                                                  "begin 104 12 bytes", "parsed 104 type 5: 2a", "end 104"));
 }
 
+TEST(UsbManagerDispatch, endedSend_isToldWhenTheNextOneIsUnderWay)
+{
+    class SendListener : public UsbManager::SendObserver {
+    public:
+        explicit SendListener(ManagerRig& rig) : m_rig(rig) {}
+        void onSendEnded(std::uint16_t uid) override
+        {
+            uids.push_back(uid);
+            const auto device = m_rig.manager->getDevice(uid); // takes the manager's lock
+            progress.push_back(device->getPacker().getProgress());
+        }
+        std::vector<std::uint16_t> uids;
+        std::vector<PriorityPacker::Progress> progress;
+
+    private:
+        ManagerRig& m_rig;
+    };
+    PanelRig rig;
+    SendListener listener(rig);
+    rig.manager->registerSendObserver(&listener);
+    const unsigned char byte = 1;
+    rig.device->getPacker().addStructData(&byte, 1, static_cast<PacketType>(5)); // sent at once
+    rig.device->getPacker().addStructData(&byte, 1, static_cast<PacketType>(5));
+    rig.usb.completeSend(rig.panel);
+    rig.usb.passAfter(0s);
+    rig.usb.complete(rig.panel, FakeLibusb::outEndpoint, LIBUSB_TRANSFER_TIMED_OUT, 0);
+    rig.usb.passAfter(0s);
+    EXPECT_THAT(listener.uids, ElementsAre(0x104, 0x104));
+    ASSERT_THAT(listener.progress, SizeIs(2));
+    EXPECT_EQ(listener.progress[0].endedPackets, 1U);
+    EXPECT_TRUE(listener.progress[0].isUnderWay);
+    EXPECT_EQ(listener.progress[0].waitingRecords, 0U);
+    EXPECT_EQ(listener.progress[1].endedPackets, 1U);
+
+    rig.manager->registerSendObserver(nullptr);
+    rig.usb.completeSend(rig.panel);
+    rig.usb.passAfter(0s);
+    EXPECT_THAT(listener.uids, SizeIs(2));
+}
+
 } // namespace Vantor::Test

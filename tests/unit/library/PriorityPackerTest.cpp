@@ -563,4 +563,38 @@ TEST(PriorityPacker, writersAndOneSender_loseNothingAndKeepTheirOrder)
     EXPECT_EQ(received, (std::map<int, unsigned int>{{5, perWriter}, {6, perWriter}, {7, perWriter}}));
 }
 
+TEST(PriorityPacker, progress_isOfWhatWaitsAndOfPacketsThatEnded)
+{
+    PriorityPacker packer(64);
+    EXPECT_FALSE(packer.getProgress().isUnderWay);
+    queue(packer, 5, {1});
+    queue(packer, 6, {2}); // of high priority
+    ClientLcdBitmap picture(8, 2, 1);
+    packer.drawBitmapData(picture);
+    PriorityPacker::Progress progress = packer.getProgress();
+    EXPECT_EQ(progress.waitingRecords, 2U);
+    EXPECT_EQ(progress.waitingPictures, 1U);
+    EXPECT_EQ(progress.endedPackets, 0U);
+
+    packer.prepareNextPacket();
+    progress = packer.getProgress();
+    EXPECT_EQ(progress.waitingRecords, 0U);
+    EXPECT_EQ(progress.waitingPictures, 0U);
+    EXPECT_EQ(progress.endedPackets, 0U);
+    EXPECT_TRUE(progress.isUnderWay);
+
+    packer.finishPacket({}, packer.getPacketSize());
+    progress = packer.getProgress();
+    EXPECT_EQ(progress.endedPackets, 1U);
+    EXPECT_EQ(progress.cutPackets, 0U);
+    EXPECT_FALSE(progress.isUnderWay);
+
+    queue(packer, 5, {1});
+    packer.prepareNextPacket();
+    packer.finishPacket({}, packer.getPacketSize() - 1);
+    progress = packer.getProgress();
+    EXPECT_EQ(progress.endedPackets, 2U);
+    EXPECT_EQ(progress.cutPackets, 1U);
+}
+
 } // namespace Vantor

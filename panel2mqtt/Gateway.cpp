@@ -1,0 +1,322 @@
+#include "panel2mqtt/Gateway.h"
+
+#include "libMorvaneHostUsb/Version.h"
+#include "panel2mqtt/ServiceManager.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <random>
+
+#include <nlohmann/json.hpp>
+#include <poll.h>
+
+namespace Vantor {
+
+namespace {
+
+constexpr double secondsToYield = 30;
+
+std::uint64_t millisecondsSince1970()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+std::string timeOfDay()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text.data();
+}
+
+std::string makeRun()
+{
+    std::random_device device;
+    std::array<char, 17> text{};
+    std::snprintf(text.data(), text.size(), "%08x%08x", device(), device());
+    return text.data();
+}
+
+Desk::Options deskOptions(const Settings& settings, const std::string& run, const GatewayLog& log, FirmwareShelf& shelf)
+{
+    Desk::Options options;
+    options.host = settings.host;
+    options.run = run;
+    if (settings.gotTypes)
+        options.got.emplace(settings.gotTypes->begin(), settings.gotTypes->end());
+    options.gotQos = settings.gotQos;
+    options.statsEvery = settings.statsEvery;
+    options.forgetAfter = settings.forgetAfter;
+    options.wait = settings.wait;
+    options.clock = timeOfDay;
+    options.complain = [&log](const std::string& text) { log.say(GatewayLog::Level::Warning, text); };
+    options.shelf = &shelf;
+    return options;
+}
+
+BrokerLink::Kind linkKindOf(Outbox::Kind kind)
+{
+    switch (kind) {
+    case Outbox::Kind::Event:
+        return BrokerLink::Kind::Event;
+    case Outbox::Kind::Answer:
+        return BrokerLink::Kind::Answer;
+    case Outbox::Kind::State:
+        break;
+    }
+    return BrokerLink::Kind::State;
+}
+
+} // namespace
+
+Gateway::Gateway(const Settings& settings, const GatewayLog& log)
+    : m_settings(settings), m_log(log), m_run(makeRun()),
+      m_presence(settings.host, m_run, MORVANE_VERSION_STRING, millisecondsSince1970(), *this),
+      m_manager(UsbManager::getUsbManager()), m_shelf(settings.firmwareFolder),
+      m_desk(deskOptions(settings, m_run, log, m_shelf), *this,
+             [this](const std::string& place) {
+                 return place.empty() ? writeStatistics() : PanelRoster::writeStatistics(*m_manager, place);
+             }),
+      m_roster(*m_manager, m_desk, [this](const std::string& text) { m_log.say(Level::Info, text); }),
+      m_link(settings.broker, settings.host, *this)
+{}
+
+Gateway::~Gateway()
+{
+    m_link.stop();
+    UsbManager::destroyUsbManager(); // lets transfers under way end, and releases the panels
+}
+
+std::string Gateway::topicOf(const char* rest) const
+{
+    return "panel/1/" + m_settings.host + "/" + rest;
+}
+
+BrokerLink::Listener::Plan Gateway::planConnection()
+{
+    m_inbox.add(Inbox::Connecting{});
+    Plan plan;
+    {
+        const std::lock_guard<std::mutex> lock(m_presenceMutex);
+        plan.will = m_presence.planWill(millisecondsSince1970());
+    }
+    for (const std::string& host : {m_settings.host, std::string("all")}) {
+        plan.subscriptions.push_back({"panel/1/" + host + "/+/do/#", 1, true, false});
+        // Whatever is lost of these with a connection is told again with the next one.
+        plan.subscriptions.push_back({"panel/1/" + host + "/+/want/#", 0, false, false});
+    }
+    for (const char* const own : {"state", "claim", "+/state", "+/info", "+/job/+"})
+        plan.subscriptions.push_back({topicOf(own), 0, false, true});
+    plan.subscriptions.push_back({topicOf("told"), 0, true, false});
+    return plan;
+}
+
+void Gateway::onConnected(const std::vector<std::string>& refused)
+{
+    m_inbox.add(Inbox::Connected{refused});
+}
+
+void Gateway::onDisconnected(const std::string& reason)
+{
+    m_inbox.add(Inbox::Disconnected{reason});
+}
+
+void Gateway::onMessage(Message message)
+{
+    if (m_inbox.addMessage(message))
+        return;
+    m_desk.refuseBusy(message);
+    // A wish that is not kept is told again with the next connection.
+    if (message.topic.find("/do/") == std::string::npos)
+        m_link.reconnectIn(1);
+}
+
+void Gateway::onRefused(const std::string& topic, const std::string& reason)
+{
+    m_log.say(Level::Warning, "the broker does not take a message for " + topic + ": " + reason);
+}
+
+void Gateway::publish(Outbox::Kind kind, Message message)
+{
+    m_link.publish(linkKindOf(kind), std::move(message));
+}
+
+std::string Gateway::writeStatistics() const
+{
+    const BrokerLink::Counts link = m_link.getCounts();
+    return nlohmann::ordered_json{{"panels", m_roster.getPanels()},
+                                  {"connections", link.connections},
+                                  {"received", link.received},
+                                  {"published", link.published},
+                                  {"waiting", link.waiting},
+                                  {"droppedEvents", link.droppedEvents},
+                                  {"droppedAnswers", link.droppedAnswers},
+                                  {"droppedRecords", m_events.getDropped()},
+                                  {"refused", link.refused}}
+        .dump();
+}
+
+void Gateway::run(int signals)
+{
+    m_manager->registerObserver(&m_events);
+    m_manager->registerSendObserver(&m_events);
+    m_manager->initialise();
+    m_link.start();
+    m_log.say(Level::Info, "serving the panels of this host as " + topicOf(""));
+    std::array<pollfd, 3> waited{
+        {{signals, POLLIN, 0}, {m_inbox.getSignal(), POLLIN, 0}, {m_events.getSignal(), POLLIN, 0}}};
+    while (waited[0].revents == 0) {
+        pass();
+        poll(waited.data(), waited.size(), timeToNextDue());
+    }
+    ServiceManager::notify("STOPPING=1");
+    const std::lock_guard<std::mutex> lock(m_presenceMutex);
+    m_presence.leave();
+}
+
+void Gateway::pass()
+{
+    for (Inbox::Item& item : m_inbox.take())
+        std::visit([this](auto& news) { handle(news); }, item);
+    const auto now = Clock::now();
+    m_roster.handle(m_events.take(), now);
+    HostPresence::Stage before{};
+    {
+        const std::lock_guard<std::mutex> lock(m_presenceMutex);
+        before = m_presence.getStage();
+        m_presence.poll(now);
+    }
+    follow(before);
+    m_desk.poll(now);
+    tellReady();
+    feedWatchdog();
+}
+
+void Gateway::handle(Inbox::Connecting& /*news*/)
+{
+    const std::lock_guard<std::mutex> lock(m_presenceMutex);
+    m_presence.beginConnection();
+    m_desk.beginConnection();
+}
+
+void Gateway::handle(Inbox::Connected& news)
+{
+    m_lastReason.clear();
+    m_log.say(Level::Info, "connected with the broker");
+    for (const std::string& filter : news.refused)
+        m_log.say(Level::Error, "the broker refuses the subscription to " + filter);
+    HostPresence::Stage before{};
+    {
+        const std::lock_guard<std::mutex> lock(m_presenceMutex);
+        before = m_presence.getStage();
+        m_presence.onConnected(Clock::now());
+    }
+    follow(before);
+    // Comes back behind all that is retained.
+    Message told;
+    told.topic = topicOf("told");
+    told.payload = m_run;
+    publish(Outbox::Kind::Answer, std::move(told));
+}
+
+void Gateway::handle(Inbox::Disconnected& news)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_presenceMutex);
+        m_presence.onDisconnected();
+    }
+    if (news.reason != m_lastReason && !m_isYielding)
+        m_log.say(Level::Warning, "no connection with the broker: " + news.reason);
+    m_lastReason = news.reason;
+}
+
+void Gateway::handle(Message& message)
+{
+    const auto now = Clock::now();
+    HostPresence::Stage before{};
+    bool isPresence = false;
+    const bool isTold = message.topic == topicOf("told") && message.payload == m_run;
+    {
+        const std::lock_guard<std::mutex> lock(m_presenceMutex);
+        before = m_presence.getStage();
+        if (isTold)
+            m_presence.endTelling(now);
+        else
+            isPresence = m_presence.receive(message, now);
+    }
+    follow(before);
+    if (isTold)
+        m_desk.endTelling(now);
+    else if (!isPresence)
+        m_desk.receive(message, now);
+}
+
+// What the presence has decided.
+void Gateway::follow(HostPresence::Stage before)
+{
+    HostPresence::Stage stage{};
+    std::uint64_t epoch = 0;
+    {
+        const std::lock_guard<std::mutex> lock(m_presenceMutex);
+        stage = m_presence.getStage();
+        epoch = m_presence.getEpoch();
+    }
+    if (stage == before)
+        return;
+    if (stage == HostPresence::Stage::Serving) {
+        m_isYielding = false;
+        m_desk.serve(epoch, Clock::now());
+    } else if (stage == HostPresence::Stage::Yielding) {
+        if (!m_isYielding)
+            m_log.say(Level::Error, "another gateway serves " + topicOf("") + "; this one waits until it has gone");
+        m_isYielding = true;
+        m_link.reconnectIn(secondsToYield);
+    } else if (stage == HostPresence::Stage::Renewing) {
+        m_link.reconnectIn(0.1);
+    }
+}
+
+void Gateway::tellReady()
+{
+    if (m_isReady)
+        return;
+    const std::lock_guard<std::mutex> lock(m_presenceMutex);
+    if (m_presence.getStage() != HostPresence::Stage::Serving)
+        return;
+    m_isReady = true;
+    ServiceManager::notify("READY=1");
+}
+
+// While the library's worker, the link's thread and this one move.
+void Gateway::feedWatchdog()
+{
+    const auto now = Clock::now();
+    const std::uint64_t passes = m_manager->getStatistics().passes;
+    const std::uint64_t linkPasses = m_link.getCounts().passes;
+    if (now < m_nextFeed || passes == m_seenPasses || linkPasses == m_seenLinkPasses)
+        return;
+    ServiceManager::notify("WATCHDOG=1\nSTATUS=" + std::to_string(m_roster.getPanels()) + " panels");
+    m_seenPasses = passes;
+    m_seenLinkPasses = linkPasses;
+    m_nextFeed = now + std::chrono::seconds(1);
+}
+
+int Gateway::timeToNextDue()
+{
+    Clock::time_point due = m_desk.getNextDue();
+    {
+        const std::lock_guard<std::mutex> lock(m_presenceMutex);
+        due = std::min(due, m_presence.getNextDue());
+    }
+    constexpr std::chrono::milliseconds longest(1000); // for the watchdog
+    const auto left = due - std::min(due, Clock::now());
+    return static_cast<int>(
+        std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(left, longest)).count());
+}
+
+} // namespace Vantor

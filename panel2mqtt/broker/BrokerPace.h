@@ -1,0 +1,22 @@
+#pragma once
+
+#include <chrono>
+
+namespace Vantor {
+
+// How long things take at the most, and how soon they are tried again.
+//
+// Threads: a plain value.
+struct BrokerPace {
+    using Duration = std::chrono::milliseconds;
+
+    Duration firstDelay = std::chrono::seconds(1); // after a connection that failed; then doubled
+    Duration lastDelay = std::chrono::seconds(60);
+    Duration steadyTime = std::chrono::seconds(10);     // a connection that lasted this long begins anew with the first
+    Duration lookUpTime = std::chrono::seconds(10);     // for a name's address
+    Duration connectTime = std::chrono::seconds(10);    // with one address, until all subscriptions are granted
+    Duration stopTime = std::chrono::seconds(1);        // for what still waits
+    Duration refusalInterval = std::chrono::minutes(1); // between two reports of the same refusal
+};
+
+} // namespace Vantor

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "panel2mqtt/broker/OutgoingQueue.h"
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace Vantor {
+
+// What has been handed over and is not yet known to have reached the broker. It is bounded,
+// as libmosquitto's own queue is not.
+//
+// Threads: one. Pure.
+class PublishWindow {
+public:
+    using Item = OutgoingQueue::Item;
+
+    static constexpr std::size_t maxMessages = 64;
+    static constexpr std::size_t maxBytes = 1U << 20U;
+
+    // A message that is larger than the whole window goes alone.
+    bool hasRoomFor(std::size_t size) const;
+
+    void add(int id, Item item);
+
+    // None: no such message.
+    std::optional<Item> complete(int id);
+
+    // All that is left.
+    std::vector<Item> takeAll();
+
+    bool isEmpty() const { return m_items.empty(); }
+
+private:
+    std::map<int, Item> m_items;
+    std::size_t m_bytes = 0;
+};
+
+} // namespace Vantor

@@ -1,0 +1,143 @@
+#include "tests/mqtt/GatewayHost.h"
+
+#include "tests/mqtt/MqttPeer.h"
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void waitFor(const std::function<bool()>& condition, const char* what)
+{
+    const auto end = Clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (Clock::now() > end)
+            throw std::runtime_error(std::string("waited in vain for ") + what);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+} // namespace
+
+GatewayHost::GatewayHost(const MosquittoBroker& broker, const Options& options) : m_options(options)
+{
+    std::ofstream(pathOf("panel2mqtt.toml"))
+        << "host = \"" << options.name << "\"\n[broker]\nport = " << broker.getPort() << '\n'
+        << options.settings;
+    std::ofstream(pathOf("serve")) << "while [ ! -e '" << pathOf("stop") << "' ]; do\n"
+                                   << "sh -c 'echo $$ > " << pathOf("process.new") << "; mv " << pathOf("process.new")
+                                   << ' ' << pathOf("process") << "; exec " MORVANE_PANEL2MQTT " run --config "
+                                   << pathOf("panel2mqtt.toml") << " 2>> " << pathOf("errors") << "'\ndone\n";
+    std::vector<std::string> bus{
+        "--panels",    std::to_string(options.panels), "--log", pathOf("log"), "--control", pathOf("control"), "--png",
+        pathOf("pngs")};
+    bus.insert(bus.end(), options.bus.begin(), options.bus.end());
+    m_run = std::make_unique<ToolRun>(onBus(bus, {"sh", pathOf("serve")}));
+}
+
+GatewayHost::~GatewayHost()
+{
+    if (m_run)
+        end();
+}
+
+void GatewayHost::awaitPanels(MqttPeer& peer) const
+{
+    peer.subscribe(topicOf("+/state"));
+    std::set<std::string> places;
+    while (places.size() < m_options.panels) {
+        const auto state = peer.await([](const Message& message) {
+            return message.payload.find("\"online\":true") != std::string::npos &&
+                   message.topic.find("/state") != std::string::npos;
+        });
+        if (!state)
+            throw std::runtime_error("the panels have not come: " + readErrors());
+        places.insert(state->topic);
+    }
+}
+
+int GatewayHost::getProcess() const
+{
+    int process = 0;
+    waitFor([&] { return !contentOf(pathOf("process")).empty(); }, "the gateway's process");
+    std::istringstream(contentOf(pathOf("process"))) >> process;
+    return process;
+}
+
+void GatewayHost::kill()
+{
+    const int process = getProcess();
+    ::kill(process, SIGKILL);
+    waitFor([&] { return getProcess() != process; }, "another gateway");
+}
+
+void GatewayHost::tell(const std::string& command) const
+{
+    const ToolResult result = runTool({MORVANE_PANELSIM, "tell", "--to", pathOf("control"), command});
+    if (result.exitCode != 0)
+        throw std::runtime_error("panelsim tell " + command + ": " + result.errors);
+}
+
+void GatewayHost::end()
+{
+    std::ofstream(pathOf("stop")).close();
+    ::kill(getProcess(), SIGTERM);
+    EXPECT_EQ(m_run->finish(), 0) << m_run->getErrors();
+    m_run.reset();
+}
+
+std::vector<std::string> GatewayHost::readRecords(unsigned int panel, unsigned int type) const
+{
+    const std::string begin = "panel " + std::to_string(panel) + ": record type " + std::to_string(type) + ", ";
+    std::vector<std::string> records;
+    std::istringstream log(contentOf(pathOf("log")));
+    for (std::string line; std::getline(log, line);) {
+        const auto found = line.find(begin);
+        if (found == std::string::npos)
+            continue;
+        std::istringstream bytes(line.substr(std::min(line.size(), line.find(": ", found + begin.size()) + 2)));
+        std::string record;
+        for (std::string byte; bytes >> byte && byte.size() == 2;) // of a long one the log has the beginning
+            record += static_cast<char>(std::stoi(byte, nullptr, 16));
+        records.push_back(record);
+    }
+    return records;
+}
+
+Message makeCommand(const GatewayHost& host, const std::string& rest, const std::string& payload, const std::string& id)
+{
+    Message command;
+    command.topic = host.topicOf(rest);
+    command.payload = payload;
+    command.qos = 1;
+    command.responseTopic = host.topicOf("answer/test");
+    command.correlation = id;
+    return command;
+}
+
+std::string wordOf(const Message& answer)
+{
+    std::smatch found;
+    return std::regex_search(answer.payload, found, std::regex("\"answer\":\"([a-z-]+)\"")) ? found[1].str()
+                                                                                            : answer.payload;
+}
+
+std::string awaitAnswer(MqttPeer& peer, const std::string& id)
+{
+    const auto answer = peer.await([&id](const Message& message) { return message.correlation == id; });
+    return answer ? wordOf(*answer) : "none";
+}
+
+} // namespace Vantor

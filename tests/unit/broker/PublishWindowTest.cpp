@@ -1,0 +1,66 @@
+#include "panel2mqtt/broker/PublishWindow.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace Vantor {
+
+namespace {
+
+PublishWindow::Item itemOf(std::size_t payload, std::uint64_t number = 0)
+{
+    PublishWindow::Item item = {BrokerLink::Kind::Answer, {}, number};
+    item.message.payload = std::string(payload, 'x');
+    return item;
+}
+
+TEST(PublishWindow, messages_areSixtyFour)
+{
+    PublishWindow window;
+    for (int id = 1; id <= 64; ++id) {
+        EXPECT_TRUE(window.hasRoomFor(20));
+        window.add(id, itemOf(1));
+    }
+    EXPECT_FALSE(window.hasRoomFor(20));
+    EXPECT_TRUE(window.complete(30));
+    EXPECT_TRUE(window.hasRoomFor(20));
+    EXPECT_FALSE(window.complete(30));
+    EXPECT_FALSE(window.complete(65));
+}
+
+TEST(PublishWindow, bytes_areAMebibyte)
+{
+    PublishWindow window;
+    window.add(1, itemOf((1U << 20U) - 113)); // and 13 of its own
+    EXPECT_TRUE(window.hasRoomFor(100));
+    EXPECT_FALSE(window.hasRoomFor(101));
+    window.complete(1);
+    EXPECT_TRUE(window.hasRoomFor(1U << 30U)); // alone
+    window.add(2, itemOf(1));
+    EXPECT_FALSE(window.hasRoomFor(1U << 20U));
+}
+
+TEST(PublishWindow, idThatComesRound_isTheLaterOne)
+{
+    PublishWindow window;
+    window.add(1, itemOf(1, 10));
+    window.add(1, itemOf(1, 11));
+    EXPECT_EQ(window.complete(1)->number, 11U);
+    EXPECT_TRUE(window.isEmpty());
+}
+
+TEST(PublishWindow, whatIsLeft_isTakenWhole)
+{
+    PublishWindow window;
+    window.add(1, itemOf(600000, 1));
+    window.add(2, itemOf(1, 2));
+    EXPECT_EQ(window.takeAll().size(), 2U);
+    EXPECT_TRUE(window.isEmpty());
+    window.add(3, itemOf(1));
+    EXPECT_TRUE(window.hasRoomFor(1000000));
+}
+
+} // namespace
+
+} // namespace Vantor

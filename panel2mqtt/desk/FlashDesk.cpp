@@ -18,7 +18,7 @@ constexpr std::chrono::minutes publishLater{1}; // without a connection
 constexpr std::size_t longestJobId = 64;
 constexpr std::size_t mostTold = 64; // of earlier runs, until they can be cleared
 
-const char* nameOf(FlashJob::State state)
+const char* stateNameOf(FlashJob::State state)
 {
     constexpr std::array<const char*, 5> names{"queued", "writing", "written", "answering", "failed"};
     return names.at(static_cast<std::size_t>(state));
@@ -158,7 +158,7 @@ Answer FlashDesk::answerOf(const std::string& id, const JobState& known)
 void FlashDesk::begin(const std::string& id, std::uint64_t ticket, FlashOrder::Images images, TimePoint now)
 {
     const FlashJob job(sizeOf(images.main), sizeOf(images.servo));
-    m_told[id] = {{nameOf(job.getState()), 0, job.getTotal(), m_clock(), ""}, true, TimePoint::max()};
+    m_told[id] = {{stateNameOf(job.getState()), 0, job.getTotal(), m_clock(), ""}, true, TimePoint::max()};
     m_active.emplace(Active{id, ticket, job, std::move(images), now});
     m_publish(id, DeskJson::write(m_told[id].state));
     evict();
@@ -199,13 +199,13 @@ void FlashDesk::tell(TimePoint now)
     const FlashJob& job = m_active->job;
     const std::string id = m_active->id;
     Told& told = m_told.at(id);
-    const bool isAnother = told.state.state != nameOf(job.getState());
+    const bool isAnother = told.state.state != stateNameOf(job.getState());
     const bool isFurther = told.state.bytesWritten != job.getWritten() && now >= m_active->nextPublication;
     if (!isAnother && !isFurther)
         return;
     if (isAnother)
         told.state.since = m_clock();
-    told.state.state = nameOf(job.getState());
+    told.state.state = stateNameOf(job.getState());
     told.state.bytesWritten = job.getWritten();
     if (job.isOver())
         told.state.reason = job.getEnd().reason;

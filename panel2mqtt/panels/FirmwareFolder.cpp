@@ -43,7 +43,7 @@ std::string describeError(int error)
     return std::generic_category().message(error);
 }
 
-std::string sumOf(const std::string& bytes)
+std::string sha256Of(const std::string& bytes)
 {
     std::array<unsigned char, EVP_MAX_MD_SIZE> sum{};
     unsigned int length = 0;
@@ -119,7 +119,7 @@ FirmwareShelf::Result FirmwareFolder::keep(const std::string& bytes)
     ShelfImage image;
     image.path = "/proc/self/fd/" + std::to_string(file->get());
     image.size = static_cast<std::uint32_t>(bytes.size());
-    image.sha256 = sumOf(bytes);
+    image.sha256 = sha256Of(bytes);
     image.keeper = std::move(file);
     return image;
 }

@@ -164,7 +164,6 @@ void Desk::obey(const Order& order, Message message, TimePoint now)
         reply(message, {Answer::Word::Unknown, "the gateway was started anew"}, order.place);
         return;
     }
-    m_flashOrder.reset();
     if (!order.place.empty()) {
         obeyAt(order.place, order, message, now);
         m_flashOrder.reset();

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <random>
 
+#include <nlohmann/json.hpp>
 #include <poll.h>
 
 namespace Vantor {
@@ -41,7 +42,7 @@ std::string makeRun()
     return text.data();
 }
 
-Desk::Options deskOptions(const Settings& settings, const std::string& run, FirmwareShelf& shelf)
+Desk::Options deskOptions(const Settings& settings, const std::string& run, const GatewayLog& log, FirmwareShelf& shelf)
 {
     Desk::Options options;
     options.host = settings.host;
@@ -54,6 +55,7 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run, Firm
     options.wait = settings.wait;
     options.clock = timeOfDay;
     options.shelf = &shelf;
+    options.complain = [&log](const std::string& text) { log.say(GatewayLog::Level::Warning, text); };
     return options;
 }
 
@@ -76,8 +78,10 @@ Gateway::Gateway(const Settings& settings, const GatewayLog& log)
     : m_settings(settings), m_log(log), m_run(makeRun()),
       m_presence(settings.host, m_run, MORVANE_VERSION_STRING, millisecondsSince1970(), *this),
       m_manager(UsbManager::getUsbManager()), m_shelf(settings.firmwareFolder),
-      m_desk(deskOptions(settings, m_run, m_shelf), *this,
-             [this](const std::string& place) { return PanelRoster::writeStatistics(*m_manager, place); }),
+      m_desk(deskOptions(settings, m_run, log, m_shelf), *this,
+             [this](const std::string& place) {
+                 return place.empty() ? writeStatistics() : PanelRoster::writeStatistics(*m_manager, place);
+             }),
       m_roster(*m_manager, m_desk, [this](const std::string& text) { m_log.say(Level::Info, text); }),
       m_link(settings.broker, settings.host, *this)
 {}
@@ -124,8 +128,12 @@ void Gateway::onDisconnected(const std::string& reason)
 
 void Gateway::onMessage(Message message)
 {
-    if (!m_inbox.addMessage(message))
-        m_desk.refuseBusy(message);
+    if (m_inbox.addMessage(message))
+        return;
+    m_desk.refuseBusy(message);
+    // A wish that is not kept is told again with the next connection.
+    if (message.topic.find("/do/") == std::string::npos)
+        m_link.reconnectIn(1);
 }
 
 void Gateway::onRefused(const std::string& topic, const std::string& reason)
@@ -136,6 +144,21 @@ void Gateway::onRefused(const std::string& topic, const std::string& reason)
 void Gateway::publish(Outbox::Kind kind, Message message)
 {
     m_link.publish(linkKindOf(kind), std::move(message));
+}
+
+std::string Gateway::writeStatistics() const
+{
+    const BrokerLink::Counts link = m_link.getCounts();
+    return nlohmann::ordered_json{{"panels", m_roster.getPanels()},
+                                  {"connections", link.connections},
+                                  {"received", link.received},
+                                  {"published", link.published},
+                                  {"waiting", link.waiting},
+                                  {"droppedEvents", link.droppedEvents},
+                                  {"droppedAnswers", link.droppedAnswers},
+                                  {"droppedRecords", m_events.getDropped()},
+                                  {"refused", link.refused}}
+        .dump();
 }
 
 void Gateway::run(int signals)
@@ -230,7 +253,7 @@ void Gateway::handle(Message& message)
     if (isTold)
         m_desk.endTelling(now);
     else if (!isPresence)
-        m_desk.receive(std::move(message), now);
+        m_desk.receive(message, now);
 }
 
 // What the presence has decided.

@@ -55,6 +55,7 @@ private:
     void tellReady();
     int timeToNextDue();
     std::string topicOf(const char* rest) const;
+    std::string writeStatistics() const;
 
     const Settings m_settings;
     const GatewayLog& m_log;

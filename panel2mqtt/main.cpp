@@ -2,6 +2,7 @@
 #include "libMorvaneHostUsb/Version.h"
 #include "panel2mqtt/Gateway.h"
 #include "panel2mqtt/GatewayLog.h"
+#include "panel2mqtt/broker/Loopback.h"
 #include "panel2mqtt/settings/SettingsCheck.h"
 #include "panel2mqtt/settings/SettingsFile.h"
 
@@ -40,13 +41,24 @@ int makeSignalDescriptor()
     return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
+// Port 0 when there is none in it. An IPv6 address has brackets where a port follows.
 void setBroker(BrokerSettings& settings, const std::string& text)
 {
     const auto colon = text.rfind(':');
-    const bool hasPort = colon != std::string::npos && text.find(':') == colon;
+    const bool isIpv6 = text.find(':') != colon && text.back() != ']' && text.front() != '[';
+    const bool hasPort = colon != std::string::npos && !isIpv6 && text.back() != ']';
     settings.address = hasPort ? text.substr(0, colon) : text;
-    if (hasPort)
-        settings.port = static_cast<std::uint16_t>(std::stoul(text.substr(colon + 1)));
+    if (settings.address.size() > 2 && settings.address.front() == '[')
+        settings.address = settings.address.substr(1, settings.address.size() - 2);
+    if (!hasPort)
+        return;
+    const std::string port = text.substr(colon + 1);
+    const bool isNumber =
+        !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
+    const int number = isNumber ? std::stoi(port) : 0;
+    if (number < 1 || number > 65535)
+        throw CLI::ValidationError("--broker", "'" + port + "' is no port: expected 1 to 65535");
+    settings.port = static_cast<std::uint16_t>(number);
 }
 
 // Nothing, when something is wrong, which has been told.
@@ -67,6 +79,13 @@ std::optional<Settings> readSettings(const Options& options)
         settings.host = options.host;
     if (!options.broker.empty())
         setBroker(settings.broker, options.broker);
+    if (!SettingsFile::isHostName(settings.host))
+        throw CLI::ValidationError("--host", "'" + settings.host +
+                                                 "' can't be in topics: expected letters, digits, "
+                                                 "'-', '_' and '.', 1 to 64, not 'all'");
+    if (!settings.broker.usesTls && !isLoopback(settings.broker.address))
+        throw CLI::ValidationError("--broker", settings.broker.address + " is another machine: expected tls = true in "
+                                                                         "the configuration");
     return settings;
 }
 
@@ -137,6 +156,9 @@ int main(int argc, char** argv)
 {
     try {
         return dispatch(argc, argv);
+    } catch (const CLI::ValidationError& error) {
+        std::cerr << "panel2mqtt: " << error.what() << '\n';
+        return 2;
     } catch (const std::exception& error) {
         std::cerr << "panel2mqtt: " << error.what() << '\n';
         return 1;

@@ -21,7 +21,7 @@ struct LookUp::Shared {
 
 namespace {
 
-std::string textOf(const addrinfo& entry)
+std::string addressTextOf(const addrinfo& entry)
 {
     char text[NI_MAXHOST] = {};
     if (getnameinfo(entry.ai_addr, entry.ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) != 0)
@@ -44,7 +44,7 @@ LookUp::Result lookUp(const std::string& name, int flags, bool mustBeLoopback)
         return result;
     }
     for (const addrinfo* entry = entries; entry != nullptr; entry = entry->ai_next) {
-        std::string text = textOf(*entry);
+        std::string text = addressTextOf(*entry);
         if (!text.empty() && (!mustBeLoopback || isLoopback(*entry->ai_addr)))
             result.addresses.push_back(std::move(text));
     }

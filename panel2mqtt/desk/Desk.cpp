@@ -74,7 +74,7 @@ void Desk::settle(TimePoint now)
         place.desk->refreshWishes(now);
 }
 
-void Desk::receive(Message message, TimePoint now)
+void Desk::receive(const Message& message, TimePoint now)
 {
     // What an earlier run has left of its places.
     const std::string_view rest =
@@ -99,9 +99,9 @@ void Desk::receive(Message message, TimePoint now)
     }
     const Order& order = std::get<Order>(parsed);
     if (order.isWish)
-        wish(order, std::move(message), now);
+        wish(order, message, now);
     else if (m_isServing)
-        obey(order, std::move(message), now);
+        obey(order, message, now);
 }
 
 void Desk::remember(const std::string& place, const Message& state, TimePoint now)
@@ -152,7 +152,7 @@ void Desk::flash(const std::string& place, const Message& message, TimePoint now
     m_places.at(place).flash->add(message, read, now);
 }
 
-void Desk::obey(const Order& order, Message message, TimePoint now)
+void Desk::obey(const Order& order, const Message& message, TimePoint now)
 {
     if (message.isRetained) {
         reply(message, {Answer::Word::Refused, "a retained command is not carried out; publish it without retain"},
@@ -215,7 +215,7 @@ void Desk::obeyAt(const std::string& place, const Order& order, const Message& m
     }
 }
 
-void Desk::wish(const Order& order, Message message, TimePoint now)
+void Desk::wish(const Order& order, const Message& message, TimePoint now)
 {
     const char* const refusal = !message.isRetained             ? "a wish must be retained"
                                 : !m_wishes.put(order, message) ? "there are too many wishes"
@@ -264,7 +264,7 @@ Desk::Place* Desk::makeRoomFor(const std::string& place)
     const auto first = std::min_element(m_places.begin(), m_places.end(), [](const auto& one, const auto& other) {
         return one.second.forgotten < other.second.forgotten;
     });
-    if (first->second.desk->isThere())
+    if (first->second.desk->isThere() || first->second.flash->isBusy())
         return nullptr;
     forget(std::string(first->first));
     return makePlace(place);
@@ -364,6 +364,7 @@ void Desk::poll(TimePoint now)
     if (m_nextStats > now)
         return;
     m_nextStats = now + m_options.statsEvery;
+    m_outbox.publish(Outbox::Kind::Event, makeMessage(topicOf("stats"), m_statistics(""), 0, false));
     for (const auto& [name, place] : m_places) {
         if (place.desk->isThere())
             publishStats(name, nullptr);
@@ -395,6 +396,11 @@ std::optional<std::string> Desk::answerTopicOf(const Message& command) const
 
 void Desk::reply(const Message& command, const Answer& answer, const std::string& place) const
 {
+    const bool isWrong = answer.word == Answer::Word::Refused || answer.word == Answer::Word::TooLarge;
+    // Whoever published a wish may be gone long since.
+    if (isWrong && m_options.complain && command.topic.find("/want/") != std::string::npos)
+        m_options.complain(command.topic + (place.empty() ? "" : ", for " + place) + ": " +
+                           DeskJson::nameOf(answer.word) + ": " + answer.reason);
     const auto topic = answerTopicOf(command);
     if (!topic)
         return;

@@ -42,11 +42,13 @@ public:
         Duration statsEvery = std::chrono::minutes(1); // zero: never
         Duration forgetAfter = std::chrono::hours(24);
         Duration wait = std::chrono::minutes(1);
-        std::function<std::string()> clock; // the time of day, as it is told
-        FirmwareShelf* shelf = nullptr;     // null: no firmware upgrades
+        std::function<std::string()> clock;               // the time of day, as it is told
+        std::function<void(const std::string&)> complain; // of what nobody may have asked to be told; may be empty
+        FirmwareShelf* shelf = nullptr;                   // null: no firmware upgrades
     };
 
-    // What a place's counts say, as JSON; asked when they are to be published.
+    // What a place's counts say, or with an empty one the gateway's, as JSON; asked when they are
+    // to be published.
     using Statistics = std::function<std::string(const std::string& place)>;
 
     Desk(Options options, Outbox& outbox, Statistics statistics);
@@ -60,7 +62,7 @@ public:
     void serve(std::uint64_t epoch, TimePoint now);
 
     // Below this host's topics, or everybody's.
-    void receive(Message message, TimePoint now);
+    void receive(const Message& message, TimePoint now);
 
     // A command for which there was no room: from any thread, as it touches nothing.
     void refuseBusy(const Message& command) const;
@@ -84,12 +86,12 @@ private:
         std::uint64_t records = 0;              // received
     };
 
-    void obey(const Order& order, Message message, TimePoint now);
+    void obey(const Order& order, const Message& message, TimePoint now);
     void obeyAt(const std::string& place, const Order& order, const Message& message, TimePoint now);
     void flash(const std::string& place, const Message& message, TimePoint now);
     bool publishJob(const std::string& place, const std::string& id, const std::string& payload) const;
     void rememberJob(const std::string& place, const std::string& id, const std::string& payload, TimePoint now);
-    void wish(const Order& order, Message message, TimePoint now);
+    void wish(const Order& order, const Message& message, TimePoint now);
     void settle(TimePoint now);
     void remember(const std::string& place, const Message& state, TimePoint now);
     void forget(const std::string& place);

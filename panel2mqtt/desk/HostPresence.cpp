@@ -13,7 +13,7 @@ HostPresence::HostPresence(const std::string& host, std::string run, std::string
 
 Message HostPresence::planWill(std::uint64_t clock)
 {
-    m_epoch = std::max(clock, m_epoch + 1);
+    m_epoch = std::max({clock, m_epoch + 1, m_highest + 1});
     Message will;
     will.topic = m_root + "state";
     will.payload = DeskJson::write(HostState{false, m_epoch, m_run, m_version});
@@ -61,7 +61,7 @@ void HostPresence::onForeignState(const Message& message)
         publishClaim();
     if (state && (state->epoch > m_epoch || (state->epoch == m_epoch && state->run != m_run))) {
         // It counts for more than this birth, or would, come late, for more than this death.
-        m_epoch = state->epoch;
+        m_highest = std::max(m_highest, state->epoch);
         m_stage = Stage::Renewing;
     } else if (m_stage == Stage::Asking) {
         m_isDisputed = isRival;

@@ -72,9 +72,10 @@ private:
     const std::uint64_t m_since;
     Outbox& m_outbox;
     Stage m_stage = Stage::Away;
-    bool m_hasServed = false;  // before this connection, too, and nobody was before it
-    bool m_isDisputed = false; // somebody is there, by what the broker retains
-    std::uint64_t m_epoch = 0;
+    bool m_hasServed = false;    // before this connection, too, and nobody was before it
+    bool m_isDisputed = false;   // somebody is there, by what the broker retains
+    std::uint64_t m_epoch = 0;   // of the planned will, and so of the birth
+    std::uint64_t m_highest = 0; // of others
     TimePoint m_decision = TimePoint::max();
 };
 

@@ -123,7 +123,7 @@ private:
         if ((how & 32) != 0)
             message.correlation = message.payload;
         if (!m_presence.receive(message, m_now))
-            m_desk.receive(std::move(message), m_now);
+            m_desk.receive(message, m_now);
     }
 
     CheckingOutbox m_outbox;

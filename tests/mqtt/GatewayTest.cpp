@@ -132,6 +132,19 @@ TEST_F(Gateway, whatCannotBe_isAnsweredWithTheReason)
     EXPECT_THAT(host.readRecords(0, 5), testing::SizeIs(1));
 }
 
+TEST_F(Gateway, exampleInPython_isAnswered)
+{
+    GatewayHost host(m_broker, {});
+    listen(host);
+    const std::string port = std::to_string(m_broker.getPort());
+    const auto send = [&](const std::string& place) {
+        return runTool({"/usr/bin/python3", MORVANE_MQTT_EXAMPLE, port, "shop", place, "5", "from Python"});
+    };
+    EXPECT_EQ(send("1-1").output, "taken\n");
+    EXPECT_EQ(send("1-9").output, "offline\n");
+    EXPECT_THAT(host.readRecords(0, 5), ElementsAre("from Python"));
+}
+
 TEST_F(Gateway, recordOfAPanel_isPublished)
 {
     GatewayHost host(m_broker, {});

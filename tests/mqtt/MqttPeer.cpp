@@ -126,7 +126,7 @@ void MqttPeer::subscribe(const std::string& filter, int qos)
     pumpUntil([this, &id] { return m_lastSubscribed == id; }, patience);
 }
 
-int MqttPeer::publish(const Message& message)
+int MqttPeer::publish(const Message& message, std::chrono::milliseconds time)
 {
     mosquitto_property* properties = propertiesOf(message);
     int id = 0;
@@ -136,7 +136,7 @@ int MqttPeer::publish(const Message& message)
     mosquitto_property_free_all(&properties);
     if (code != MOSQ_ERR_SUCCESS)
         throw std::runtime_error(std::string("the peer can't publish: ") + mosquitto_strerror(code));
-    pumpUntil([this, &id] { return m_lastPublished == id; }, patience);
+    pumpUntil([this, &id] { return m_lastPublished == id; }, time);
     return m_lastReason;
 }
 

@@ -33,8 +33,8 @@ public:
     // Until it is granted. The retain flag comes as it was published.
     void subscribe(const std::string& filter, int qos = 1);
 
-    // Until the broker has it. The reason code, 0 or 16 when all is well.
-    int publish(const Message& message);
+    // Until the broker has it, or that time is over. The reason code, 0 or 16 when all is well.
+    int publish(const Message& message, std::chrono::milliseconds time = patience);
 
     // The next message that suits, which is taken, with those before it left; none: none came
     // in time.

@@ -122,7 +122,7 @@ TEST(DeskJson, timeOfAnotherLength_isNotRead)
     EXPECT_FALSE(DeskJson::readPlaceState(stateOf(33)));
 }
 
-TEST(HostClaim, isBefore_decidesBetweenAnyTwo)
+TEST(DeskJson, hostClaim_isBefore_decidesBetweenAnyTwo)
 {
     EXPECT_TRUE((HostClaim{"b", 9, true}.isBefore({"a", 1, false})));
     EXPECT_FALSE((HostClaim{"a", 1, false}.isBefore({"b", 9, true})));

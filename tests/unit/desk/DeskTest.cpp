@@ -47,6 +47,7 @@ protected:
         options.host = "shop";
         options.run = "r1";
         options.clock = [this] { return m_time; };
+        options.complain = [this](const std::string& text) { m_complaints.push_back(text); };
         return options;
     }
     void make(Desk::Options options)
@@ -124,6 +125,7 @@ protected:
     }
 
     std::string m_time = "T0";
+    std::vector<std::string> m_complaints;
     RecordingOutbox m_outbox;
     std::unique_ptr<Desk> m_desk;
     Desk::TimePoint m_now{hours(100)};
@@ -426,7 +428,7 @@ TEST_F(DeskTest, placeThatIsAway_isForgottenInTime)
     m_outbox.m_sent.clear();
     m_now += hours(24) - nanoseconds(1);
     m_desk->poll(m_now);
-    EXPECT_THAT(takeSent(), IsEmpty());
+    EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/stats counts of "));
     EXPECT_EQ(m_desk->getNextDue(), m_now + nanoseconds(1));
     m_now += nanoseconds(1);
     m_desk->poll(m_now);
@@ -444,7 +446,19 @@ TEST_F(DeskTest, placeOfAPanelThatCameBack_isNotForgotten)
     m_outbox.m_sent.clear();
     m_now += hours(25);
     m_desk->poll(m_now);
-    EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/1-4/stats counts of 1-4"));
+    EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/stats counts of ", "panel/1/shop/1-4/stats counts of 1-4"));
+}
+
+TEST_F(DeskTest, wishThatCannotBe_isComplainedOf)
+{
+    plug("1-4");
+    Message wish = commandOf("shop/1-4/want/lcd/0", "no picture");
+    wish.isRetained = true;
+    m_desk->receive(wish, m_now);
+    ASSERT_EQ(m_complaints.size(), 1u);
+    EXPECT_THAT(m_complaints[0], testing::StartsWith("panel/1/shop/1-4/want/lcd/0, for 1-4: refused: "));
+    receive("shop/1-4/do/draw/0", "no picture");
+    EXPECT_EQ(m_complaints.size(), 1u) << "whoever commands is answered";
 }
 
 TEST_F(DeskTest, placeForgottenDuringAnOutage_isClearedAfterIt)
@@ -552,10 +566,10 @@ TEST_F(DeskTest, stats_areToldOfPanelsThatAreThere)
     EXPECT_EQ(m_desk->getNextDue(), m_now + nanoseconds(1));
     m_now += nanoseconds(1);
     m_desk->poll(m_now);
-    ASSERT_EQ(m_outbox.m_sent.size(), 1u);
+    ASSERT_EQ(m_outbox.m_sent.size(), 2u);
     EXPECT_EQ(m_outbox.m_sent[0].kind, Kind::Event);
     EXPECT_FALSE(m_outbox.m_sent[0].message.isRetained);
-    EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/1-4/stats counts of 1-4"));
+    EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/stats counts of ", "panel/1/shop/1-4/stats counts of 1-4"));
     EXPECT_EQ(m_desk->getNextDue(), m_now + minutes(1));
     m_desk->poll(m_now);
     EXPECT_THAT(takeSent(), IsEmpty());

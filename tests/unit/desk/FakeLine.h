@@ -47,6 +47,7 @@ public:
     std::vector<std::string> getTaken() const; // payloads
     const std::vector<Record>& getRecords() const { return m_taken; }
     const std::vector<Picture>& getPictures() const { return m_drawn; }
+    void forget() { m_taken.clear(); }
     std::size_t getAdded() const { return m_added; }
 
 private:

@@ -47,7 +47,7 @@ public:
     std::vector<Message> m_sent;
 };
 
-Message messageOf(const char* topic, std::string payload)
+Message presenceMessageOf(const char* topic, std::string payload)
 {
     Message message;
     message.topic = topic;
@@ -83,11 +83,11 @@ protected:
     }
     void hearState(bool isOnline, std::uint64_t epoch, const std::string& run)
     {
-        EXPECT_TRUE(m_presence.receive(messageOf(stateTopic, stateOf(isOnline, epoch, run)), m_now));
+        EXPECT_TRUE(m_presence.receive(presenceMessageOf(stateTopic, stateOf(isOnline, epoch, run)), m_now));
     }
     void hearClaim(const std::string& run, std::uint64_t since, bool isServing)
     {
-        EXPECT_TRUE(m_presence.receive(messageOf(claimTopic, claimOf(run, since, isServing)), m_now));
+        EXPECT_TRUE(m_presence.receive(presenceMessageOf(claimTopic, claimOf(run, since, isServing)), m_now));
     }
 
     PresenceOutbox m_outbox;
@@ -151,9 +151,9 @@ TEST_F(HostPresenceTest, whatIsRetainedBeforeTheConnectionIsKnown_counts)
 TEST_F(HostPresenceTest, otherTopics_areNotItsOwn)
 {
     connect();
-    EXPECT_FALSE(m_presence.receive(messageOf("panel/1/shop/1-4/state", "{}"), m_now));
-    EXPECT_FALSE(m_presence.receive(messageOf("panel/1/other/state", "{}"), m_now));
-    EXPECT_FALSE(m_presence.receive(messageOf("panel/1/shop/claims", "{}"), m_now));
+    EXPECT_FALSE(m_presence.receive(presenceMessageOf("panel/1/shop/1-4/state", "{}"), m_now));
+    EXPECT_FALSE(m_presence.receive(presenceMessageOf("panel/1/other/state", "{}"), m_now));
+    EXPECT_FALSE(m_presence.receive(presenceMessageOf("panel/1/shop/claims", "{}"), m_now));
 }
 
 TEST_F(HostPresenceTest, staleOnlineOfACrash_isServedOverAfterASecond)
@@ -171,6 +171,19 @@ TEST_F(HostPresenceTest, staleOnlineOfACrash_isServedOverAfterASecond)
     m_presence.poll(m_now);
     EXPECT_EQ(m_presence.getStage(), Stage::Serving);
     EXPECT_THAT(m_outbox.take(), ElementsAre(m_claim, m_birth));
+}
+
+TEST_F(HostPresenceTest, disputeOfAnEarlierConnection_isOver)
+{
+    connect();
+    hearState(true, 900, "other");
+    m_presence.endTelling(m_now);
+    m_presence.onDisconnected();
+    m_presence.beginConnection();
+    EXPECT_EQ(m_presence.getNextDue(), HostPresence::TimePoint::max());
+    m_presence.onConnected(m_now);
+    m_presence.endTelling(m_now);
+    EXPECT_EQ(m_presence.getStage(), Stage::Serving);
 }
 
 TEST_F(HostPresenceTest, deathThatIsRetained_isNoDispute)
@@ -192,8 +205,8 @@ TEST_F(HostPresenceTest, retainedStateOfItsOwnRun_isNoDispute)
 TEST_F(HostPresenceTest, retainedStateThatCantBeRead_isNoDispute)
 {
     connect();
-    m_presence.receive(messageOf(stateTopic, "x"), m_now);
-    m_presence.receive(messageOf(claimTopic, "x"), m_now);
+    m_presence.receive(presenceMessageOf(stateTopic, "x"), m_now);
+    m_presence.receive(presenceMessageOf(claimTopic, "x"), m_now);
     m_presence.endTelling(m_now);
     EXPECT_EQ(m_presence.getStage(), Stage::Serving);
 }
@@ -206,7 +219,7 @@ TEST_F(HostPresenceTest, retainedEpochAtOrAboveItsOwn_isReconnectedOver)
             presence.planWill(1000);
             presence.beginConnection();
             presence.onConnected(m_now);
-            presence.receive(messageOf(stateTopic, stateOf(isOnline, epoch, "other")), m_now);
+            presence.receive(presenceMessageOf(stateTopic, stateOf(isOnline, epoch, "other")), m_now);
             EXPECT_EQ(presence.getStage(), Stage::Renewing);
             presence.endTelling(m_now);
             EXPECT_EQ(presence.getStage(), Stage::Renewing);
@@ -250,12 +263,27 @@ TEST_F(HostPresenceTest, lateWillAboveItsOwnEpoch_isReconnectedOver)
     EXPECT_EQ(m_presence.getStage(), Stage::Serving);
 }
 
+// The will is planned before what the earlier connection has brought is read.
+TEST_F(HostPresenceTest, birth_hasTheEpochOfTheWillWhateverIsHeardBetween)
+{
+    serve();
+    m_presence.planWill(2000);
+    hearState(false, 3000, "other");
+    m_presence.onDisconnected();
+    connect();
+    EXPECT_THAT(m_outbox.take(), ElementsAre(m_claim, "state " + stateOf(true, 2000, "r")));
+    hearState(false, 3000, "other");
+    EXPECT_EQ(m_presence.getStage(), Stage::Renewing);
+    m_presence.planWill(2001);
+    EXPECT_EQ(m_presence.getEpoch(), 3001u);
+}
+
 TEST_F(HostPresenceTest, birthThatIsClearedOrGarbled_isToldAgain)
 {
     serve();
-    m_presence.receive(messageOf(stateTopic, ""), m_now);
+    m_presence.receive(presenceMessageOf(stateTopic, ""), m_now);
     EXPECT_THAT(m_outbox.take(), ElementsAre(m_birth));
-    m_presence.receive(messageOf(stateTopic, "x"), m_now);
+    m_presence.receive(presenceMessageOf(stateTopic, "x"), m_now);
     EXPECT_THAT(m_outbox.take(), ElementsAre(m_birth));
 }
 

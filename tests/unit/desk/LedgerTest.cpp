@@ -70,6 +70,10 @@ TEST_F(LedgerTest, command_isAnsweredOnceWhereItAsked)
     EXPECT_EQ(m_said[0].word, taken);
     close(ticket, Word::Expired);
     EXPECT_EQ(m_said.size(), 1u);
+    EXPECT_FALSE(isNew(command));
+    EXPECT_EQ(m_said.back().word, taken);
+    m_now += minutes(10);
+    EXPECT_TRUE(isNew(command));
 }
 
 TEST_F(LedgerTest, ticketThatWasNeverGiven_isIgnored)

@@ -104,7 +104,7 @@ private:
             m_taken.push_back(record);
         for (const FakeLine::Picture& picture : m_line->getPictures()) {
             for (const ClientLcdBitmap& layer : picture.layers)
-                ++m_drawn[layer.buffer.at(0) | layer.buffer.at(1) << 8];
+                ++m_drawn[layer.buffer.at(0) + std::size_t{256} * layer.buffer.at(1)];
         }
     }
     void add(const std::string& rest, Message message, std::size_t number)

@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include <malloc.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -333,6 +335,15 @@ TEST_F(PanelDeskTest, valueThatIsBusyItself_takesNoPlace)
     EXPECT_EQ(answerTo("earlier"), "none");
     takeAll();
     EXPECT_EQ(answerTo("earlier"), "taken");
+}
+
+TEST_F(PanelDeskTest, bytesOfWhatIsSuperseded_areFreeAgain)
+{
+    send("send/5", "on its way");
+    for (int i = 0; i < 2000; ++i)
+        add("do/set/6/1", commandOf("do/set/6/1", std::string(1000, 'x'), "v" + std::to_string(i)));
+    EXPECT_EQ(answerTo("v1998"), laterValue);
+    EXPECT_EQ(answerTo("v1999"), "none");
 }
 
 TEST_F(PanelDeskTest, valueThatWaits_isSuperseded)
@@ -956,12 +967,15 @@ TEST_F(PanelDeskTest, wishBesideACommandForTheSame_takesItsPlaceWhenItIsLater)
 
 TEST_F(PanelDeskTest, commandBesideAWishForTheSame_comesBehindWhenItIsLater)
 {
-    m_line->setSlices(2);
-    draw(0, "p");
+    m_line->setSlices(9);
+    draw(0, "p"); // records wait for a packet
     send("send/9", "flies");
     wish("5/7", "w");
     send("set/5/7", "c");
-    takeAll();
+    for (int packet = 0; packet < 9; ++packet) {
+        m_line->take();
+        poll(); // with a packet under way
+    }
     EXPECT_EQ(answerTo("c"), "taken");
     EXPECT_EQ(answerTo("w"), "taken");
     EXPECT_THAT(m_line->getTaken(), ElementsAre("flies", "w", "c"));
@@ -1079,6 +1093,9 @@ TEST_F(PanelDeskTest, wishedPictureAndCommand_theLaterWins)
     takeAll();
     ASSERT_EQ(m_line->getPictures().size(), 4u);
     EXPECT_EQ(drawn(3), "d");
+    m_desk.refreshWishes(m_now); // the broker has come back
+    takeAll();
+    EXPECT_EQ(m_line->getPictures().size(), 4u);
     arrive();
     takeAll();
     EXPECT_EQ(drawn(0), "v");
@@ -1108,6 +1125,54 @@ TEST_F(PanelDeskTest, wishedPictureCut_isTriedAgainUnlessALaterOneWaits)
     takeAll();
     ASSERT_EQ(m_line->getPictures().size(), 2u);
     EXPECT_EQ(drawn(1), "c");
+}
+
+TEST_F(PanelDeskTest, wishesNotYetApplied_areForgottenWithThePanel)
+{
+    m_line->setSlices(9);
+    draw(0, "p");
+    wish("want/lcd/1", pictureOf("want/lcd/1", "w", "", 8));
+    m_desk.leave(m_now);
+    EXPECT_EQ(m_desk.getNextDue(), PanelDesk::TimePoint::max());
+    m_line = std::make_shared<FakeLine>();
+    m_desk.arrive(m_line, m_now); // not refreshed: they may be others
+    poll();
+    EXPECT_FALSE(m_line->getProgress().isUnderWay);
+}
+
+// Nothing is counted by the address sanitizer's allocator.
+TEST_F(PanelDeskTest, wishesThatComeAndGo_takeNoMemory)
+{
+    m_line->setSlices(1000000);
+    draw(0, "p");
+    send("send/9", "holds all others back");
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 20000; ++i) {
+        const std::string rest = "5/" + std::to_string(i);
+        wish(rest, "w");
+        wish(rest, "");
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 200000);
+}
+
+TEST_F(PanelDeskTest, wishesThatWereAppliedAndDropped_takeNoMemory)
+{
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 5000; ++i) {
+        const std::string rest = "5/" + std::to_string(i);
+        wish(rest, "w");
+        takeAll();
+        if (i % 2 == 0) {
+            wish(rest, "");
+        } else {
+            m_wishes.beginTelling();
+            m_wishes.endTelling();
+            m_desk.refreshWishes(m_now);
+        }
+        m_line->forget();
+        m_answers.clear();
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 100000);
 }
 
 } // namespace Vantor

@@ -3,6 +3,8 @@
 #include <string>
 #include <variant>
 
+#include <malloc.h>
+
 #include <gtest/gtest.h>
 
 namespace Vantor {
@@ -185,6 +187,20 @@ TEST_F(WishBookTest, propertiesAndWhereTheAnswerGoes_countAsBytes)
     EXPECT_TRUE(m_book.put(order, message));
     message.userProperties = {{"4444", "555555"}};
     EXPECT_FALSE(m_book.put(order, message));
+}
+
+// Nothing is counted by the address sanitizer's allocator.
+TEST_F(WishBookTest, placesWithoutWishes_takeNoMemory)
+{
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 10000; ++i) {
+        const std::string topic =
+            "panel/1/shop/1-" + std::to_string(i / 200) + "." + std::to_string(i % 200) + "/want/5/7";
+        put(topic, ""); // never wished
+        put(topic, "w");
+        put(topic, "");
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 100000);
 }
 
 } // namespace Vantor

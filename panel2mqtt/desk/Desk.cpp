@@ -164,7 +164,6 @@ void Desk::obey(const Order& order, const Message& message, TimePoint now)
         reply(message, {Answer::Word::Unknown, "the gateway was started anew"}, order.place);
         return;
     }
-    m_flashOrder.reset();
     if (!order.place.empty()) {
         obeyAt(order.place, order, message, now);
         m_flashOrder.reset();
@@ -265,7 +264,7 @@ Desk::Place* Desk::makeRoomFor(const std::string& place)
     const auto first = std::min_element(m_places.begin(), m_places.end(), [](const auto& one, const auto& other) {
         return one.second.forgotten < other.second.forgotten;
     });
-    if (first->second.desk->isThere())
+    if (first->second.desk->isThere() || first->second.flash->isBusy())
         return nullptr;
     forget(std::string(first->first));
     return makePlace(place);

@@ -95,7 +95,7 @@ protected:
         message.payload = payload;
         message.responseTopic = "me";
         message.userProperties = {{"id", "j"}, {"sha256", std::string(64, 'a')}};
-        m_desk.receive(std::move(message), m_now);
+        m_desk.receive(message, m_now);
     }
     // The panel confirms it all; the library is done.
     void write(const std::string& place, UpgradeLine& line)

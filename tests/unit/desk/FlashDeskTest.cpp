@@ -204,6 +204,18 @@ TEST_F(FlashDeskTest, repeatedWhenOnlyTheJobIsKnown_isAnsweredByIt)
     EXPECT_THAT(m_line->starts, SizeIs(1));
 }
 
+TEST_F(FlashDeskTest, repeatedAfterAFailure_getsTheSameAnswerForTenMinutes)
+{
+    order(commandOf("j"));
+    m_desk.poll(begin);
+    m_desk.leave(begin);
+    const auto first = takeAnswers();
+    order(commandOf("j"), begin + minutes(9));
+    EXPECT_EQ(takeAnswers(), first);
+    order(commandOf("j"), begin + minutes(11));
+    EXPECT_THAT(takeAnswers(), ElementsAre("refused: there is a job j already, failed: flash under another id"));
+}
+
 TEST_F(FlashDeskTest, readingRefuses_thereIsNoJobAndTheSameIdMayTryAgain)
 {
     const auto good = m_made;

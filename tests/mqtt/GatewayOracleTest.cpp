@@ -295,8 +295,8 @@ TEST_F(GatewayOracle, floodForAPanelThatTakesNothing_isBusyAndDelaysNoOther)
     flood();
     EXPECT_EQ(wordOf(*peer.await(host.topicOf("answer/test"))), "busy");
     const std::size_t before = memoryOf(host.getProcess());
-    flood();
-    flood();
+    for (int time = 0; time < 5; ++time)
+        flood();
     // The broker keeps no more than a thousand answers for one that is behind with its reading.
     MqttPeer other(broker.getSettings());
     other.subscribe(host.topicOf("answer/other"));
@@ -304,7 +304,8 @@ TEST_F(GatewayOracle, floodForAPanelThatTakesNothing_isBusyAndDelaysNoOther)
     quick.responseTopic = host.topicOf("answer/other");
     other.publish(quick);
     EXPECT_EQ(awaitAnswer(other, "q"), "taken");
-    EXPECT_LT(memoryOf(host.getProcess()), before + 4096); // KiB
+    // 20 MB more have come. What waits for the gateway's loop, and for the broker, may be 4,096 messages.
+    EXPECT_LT(memoryOf(host.getProcess()), before + 12 * 1024); // KiB
     EXPECT_EQ(host.readRecords(1, 5), std::vector<std::string>{"quick"});
 }
 

@@ -29,6 +29,15 @@ void waitFor(const std::function<bool()>& condition, const char* what)
     }
 }
 
+std::string linesWith(const std::string& text, const std::string& part)
+{
+    std::string found;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        found += line.find(part) == std::string::npos ? "" : line + '\n';
+    return found;
+}
+
 } // namespace
 
 GatewayHost::GatewayHost(const MosquittoBroker& broker, const Options& options) : m_options(options)
@@ -80,6 +89,7 @@ void GatewayHost::kill()
 {
     const int process = getProcess();
     ::kill(process, SIGKILL);
+    m_isKilled = true;
     waitFor([&] { return getProcess() != process; }, "another gateway");
 }
 
@@ -94,7 +104,12 @@ void GatewayHost::end()
 {
     std::ofstream(pathOf("stop")).close();
     ::kill(getProcess(), SIGTERM);
-    EXPECT_EQ(m_run->finish(), 0) << m_run->getErrors();
+    const int exitCode = m_run->finish();
+    const std::string violations = linesWith(contentOf(pathOf("log")), "violation: ");
+    // Of a process that is killed while its transfer is read the bus gets zeros.
+    const std::string zeros = linesWith(violations, "byte 0: packet length 0 is less than its header of 8 bytes");
+    const bool isForgiven = m_isKilled && exitCode == 120 && violations == zeros;
+    EXPECT_TRUE(exitCode == 0 || isForgiven) << exitCode << ": " << violations << m_run->getErrors();
     m_run.reset();
 }
 

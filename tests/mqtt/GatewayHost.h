@@ -56,6 +56,7 @@ private:
     const Options m_options;
     const TemporaryFolder m_folder;
     std::unique_ptr<ToolRun> m_run;
+    bool m_isKilled = false;
 };
 
 // What a test publishes: with an id, and answers to panel/1/HOST/answer/test.

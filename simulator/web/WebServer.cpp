@@ -203,8 +203,16 @@ void WebServer::stop()
         return;
     end();
     m_server->stop();
+    awaitAnswers();
     closeConnections(m_port);
     m_thread.join();
+}
+
+// As to the command that ends all of it.
+void WebServer::awaitAnswers()
+{
+    std::unique_lock<std::mutex> lock(m_streamsMutex);
+    m_streamEnded.wait_for(lock, writePatience, [this] { return m_answers == 0; });
 }
 
 void WebServer::start()
@@ -278,7 +286,20 @@ void WebServer::addGuard()
         {"X-Content-Type-Options", "nosniff"},
         {"X-Frame-Options", "DENY"},
     });
+    // On one thread: the library logs a request when its answer is written.
+    static thread_local bool isAnswering = false;
+    m_server->set_logger([this](const Request& /*request*/, const Response& /*response*/) {
+        if (!std::exchange(isAnswering, false))
+            return;
+        const std::lock_guard<std::mutex> lock(m_streamsMutex);
+        --m_answers;
+        m_streamEnded.notify_all();
+    });
     m_server->set_pre_routing_handler([this](const Request& request, Response& response) {
+        if (!std::exchange(isAnswering, true)) {
+            const std::lock_guard<std::mutex> lock(m_streamsMutex);
+            ++m_answers;
+        }
         try {
             admit(request);
         } catch (const WebError& error) {

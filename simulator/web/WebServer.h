@@ -61,6 +61,7 @@ private:
     class Place;
 
     std::uint16_t bind(const WebAddress& address);
+    void awaitAnswers();
     void addGuard();
     void admit(const Request& request) const;
     void addPage();
@@ -82,9 +83,10 @@ private:
     const Execute m_execute;
     const std::string m_simulation;
     ScreenFeed m_feed;
-    std::mutex m_streamsMutex; // over the next two
-    std::condition_variable m_streamEnded;
+    std::mutex m_streamsMutex;             // over the next three
+    std::condition_variable m_streamEnded; // or an answer
     unsigned int m_streams = 0;
+    unsigned int m_answers = 0; // under way
     const std::unique_ptr<httplib::Server> m_server;
     const std::uint16_t m_port;
     const RequestGuard m_guard;

@@ -7,7 +7,9 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <random>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 #include <poll.h>
@@ -17,6 +19,28 @@ namespace Vantor {
 namespace {
 
 constexpr double secondsToYield = 30;
+
+// Mistakes of clients, a line each: not more than the log bears.
+class LineLimit {
+public:
+    bool allows()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= m_end) {
+            m_end = now + std::chrono::minutes(1);
+            m_left = linesAMinute;
+        }
+        return m_left != 0 && m_left-- != 0;
+    }
+
+private:
+    static constexpr unsigned int linesAMinute = 30;
+
+    std::mutex m_mutex;
+    std::chrono::steady_clock::time_point m_end MORVANE_GUARDED_BY(m_mutex);
+    unsigned int m_left MORVANE_GUARDED_BY(m_mutex) = 0;
+};
 
 std::uint64_t millisecondsSince1970()
 {
@@ -54,7 +78,10 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run, cons
     options.forgetAfter = settings.forgetAfter;
     options.wait = settings.wait;
     options.clock = timeOfDay;
-    options.complain = [&log](const std::string& text) { log.say(GatewayLog::Level::Warning, text); };
+    options.complain = [&log, limit = std::make_shared<LineLimit>()](const std::string& text) {
+        if (limit->allows())
+            log.say(GatewayLog::Level::Warning, text);
+    };
     options.shelf = &shelf;
     return options;
 }
@@ -167,7 +194,6 @@ void Gateway::run(int signals)
     m_manager->registerSendObserver(&m_events);
     m_manager->initialise();
     m_link.start();
-    m_log.say(Level::Info, "serving the panels of this host as " + topicOf(""));
     std::array<pollfd, 3> waited{
         {{signals, POLLIN, 0}, {m_inbox.getSignal(), POLLIN, 0}, {m_events.getSignal(), POLLIN, 0}}};
     while (waited[0].revents == 0) {
@@ -175,6 +201,7 @@ void Gateway::run(int signals)
         poll(waited.data(), waited.size(), timeToNextDue());
     }
     ServiceManager::notify("STOPPING=1");
+    m_desk.leave();
     const std::lock_guard<std::mutex> lock(m_presenceMutex);
     m_presence.leave();
 }
@@ -193,6 +220,9 @@ void Gateway::pass()
     }
     follow(before);
     m_desk.poll(now);
+    if (std::exchange(m_toldDue, m_toldDue <= now ? Clock::time_point::max() : m_toldDue) <= now)
+        m_log.say(Level::Error, "the broker does not deliver what is published to " + topicOf("told") +
+                                    ", and nothing is served: let this host read and write " + topicOf("#"));
     tellReady();
     feedWatchdog();
 }
@@ -222,6 +252,7 @@ void Gateway::handle(Inbox::Connected& news)
     told.topic = topicOf("told");
     told.payload = m_run;
     publish(Outbox::Kind::Answer, std::move(told));
+    m_toldDue = Clock::now() + std::chrono::seconds(10);
 }
 
 void Gateway::handle(Inbox::Disconnected& news)
@@ -233,6 +264,7 @@ void Gateway::handle(Inbox::Disconnected& news)
     if (news.reason != m_lastReason && !m_isYielding)
         m_log.say(Level::Warning, "no connection with the broker: " + news.reason);
     m_lastReason = news.reason;
+    m_toldDue = Clock::time_point::max();
 }
 
 void Gateway::handle(Message& message)
@@ -250,10 +282,12 @@ void Gateway::handle(Message& message)
             isPresence = m_presence.receive(message, now);
     }
     follow(before);
-    if (isTold)
+    if (isTold) {
+        m_toldDue = Clock::time_point::max();
         m_desk.endTelling(now);
-    else if (!isPresence)
+    } else if (!isPresence) {
         m_desk.receive(message, now);
+    }
 }
 
 // What the presence has decided.
@@ -270,6 +304,7 @@ void Gateway::follow(HostPresence::Stage before)
         return;
     if (stage == HostPresence::Stage::Serving) {
         m_isYielding = false;
+        m_log.say(Level::Info, "serves the panels of this host as " + topicOf(""));
         m_desk.serve(epoch, Clock::now());
     } else if (stage == HostPresence::Stage::Yielding) {
         if (!m_isYielding)

@@ -78,6 +78,7 @@ private:
     std::uint64_t m_seenPasses = 0;
     std::uint64_t m_seenLinkPasses = 0;
     Clock::time_point m_nextFeed;
+    Clock::time_point m_toldDue = Clock::time_point::max(); // when it is amiss that nothing was told
 };
 
 } // namespace Vantor

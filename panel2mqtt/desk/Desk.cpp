@@ -54,6 +54,17 @@ void Desk::serve(std::uint64_t epoch, TimePoint now)
     settle(now);
 }
 
+void Desk::leave()
+{
+    for (auto& [name, place] : m_places) {
+        if (place.desk->isThere()) {
+            place.state = {false, m_epoch, m_options.clock(), "the gateway has ended"};
+            publishPlace(name, place);
+        }
+    }
+    m_isServing = false;
+}
+
 void Desk::endTelling(TimePoint now)
 {
     m_isTold = true;
@@ -397,8 +408,9 @@ std::optional<std::string> Desk::answerTopicOf(const Message& command) const
 void Desk::reply(const Message& command, const Answer& answer, const std::string& place) const
 {
     const bool isWrong = answer.word == Answer::Word::Refused || answer.word == Answer::Word::TooLarge;
-    // Whoever published a wish may be gone long since.
-    if (isWrong && m_options.complain && command.topic.find("/want/") != std::string::npos)
+    // Whoever published a wish may be gone long since, and who names no topic is not told.
+    const bool isHeard = !command.responseTopic.empty() && command.topic.find("/want/") == std::string::npos;
+    if (isWrong && m_options.complain && !isHeard)
         m_options.complain(command.topic + (place.empty() ? "" : ", for " + place) + ": " +
                            DeskJson::nameOf(answer.word) + ": " + answer.reason);
     const auto topic = answerTopicOf(command);

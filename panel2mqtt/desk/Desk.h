@@ -60,6 +60,8 @@ public:
     // The host is this gateway's, over this connection; before that nothing is published, and
     // nothing obeyed.
     void serve(std::uint64_t epoch, TimePoint now);
+    // The gateway ends, and nobody serves the panels any more.
+    void leave();
 
     // Below this host's topics, or everybody's.
     void receive(const Message& message, TimePoint now);

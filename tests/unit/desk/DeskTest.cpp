@@ -18,6 +18,7 @@ using std::chrono::hours;
 using std::chrono::minutes;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -459,6 +460,21 @@ TEST_F(DeskTest, wishThatCannotBe_isComplainedOf)
     EXPECT_THAT(m_complaints[0], testing::StartsWith("panel/1/shop/1-4/want/lcd/0, for 1-4: refused: "));
     receive("shop/1-4/do/draw/0", "no picture");
     EXPECT_EQ(m_complaints.size(), 1u) << "whoever commands is answered";
+    receive("shop/1-4/do/draw/0", "no picture", "");
+    EXPECT_EQ(m_complaints.size(), 2u) << "unless he names no topic";
+}
+
+TEST_F(DeskTest, panels_areSaidToBeGoneWhenTheGatewayEnds)
+{
+    plug("1-4");
+    m_desk->onPanelAway("1-5", "unplugged", m_now);
+    m_outbox.m_sent.clear();
+    m_time = "T9";
+    m_desk->leave();
+    EXPECT_THAT(takeSent(), Contains(stateOf("1-4", false, 5, "T9", "the gateway has ended")));
+    EXPECT_THAT(takeSent(), IsEmpty());
+    receive("shop/1-4/do/send/5", "late");
+    EXPECT_THAT(takeSent(), IsEmpty());
 }
 
 TEST_F(DeskTest, placeForgottenDuringAnOutage_isClearedAfterIt)

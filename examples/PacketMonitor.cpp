@@ -69,6 +69,7 @@ int main()
     std::signal(SIGINT, onInterrupt);
     std::signal(SIGTERM, onInterrupt);
     setLogLevel(LogLevel::Error);
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // each line at once, into a pipe too
 
     Monitor monitor;
     UsbManager* const manager = UsbManager::getUsbManager();

@@ -71,7 +71,7 @@ install(FILES ${morvaneOwnPanelRules}
 if(MORVANE_TOOLS)
   set(morvanePrograms MorvanePanelctl MorvanePanelsim)
   if(MORVANE_MQTT)
-    list(APPEND morvanePrograms MorvanePanel2mqtt)
+    list(APPEND morvanePrograms MorvanePanel2mqtt MorvanePanelfleet)
   endif()
   # Found from any prefix; the system's own needs no help.
   if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")

@@ -337,10 +337,20 @@ void Gateway::feedWatchdog()
     const std::uint64_t linkPasses = m_link.getCounts().passes;
     if (now < m_nextFeed || passes == m_seenPasses || linkPasses == m_seenLinkPasses)
         return;
-    ServiceManager::notify("WATCHDOG=1\nSTATUS=" + std::to_string(m_roster.getPanels()) + " panels");
+    ServiceManager::notify("WATCHDOG=1\nSTATUS=" + describeState());
     m_seenPasses = passes;
     m_seenLinkPasses = linkPasses;
     m_nextFeed = now + std::chrono::seconds(1);
+}
+
+// For whoever asks the service manager.
+std::string Gateway::describeState() const
+{
+    if (m_isYielding)
+        return "another gateway serves " + topicOf("");
+    if (!m_lastReason.empty())
+        return "no connection with the broker: " + m_lastReason;
+    return std::to_string(m_roster.getPanels()) + " panels";
 }
 
 int Gateway::timeToNextDue()

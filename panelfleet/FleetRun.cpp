@@ -19,6 +19,12 @@ constexpr std::chrono::milliseconds passTime(1000); // at the most
 constexpr std::chrono::milliseconds gatherTime(20); // of what comes together
 constexpr std::size_t mostNames = 20;               // in a message
 
+FleetFailure selectionFailure()
+{
+    return {FleetExit::NothingSelected, "nothing-selected",
+            "nothing is selected: `panelfleet list` shows what there is"};
+}
+
 FleetFailure brokerFailure(const std::string& text)
 {
     return {FleetExit::NoBroker, "no-broker", text};
@@ -123,8 +129,10 @@ FleetExit FleetRun::list()
                 reports.push_back(std::make_unique<HostReport>(host, known));
         }
     });
+    if (reports.empty())
+        throw selectionFailure();
     tell(reports);
-    return reports.empty() ? FleetExit::NothingSelected : FleetExit::Success;
+    return FleetExit::Success;
 }
 
 FleetExit FleetRun::showStatus()
@@ -140,11 +148,10 @@ FleetExit FleetRun::showStatus()
                 reports.push_back(std::make_unique<ProgressReport>(panel, std::nullopt));
         }
     });
-    const bool hasAny = !reports.empty();
+    if (reports.empty())
+        throw FleetFailure(FleetExit::NothingSelected, "nothing-selected", "no panel has a job " + m_line.id);
     reports.push_back(std::make_unique<SummaryReport>(m_line.id, counts, false));
     tell(reports);
-    if (!hasAny)
-        return FleetExit::NothingSelected;
     if (counts.failed + counts.unknown != 0)
         return FleetExit::PanelFailed;
     return counts.underWay != 0 ? FleetExit::NotAllThere : FleetExit::Success;
@@ -155,8 +162,7 @@ FleetExit FleetRun::flash(const FleetImage& image)
     Rollout rollout(rolloutOptions(m_line, &image), m_client->getView());
     m_client->look([&](const FleetView&) { rollout.resume(Clock::now()); });
     if (rollout.getPanels().empty())
-        throw FleetFailure(FleetExit::NothingSelected, "nothing-selected",
-                           "no panel is selected: `panelfleet list` shows which there are");
+        throw selectionFailure();
     if (m_line.isDryRun)
         return rehearse(rollout);
     try {

@@ -111,7 +111,7 @@ Gateway::Gateway(const Settings& settings, const GatewayLog& log)
                                       : PanelRoster::writeStatistics(*m_manager, m_settings.host, place, counts);
              }),
       m_roster(*m_manager, m_desk, [this](const std::string& text) { m_log.say(Level::Info, text); }),
-      m_link(settings.broker, settings.host, *this)
+      m_link(settings.broker, "panel2mqtt-" + settings.host, *this)
 {}
 
 Gateway::~Gateway()

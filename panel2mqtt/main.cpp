@@ -3,6 +3,7 @@
 #include "panel2mqtt/GatewayArguments.h"
 #include "panel2mqtt/GatewayLog.h"
 #include "panel2mqtt/broker/Loopback.h"
+#include "panel2mqtt/settings/BrokerAddress.h"
 #include "panel2mqtt/settings/SettingsCheck.h"
 #include "panel2mqtt/settings/SettingsFile.h"
 
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 
 #include <CLI/CLI.hpp>
 #include <libusb-1.0/libusb.h>
@@ -32,26 +34,6 @@ int makeSignalDescriptor()
     return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-// Port 0 when there is none in it. An IPv6 address has brackets where a port follows.
-void setBroker(BrokerSettings& settings, const std::string& text)
-{
-    const auto colon = text.rfind(':');
-    const bool isIpv6 = text.find(':') != colon && text.back() != ']' && text.front() != '[';
-    const bool hasPort = colon != std::string::npos && !isIpv6 && text.back() != ']';
-    settings.address = hasPort ? text.substr(0, colon) : text;
-    if (settings.address.size() > 2 && settings.address.front() == '[')
-        settings.address = settings.address.substr(1, settings.address.size() - 2);
-    if (!hasPort)
-        return;
-    const std::string port = text.substr(colon + 1);
-    const bool isNumber =
-        !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
-    const int number = isNumber ? std::stoi(port) : 0;
-    if (number < 1 || number > 65535)
-        throw CLI::ValidationError("--broker", "'" + port + "' is no port: expected 1 to 65535");
-    settings.port = static_cast<std::uint16_t>(number);
-}
-
 // Nothing, when something is wrong, which has been told.
 std::optional<Settings> readSettings(const GatewayArguments& arguments)
 {
@@ -69,7 +51,7 @@ std::optional<Settings> readSettings(const GatewayArguments& arguments)
     if (!arguments.host.empty())
         settings.host = arguments.host;
     if (!arguments.broker.empty())
-        setBroker(settings.broker, arguments.broker);
+        setBrokerAddress(settings.broker, arguments.broker);
     if (!SettingsFile::isHostName(settings.host))
         throw CLI::ValidationError("--host", "'" + settings.host +
                                                  "' can't be in topics: expected letters, digits, "
@@ -132,6 +114,9 @@ int main(int argc, char** argv)
         return dispatch(argc, argv);
     } catch (const CLI::ValidationError& error) {
         std::cerr << "panel2mqtt: " << error.what() << '\n';
+        return 2;
+    } catch (const std::invalid_argument& error) {
+        std::cerr << "panel2mqtt: --broker: " << error.what() << '\n';
         return 2;
     } catch (const std::exception& error) {
         std::cerr << "panel2mqtt: " << error.what() << '\n';

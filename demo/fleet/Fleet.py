@@ -107,6 +107,7 @@ class Broker:
         user = 'user root\n' if os.geteuid() == 0 else ''
         (self._folder / 'mosquitto.conf').write_text(
             f'listener {self.port} 127.0.0.1\nallow_anonymous true\nset_tcp_nodelay true\n{user}'
+            'log_type error\nlog_type warning\nlog_type notice\nlog_type information\nlog_type subscribe\n'
             f'persistence true\nautosave_on_changes true\nautosave_interval 1\npersistence_location {self._folder}/\n')
 
     def _read_log(self):

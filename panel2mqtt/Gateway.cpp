@@ -106,8 +106,9 @@ Gateway::Gateway(const Settings& settings, const GatewayLog& log)
       m_presence(settings.host, m_run, MORVANE_VERSION_STRING, millisecondsSince1970(), *this),
       m_manager(UsbManager::getUsbManager()), m_shelf(settings.firmwareFolder),
       m_desk(deskOptions(settings, m_run, log, m_shelf), *this,
-             [this](const std::string& place) {
-                 return place.empty() ? writeStatistics() : PanelRoster::writeStatistics(*m_manager, place);
+             [this](const std::string& place, const PanelDesk::Counts& counts) {
+                 return place.empty() ? writeStatistics()
+                                      : PanelRoster::writeStatistics(*m_manager, m_settings.host, place, counts);
              }),
       m_roster(*m_manager, m_desk, [this](const std::string& text) { m_log.say(Level::Info, text); }),
       m_link(settings.broker, settings.host, *this)
@@ -176,7 +177,8 @@ void Gateway::publish(Outbox::Kind kind, Message message)
 std::string Gateway::writeStatistics() const
 {
     const BrokerLink::Counts link = m_link.getCounts();
-    return nlohmann::ordered_json{{"panels", m_roster.getPanels()},
+    return nlohmann::ordered_json{{"host", m_settings.host},
+                                  {"panels", m_roster.getPanels()},
                                   {"connections", link.connections},
                                   {"received", link.received},
                                   {"published", link.published},

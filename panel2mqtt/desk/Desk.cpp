@@ -180,12 +180,15 @@ void Desk::obey(const Order& order, const Message& message, TimePoint now)
         m_flashOrder.reset();
         return;
     }
+    const bool areAway = order.verb == Order::Verb::Forget; // it is for no others
     std::vector<std::string> places;
     for (const auto& [name, place] : m_places) {
-        if (place.desk->isThere())
+        if (place.desk->isThere() != areAway)
             places.push_back(name);
     }
-    if (places.empty())
+    if (places.empty() && areAway)
+        reply(message, {Answer::Word::Refused, "no panel is away"}, "");
+    else if (places.empty())
         reply(message, {Answer::Word::Offline, "no panel is there"}, "");
     for (const std::string& place : places)
         obeyAt(place, order, message, now);
@@ -350,7 +353,7 @@ void Desk::onProgress(const std::string& place, TimePoint now)
 
 void Desk::publishStats(const std::string& place, const Message* question)
 {
-    std::string text = m_statistics(place);
+    std::string text = m_statistics(place, m_places.at(place).desk->getCounts());
     if (question != nullptr && !question->responseTopic.empty()) {
         if (const auto topic = answerTopicOf(*question)) {
             Message answer = makeMessage(*topic, text, 1, false);
@@ -375,7 +378,7 @@ void Desk::poll(TimePoint now)
     if (m_nextStats > now)
         return;
     m_nextStats = now + m_options.statsEvery;
-    m_outbox.publish(Outbox::Kind::Event, makeMessage(topicOf("stats"), m_statistics(""), 0, false));
+    m_outbox.publish(Outbox::Kind::Event, makeMessage(topicOf("stats"), m_statistics("", {}), 0, false));
     for (const auto& [name, place] : m_places) {
         if (place.desk->isThere())
             publishStats(name, nullptr);

@@ -48,8 +48,8 @@ public:
     };
 
     // What a place's counts say, or with an empty one the gateway's, as JSON; asked when they are
-    // to be published.
-    using Statistics = std::function<std::string(const std::string& place)>;
+    // to be published. `counts`: the desk's own of that place.
+    using Statistics = std::function<std::string(const std::string& place, const PanelDesk::Counts& counts)>;
 
     Desk(Options options, Outbox& outbox, Statistics statistics);
 

@@ -92,7 +92,9 @@ std::string write(const std::string& place, const PanelInfo& info)
 
 std::string write(const Answer& answer, const std::string& host, const std::string& place)
 {
-    Json json{{"answer", nameOf(answer.word)}, {"host", host}, {"place", place}};
+    Json json{{"answer", nameOf(answer.word)}, {"host", host}};
+    if (!place.empty())
+        json["place"] = place;
     if (!answer.reason.empty())
         json["reason"] = answer.reason;
     return textOf(json);

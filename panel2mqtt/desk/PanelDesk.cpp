@@ -66,6 +66,11 @@ void PanelDesk::add(const Order& order, Message command, TimePoint now)
     poll(now);
 }
 
+bool PanelDesk::isWish(const std::vector<Claim>& claims)
+{
+    return std::any_of(claims.begin(), claims.end(), [](const Claim& claim) { return claim.wish.has_value(); });
+}
+
 bool PanelDesk::refuseTooLarge(std::size_t size, const Claim& claim, TimePoint now)
 {
     const std::size_t most = m_line->getPacketLimit() - overhead;
@@ -120,10 +125,11 @@ void PanelDesk::placePicture(std::uint16_t lcd, PictureOrder::Picture picture, c
         end(claim, {Answer::Word::Busy, "too many pictures wait for this panel"}, false, now);
         return;
     }
+    const bool hidesWish = earlier != m_pictures.end() && (earlier->second.hidesWish || isWish(earlier->second.claims));
     if (!isAdded)
         supersede(subject, now);
-    overrideWish(subject);
     Waiting& waiting = m_pictures[lcd];
+    waiting.hidesWish = overrideWish(subject) || hidesWish;
     m_pictureBytes += picture.bytes;
     waiting.picture.bytes += picture.bytes;
     waiting.picture.isHeld = picture.isHeld;
@@ -154,18 +160,19 @@ void PanelDesk::supersede(const Order::Subject& subject, TimePoint now)
     end(claim, {Answer::Word::Refused, laterValue}, true, now);
 }
 
-// A wish that is still to be drawn, by a command that came after it.
-void PanelDesk::overrideWish(const Order::Subject& subject)
+// A wish that is still to be drawn, by a command that came after it. False: there is none.
+bool PanelDesk::overrideWish(const Order::Subject& subject)
 {
     const auto wanted = m_wanted.find(subject);
     if (wanted == m_wanted.end())
-        return;
+        return false;
     m_wanted.erase(wanted);
     const WishBook::Wish* const wish = m_wishes.find(m_place, subject);
     if (wish == nullptr)
-        return;
+        return false;
     m_applied[subject] = wish->serial;
     m_reply(wish->message, {Answer::Word::Refused, laterPicture});
+    return true;
 }
 
 void PanelDesk::refreshWishes(TimePoint now)
@@ -348,7 +355,7 @@ void PanelDesk::gatherWishedPictures()
         auto& picture = std::get<PictureOrder::Picture>(made);
         picture.isHeld = false; // a wish is whole
         m_pictureBytes += picture.bytes;
-        m_pictures[lcd] = {std::move(picture), {claim}};
+        m_pictures[lcd] = {std::move(picture), {claim}, false};
     }
 }
 
@@ -376,7 +383,6 @@ void PanelDesk::startPictures(TimePoint now)
 
 void PanelDesk::expire(TimePoint now)
 {
-    const Answer expired{Answer::Word::Expired, ""};
     for (auto record = m_records.begin(); record != m_records.end();) {
         if (record->claim.deadline > now) {
             ++record;
@@ -385,8 +391,17 @@ void PanelDesk::expire(TimePoint now)
         const Claim claim = record->claim;
         m_bytes -= record->payload.size();
         record = m_records.erase(record);
-        end(claim, expired, false, now);
+        end(claim, {Answer::Word::Expired, ""}, false, now);
     }
+    expirePictures(now);
+    expireFlight(m_recordFlight, now);
+    expireFlight(m_pictureFlight, now);
+}
+
+// The wish holds again that one of them was in the way of.
+void PanelDesk::expirePictures(TimePoint now)
+{
+    std::vector<Order::Subject> wished;
     for (auto waiting = m_pictures.begin(); waiting != m_pictures.end();) {
         const auto& claims = waiting->second.claims;
         const bool isOver =
@@ -396,12 +411,16 @@ void PanelDesk::expire(TimePoint now)
             continue;
         }
         const std::vector<Claim> ended = claims;
+        if (waiting->second.hidesWish)
+            wished.emplace_back(Order::Verb::Draw, waiting->first, 0);
         m_pictureBytes -= waiting->second.picture.bytes;
         waiting = m_pictures.erase(waiting);
-        endAll(ended, expired, false, now);
+        endAll(ended, {Answer::Word::Expired, ""}, false, now);
     }
-    expireFlight(m_recordFlight, now);
-    expireFlight(m_pictureFlight, now);
+    for (const Order::Subject& subject : wished) {
+        m_applied.erase(subject);
+        want(subject, now);
+    }
 }
 
 // It can't be called back: nothing follows it until it has landed.
@@ -428,11 +447,23 @@ void PanelDesk::end(const Claim& claim, const Answer& answer, bool isRemembered,
     if (wish == nullptr || wish->serial != claim.serial)
         return;
     m_reply(wish->message, answer);
+    if (answer.word != Answer::Word::Unknown)
+        return;
     const auto& [verb, number, key] = *claim.wish;
-    if (answer.word == Answer::Word::Unknown && (verb != Order::Verb::Draw || m_pictures.count(number) == 0)) {
-        m_applied.erase(*claim.wish);
-        m_wanted[*claim.wish] = wish->serial;
+    const auto later = verb == Order::Verb::Draw ? m_pictures.find(number) : m_pictures.end();
+    if (later != m_pictures.end()) {
+        later->second.hidesWish = true;
+        return;
     }
+    m_applied.erase(*claim.wish);
+    m_wanted[*claim.wish] = wish->serial;
+}
+
+PanelDesk::Counts PanelDesk::getCounts() const
+{
+    Counts counts = m_counts;
+    counts.waiting = m_records.size() + m_pictures.size();
+    return counts;
 }
 
 void PanelDesk::endAll(const std::vector<Claim>& claims, const Answer& answer, bool isRemembered, TimePoint now)

@@ -64,8 +64,9 @@ public:
         std::uint64_t taken = 0;
         std::uint64_t busy = 0;
         std::uint64_t expired = 0;
+        std::uint64_t waiting = 0; // records and pictures, now
     };
-    const Counts& getCounts() const { return m_counts; }
+    Counts getCounts() const;
     std::size_t getWaitingRecords() const { return m_records.size(); }
 
 private:
@@ -87,6 +88,7 @@ private:
     struct Waiting {
         PictureOrder::Picture picture;
         std::vector<Claim> claims;
+        bool hidesWish = false; // one that the panel has not had
     };
     // Given to the library, and not ended.
     struct Flight {
@@ -99,6 +101,7 @@ private:
     void addRecord(const Order& order, Message command, const Claim& claim, TimePoint now);
     void addPicture(const Order& order, const Message& command, const Claim& claim, TimePoint now);
     void placePicture(std::uint16_t lcd, PictureOrder::Picture picture, const Claim& claim, TimePoint now);
+    static bool isWish(const std::vector<Claim>& claims);
     bool refuseTooLarge(std::size_t size, const Claim& claim, TimePoint now);
 
     void startRecords(TimePoint now);
@@ -110,10 +113,11 @@ private:
     Claim claimOf(const Order::Subject& subject, const WishBook::Wish& wish);
     void want(const Order::Subject& subject, TimePoint now);
     void supersede(const Order::Subject& subject, TimePoint now);
-    void overrideWish(const Order::Subject& subject);
+    bool overrideWish(const Order::Subject& subject);
     void land(Flight& flight, std::uint64_t PriorityPacker::Progress::*waiting, TimePoint now);
 
     void expire(TimePoint now);
+    void expirePictures(TimePoint now);
     void expireFlight(Flight& flight, TimePoint now);
     void end(const Claim& claim, const Answer& answer, bool isRemembered, TimePoint now);
     void endAll(const std::vector<Claim>& claims, const Answer& answer, bool isRemembered, TimePoint now);

@@ -112,23 +112,29 @@ void PanelRoster::receive(PanelEvents::Event event, TimePoint now)
     m_desk.onRecord(panel.place, static_cast<unsigned int>(event.type), std::move(event.payload));
 }
 
-std::string PanelRoster::writeStatistics(UsbManager& manager, const std::string& place)
+std::string PanelRoster::writeStatistics(UsbManager& manager, const std::string& host, const std::string& place,
+                                         const PanelDesk::Counts& counts)
 {
+    Json json{
+        {"host", host},
+        {"place", place},
+        {"commands",
+         {{"taken", counts.taken}, {"busy", counts.busy}, {"expired", counts.expired}, {"waiting", counts.waiting}}}};
     for (const auto& device : manager.getDeviceListSafe()) {
         if (placeOf(*device) != place)
             continue;
         const DeviceStatistics all = device->getStatistics();
-        const Json sent{{"packets", all.sent.packets},       {"bytes", all.sent.bytes},
+        json["sent"] = {{"packets", all.sent.packets},       {"bytes", all.sent.bytes},
                         {"records", all.sent.records},       {"pictures", all.sent.pictures},
                         {"cutPackets", all.sent.cutPackets}, {"failures", sumOf(all.sent.failures)}};
-        const Json received{{"packets", all.received.packets},
+        json["received"] = {{"packets", all.received.packets},
                             {"bytes", all.received.bytes},
                             {"records", all.received.records},
                             {"malformedPackets", all.received.malformedPackets},
-                            {"failures", sumOf(all.received.failures)}};
-        return Json{{"sent", sent}, {"received", received}}.dump();
+                            // A panel that has nothing to say lets each read time out.
+                            {"failures", sumOf(all.received.failures) - all.received.failures.timedOut}};
     }
-    return "{}";
+    return json.dump();
 }
 
 } // namespace Vantor

@@ -23,8 +23,9 @@ public:
 
     void handle(PanelEvents::Batch batch, TimePoint now);
 
-    // What the library counts of the panel there, as JSON.
-    static std::string writeStatistics(UsbManager& manager, const std::string& place);
+    // What the library counts of the panel there, beside the desk's counts, as JSON.
+    static std::string writeStatistics(UsbManager& manager, const std::string& host, const std::string& place,
+                                       const PanelDesk::Counts& counts);
 
     std::size_t getPanels() const { return m_panels.size(); }
 

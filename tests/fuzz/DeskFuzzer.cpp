@@ -37,7 +37,7 @@ public:
 
 class FuzzedDesk {
 public:
-    FuzzedDesk() : m_desk(optionsOf(), m_outbox, [](const std::string&) { return "{}"; })
+    FuzzedDesk() : m_desk(optionsOf(), m_outbox, [](const std::string&, const PanelDesk::Counts&) { return "{}"; })
     {
         m_presence.planWill(1000);
         m_desk.beginConnection();

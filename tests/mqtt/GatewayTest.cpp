@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 namespace Vantor {
 
@@ -84,6 +85,23 @@ TEST_F(Gateway, record_isTakenAndWasInThePanel)
     EXPECT_EQ(ask(host, "1-1/do/set/7/4294967295", "key", "b"), "taken");
     EXPECT_THAT(host.readRecords(0, 5), ElementsAre("hello"));
     EXPECT_THAT(host.readRecords(0, 7), ElementsAre("key"));
+}
+
+TEST_F(Gateway, stats_countWhatWasAnsweredAndWhatThePanelGot)
+{
+    GatewayHost host(m_broker, {});
+    listen(host);
+    EXPECT_EQ(ask(host, "1-1/do/send/5", "hello", "a"), "taken");
+    m_peer.publish(makeCommand(host, "1-1/do/stats", "", "b"));
+    const auto answer = m_peer.await(host.topicOf("answer/test"));
+    ASSERT_TRUE(answer);
+    const auto counts = nlohmann::json::parse(answer->payload);
+    EXPECT_EQ(counts["host"], "shop");
+    EXPECT_EQ(counts["place"], "1-1");
+    EXPECT_EQ(counts["commands"], (nlohmann::json{{"taken", 1}, {"busy", 0}, {"expired", 0}, {"waiting", 0}}));
+    EXPECT_GE(counts["sent"]["records"], 2) << "hello, and what the gateway asked the panel";
+    EXPECT_EQ(counts["sent"]["failures"], 0);
+    EXPECT_GE(counts["received"]["records"], 1);
 }
 
 TEST_F(Gateway, repeatedId_getsTheAnswerAgainAndThePanelNothing)

@@ -110,7 +110,7 @@ protected:
     Desk::TimePoint m_now{std::chrono::hours(1)};
     RetainingOutbox m_outbox;
     CountingShelf m_shelf;
-    Desk m_desk{optionsOf(), m_outbox, [](const std::string&) { return "{}"; }};
+    Desk m_desk{optionsOf(), m_outbox, [](const std::string&, const PanelDesk::Counts&) { return "{}"; }};
 };
 
 TEST_F(DeskFlash, forAllPanels_isReadOnceAndStartedOnEach)

@@ -43,7 +43,7 @@ TEST(DeskJson, answer_hasAReasonWhenThereIsOne)
     EXPECT_EQ(DeskJson::write(Answer{Answer::Word::Taken, ""}, "shop-17", "1-4.2"),
               R"({"answer":"taken","host":"shop-17","place":"1-4.2"})");
     EXPECT_EQ(DeskJson::write(Answer{Answer::Word::Refused, "a \"reason\""}, "shop-17", ""),
-              R"({"answer":"refused","host":"shop-17","place":"","reason":"a \"reason\""})");
+              R"({"answer":"refused","host":"shop-17","reason":"a \"reason\""})");
 }
 
 TEST(DeskJson, textThatIsNotUtf8_isReplaced)

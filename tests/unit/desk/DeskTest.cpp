@@ -53,8 +53,10 @@ protected:
     }
     void make(Desk::Options options)
     {
-        m_desk = std::make_unique<Desk>(std::move(options), m_outbox,
-                                        [](const std::string& place) { return "counts of " + place; });
+        m_desk = std::make_unique<Desk>(
+            std::move(options), m_outbox, [](const std::string& place, const PanelDesk::Counts& counts) {
+                return "counts of " + place + (counts.taken != 0 ? ", taken " + std::to_string(counts.taken) : "");
+            });
     }
     void serve()
     {
@@ -109,7 +111,7 @@ protected:
     static std::string answerOf(const std::string& word, const std::string& place, const std::string& reason = "",
                                 const std::string& to = "me")
     {
-        return to + R"( {"answer":")" + word + R"(","host":"shop","place":")" + place +
+        return to + R"( {"answer":")" + word + R"(","host":"shop)" + (place.empty() ? "" : R"(","place":")" + place) +
                (reason.empty() ? "\"}" : R"(","reason":")" + reason + "\"}");
     }
     static std::string stateOf(const std::string& place, bool isOnline, int epoch, const std::string& since,
@@ -507,6 +509,19 @@ TEST_F(DeskTest, forget_clearsThePlaceOfAPanelThatIsAway)
     EXPECT_THAT(takeSent(), ElementsAre(answerOf("offline", "1-4")));
 }
 
+TEST_F(DeskTest, forgetForAll_isForThoseThatAreAway)
+{
+    plug("1-4");
+    receive("shop/all/do/forget", "");
+    EXPECT_EQ(takeSent().back(), answerOf("refused", "", "no panel is away"));
+    m_desk->onPanelAway("1-5", "unplugged", m_now);
+    m_desk->onPanelAway("1-6", "unplugged", m_now);
+    m_outbox.m_sent.clear();
+    receive("shop/all/do/forget", "");
+    EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/1-5/state ", "panel/1/shop/1-5/info ", answerOf("taken", "1-5"),
+                                        "panel/1/shop/1-6/state ", "panel/1/shop/1-6/info ", answerOf("taken", "1-6")));
+}
+
 TEST_F(DeskTest, placesAreBounded_panelsThatAreThereComeFirst)
 {
     for (int i = 0; i < 1024; ++i) {
@@ -637,6 +652,16 @@ TEST_F(DeskTest, statsOnDemand_areToldToAllAndToWhoAsked)
     EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/1-4/stats counts of 1-4"));
     receive("shop/1-4/do/stats", "", "panel/1/all/answer/x");
     EXPECT_THAT(takeSent(), testing::Contains("panel/1/shop/answer/x counts of 1-4"));
+}
+
+TEST_F(DeskTest, stats_haveTheDesksOwnCounts)
+{
+    const auto line = plug("1-4");
+    receive("shop/1-4/do/send/5", "a");
+    takeAll("1-4", *line);
+    m_outbox.m_sent.clear();
+    receive("shop/1-4/do/stats", "", "");
+    EXPECT_THAT(takeSent(), ElementsAre("panel/1/shop/1-4/stats counts of 1-4, taken 1"));
 }
 
 TEST_F(DeskTest, wishes_areAppliedWhenPublishedAndToEachPanelThatComes)

@@ -1127,6 +1127,47 @@ TEST_F(PanelDeskTest, wishedPictureCut_isTriedAgainUnlessALaterOneWaits)
     EXPECT_EQ(drawn(1), "c");
 }
 
+TEST_F(PanelDeskTest, wishedPictureBehindACommandThatExpires_isAppliedAfterAll)
+{
+    draw(0, "a");
+    wish("want/lcd/0", pictureOf("want/lcd/0", "w", "", 8));
+    draw(0, "b");
+    draw(0, "c");
+    EXPECT_EQ(answerTo("b"), laterPicture);
+    pass(seconds(60));
+    EXPECT_EQ(answerTo("c"), "expired");
+    takeAll();
+    ASSERT_EQ(m_line->getPictures().size(), 2u);
+    EXPECT_EQ(drawn(1), "w");
+}
+
+TEST_F(PanelDeskTest, wishedPictureThatThePanelHas_isNotRepeatedWhenACommandExpires)
+{
+    wish("want/lcd/0", pictureOf("want/lcd/0", "w", "", 8));
+    takeAll();
+    draw(0, "a");
+    draw(0, "b");
+    pass(seconds(60));
+    EXPECT_EQ(answerTo("b"), "expired");
+    takeAll();
+    EXPECT_EQ(m_line->getPictures().size(), 2u);
+    EXPECT_EQ(drawn(1), "a");
+}
+
+TEST_F(PanelDeskTest, wishedPictureCutBehindAHeldOne_isAppliedWhenThatExpires)
+{
+    wish("want/lcd/0", pictureOf("want/lcd/0", "w", "", 8));
+    draw(0, "a", "hold");
+    m_line->cut();
+    poll();
+    takeAll();
+    EXPECT_EQ(m_line->getPictures().size(), 0u);
+    pass(seconds(60));
+    takeAll();
+    ASSERT_EQ(m_line->getPictures().size(), 1u);
+    EXPECT_EQ(drawn(0), "w");
+}
+
 TEST_F(PanelDeskTest, wishesNotYetApplied_areForgottenWithThePanel)
 {
     m_line->setSlices(9);

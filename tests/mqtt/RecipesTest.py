@@ -168,7 +168,7 @@ class Recipes(unittest.TestCase):
         self.assertEqual(watch.stdout.readline(), 'panel/1/shop-17/1-1/got/20 000a02\n')
 
     def all_arePaintedAndAnswer(self):
-        block, = blocks('All panels of all hosts')
+        block = blocks('All panels of all hosts')[0]
         other = self._add_host('shop-18', 1)
         said = self._run(f'{block}\nwait || [ $? -eq 27 ]')
         answers = sorted((answer['host'], answer['place'], answer['answer'])
@@ -178,6 +178,18 @@ class Recipes(unittest.TestCase):
             self._expect(on_white((0, 0, PICTURE)), panel)
             self.assertEqual(self.host.received(panel, 5), [b'hello'])
         other.panels.expect(on_white((0, 0, PICTURE)), seconds=30)
+
+    def wish_isAnsweredEachTimeItIsApplied(self):
+        listen, wish = blocks('All panels of all hosts')[1:]
+        listener = self._begin(listen)
+        self._await_client('panel/1/+/answer/sign')
+        self._run(wish)
+        answers = [json.loads(listener.stdout.readline()) for _ in range(2)]
+        self.assertEqual(sorted((answer['place'], answer['answer']) for answer in answers), [('1-1', 'taken'), ('1-2', 'taken')])
+        for line in ('unplug 1', 'plug 1'):
+            self.host.panels.command(line)
+        self.assertEqual(json.loads(listener.stdout.readline()), {'answer': 'taken', 'host': 'shop-17', 'place': '1-2'})
+        self._expect(on_white((0, 0, PICTURE)), 1)
 
     def forward_handsRecordsOn(self):
         block, = blocks("From one host's panels to another's")

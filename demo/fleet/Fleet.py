@@ -42,7 +42,7 @@ def find(program):
     return path
 
 
-def wait_until(condition, what, patience=20.0):
+def wait_until(condition, what, patience=30.0):
     """What the condition returns as soon as that is true."""
     end = time.monotonic() + patience
     while not (result := condition()):

@@ -350,7 +350,10 @@ void Desk::onProgress(const std::string& place, TimePoint now)
 
 void Desk::publishStats(const std::string& place, const Message* question)
 {
-    std::string text = m_statistics(place);
+    const PanelDesk& desk = *m_places.at(place).desk;
+    const PanelDesk::Counts& counts = desk.getCounts();
+    std::string text =
+        DeskJson::addCounts(m_statistics(place), {counts.taken, counts.busy, counts.expired, desk.getWaitingRecords()});
     if (question != nullptr && !question->responseTopic.empty()) {
         if (const auto topic = answerTopicOf(*question)) {
             Message answer = makeMessage(*topic, text, 1, false);

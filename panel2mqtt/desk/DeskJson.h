@@ -44,6 +44,14 @@ struct PlaceState {
     std::string reason;
 };
 
+// What has become of the commands of a place.
+struct CommandCounts {
+    std::uint64_t taken = 0;
+    std::uint64_t busy = 0;
+    std::uint64_t expired = 0;
+    std::size_t waiting = 0; // records
+};
+
 // A firmware upgrade, as it is told.
 struct JobState {
     std::string state; // "queued", "writing", "written", "answering", "failed" or "interrupted"
@@ -68,6 +76,9 @@ std::string write(const PlaceState& state);
 std::string write(const JobState& state);
 std::string write(const std::string& place, const PanelInfo& info);
 std::string write(const Answer& answer, const std::string& host, const std::string& place);
+
+// An object of counts with those of commands; what is none stays as it is.
+std::string addCounts(const std::string& counts, const CommandCounts& commands);
 
 // What was written by whomever: nothing if it can't be read.
 std::optional<HostState> readHostState(const std::string& text);

@@ -1,17 +1,21 @@
 #include "libMorvaneHostUsb/Log.h"
 #include "libMorvaneHostUsb/Version.h"
+#include "panel2mqtt/BrokerTrial.h"
 #include "panel2mqtt/Gateway.h"
 #include "panel2mqtt/GatewayLog.h"
 #include "panel2mqtt/broker/Loopback.h"
 #include "panel2mqtt/settings/SettingsCheck.h"
 #include "panel2mqtt/settings/SettingsFile.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <libusb-1.0/libusb.h>
@@ -112,12 +116,27 @@ int serve(const Options& options)
     return 0;
 }
 
+// What only the broker knows.
+void tryBroker(const Settings& settings, std::vector<SettingsCheck::Finding>& findings)
+{
+    const BrokerTrial trial = BrokerTrial::run(settings, std::chrono::seconds(3));
+    const std::string topics = "panel/1/" + settings.host + "/";
+    if (trial.outcome == BrokerTrial::Outcome::NotTaken)
+        findings.push_back({true, "broker: " + trial.reason,
+                            "put it right here or there; a gateway that runs takes it at its next try"});
+    if (trial.outcome == BrokerTrial::Outcome::Unheard)
+        findings.push_back({true, "broker: what is published to " + topics + "told does not come back",
+                            "let this host read and write " + topics + "# in the broker's access list"});
+}
+
 int check(const Options& options)
 {
     const auto settings = readSettings(options);
     if (!settings)
         return 1;
-    const auto findings = SettingsCheck::run(*settings);
+    auto findings = SettingsCheck::run(*settings);
+    if (SettingsCheck::getExitCode(findings) == 0)
+        tryBroker(*settings, findings);
     for (const auto& finding : findings)
         std::cout << (finding.isWrong ? "wrong: " : "doubtful: ") << finding.text << "\n  " << finding.remedy << '\n';
     if (findings.empty())

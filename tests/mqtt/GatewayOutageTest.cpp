@@ -111,9 +111,9 @@ protected:
 };
 
 // How the broker ends, and whether it keeps what it has.
-class GatewayBrokerEnds : public GatewayOutage, public testing::WithParamInterface<std::tuple<int, bool>> {};
+class GatewayOutageOfBroker : public GatewayOutage, public testing::WithParamInterface<std::tuple<int, bool>> {};
 
-TEST_P(GatewayBrokerEnds, underTraffic_takenIsThereStatesAreRightAndWishesAreAsTheBrokerHasThem)
+TEST_P(GatewayOutageOfBroker, underTraffic_takenIsThereStatesAreRightAndWishesAreAsTheBrokerHasThem)
 {
     const auto [signal, persists] = GetParam();
     MosquittoBroker broker(optionsOf(persists));
@@ -147,7 +147,7 @@ TEST_P(GatewayBrokerEnds, underTraffic_takenIsThereStatesAreRightAndWishesAreAsT
     EXPECT_TRUE(eventually([&] { return host.readRecords(1, 7) == said; }));
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryWay, GatewayBrokerEnds,
+INSTANTIATE_TEST_SUITE_P(EveryWay, GatewayOutageOfBroker,
                          testing::Combine(testing::Values(SIGTERM, SIGKILL), testing::Bool()), [](const auto& way) {
                              return std::string(std::get<0>(way.param) == SIGTERM ? "byTerm" : "byKill") +
                                     (std::get<1>(way.param) ? "AndKeeps" : "AndForgets");

@@ -158,6 +158,7 @@ void Gateway::onMessage(Message message)
 {
     if (m_inbox.addMessage(message))
         return;
+    ++m_busy;
     m_desk.refuseBusy(message);
     // A wish that is not kept is told again with the next connection.
     if (message.topic.find("/do/") == std::string::npos)
@@ -186,6 +187,7 @@ std::string Gateway::writeStatistics() const
                                   {"droppedEvents", link.droppedEvents},
                                   {"droppedAnswers", link.droppedAnswers},
                                   {"droppedRecords", m_events.getDropped()},
+                                  {"busy", m_busy.load()},
                                   {"refused", link.refused}}
         .dump();
 }
@@ -222,11 +224,24 @@ void Gateway::pass()
     }
     follow(before);
     m_desk.poll(now);
-    if (std::exchange(m_toldDue, m_toldDue <= now ? Clock::time_point::max() : m_toldDue) <= now)
-        m_log.say(Level::Error, "the broker does not deliver what is published to " + topicOf("told") +
-                                    ", and nothing is served: let this host read and write " + topicOf("#"));
+    lookForTold(now);
     tellReady();
     feedWatchdog();
+}
+
+// What is amiss with the access list is mended while this runs: the broker is asked anew, and
+// tells anew what it retains, each time with more patience, as a slow line may need it.
+void Gateway::lookForTold(Clock::time_point now)
+{
+    if (m_toldDue > now)
+        return;
+    m_toldDue = Clock::time_point::max();
+    if (!std::exchange(m_isUnheard, true))
+        m_log.say(Level::Error, "the broker does not deliver what is published to " + topicOf("told") +
+                                    ", and nothing is served: let this host read and write " + topicOf("#"));
+    m_toldPatience = std::min<Clock::duration>(2 * m_toldPatience, longestToldPatience);
+    m_isEndingItself = true;
+    m_link.reconnectIn(1);
 }
 
 void Gateway::handle(Inbox::Connecting& /*news*/)
@@ -239,7 +254,8 @@ void Gateway::handle(Inbox::Connecting& /*news*/)
 void Gateway::handle(Inbox::Connected& news)
 {
     m_lastReason.clear();
-    m_log.say(Level::Info, "connected with the broker");
+    if (!m_isUnheard)
+        m_log.say(Level::Info, "connected with the broker");
     for (const std::string& filter : news.refused)
         m_log.say(Level::Error, "the broker refuses the subscription to " + filter);
     HostPresence::Stage before{};
@@ -254,7 +270,7 @@ void Gateway::handle(Inbox::Connected& news)
     told.topic = topicOf("told");
     told.payload = m_run;
     publish(Outbox::Kind::Answer, std::move(told));
-    m_toldDue = Clock::now() + std::chrono::seconds(10);
+    m_toldDue = Clock::now() + m_toldPatience;
 }
 
 void Gateway::handle(Inbox::Disconnected& news)
@@ -263,7 +279,7 @@ void Gateway::handle(Inbox::Disconnected& news)
         const std::lock_guard<std::mutex> lock(m_presenceMutex);
         m_presence.onDisconnected();
     }
-    if (news.reason != m_lastReason && !m_isYielding)
+    if (news.reason != m_lastReason && !m_isYielding && !std::exchange(m_isEndingItself, false))
         m_log.say(Level::Warning, "no connection with the broker: " + news.reason);
     m_lastReason = news.reason;
     m_toldDue = Clock::time_point::max();
@@ -271,10 +287,14 @@ void Gateway::handle(Inbox::Disconnected& news)
 
 void Gateway::handle(Message& message)
 {
+    if (message.topic == topicOf("told") && message.payload != m_run)
+        return; // of another gateway, or of who checks
     const auto now = Clock::now();
+    if (message.isRetained && m_toldDue != Clock::time_point::max())
+        m_toldDue = now + m_toldPatience; // it is still telling
     HostPresence::Stage before{};
     bool isPresence = false;
-    const bool isTold = message.topic == topicOf("told") && message.payload == m_run;
+    const bool isTold = message.topic == topicOf("told");
     {
         const std::lock_guard<std::mutex> lock(m_presenceMutex);
         before = m_presence.getStage();
@@ -286,6 +306,8 @@ void Gateway::handle(Message& message)
     follow(before);
     if (isTold) {
         m_toldDue = Clock::time_point::max();
+        m_toldPatience = shortestToldPatience;
+        m_isUnheard = false;
         m_desk.endTelling(now);
     } else if (!isPresence) {
         m_desk.receive(message, now);

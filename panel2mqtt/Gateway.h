@@ -12,6 +12,7 @@
 #include "panel2mqtt/panels/PanelRoster.h"
 #include "panel2mqtt/settings/Settings.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
@@ -35,6 +36,9 @@ private:
     using Clock = std::chrono::steady_clock;
     using Level = GatewayLog::Level;
 
+    static constexpr std::chrono::seconds shortestToldPatience{10};
+    static constexpr std::chrono::minutes longestToldPatience{5};
+
     // The link's thread.
     Plan planConnection() override;
     void onConnected(const std::vector<std::string>& refused) override;
@@ -51,6 +55,7 @@ private:
     void handle(Inbox::Disconnected& news);
     void handle(Message& message);
     void follow(HostPresence::Stage before);
+    void lookForTold(Clock::time_point now);
     void feedWatchdog();
     void tellReady();
     std::string describeState() const;
@@ -63,6 +68,8 @@ private:
     const std::string m_run; // another one after each start
     Inbox m_inbox;
     PanelEvents m_events;
+
+    std::atomic<std::uint64_t> m_busy{0}; // messages for which the inbox had no room
 
     std::mutex m_presenceMutex;
     HostPresence m_presence MORVANE_GUARDED_BY(m_presenceMutex);
@@ -80,6 +87,9 @@ private:
     std::uint64_t m_seenLinkPasses = 0;
     Clock::time_point m_nextFeed;
     Clock::time_point m_toldDue = Clock::time_point::max(); // when it is amiss that nothing was told
+    Clock::duration m_toldPatience = shortestToldPatience;
+    bool m_isUnheard = false; // it has been amiss, and been said
+    bool m_isEndingItself = false;
 };
 
 } // namespace Vantor

@@ -1,4 +1,5 @@
 #include "libMorvaneHostUsb/Log.h"
+#include "panel2mqtt/BrokerTrial.h"
 #include "panel2mqtt/Gateway.h"
 #include "panel2mqtt/GatewayArguments.h"
 #include "panel2mqtt/GatewayLog.h"
@@ -7,6 +8,7 @@
 #include "panel2mqtt/settings/SettingsCheck.h"
 #include "panel2mqtt/settings/SettingsFile.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -14,6 +16,8 @@
 #include <iostream>
 #include <optional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <libusb-1.0/libusb.h>
@@ -85,12 +89,26 @@ int serve(const GatewayArguments& arguments)
     return 0;
 }
 
+void tryBroker(const Settings& settings, std::vector<SettingsCheck::Finding>& findings)
+{
+    const BrokerTrial trial = BrokerTrial::run(settings, std::chrono::seconds(3));
+    const std::string topics = "panel/1/" + settings.host + "/";
+    if (trial.outcome == BrokerTrial::Outcome::NotTaken)
+        findings.push_back({true, "broker: " + trial.reason,
+                            "put it right here or there; a gateway that runs takes it at its next try"});
+    if (trial.outcome == BrokerTrial::Outcome::Unheard)
+        findings.push_back({true, "broker: what is published to " + topics + "told does not come back",
+                            "let this host read and write " + topics + "# in the broker's access list"});
+}
+
 int check(const GatewayArguments& arguments)
 {
     const auto settings = readSettings(arguments);
     if (!settings)
         return 1;
-    const auto findings = SettingsCheck::run(*settings);
+    auto findings = SettingsCheck::run(*settings);
+    if (SettingsCheck::getExitCode(findings) == 0)
+        tryBroker(*settings, findings);
     for (const auto& finding : findings)
         std::cout << (finding.isWrong ? "wrong: " : "doubtful: ") << finding.text << "\n  " << finding.remedy << '\n';
     if (findings.empty())

@@ -71,6 +71,8 @@ public:
 
     // Orderly, without the will.
     void end(const std::string& reason);
+    // As a process that dies does: the broker publishes the will.
+    void abandon(const std::string& reason) { finish(reason); }
 
 private:
     enum class Stage { Reaching, Greeting, Subscribing, Up, Over };

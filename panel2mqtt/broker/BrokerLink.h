@@ -89,8 +89,9 @@ public:
     // `seconds`. The listener is told of that end, too.
     void reconnectIn(double seconds);
 
-    // What waits gets a second, then the connection ends orderly, without the will. Returns
-    // within a second and a half, whatever the broker does. Not to be started again.
+    // What waits gets a second, then the connection ends: orderly, without the will, unless a
+    // state has not reached the broker, which the will must make good. Returns within a second
+    // and a half, whatever the broker does. Not to be started again.
     void stop();
 
     Counts getCounts() const;

@@ -16,7 +16,7 @@ struct BrokerPace {
     Duration lookUpTime = std::chrono::seconds(10);     // for a name's address
     Duration connectTime = std::chrono::seconds(10);    // with one address, until all subscriptions are granted
     Duration stopTime = std::chrono::seconds(1);        // for what still waits
-    Duration refusalInterval = std::chrono::minutes(1); // between two reports of the same refusal
+    Duration refusalInterval = std::chrono::minutes(1); // between two reports of a refusal, or tries of a state
 };
 
 } // namespace Vantor

@@ -11,6 +11,7 @@
 #include <random>
 #include <utility>
 
+#include <mqtt_protocol.h>
 #include <poll.h>
 #include <pthread.h>
 
@@ -75,6 +76,8 @@ void BrokerLink::Worker::publish(Kind kind, Message message)
             return;
         }
         wasEmpty = m_queue.getCount() == 0;
+        if (kind == Kind::State)
+            m_refusedStates.erase(message.topic);
         countDropped(m_queue.add(kind, std::move(message)));
     }
     // Of what else waits, the thread knows.
@@ -146,6 +149,10 @@ void BrokerLink::Worker::onCompleted(const Item& item, int reasonCode)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++(reasonCode == 0 ? m_counts.published : m_counts.refused);
+        if (item.kind == Kind::State && reasonCode == MQTT_RC_NOT_AUTHORIZED)
+            m_refusedStates.insert_or_assign(item.message.topic, item);
+        else if (item.kind == Kind::State)
+            m_refusedStates.erase(item.message.topic);
     }
     if (reasonCode != 0)
         reportRefusal(item.message.topic, reasonCode);
@@ -262,9 +269,20 @@ void BrokerLink::Worker::tryNextAddress(Clock::time_point now)
 void BrokerLink::Worker::tend(Clock::time_point now)
 {
     m_connection->tick(now);
+    if (now >= m_nextRefusedTry)
+        putBackRefused(now);
     pump();
     if (m_connection->isOver())
         conclude(now);
+}
+
+// The access list may have been mended meanwhile.
+void BrokerLink::Worker::putBackRefused(Clock::time_point now)
+{
+    m_nextRefusedTry = now + m_pace.refusalInterval;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto& [topic, item] : std::exchange(m_refusedStates, {}))
+        m_queue.putBack(std::move(item));
 }
 
 void BrokerLink::Worker::pump()
@@ -354,6 +372,12 @@ bool BrokerLink::Worker::hasDrained() const
     return m_queue.getCount() == 0 && !m_connection->hasUnconfirmed();
 }
 
+bool BrokerLink::Worker::hasStates() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_queue.hasStates();
+}
+
 void BrokerLink::Worker::finishStopping()
 {
     Clock::time_point now = Clock::now();
@@ -368,8 +392,12 @@ void BrokerLink::Worker::finishStopping()
     }
     if (!m_connection)
         return;
-    m_connection->end("stopped");
     retrieveUnconfirmed();
+    // What it has not got of the states, the will says.
+    if (hasStates())
+        m_connection->abandon("stopped");
+    else
+        m_connection->end("stopped");
     m_connection.reset();
 }
 

@@ -60,10 +60,12 @@ private:
     std::optional<Item> takeNext();
     void conclude(Clock::time_point now);
     void retrieveUnconfirmed();
+    void putBackRefused(Clock::time_point now);
     void fail(const std::string& reason, Clock::duration upTime, Clock::time_point now);
     void wait(Clock::time_point now);
     std::chrono::milliseconds getPatience(Clock::time_point now) const;
     bool hasDrained() const;
+    bool hasStates() const;
     void finishStopping();
     void countDropped(const OutgoingQueue::Dropped& dropped) MORVANE_REQUIRES(m_mutex);
     std::string makeClientId() const;
@@ -84,9 +86,11 @@ private:
     std::vector<std::string> m_addresses; // still to be tried, the next one last
     std::unique_ptr<BrokerConnection> m_connection;
     std::map<int, Clock::time_point> m_reported; // refusals, by reason
+    Clock::time_point m_nextRefusedTry;
 
     mutable std::mutex m_mutex; // over all below
     OutgoingQueue m_queue MORVANE_GUARDED_BY(m_mutex);
+    std::map<std::string, Item> m_refusedStates MORVANE_GUARDED_BY(m_mutex); // by topic, the latest of each
     Counts m_counts MORVANE_GUARDED_BY(m_mutex);
     bool m_isAccepting MORVANE_GUARDED_BY(m_mutex) = false;
     std::optional<double> m_reconnectIn MORVANE_GUARDED_BY(m_mutex);

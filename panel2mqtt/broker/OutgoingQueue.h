@@ -51,6 +51,7 @@ public:
 
     Dropped dropAllButStates();
 
+    bool hasStates() const { return !m_states.empty(); }
     std::size_t getCount() const { return m_events.size() + m_answers.size() + m_states.size(); }
 
 private:

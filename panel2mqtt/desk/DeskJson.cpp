@@ -1,5 +1,6 @@
 #include "panel2mqtt/desk/DeskJson.h"
 
+#include <algorithm>
 #include <array>
 
 #include <nlohmann/json.hpp>
@@ -11,6 +12,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t longestTime = 32; // what is read may be told again
+constexpr std::size_t longestText = 256;
+constexpr std::uint64_t epochEnd = std::uint64_t{1} << 53; // exact in every JSON; and an epoch must be able to grow
 
 // What panels and people say need not be UTF-8.
 std::string textOf(const Json& json)
@@ -105,7 +108,7 @@ std::optional<HostState> readHostState(const std::string& text)
     const Json json = parseObject(text);
     const auto isOnline = find<bool>(json, "online");
     const auto epoch = find<std::uint64_t>(json, "epoch");
-    if (!isOnline || !epoch)
+    if (!isOnline || !epoch || *epoch >= epochEnd)
         return std::nullopt;
     return HostState{*isOnline, *epoch, find<std::string>(json, "run").value_or(""),
                      find<std::string>(json, "version").value_or("")};
@@ -139,10 +142,12 @@ std::optional<JobState> readJobState(const std::string& text)
     const auto state = find<std::string>(json, "state");
     const auto written = find<std::uint64_t>(json, "bytesWritten");
     const auto total = find<std::uint64_t>(json, "totalBytes");
-    if (!state || !written || !total || *written > UINT32_MAX || *total > UINT32_MAX)
+    const auto since = find<std::string>(json, "since").value_or("");
+    const auto reason = find<std::string>(json, "reason").value_or("");
+    if (!state || !written || !total || *written > UINT32_MAX || *total > UINT32_MAX ||
+        std::max({state->size(), since.size(), reason.size()}) > longestText)
         return std::nullopt;
-    return JobState{*state, static_cast<std::uint32_t>(*written), static_cast<std::uint32_t>(*total),
-                    find<std::string>(json, "since").value_or(""), find<std::string>(json, "reason").value_or("")};
+    return JobState{*state, static_cast<std::uint32_t>(*written), static_cast<std::uint32_t>(*total), since, reason};
 }
 
 std::optional<PanelInfo> readPanelInfo(const std::string& text)

@@ -121,6 +121,7 @@ void PanelDesk::placePicture(std::uint16_t lcd, PictureOrder::Picture picture, c
         return;
     }
     if ((earlier == m_pictures.end() && m_pictures.size() == mostPictures) ||
+        (isAdded && picture.isHeld && countPictureCommands() >= mostPictureCommands) ||
         m_pictureBytes - (isAdded ? 0 : known) + picture.bytes > mostPictureBytes) {
         end(claim, {Answer::Word::Busy, "too many pictures wait for this panel"}, false, now);
         return;
@@ -135,6 +136,15 @@ void PanelDesk::placePicture(std::uint16_t lcd, PictureOrder::Picture picture, c
     waiting.picture.isHeld = picture.isHeld;
     std::move(picture.layers.begin(), picture.layers.end(), std::back_inserter(waiting.picture.layers));
     waiting.claims.push_back(claim);
+}
+
+// Small ones take more than their bytes: somebody waits for each.
+std::size_t PanelDesk::countPictureCommands() const
+{
+    std::size_t count = 0;
+    for (const auto& [lcd, waiting] : m_pictures)
+        count += waiting.claims.size();
+    return count;
 }
 
 // Of what waits for the same thing. A repetition of it must not come behind what took its place.

@@ -35,6 +35,7 @@ public:
     static constexpr std::size_t batchRecords = 64;
     static constexpr std::size_t mostPictures = 256; // LCDs for which one waits
     static constexpr std::size_t mostPictureBytes = 8u << 20;
+    static constexpr std::size_t mostPictureCommands = 4096; // of which pictures are held
     static constexpr unsigned int wishedPicturesAtOnce = 8;
 
     // `wait`: how long a command waits at the most.
@@ -102,6 +103,7 @@ private:
     void addPicture(const Order& order, const Message& command, const Claim& claim, TimePoint now);
     void placePicture(std::uint16_t lcd, PictureOrder::Picture picture, const Claim& claim, TimePoint now);
     static bool isWish(const std::vector<Claim>& claims);
+    std::size_t countPictureCommands() const;
     bool refuseTooLarge(std::size_t size, const Claim& claim, TimePoint now);
 
     void startRecords(TimePoint now);

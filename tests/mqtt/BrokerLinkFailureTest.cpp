@@ -5,6 +5,8 @@
 #include "tests/mqtt/QuickLink.h"
 #include "tests/mqtt/StubbornPort.h"
 
+#include <filesystem>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -81,6 +83,27 @@ TEST(BrokerLinkFailure, brokerThatEndsOrDies_isComeBackTo)
     ASSERT_TRUE(quick.listener.awaitReason("127.0.0.1 can't be reached: Connection refused"));
     broker.start();
     ASSERT_TRUE(quick.listener.awaitConnections(3));
+}
+
+TEST(BrokerLinkFailure, fiftyBrokersThatEnd_leaveNothing)
+{
+    const auto countDescriptors = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    MosquittoBroker broker;
+    QuickLink quick(broker.getSettings());
+    std::ptrdiff_t before = 0;
+    for (std::size_t number = 1; number <= 50; ++number) {
+        ASSERT_TRUE(quick.listener.awaitConnections(number));
+        if (number == 1)
+            before = countDescriptors();
+        broker.stop(number % 2 == 0 ? SIGTERM : SIGKILL);
+        ASSERT_TRUE(quick.listener.awaitReasons(number));
+        broker.start();
+    }
+    ASSERT_TRUE(quick.listener.awaitConnections(51));
+    EXPECT_EQ(countDescriptors(), before);
 }
 
 TEST(BrokerLinkFailure, brokerThatHangs_isGivenUpAndComeBackTo)
@@ -175,6 +198,53 @@ TEST(BrokerLinkFailure, messageThatIsRefused_isCountedAndToldOnce)
                 testing::UnorderedElementsAre("foreign/1: the broker's access list does not let this host publish",
                                               HasSubstr("no/#: ")));
     EXPECT_THAT(quick.listener.get().disconnected, IsEmpty());
+}
+
+TEST(BrokerLinkFailure, stateThatIsRefused_isToldWhenTheAccessListIsMended)
+{
+    MosquittoBroker::Options options;
+    options.accessList = "topic read #\n";
+    const MosquittoBroker broker(options);
+    BrokerPace pace = QuickLink::getPace();
+    pace.refusalInterval = milliseconds(50);
+    QuickLink quick(broker.getSettings(), {}, pace);
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    quick.publish(Kind::State, "a", "1");
+    quick.publish(Kind::State, "b", "1");
+    quick.publish(Kind::Event, "event", "1");
+    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.refused >= 7; })); // again and again
+    quick.publish(Kind::State, "b", "2");
+    MqttPeer peer(broker.getSettings());
+    peer.subscribe("#");
+    broker.setAccessList("topic readwrite #\n");
+    broker.tell(SIGHUP);
+    std::string texts;
+    for (int number = 0; number < 2; ++number) {
+        const auto message = peer.await([](const Message&) { return true; });
+        ASSERT_TRUE(message);
+        texts += message->topic + message->payload;
+    }
+    EXPECT_THAT(texts, testing::AnyOf("a1b2", "b2a1"));
+    EXPECT_THAT(peer.takeAll(milliseconds(200)), IsEmpty());
+    EXPECT_EQ(quick.link.getCounts().connections, 1U);
+}
+
+TEST(BrokerLinkFailure, stopWithAStateUntold_leavesTheWill)
+{
+    MosquittoBroker broker;
+    BrokerPace pace = QuickLink::getPace();
+    pace.stopTime = milliseconds(1);
+    MqttPeer peer(broker.getSettings());
+    peer.subscribe("will");
+    QuickLink quick(broker.getSettings(), {}, pace);
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    broker.tell(SIGSTOP);
+    for (int number = 0; number < 100; ++number)
+        quick.publish(Kind::Answer, "answer", "x");
+    quick.publish(Kind::State, "last", "x"); // behind more than is handed over at a time
+    quick.link.stop();
+    broker.tell(SIGCONT);
+    EXPECT_TRUE(peer.await("will"));
 }
 
 TEST(BrokerLinkFailure, messageLargerThanTheBrokerTakes_isLeftOut)

@@ -2,8 +2,9 @@
 
 #include "tests/mqtt/MqttPeer.h"
 
+#include <algorithm>
 #include <chrono>
-#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -21,12 +22,8 @@ using Clock = std::chrono::steady_clock;
 
 void waitFor(const std::function<bool()>& condition, const char* what)
 {
-    const auto end = Clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (Clock::now() > end)
-            throw std::runtime_error(std::string("waited in vain for ") + what);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    if (!eventually(condition))
+        throw std::runtime_error(std::string("waited in vain for ") + what);
 }
 
 std::string linesWith(const std::string& text, const std::string& part)
@@ -40,15 +37,18 @@ std::string linesWith(const std::string& text, const std::string& part)
 
 } // namespace
 
-GatewayHost::GatewayHost(const MosquittoBroker& broker, const Options& options) : m_options(options)
+GatewayHost::GatewayHost(const MosquittoBroker& broker, const Options& options)
+    : m_options(options), m_port(options.port != 0 ? options.port : broker.getPort())
 {
-    std::ofstream(pathOf("panel2mqtt.toml"))
-        << "host = \"" << options.name << "\"\n[broker]\nport = " << broker.getPort() << '\n'
-        << options.settings;
+    configure(options.settings);
+    const std::string exported = options.environment.empty() ? "" : "export " + options.environment + "; ";
     std::ofstream(pathOf("serve")) << "while [ ! -e '" << pathOf("stop") << "' ]; do\n"
+                                   << "[ ! -e '" << pathOf("hold") << "' ] || { sleep 0.02; continue; }\n"
                                    << "sh -c 'echo $$ > " << pathOf("process.new") << "; mv " << pathOf("process.new")
-                                   << ' ' << pathOf("process") << "; exec " MORVANE_PANEL2MQTT " run --config "
-                                   << pathOf("panel2mqtt.toml") << " 2>> " << pathOf("errors") << "'\ndone\n";
+                                   << ' ' << pathOf("process") << "; " << exported
+                                   << "exec " MORVANE_PANEL2MQTT " run --config " << pathOf("panel2mqtt.toml")
+                                   << " 2>> " << pathOf("errors") << "'\necho $? >> '" << pathOf("exits")
+                                   << "'\ndone\n";
     std::vector<std::string> bus{
         "--panels",    std::to_string(options.panels), "--log", pathOf("log"), "--control", pathOf("control"), "--png",
         pathOf("pngs")};
@@ -93,6 +93,37 @@ void GatewayHost::kill()
     waitFor([&] { return getProcess() != process; }, "another gateway");
 }
 
+int GatewayHost::stop(int signal)
+{
+    const std::size_t exits = countExits();
+    std::ofstream(pathOf("hold")).close();
+    ::kill(getProcess(), signal);
+    waitFor([&] { return countExits() > exits; }, "the gateway's end");
+    m_isKilled = m_isKilled || signal == SIGKILL;
+    const std::string all = contentOf(pathOf("exits"));
+    return std::stoi(all.substr(all.rfind('\n', all.size() - 2) + 1)); // npos + 1 is the beginning
+}
+
+void GatewayHost::start()
+{
+    const int before = getProcess();
+    std::filesystem::remove(pathOf("hold"));
+    waitFor([&] { return getProcess() != before; }, "another gateway");
+}
+
+std::size_t GatewayHost::countExits() const
+{
+    const std::string all = contentOf(pathOf("exits"));
+    return static_cast<std::size_t>(std::count(all.begin(), all.end(), '\n'));
+}
+
+void GatewayHost::configure(const std::string& settings) const
+{
+    std::ofstream(pathOf("panel2mqtt.toml"))
+        << "host = \"" << m_options.name << "\"\n[broker]\nport = " << m_port << '\n'
+        << settings;
+}
+
 void GatewayHost::tell(const std::string& command) const
 {
     const ToolResult result = runTool({MORVANE_PANELSIM, "tell", "--to", pathOf("control"), command});
@@ -103,7 +134,8 @@ void GatewayHost::tell(const std::string& command) const
 void GatewayHost::end()
 {
     std::ofstream(pathOf("stop")).close();
-    ::kill(getProcess(), SIGTERM);
+    if (!std::filesystem::exists(pathOf("hold")))
+        ::kill(getProcess(), SIGTERM);
     const int exitCode = m_run->finish();
     const std::string violations = linesWith(contentOf(pathOf("log")), "violation: ");
     // Of a process that is killed while its transfer is read the bus gets zeros.
@@ -129,6 +161,71 @@ std::vector<std::string> GatewayHost::readRecords(unsigned int panel, unsigned i
         records.push_back(record);
     }
     return records;
+}
+
+bool eventually(const std::function<bool()>& isSo)
+{
+    const auto end = Clock::now() + std::chrono::seconds(20);
+    while (!isSo()) {
+        if (Clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+std::size_t memoryOf(int process)
+{
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string word; status >> word;) {
+        std::size_t kibibytes = 0;
+        if (word == "VmRSS:" && status >> kibibytes)
+            return kibibytes;
+    }
+    return 0;
+}
+
+std::size_t countDescriptorsOf(int process)
+{
+    std::error_code none;
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(process) + "/fd", none);
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+std::map<std::string, std::string> readRetained(const MosquittoBroker& broker, const std::string& filter)
+{
+    MqttPeer peer(broker.getSettings());
+    peer.subscribe(filter);
+    // What is retained comes before what is published later.
+    peer.subscribe("end");
+    Message end;
+    end.topic = "end";
+    end.qos = 1;
+    peer.publish(end);
+    if (!peer.await(end.topic))
+        throw std::runtime_error("the broker does not tell what it retains");
+    std::map<std::string, std::string> topics;
+    for (const Message& message : peer.takeAll(std::chrono::milliseconds(0))) {
+        if (message.isRetained && !message.payload.empty())
+            topics[message.topic] = message.payload;
+        else if (message.isRetained)
+            topics.erase(message.topic);
+    }
+    return topics;
+}
+
+std::string fieldOf(const std::string& json, const std::string& name)
+{
+    std::smatch found;
+    return std::regex_search(json, found, std::regex('"' + name + "\":([0-9]+)")) ? found[1].str() : "none";
+}
+
+std::size_t countOf(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+        ++count;
+    return count;
 }
 
 Message makeCommand(const GatewayHost& host, const std::string& rest, const std::string& payload, const std::string& id)

@@ -5,6 +5,9 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
+#include <csignal>
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -24,6 +27,8 @@ public:
         unsigned int panels = 1;
         std::vector<std::string> bus; // of `panelsim run`
         std::string settings;         // lines of the configuration, behind the broker's
+        std::string environment = {}; // of the gateway: "A=1 B=2", as a shell has them
+        std::uint16_t port = 0;       // in place of the broker's
     };
 
     GatewayHost(const MosquittoBroker& broker, const Options& options);
@@ -41,8 +46,15 @@ public:
     int getProcess() const;
     void kill();
 
+    // Ends it, and waits for that: its exit code, or 128 and the signal. No other is started until start.
+    int stop(int signal = SIGTERM);
+    void start();
+
     // A command of `panelsim tell`.
     void tell(const std::string& command) const;
+
+    // Lines of the configuration for the gateways that are started from now on.
+    void configure(const std::string& settings) const;
 
     // Orderly; what the LCDs show is in pathOf("pngs") then.
     void end();
@@ -53,11 +65,29 @@ public:
     std::string pathOf(const std::string& name) const { return m_folder / name; }
 
 private:
+    std::size_t countExits() const;
+
     const Options m_options;
+    const std::uint16_t m_port;
     const TemporaryFolder m_folder;
     std::unique_ptr<ToolRun> m_run;
     bool m_isKilled = false;
 };
+
+// Looks again and again, for 20 s at the most. False: it never was so.
+bool eventually(const std::function<bool()>& isSo);
+
+// Of a process, in KiB; 0: there is none.
+std::size_t memoryOf(int process);
+std::size_t countDescriptorsOf(int process);
+
+// What a broker retains below a filter, by topic.
+std::map<std::string, std::string> readRetained(const MosquittoBroker& broker, const std::string& filter);
+
+// A number in JSON, as it stands there; "none".
+std::string fieldOf(const std::string& json, const std::string& name);
+
+std::size_t countOf(const std::string& text, const std::string& part);
 
 // What a test publishes: with an id, and answers to panel/1/HOST/answer/test.
 Message makeCommand(const GatewayHost& host, const std::string& rest, const std::string& payload,

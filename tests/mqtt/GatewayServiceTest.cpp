@@ -24,9 +24,9 @@ using testing::StartsWith;
 
 constexpr const char* onePanel = "WATCHDOG=1\nSTATUS=1 panels";
 
-void sleepFor(int milliseconds)
+void sleepFor(int time)
 {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    std::this_thread::sleep_for(std::chrono::milliseconds(time));
 }
 
 // Of a run that ends at once, with standard error where the journal says it is, or not.

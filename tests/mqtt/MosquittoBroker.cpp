@@ -77,33 +77,15 @@ TestAuthority::TestAuthority() : m_folder(), m_file(m_folder / "authority.pem")
               "-days", "2", "-subj", "/CN=Authority", "-keyout", m_folder / "authority.key", "-out", m_file});
 }
 
-TestAuthority::Certificate TestAuthority::sign(const std::string& name, const std::string& names) const
+TestAuthority::Certificate TestAuthority::sign(const std::string& name, const std::string& names, int days) const
 {
     const Certificate certificate = {m_folder / (name + ".pem"), m_folder / (name + ".key")};
-    runToEnd({"/usr/bin/openssl",
-              "req",
-              "-x509",
-              "-newkey",
-              "ec",
-              "-pkeyopt",
-              "ec_paramgen_curve:prime256v1",
-              "-nodes",
-              "-days",
-              "2",
-              "-subj",
-              "/CN=" + name,
-              "-addext",
-              "subjectAltName=" + names,
-              "-addext",
-              "basicConstraints=CA:FALSE",
-              "-CA",
-              m_file,
-              "-CAkey",
-              m_folder / "authority.key",
-              "-keyout",
-              certificate.keyFile,
-              "-out",
-              certificate.file});
+    const std::string request = m_folder / (name + ".csr");
+    runToEnd({"/usr/bin/openssl", "req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+              "-subj", "/CN=" + name, "-addext", "subjectAltName=" + names, "-addext", "basicConstraints=CA:FALSE",
+              "-keyout", certificate.keyFile, "-out", request});
+    runToEnd({"/usr/bin/openssl", "x509", "-req", "-in", request, "-copy_extensions", "copyall", "-days",
+              std::to_string(days), "-CA", m_file, "-CAkey", m_folder / "authority.key", "-out", certificate.file});
     return certificate;
 }
 
@@ -201,6 +183,11 @@ void MosquittoBroker::setPassword(const std::string& user, const std::string& pa
 void MosquittoBroker::setAccessList(const std::string& lines) const
 {
     writeFile(pathOf("acl"), lines);
+}
+
+void MosquittoBroker::renewCertificate(int days) const
+{
+    m_options.authority->sign("broker", m_options.certificateNames, days);
 }
 
 BrokerSettings MosquittoBroker::getSettings() const

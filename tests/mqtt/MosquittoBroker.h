@@ -23,8 +23,10 @@ public:
         std::string file;
         std::string keyFile;
     };
-    // `names` as openssl has them: "DNS:localhost,IP:127.0.0.1".
-    Certificate sign(const std::string& name, const std::string& names = "DNS:localhost,IP:127.0.0.1") const;
+    // `names` as openssl has them: "DNS:localhost,IP:127.0.0.1". It is good for so many days; of
+    // a negative number it was. In place of an earlier one of the name.
+    Certificate sign(const std::string& name, const std::string& names = "DNS:localhost,IP:127.0.0.1",
+                     int days = 2) const;
 
 private:
     const TemporaryFolder m_folder;
@@ -64,6 +66,8 @@ public:
 
     void setPassword(const std::string& user, const std::string& password) const;
     void setAccessList(const std::string& lines) const;
+    // That of its authority, good for so many days, as sign has it.
+    void renewCertificate(int days) const;
 
     std::uint16_t getPort() const { return m_port; }
     // What a client needs, with its password in a file.

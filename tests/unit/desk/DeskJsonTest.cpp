@@ -57,10 +57,10 @@ TEST(DeskJson, textThatIsNotUtf8_isReplaced)
 
 TEST(DeskJson, whatIsWritten_isReadBack)
 {
-    const auto state = DeskJson::readHostState(DeskJson::write(HostState{true, UINT64_MAX, "r", "v"}));
+    const auto state = DeskJson::readHostState(DeskJson::write(HostState{true, 9007199254740991, "r", "v"}));
     ASSERT_TRUE(state);
     EXPECT_TRUE(state->isOnline);
-    EXPECT_EQ(state->epoch, UINT64_MAX);
+    EXPECT_EQ(state->epoch, 9007199254740991U);
     EXPECT_EQ(state->run, "r");
     EXPECT_EQ(state->version, "v");
     const auto claim = DeskJson::readHostClaim(DeskJson::write(HostClaim{"r", 5, true}));
@@ -120,6 +120,28 @@ TEST(DeskJson, timeOfAnotherLength_isNotRead)
     };
     EXPECT_TRUE(DeskJson::readPlaceState(stateOf(32)));
     EXPECT_FALSE(DeskJson::readPlaceState(stateOf(33)));
+}
+
+// Else nothing could come after it.
+TEST(DeskJson, epochBeyondWhatEveryJsonHas_isNotRead)
+{
+    const auto stateOf = [](const std::string& epoch) { return R"({"online":true,"epoch":)" + epoch + "}"; };
+    EXPECT_TRUE(DeskJson::readHostState(stateOf("9007199254740991")));
+    EXPECT_FALSE(DeskJson::readHostState(stateOf("9007199254740992")));
+    EXPECT_FALSE(DeskJson::readHostState(stateOf("18446744073709551615")));
+}
+
+// Of jobs, too.
+TEST(DeskJson, jobWithALongText_isNotRead)
+{
+    const auto jobOf = [](const std::string& name, std::size_t size) {
+        return R"({"state":"failed","bytesWritten":1,"totalBytes":2,")" + name + R"(":")" + std::string(size, 'x') +
+               "\"}";
+    };
+    for (const char* const name : {"since", "reason"}) {
+        EXPECT_TRUE(DeskJson::readJobState(jobOf(name, 256)));
+        EXPECT_FALSE(DeskJson::readJobState(jobOf(name, 257)));
+    }
 }
 
 TEST(DeskJson, hostClaim_isBefore_decidesBetweenAnyTwo)

@@ -744,6 +744,22 @@ TEST_F(PanelDeskTest, whatIsHeld_isBounded)
     EXPECT_EQ(m_line->getPictures().at(0).layers.size(), most + 1);
 }
 
+TEST_F(PanelDeskTest, smallPicturesThatAreHeld_areBoundedByTheirNumber)
+{
+    for (unsigned int i = 0; i < 4096; ++i)
+        draw(i % 2, "h" + std::to_string(i), "hold", 1);
+    EXPECT_TRUE(m_answers.empty());
+    draw(0, "more", "hold", 1);
+    EXPECT_EQ(answerTo("more"), "busy: too many pictures wait for this panel");
+    draw(2, "another LCD's", "", 1);
+    EXPECT_EQ(answerTo("another LCD's"), "none");
+    draw(0, "release", "", 1);
+    takeAll();
+    EXPECT_EQ(answerTo("release"), "taken");
+    draw(0, "later", "hold", 1);
+    EXPECT_EQ(answerTo("later"), "none");
+}
+
 TEST_F(PanelDeskTest, picturesFor256Lcds_wait)
 {
     for (unsigned int lcd = 0; lcd < 256; ++lcd)

@@ -191,6 +191,17 @@ class Recipes(unittest.TestCase):
         self.assertEqual(json.loads(listener.stdout.readline()), {'answer': 'taken', 'host': 'shop-17', 'place': '1-2'})
         self._expect(on_white((0, 0, PICTURE)), 1)
 
+    def clientOfMqtt311_isObeyed(self):
+        block, = blocks('MQTT 3.1.1, and home automation')
+        self._run(block)
+        self._expect(on_white((0, 0, PICTURE)))
+        listener = self._begin("mosquitto_sub -V 311 -t 'panel/1/shop-17/+/got/20' -F '%t %x' -C 1")
+        self._await_client('panel/1/shop-17/+/got/20')
+        self.host.panels.command('emit 1 type=20 hex=00ff')
+        self.assertEqual(listener.stdout.readline(), 'panel/1/shop-17/1-2/got/20 00ff\n')
+        self._run('mosquitto_pub -V 311 -q 1 -t panel/1/shop-17/1-1/do/send/5 -m old')
+        self.assertEqual(self._await_records(self.host, 0, 5, 1), [b'old'])
+
     def forward_handsRecordsOn(self):
         block, = blocks("From one host's panels to another's")
         other = self._add_host('shop-18', 2)

@@ -107,7 +107,8 @@ class FleetDemo(unittest.TestCase):
     def missingProgram_isNamed(self):
         empty = self.tree / 'scratch'
         result = subprocess.run([sys.executable, ROOT / 'demo/fleet/ShowFleet', '/nowhere', self.tree / 'pictures'],
-                                env={**self.environment, 'PATH': str(empty)}, capture_output=True, text=True, check=False)
+                                env={**self.environment, 'PATH': str(empty)}, capture_output=True, text=True,
+                                check=False)
         self.assertEqual(result.returncode, 1)
         self.assertEqual(result.stderr, 'run-demo: there is no mosquitto_pub; scripts/install-dependencies installs '
                                         'all that this needs\n')

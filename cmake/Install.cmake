@@ -69,12 +69,30 @@ install(FILES ${morvaneOwnPanelRules}
   DESTINATION lib/udev/rules.d COMPONENT runtime)
 
 if(MORVANE_TOOLS)
+  set(morvanePrograms MorvanePanelctl MorvanePanelsim)
+  if(MORVANE_MQTT)
+    list(APPEND morvanePrograms MorvanePanel2mqtt MorvanePanelfleet)
+  endif()
   # Found from any prefix; the system's own needs no help.
   if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     morvane_below_prefix(morvaneRunPath "$ORIGIN/.." ${CMAKE_INSTALL_LIBDIR})
-    set_target_properties(MorvanePanelctl MorvanePanelsim PROPERTIES INSTALL_RPATH "${morvaneRunPath}")
+    set_target_properties(${morvanePrograms} PROPERTIES INSTALL_RPATH "${morvaneRunPath}")
   endif()
-  install(TARGETS MorvanePanelctl MorvanePanelsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(TARGETS ${morvanePrograms} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  if(MORVANE_MQTT)
+    # systemd looks below /usr/local, too.
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/panel2mqtt/panel2mqtt.service.in
+      ${PROJECT_BINARY_DIR}/packaging/panel2mqtt.service @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/packaging/panel2mqtt.service
+      DESTINATION lib/systemd/system COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/panel2mqtt/panel2mqtt.sysusers
+      RENAME panel2mqtt.conf DESTINATION lib/sysusers.d COMPONENT tools)
+    install(FILES
+      ${PROJECT_SOURCE_DIR}/packaging/panel2mqtt/mosquitto.acl
+      ${PROJECT_SOURCE_DIR}/packaging/panel2mqtt/mosquitto.conf
+      ${PROJECT_SOURCE_DIR}/packaging/panel2mqtt/panel2mqtt.toml
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/panel2mqtt COMPONENT tools)
+  endif()
 
   # Wireshark looks nowhere under /usr/local: from there it goes to /usr.
   configure_file(${PROJECT_SOURCE_DIR}/packaging/wireshark/morvane.lua

@@ -111,7 +111,7 @@ Gateway::Gateway(const Settings& settings, const GatewayLog& log)
                                       : PanelRoster::writeStatistics(*m_manager, m_settings.host, place, counts);
              }),
       m_roster(*m_manager, m_desk, [this](const std::string& text) { m_log.say(Level::Info, text); }),
-      m_link(settings.broker, settings.host, *this)
+      m_link(settings.broker, "panel2mqtt-" + settings.host, *this)
 {}
 
 Gateway::~Gateway()
@@ -337,10 +337,20 @@ void Gateway::feedWatchdog()
     const std::uint64_t linkPasses = m_link.getCounts().passes;
     if (now < m_nextFeed || passes == m_seenPasses || linkPasses == m_seenLinkPasses)
         return;
-    ServiceManager::notify("WATCHDOG=1\nSTATUS=" + std::to_string(m_roster.getPanels()) + " panels");
+    ServiceManager::notify("WATCHDOG=1\nSTATUS=" + describeState());
     m_seenPasses = passes;
     m_seenLinkPasses = linkPasses;
     m_nextFeed = now + std::chrono::seconds(1);
+}
+
+// For whoever asks the service manager.
+std::string Gateway::describeState() const
+{
+    if (m_isYielding)
+        return "another gateway serves " + topicOf("");
+    if (!m_lastReason.empty())
+        return "no connection with the broker: " + m_lastReason;
+    return std::to_string(m_roster.getPanels()) + " panels";
 }
 
 int Gateway::timeToNextDue()

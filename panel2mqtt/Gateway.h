@@ -53,6 +53,7 @@ private:
     void follow(HostPresence::Stage before);
     void feedWatchdog();
     void tellReady();
+    std::string describeState() const;
     int timeToNextDue();
     std::string topicOf(const char* rest) const;
     std::string writeStatistics() const;

@@ -4,8 +4,8 @@
 
 namespace Vantor {
 
-// What the gateway says of itself: on standard error, a line each; with the priority that the
-// journal understands, or as JSON.
+// What the gateway says of itself: on standard error, a line each, or as JSON; where that is
+// the journal, with the priority that it understands in front.
 //
 // Threads: any; may be a log sink of the library's.
 class GatewayLog {

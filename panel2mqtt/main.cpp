@@ -1,8 +1,9 @@
 #include "libMorvaneHostUsb/Log.h"
-#include "libMorvaneHostUsb/Version.h"
 #include "panel2mqtt/Gateway.h"
+#include "panel2mqtt/GatewayArguments.h"
 #include "panel2mqtt/GatewayLog.h"
 #include "panel2mqtt/broker/Loopback.h"
+#include "panel2mqtt/settings/BrokerAddress.h"
 #include "panel2mqtt/settings/SettingsCheck.h"
 #include "panel2mqtt/settings/SettingsFile.h"
 
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 
 #include <CLI/CLI.hpp>
 #include <libusb-1.0/libusb.h>
@@ -20,15 +22,6 @@
 using namespace Vantor;
 
 namespace {
-
-constexpr const char* defaultFile = "/etc/panel2mqtt/panel2mqtt.toml";
-
-struct Options {
-    std::string file;
-    std::string host;
-    std::string broker; // ADDRESS[:PORT]
-    bool isJson = false;
-};
 
 // SIGTERM and SIGINT can be read there; in no thread that is begun later do they do anything else.
 int makeSignalDescriptor()
@@ -41,31 +34,11 @@ int makeSignalDescriptor()
     return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-// Port 0 when there is none in it. An IPv6 address has brackets where a port follows.
-void setBroker(BrokerSettings& settings, const std::string& text)
-{
-    const auto colon = text.rfind(':');
-    const bool isIpv6 = text.find(':') != colon && text.back() != ']' && text.front() != '[';
-    const bool hasPort = colon != std::string::npos && !isIpv6 && text.back() != ']';
-    settings.address = hasPort ? text.substr(0, colon) : text;
-    if (settings.address.size() > 2 && settings.address.front() == '[')
-        settings.address = settings.address.substr(1, settings.address.size() - 2);
-    if (!hasPort)
-        return;
-    const std::string port = text.substr(colon + 1);
-    const bool isNumber =
-        !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
-    const int number = isNumber ? std::stoi(port) : 0;
-    if (number < 1 || number > 65535)
-        throw CLI::ValidationError("--broker", "'" + port + "' is no port: expected 1 to 65535");
-    settings.port = static_cast<std::uint16_t>(number);
-}
-
 // Nothing, when something is wrong, which has been told.
-std::optional<Settings> readSettings(const Options& options)
+std::optional<Settings> readSettings(const GatewayArguments& arguments)
 {
-    const bool isNamed = !options.file.empty();
-    const std::string file = isNamed ? options.file : defaultFile;
+    const bool isNamed = !arguments.file.empty();
+    const std::string file = isNamed ? arguments.file : GatewayArguments::defaultFile;
     const auto surroundings = SettingsFile::Surroundings::ofProcess();
     const bool hasFile = isNamed || std::filesystem::exists(file);
     auto read = hasFile ? SettingsFile::read(file, surroundings) : SettingsFile::parse("", "nothing", surroundings);
@@ -75,10 +48,10 @@ std::optional<Settings> readSettings(const Options& options)
         return std::nullopt;
     }
     auto settings = std::get<Settings>(std::move(read));
-    if (!options.host.empty())
-        settings.host = options.host;
-    if (!options.broker.empty())
-        setBroker(settings.broker, options.broker);
+    if (!arguments.host.empty())
+        settings.host = arguments.host;
+    if (!arguments.broker.empty())
+        setBrokerAddress(settings.broker, arguments.broker);
     if (!SettingsFile::isHostName(settings.host))
         throw CLI::ValidationError("--host", "'" + settings.host +
                                                  "' can't be in topics: expected letters, digits, "
@@ -89,13 +62,13 @@ std::optional<Settings> readSettings(const Options& options)
     return settings;
 }
 
-int serve(const Options& options)
+int serve(const GatewayArguments& arguments)
 {
     const int signals = makeSignalDescriptor();
-    const auto settings = readSettings(options);
+    const auto settings = readSettings(arguments);
     if (!settings)
         return 2;
-    const GatewayLog log(options.isJson);
+    const GatewayLog log(arguments.isJson);
     if (libusb_init(nullptr) != 0) { // the library would go on, and crash
         log.say(GatewayLog::Level::Error, "libusb does not start");
         return 1;
@@ -112,9 +85,9 @@ int serve(const Options& options)
     return 0;
 }
 
-int check(const Options& options)
+int check(const GatewayArguments& arguments)
 {
-    const auto settings = readSettings(options);
+    const auto settings = readSettings(arguments);
     if (!settings)
         return 1;
     const auto findings = SettingsCheck::run(*settings);
@@ -127,27 +100,10 @@ int check(const Options& options)
 
 int dispatch(int argc, char** argv)
 {
-    CLI::App app("Serves this host's panels over MQTT 5.", "panel2mqtt");
-    app.set_version_flag("--version", "panel2mqtt " MORVANE_VERSION_STRING);
-    app.require_subcommand(1);
-    Options options;
-    CLI::App& run = *app.add_subcommand("run", "Serves until SIGTERM or SIGINT.");
-    CLI::App& checking = *app.add_subcommand("check", "Says what is wrong with the configuration.");
-    for (CLI::App* const command : {&run, &checking}) {
-        command
-            ->add_option("--config", options.file,
-                         std::string("The configuration; by default ") + defaultFile + ", if it exists.")
-            ->option_text("FILE");
-        command->add_option("--host", options.host, "This host's name in topics.")->option_text("NAME");
-        command->add_option("--broker", options.broker, "Where the broker is.")->option_text("ADDRESS[:PORT]");
-    }
-    run.add_flag("--json", options.isJson, "Logs JSON, an object a line.");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
-    return run.parsed() ? serve(options) : check(options);
+    const GatewayArguments arguments = parseGatewayArguments(argc, argv);
+    if (!arguments.command)
+        return arguments.exitCode;
+    return *arguments.command == GatewayArguments::Command::Run ? serve(arguments) : check(arguments);
 }
 
 } // namespace
@@ -158,6 +114,9 @@ int main(int argc, char** argv)
         return dispatch(argc, argv);
     } catch (const CLI::ValidationError& error) {
         std::cerr << "panel2mqtt: " << error.what() << '\n';
+        return 2;
+    } catch (const std::invalid_argument& error) {
+        std::cerr << "panel2mqtt: --broker: " << error.what() << '\n';
         return 2;
     } catch (const std::exception& error) {
         std::cerr << "panel2mqtt: " << error.what() << '\n';

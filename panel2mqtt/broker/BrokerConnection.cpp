@@ -153,25 +153,33 @@ void BrokerConnection::onAnswered(int reasonCode, std::uint32_t largestPacket)
     m_largestPacket = largestPacket;
     m_stage = Stage::Subscribing;
     m_owner.onAccepted();
-    subscribe();
+    subscribe(m_subscriptions);
 }
 
-void BrokerConnection::subscribe()
+void BrokerConnection::subscribe(const std::vector<BrokerLink::Subscription>& subscriptions)
 {
-    for (const BrokerLink::Subscription& subscription : m_subscriptions) {
+    for (const BrokerLink::Subscription& subscription : subscriptions) {
         int id = 0;
         if (m_client.subscribe(subscription, id) == MOSQ_ERR_SUCCESS)
             m_unanswered.emplace(id, subscription.filter);
         else
-            m_refused.push_back(subscription.filter);
+            refuse(subscription.filter, MQTT_RC_UNSPECIFIED);
     }
+}
+
+void BrokerConnection::refuse(const std::string& filter, int reasonCode)
+{
+    if (isUp())
+        m_owner.onNotSubscribed(filter, reasonCode);
+    else
+        m_refused.push_back(filter);
 }
 
 void BrokerConnection::onSubscribed(int id, int reasonCode)
 {
     const auto filter = m_unanswered.extract(id);
     if (!filter.empty() && reasonCode >= MQTT_RC_UNSPECIFIED)
-        m_refused.push_back(filter.mapped());
+        refuse(filter.mapped(), reasonCode);
 }
 
 void BrokerConnection::onPublished(int id, int reasonCode)

@@ -32,6 +32,8 @@ public:
         virtual void onReceived(Message message) = 0;
         // 0, or why the broker, or MQTT, doesn't take it.
         virtual void onCompleted(const Item& item, int reasonCode) = 0;
+        // Of those that were asked for when it was up.
+        virtual void onNotSubscribed(const std::string& filter, int reasonCode) = 0;
 
     protected:
         ~Owner() = default;
@@ -64,6 +66,7 @@ public:
     bool hasRoomFor(std::size_t size) const { return isUp() && m_window.hasRoomFor(size); }
     bool hasUnconfirmed() const { return !m_window.isEmpty(); }
     void publish(Item item);
+    void subscribe(const std::vector<BrokerLink::Subscription>& subscriptions);
     std::vector<Item> takeUnconfirmed() { return m_window.takeAll(); }
 
     // Orderly, without the will.
@@ -79,7 +82,7 @@ private:
     void onEnded(int code) override;
 
     void checkReached(short events);
-    void subscribe();
+    void refuse(const std::string& filter, int reasonCode);
     void checkSubscribed(Clock::time_point now);
     void check(int code);
     void finish(const std::string& reason);

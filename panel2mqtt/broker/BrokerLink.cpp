@@ -22,6 +22,11 @@ void BrokerLink::publish(Kind kind, Message message)
     m_worker->publish(kind, std::move(message));
 }
 
+void BrokerLink::subscribe(std::vector<Subscription> subscriptions)
+{
+    m_worker->subscribe(std::move(subscriptions));
+}
+
 void BrokerLink::reconnectIn(double seconds)
 {
     m_worker->reconnectIn(seconds);

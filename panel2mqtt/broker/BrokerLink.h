@@ -69,7 +69,7 @@ public:
         std::uint64_t passes = 0; // of its thread's loop: once a second at the least while it moves
     };
 
-    // `name` is in the client id and in the thread's messages.
+    // The client id begins with `name`.
     BrokerLink(BrokerSettings settings, std::string name, Listener& listener, const BrokerPace& pace = {});
     ~BrokerLink();
     BrokerLink(const BrokerLink&) = delete;
@@ -80,6 +80,10 @@ public:
     // Never blocks: what there is no room for is dropped and counted. Of what waits when a
     // connection is lost, states are published with the next one, the rest is dropped.
     void publish(Kind kind, Message message);
+
+    // With the present connection, and forgotten with it; nothing without one. What is
+    // published afterwards goes out behind it. A refusal is told as that of a message is.
+    void subscribe(std::vector<Subscription> subscriptions);
 
     // Ends the present connection orderly, without the will, and makes the next one after
     // `seconds`. The listener is told of that end, too.

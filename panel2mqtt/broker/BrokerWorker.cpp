@@ -82,6 +82,18 @@ void BrokerLink::Worker::publish(Kind kind, Message message)
         m_wakeUp->ring();
 }
 
+void BrokerLink::Worker::subscribe(std::vector<Subscription> subscriptions)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_isAccepting)
+            return;
+        for (Subscription& subscription : subscriptions)
+            m_subscriptions.push_back(std::move(subscription));
+    }
+    m_wakeUp->ring();
+}
+
 void BrokerLink::Worker::reconnectIn(double seconds)
 {
     {
@@ -135,14 +147,23 @@ void BrokerLink::Worker::onCompleted(const Item& item, int reasonCode)
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++(reasonCode == 0 ? m_counts.published : m_counts.refused);
     }
-    if (reasonCode == 0)
-        return;
+    if (reasonCode != 0)
+        reportRefusal(item.message.topic, reasonCode);
+}
+
+void BrokerLink::Worker::onNotSubscribed(const std::string& filter, int reasonCode)
+{
+    reportRefusal(filter, reasonCode);
+}
+
+void BrokerLink::Worker::reportRefusal(const std::string& topic, int reasonCode)
+{
     const Clock::time_point now = Clock::now();
     const auto [reported, isNew] = m_reported.try_emplace(reasonCode, now);
     if (!isNew && now - reported->second < m_pace.refusalInterval)
         return;
     reported->second = now;
-    m_listener.onRefused(item.message.topic, describeRefusedMessage(reasonCode));
+    m_listener.onRefused(topic, describeRefusedMessage(reasonCode));
 }
 
 void BrokerLink::Worker::run()
@@ -248,6 +269,14 @@ void BrokerLink::Worker::tend(Clock::time_point now)
 
 void BrokerLink::Worker::pump()
 {
+    if (m_connection->isUp()) {
+        std::vector<Subscription> subscriptions;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            subscriptions.swap(m_subscriptions);
+        }
+        m_connection->subscribe(subscriptions);
+    }
     while (std::optional<Item> item = takeNext())
         m_connection->publish(std::move(*item));
 }
@@ -275,6 +304,7 @@ void BrokerLink::Worker::retrieveUnconfirmed()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_isAccepting = false;
+    m_subscriptions.clear();
     OutgoingQueue::Dropped dropped = m_queue.dropAllButStates();
     for (Item& item : m_connection->takeUnconfirmed()) {
         if (item.kind == Kind::State)
@@ -354,8 +384,7 @@ std::string BrokerLink::Worker::makeClientId() const
     std::random_device device;
     char chance[17] = {};
     std::snprintf(chance, sizeof chance, "%08x%04x", device(), device() & 0xFFFFU);
-    const std::string prefix = "panel2mqtt-";
-    return prefix + m_name.substr(0, maxClientId - prefix.size() - 13) + "-" + chance;
+    return m_name.substr(0, maxClientId - 13) + "-" + chance;
 }
 
 std::uint16_t BrokerLink::Worker::getPort() const

@@ -33,6 +33,7 @@ public:
 
     void start();
     void publish(Kind kind, Message message);
+    void subscribe(std::vector<Subscription> subscriptions);
     void reconnectIn(double seconds);
     void stop();
     Counts getCounts() const;
@@ -45,6 +46,7 @@ private:
     void onUp(const std::vector<std::string>& refused) override;
     void onReceived(Message message) override;
     void onCompleted(const Item& item, int reasonCode) override;
+    void onNotSubscribed(const std::string& filter, int reasonCode) override;
 
     void run();
     void step(Clock::time_point now);
@@ -54,6 +56,7 @@ private:
     void tryNextAddress(Clock::time_point now);
     void tend(Clock::time_point now);
     void pump();
+    void reportRefusal(const std::string& topic, int reasonCode);
     std::optional<Item> takeNext();
     void conclude(Clock::time_point now);
     void retrieveUnconfirmed();
@@ -87,6 +90,7 @@ private:
     Counts m_counts MORVANE_GUARDED_BY(m_mutex);
     bool m_isAccepting MORVANE_GUARDED_BY(m_mutex) = false;
     std::optional<double> m_reconnectIn MORVANE_GUARDED_BY(m_mutex);
+    std::vector<Subscription> m_subscriptions MORVANE_GUARDED_BY(m_mutex); // still to be asked for
 
     std::thread m_thread;
 };

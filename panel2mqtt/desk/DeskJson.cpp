@@ -145,4 +145,26 @@ std::optional<JobState> readJobState(const std::string& text)
                     find<std::string>(json, "since").value_or(""), find<std::string>(json, "reason").value_or("")};
 }
 
+std::optional<PanelInfo> readPanelInfo(const std::string& text)
+{
+    const Json json = parseObject(text);
+    const auto description = find<std::string>(json, "description");
+    const auto maxPacketSize = find<std::uint64_t>(json, "maxPacketSize");
+    const auto payloadLimit = find<std::uint64_t>(json, "payloadLimit");
+    if (!description || !maxPacketSize || !payloadLimit || *maxPacketSize > UINT32_MAX || *payloadLimit > UINT32_MAX)
+        return std::nullopt;
+    return PanelInfo{*description, static_cast<unsigned int>(*maxPacketSize), static_cast<unsigned int>(*payloadLimit)};
+}
+
+std::optional<Answer> readAnswer(const std::string& text)
+{
+    const Json json = parseObject(text);
+    const auto answer = find<std::string>(json, "answer");
+    for (int word = 0; answer && word <= static_cast<int>(Answer::Word::Unknown); ++word) {
+        if (*answer == nameOf(static_cast<Answer::Word>(word)))
+            return Answer{static_cast<Answer::Word>(word), find<std::string>(json, "reason").value_or("")};
+    }
+    return std::nullopt;
+}
+
 } // namespace Vantor::DeskJson

@@ -74,6 +74,8 @@ std::optional<HostState> readHostState(const std::string& text);
 std::optional<HostClaim> readHostClaim(const std::string& text);
 std::optional<PlaceState> readPlaceState(const std::string& text);
 std::optional<JobState> readJobState(const std::string& text);
+std::optional<PanelInfo> readPanelInfo(const std::string& text);
+std::optional<Answer> readAnswer(const std::string& text);
 
 } // namespace DeskJson
 

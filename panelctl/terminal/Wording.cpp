@@ -9,8 +9,6 @@ namespace Vantor {
 
 namespace {
 
-constexpr int longestQuote = 80;
-
 // Bytes of the printable character at `position`; 0 for a control character, also one of
 // those above 0x7F, and for what is not UTF-8.
 std::size_t measureCharacter(const std::string& text, std::size_t position)
@@ -106,11 +104,11 @@ std::string quote(const std::string& text)
     return "'" + makePrintable(text) + "'";
 }
 
-std::string makePrintable(const std::string& text)
+std::string makePrintable(const std::string& text, int longest)
 {
     std::string printable;
     std::size_t position = 0;
-    for (int characters = 0; position < text.size() && characters < longestQuote; ++characters) {
+    for (int characters = 0; position < text.size() && characters < longest; ++characters) {
         const std::size_t size = measureCharacter(text, position);
         printable += size != 0 ? text.substr(position, size) : "?";
         position += size != 0 ? size : 1;

@@ -36,7 +36,7 @@ std::string toLower(std::string text);
 // the rest, a '?' for each byte of what no terminal should get or is not UTF-8.
 std::string quote(const std::string& text);
 
-// The same without quotes.
-std::string makePrintable(const std::string& text);
+// The same without quotes, of another length where that is wanted.
+std::string makePrintable(const std::string& text, int longest = 80);
 
 } // namespace Vantor

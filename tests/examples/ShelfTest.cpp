@@ -1,4 +1,5 @@
 // The example as a service: what the panels receive, and what the service manager is told.
+#include "tests/support/NotifySocket.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
@@ -8,17 +9,11 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <mutex>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace Vantor {
 
@@ -30,63 +25,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using Lines = std::vector<std::string>;
-
-// What systemd is to a service that it starts: the other end of $NOTIFY_SOCKET.
-class ServiceManager {
-public:
-    ServiceManager() : m_path(m_folder / "notify"), m_socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, m_path.c_str(), sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        setenv("NOTIFY_SOCKET", m_path.c_str(), 1);
-        m_thread = std::thread([this] { listen(); });
-    }
-
-    ~ServiceManager()
-    {
-        unsetenv("NOTIFY_SOCKET");
-        shutdown(m_socket, SHUT_RDWR);
-        m_thread.join();
-        close(m_socket);
-    }
-
-    ServiceManager(const ServiceManager&) = delete;
-    ServiceManager& operator=(const ServiceManager&) = delete;
-
-    void awaitNews(const std::string& news, std::ptrdiff_t times = 1)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (Lines all = getNews(); std::count(all.begin(), all.end(), news) < times; all = getNews()) {
-            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "not told " << news;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-
-    Lines getNews()
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_news;
-    }
-
-private:
-    void listen()
-    {
-        char news[4096];
-        for (ssize_t size = 0; (size = recv(m_socket, news, sizeof news, 0)) > 0;) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_news.emplace_back(news, static_cast<std::size_t>(size));
-        }
-    }
-
-    const TemporaryFolder m_folder;
-    const std::string m_path;
-    const int m_socket;
-    std::mutex m_mutex;
-    Lines m_news;
-    std::thread m_thread;
-};
 
 // Shelf on a simulated bus, and what the bus has seen of it.
 class ShelfRun {
@@ -192,7 +130,7 @@ const Lines allOff{"00 00", "01 00", "02 00", "03 00", "04 00", "05 00", "06 00"
 
 TEST(Shelf, serviceManager_isToldHowItGoes)
 {
-    ServiceManager manager;
+    NotifySocket manager;
     ShelfRun run;
     run.awaitRecords("0", "5", allOff.size());
     run.tell("unplug 0");
@@ -206,7 +144,7 @@ TEST(Shelf, serviceManager_isToldHowItGoes)
 
 TEST(Shelf, noPanel_isReadyAllTheSame)
 {
-    ServiceManager manager;
+    NotifySocket manager;
     ShelfRun run({"--panels", "0"});
     run.awaitErrors("Libusb version");
     manager.awaitNews("WATCHDOG=1");
@@ -217,7 +155,7 @@ TEST(Shelf, noPanel_isReadyAllTheSame)
 // Not at each of the 3,000 events.
 TEST(Shelf, watchdog_isFedOnceASecond)
 {
-    ServiceManager manager;
+    NotifySocket manager;
     const auto begin = std::chrono::steady_clock::now();
     ShelfRun run({"--at", "0", "emit type=200 size=1 count=3000 every=1"});
     manager.awaitNews("WATCHDOG=1", 4);

@@ -31,7 +31,7 @@ TEST(BrokerLink, broker_isConnectedToAndTold)
     EXPECT_THAT(quick.listener.get().connected[0], IsEmpty());
     EXPECT_THAT(quick.listener.get().disconnected, IsEmpty());
     EXPECT_EQ(quick.link.getCounts().connections, 1U);
-    EXPECT_THAT(broker.readLog(), HasSubstr(" as panel2mqtt-host-"));
+    EXPECT_THAT(broker.readLog(), HasSubstr(" as host-"));
 }
 
 TEST(BrokerLink, brokerByName_isConnectedToAtTheAddressThatAnswers)

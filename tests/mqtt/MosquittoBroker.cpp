@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <regex>
 #include <stdexcept>
 #include <thread>
 
@@ -130,6 +131,11 @@ MosquittoBroker::~MosquittoBroker()
 
 void MosquittoBroker::configure()
 {
+    if (!m_options.whole.empty()) {
+        writeFile(pathOf("mosquitto.conf"),
+                  std::regex_replace(m_options.whole, std::regex("PORT"), std::to_string(m_port)));
+        return;
+    }
     std::string text = "listener " + std::to_string(m_port) + " 127.0.0.1\nset_tcp_nodelay true\nlog_dest stderr\n";
     text += m_options.user.empty() ? "allow_anonymous true\n"
                                    : "allow_anonymous false\npassword_file " + pathOf("passwords") + "\n";

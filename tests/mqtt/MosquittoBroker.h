@@ -46,6 +46,7 @@ public:
         std::string certificateNames = "DNS:localhost,IP:127.0.0.1";
         bool wantsCertificates = false; // of clients, too
         std::string further;            // lines of its configuration
+        std::string whole;              // its configuration in place of all this, PORT for its port
     };
 
     MosquittoBroker() : MosquittoBroker(Options()) {}

@@ -64,6 +64,7 @@ class FleetDemo(unittest.TestCase):
         self.assertRegex(output, '\n      8 shop-1\n      8 shop-2\n      8 shop-3\n')
         self.assertEqual(output.count('   24 of 24 panels show it, '), 2, output)
         self.assertIn('{"answer":"taken","host":"shop-2","place":"1-4"}\n', output)
+        self.assertIn('\n   24 of 24 panels have verified the image in their flash memory.\n', output)
         self.assertIn('\n   0 of 8 panels show the picture.\n', output)
         self.assertRegex(output, r'\nAfter [0-9]+ s 24 of 24 panels show the picture that was wished last\.\n'
                                  r'What they show is in build/fleet; fleet\.png has all of them\.\n$')
@@ -107,7 +108,8 @@ class FleetDemo(unittest.TestCase):
     def missingProgram_isNamed(self):
         empty = self.tree / 'scratch'
         result = subprocess.run([sys.executable, ROOT / 'demo/fleet/ShowFleet', '/nowhere', self.tree / 'pictures'],
-                                env={**self.environment, 'PATH': str(empty)}, capture_output=True, text=True, check=False)
+                                env={**self.environment, 'PATH': str(empty)}, capture_output=True, text=True,
+                                check=False)
         self.assertEqual(result.returncode, 1)
         self.assertEqual(result.stderr, 'run-demo: there is no mosquitto_pub; scripts/install-dependencies installs '
                                         'all that this needs\n')

@@ -79,8 +79,8 @@ class Recipes(unittest.TestCase):
         return wait_until(condition, what, 30)
 
     def _retained(self, topic):
-        return subprocess.run(['mosquitto_sub', '-V', '5', '-p', str(self.broker.port), '-W', '1', '-C', '1', '-t', topic],
-                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False).stdout
+        command = ['mosquitto_sub', '-V', '5', '-p', str(self.broker.port), '-W', '1', '-C', '1', '-t', topic]
+        return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False).stdout
 
     def _suit(self, command):
         """With the port of this broker, and the Python that has what is needed."""
@@ -123,7 +123,7 @@ class Recipes(unittest.TestCase):
         first, second = held.replace('\\\n', '').splitlines()
         self._run(first)
         # Behind it on the same way to the same panel, and answered.
-        self._run('mosquitto_rr -V 5 -W 9 -t panel/1/shop-17/1-1/do/send/5 -e panel/1/shop-17/answer/t -m x')
+        self._run('mosquitto_rr -V 5 -W 20 -t panel/1/shop-17/1-1/do/send/5 -e panel/1/shop-17/answer/t -m x')
         self.assertEqual(self.host.picture(0), [])
         self._run(second)
         self._expect(on_white((0, 0, PICTURE), (0, 40, PICTURE)))
@@ -173,7 +173,8 @@ class Recipes(unittest.TestCase):
         said = self._run(f'{block}\nwait || [ $? -eq 27 ]')
         answers = sorted((answer['host'], answer['place'], answer['answer'])
                          for answer in map(json.loads, filter(lambda line: line.startswith('{'), said.splitlines())))
-        self.assertEqual(answers, [('shop-17', '1-1', 'taken'), ('shop-17', '1-2', 'taken'), ('shop-18', '1-1', 'taken')])
+        self.assertEqual(answers, [('shop-17', '1-1', 'taken'), ('shop-17', '1-2', 'taken'),
+                                   ('shop-18', '1-1', 'taken')])
         for panel in (0, 1):
             self._expect(on_white((0, 0, PICTURE)), panel)
             self.assertEqual(self.host.received(panel, 5), [b'hello'])
@@ -185,11 +186,23 @@ class Recipes(unittest.TestCase):
         self._await_client('panel/1/+/answer/sign')
         self._run(wish)
         answers = [json.loads(listener.stdout.readline()) for _ in range(2)]
-        self.assertEqual(sorted((answer['place'], answer['answer']) for answer in answers), [('1-1', 'taken'), ('1-2', 'taken')])
+        self.assertEqual(sorted((answer['place'], answer['answer']) for answer in answers),
+                         [('1-1', 'taken'), ('1-2', 'taken')])
         for line in ('unplug 1', 'plug 1'):
             self.host.panels.command(line)
         self.assertEqual(json.loads(listener.stdout.readline()), {'answer': 'taken', 'host': 'shop-17', 'place': '1-2'})
         self._expect(on_white((0, 0, PICTURE)), 1)
+
+    def clientOfMqtt311_isObeyed(self):
+        block, = blocks('MQTT 3.1.1, and home automation')
+        self._run(block)
+        self._expect(on_white((0, 0, PICTURE)))
+        listener = self._begin("mosquitto_sub -V 311 -t 'panel/1/shop-17/+/got/20' -F '%t %x' -C 1")
+        self._await_client('panel/1/shop-17/+/got/20')
+        self.host.panels.command('emit 1 type=20 hex=00ff')
+        self.assertEqual(listener.stdout.readline(), 'panel/1/shop-17/1-2/got/20 00ff\n')
+        self._run('mosquitto_pub -V 311 -q 1 -t panel/1/shop-17/1-1/do/send/5 -m old')
+        self.assertEqual(self._await_records(self.host, 0, 5, 1), [b'old'])
 
     def forward_handsRecordsOn(self):
         block, = blocks("From one host's panels to another's")
@@ -232,7 +245,8 @@ class Recipes(unittest.TestCase):
             self.assertEqual(listener.stdout.readline(), 'listening\n')
         for count, line in enumerate(('emit 0 type=20 hex=03', 'emit 1 type=20 hex=03', 'emit 0 type=20 hex=03'), 1):
             self.host.panels.command(line)
-            self._await(lambda: sum(len(self.host.received(panel, 7)) for panel in (0, 1)) == count, 'the lamp is switched')
+            self._await(lambda: sum(len(self.host.received(panel, 7)) for panel in (0, 1)) == count,
+                        'the lamp is switched')
         self.assertEqual(self.host.received(0, 7), [b'on', b'off'])
         self.assertEqual(self.host.received(1, 7), [b'on'])
         self.host.panels.command('emit 1 type=21 hex=0102')

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Forward FROM TYPE TO: what the panels of host FROM send under a type, all panels of host TO are sent.
+# Forward.sh FROM TYPE TO: what the panels of host FROM send under a type, all panels of host TO are sent.
 # Who has options for the broker puts them into ~/.config/mosquitto_sub and ~/.config/mosquitto_pub.
 # In order, at most once: what comes while the broker or this is away is lost, and no answer is waited for.
 set -eu

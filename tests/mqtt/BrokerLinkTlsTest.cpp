@@ -76,7 +76,9 @@ TEST(BrokerLinkTls, authorityThatTheSystemDoesNotKnow_isTold)
     const MosquittoBroker broker(secureOptions());
     BrokerSettings settings = broker.getSettings();
     settings.authorityFile.clear();
-    QuickLink quick(settings);
+    BrokerPace pace = QuickLink::getPace();
+    pace.connectTime = std::chrono::seconds(10); // to read all authorities
+    QuickLink quick(settings, {}, pace);
     ASSERT_TRUE(quick.listener.awaitReasons(1));
     EXPECT_EQ(quick.listener.get().disconnected[0],
               "the broker's certificate is not of an authority that this system knows");

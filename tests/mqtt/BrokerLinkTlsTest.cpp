@@ -30,10 +30,26 @@ MosquittoBroker::Options secureOptions()
     return options;
 }
 
+// For TLS, which takes its time where all authorities are read, and under a sanitizer.
+class PatientLink : public QuickLink {
+public:
+    explicit PatientLink(const BrokerSettings& settings, std::vector<BrokerLink::Subscription> subscriptions = {})
+        : QuickLink(settings, std::move(subscriptions), getPatientPace())
+    {}
+
+private:
+    static BrokerPace getPatientPace()
+    {
+        BrokerPace pace = getPace();
+        pace.connectTime = std::chrono::seconds(10);
+        return pace;
+    }
+};
+
 TEST(BrokerLinkTls, broker_isSpokenTo)
 {
     const MosquittoBroker broker(secureOptions());
-    QuickLink quick(broker.getSettings(), {{"echo", 1, false, false}});
+    PatientLink quick(broker.getSettings(), {{"echo", 1, false, false}});
     ASSERT_TRUE(quick.listener.awaitConnections(1)) << testing::PrintToString(quick.listener.get().disconnected);
     // More than one record of TLS, and than a socket takes at once.
     quick.publish(Kind::Answer, "echo", std::string(5000000, 'x'));
@@ -48,7 +64,7 @@ TEST(BrokerLinkTls, stop_leavesNoWill)
     const MosquittoBroker broker(secureOptions());
     MqttPeer peer(broker.getSettings());
     peer.subscribe("#");
-    QuickLink quick(broker.getSettings());
+    PatientLink quick(broker.getSettings());
     ASSERT_TRUE(quick.listener.awaitConnections(1));
     quick.publish(Kind::State, "last", "x");
     quick.link.stop();
@@ -63,7 +79,7 @@ TEST(BrokerLinkTls, wrongAuthority_isToldAndTakenWhenMended)
     const TemporaryFile file(contentOf(other.getFile()));
     BrokerSettings settings = broker.getSettings();
     settings.authorityFile = file.getPath();
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     ASSERT_TRUE(quick.listener.awaitReasons(2));
     EXPECT_EQ(quick.listener.get().disconnected[0],
               "the broker's certificate is not of an authority in " + file.getPath());
@@ -76,7 +92,7 @@ TEST(BrokerLinkTls, authorityThatTheSystemDoesNotKnow_isTold)
     const MosquittoBroker broker(secureOptions());
     BrokerSettings settings = broker.getSettings();
     settings.authorityFile.clear();
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     ASSERT_TRUE(quick.listener.awaitReasons(1));
     EXPECT_EQ(quick.listener.get().disconnected[0],
               "the broker's certificate is not of an authority that this system knows");
@@ -88,9 +104,9 @@ TEST(BrokerLinkTls, certificateForAnotherName_isRefused)
     options.certificateNames = "DNS:elsewhere.example";
     const MosquittoBroker broker(options);
     BrokerSettings settings = broker.getSettings();
-    QuickLink byNumber(settings);
+    PatientLink byNumber(settings);
     settings.address = "localhost";
-    QuickLink byName(settings);
+    PatientLink byName(settings);
     ASSERT_TRUE(byNumber.listener.awaitReasons(1));
     EXPECT_EQ(byNumber.listener.get().disconnected[0], "the broker's certificate is not for 127.0.0.1");
     ASSERT_TRUE(byName.listener.awaitReasons(1));
@@ -104,7 +120,7 @@ TEST(BrokerLinkTls, certificateForTheNameAlone_isTakenByName)
     const MosquittoBroker broker(options);
     BrokerSettings settings = broker.getSettings();
     settings.address = "localhost";
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     EXPECT_TRUE(quick.listener.awaitConnections(1));
 }
 
@@ -117,7 +133,7 @@ TEST(BrokerLinkTls, ownCertificate_isPresented)
     BrokerSettings settings = broker.getSettings();
     settings.certificateFile = own.file;
     settings.keyFile = own.keyFile;
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     EXPECT_TRUE(quick.listener.awaitConnections(1));
 }
 
@@ -126,7 +142,7 @@ TEST(BrokerLinkTls, missingOwnCertificate_isTold)
     MosquittoBroker::Options options = secureOptions();
     options.wantsCertificates = true;
     const MosquittoBroker broker(options);
-    QuickLink quick(broker.getSettings());
+    PatientLink quick(broker.getSettings());
     // Unless it is lost, as the broker closes the connection right behind it.
     EXPECT_TRUE(quick.listener.awaitReason("the broker wants a certificate of this host"));
     EXPECT_THAT(quick.listener.get().disconnected, Each(HasSubstr(" a certificate of this host")));
@@ -142,7 +158,7 @@ TEST(BrokerLinkTls, ownCertificateOfAnotherAuthority_isTold)
     BrokerSettings settings = broker.getSettings();
     settings.certificateFile = own.file;
     settings.keyFile = own.keyFile;
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     EXPECT_TRUE(quick.listener.awaitReason("the broker does not accept this host's certificate in " + own.file));
     EXPECT_THAT(quick.listener.get().disconnected, Each(HasSubstr("certificate in " + own.file)));
 }
@@ -157,7 +173,7 @@ TEST(BrokerLinkTls, filesThatAreNoGood_areNamed)
     const auto reasonOf = [&](const auto& change) {
         BrokerSettings settings = broker.getSettings();
         change(settings);
-        QuickLink quick(settings);
+        PatientLink quick(settings);
         EXPECT_TRUE(quick.listener.awaitReasons(1));
         return quick.listener.get().disconnected.at(0);
     };
@@ -182,7 +198,7 @@ TEST(BrokerLinkTls, portWithoutTls_isTold)
     const MosquittoBroker broker;
     BrokerSettings settings = broker.getSettings();
     settings.usesTls = true;
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     ASSERT_TRUE(quick.listener.awaitReasons(2));
     EXPECT_EQ(quick.listener.get().disconnected[0],
               "the broker does not speak TLS on this port, or ended the connection in the middle of it");
@@ -193,7 +209,7 @@ TEST(BrokerLinkTls, portWithTls_isToldToWhoSpeaksNone)
     const MosquittoBroker broker(secureOptions());
     BrokerSettings settings = broker.getSettings();
     settings.usesTls = false;
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     ASSERT_TRUE(quick.listener.awaitReasons(2));
     EXPECT_THAT(quick.listener.get().disconnected[0], HasSubstr("It may expect TLS on this port"));
 }
@@ -217,7 +233,7 @@ TEST(BrokerLinkTls, portOfSomethingElse_isToldToBeThat)
     BrokerSettings settings;
     settings.port = port.getPort();
     settings.usesTls = true;
-    QuickLink quick(settings);
+    PatientLink quick(settings);
     port.accept();
     ASSERT_TRUE(quick.listener.awaitReasons(1));
     EXPECT_EQ(quick.listener.get().disconnected[0],
@@ -231,7 +247,7 @@ TEST(BrokerLinkTls, name_isToldToABrokerOfSeveral)
     settings.port = port.getPort();
     settings.usesTls = true;
     settings.address = "localhost";
-    QuickLink byName(settings);
+    PatientLink byName(settings);
     EXPECT_THAT(port.accept(), HasSubstr("localhost"));
 }
 
@@ -241,7 +257,7 @@ TEST(BrokerLinkTls, number_isNotToldAsAName)
     BrokerSettings settings;
     settings.port = port.getPort();
     settings.usesTls = true;
-    QuickLink byNumber(settings);
+    PatientLink byNumber(settings);
     const std::string hello = port.accept();
     EXPECT_GT(hello.size(), 100U);
     EXPECT_THAT(hello, testing::Not(HasSubstr("127.0.0.1")));

@@ -7,9 +7,6 @@
 #include <csignal>
 
 #include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace Vantor {
 
@@ -17,11 +14,10 @@ namespace {
 
 using testing::AllOf;
 using testing::Contains;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-using testing::StartsWith;
 
+const std::string refused = "no connection with the broker: ";
 constexpr const char* onePanel = "WATCHDOG=1\nSTATUS=1 panels";
 
 void sleepFor(int time)
@@ -29,29 +25,23 @@ void sleepFor(int time)
     std::this_thread::sleep_for(std::chrono::milliseconds(time));
 }
 
-// Of a run that ends at once, with standard error where the journal says it is, or not.
-std::string errorsOf(bool isJournal, const std::vector<std::string>& options)
+// What a gateway without a broker writes to a file that it takes for the journal, or for
+// something else.
+std::string errorsOf(bool isJournal, const std::string& options)
 {
-    int ends[2];
-    if (pipe(ends) != 0)
-        throw std::runtime_error("no pipe");
-    struct stat facts {};
-    fstat(ends[1], &facts);
-    const std::string stream =
-        std::to_string(facts.st_dev) + ':' + std::to_string(isJournal ? facts.st_ino : facts.st_ino + 1);
-    std::string command = "env -u NOTIFY_SOCKET JOURNAL_STREAM=" + stream +
-                          " timeout -s TERM 20 " MORVANE_PANELSIM " run -- sh -c '" MORVANE_PANEL2MQTT
-                          " run --host shop --broker 127.0.0.1:1 --config /dev/null";
-    for (const std::string& option : options)
-        command += ' ' + option;
-    command += " & sleep 1; kill $!; wait' 2>&" + std::to_string(ends[1]);
-    EXPECT_EQ(system(command.c_str()), 0); // NOLINT(concurrency-mt-unsafe): no other thread
-    close(ends[1]);
-    std::string text(65536, '\0');
-    const ssize_t size = read(ends[0], text.data(), text.size());
-    close(ends[0]);
-    text.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    return text;
+    const TemporaryFolder folder;
+    const std::string file = folder / "errors";
+    writeFile(file, std::string());
+    const std::string journal = isJournal ? "$(stat -c %d:%i " + file + ")" : "1:2";
+    ToolRun run(
+        onBus({}, {"sh", "-c",
+                   "export JOURNAL_STREAM=" + journal +
+                       "; exec " MORVANE_PANEL2MQTT " run --host shop --broker 127.0.0.1:1 --config /dev/null " +
+                       options + " 2> " + file}));
+    run.awaitFile(file, refused);
+    run.sendSignalToTool(SIGTERM);
+    EXPECT_EQ(run.finish(), 0);
+    return contentOf(file);
 }
 
 } // namespace
@@ -102,12 +92,11 @@ TEST(GatewayService, watchdog_isFedOnlyWhileEveryLoopMoves)
 
 TEST(GatewayService, linesForTheJournal_havePriorities)
 {
-    const std::string refused = "no connection with the broker: ";
-    EXPECT_THAT(errorsOf(true, {}), HasSubstr("<4>" + refused));
-    EXPECT_THAT(errorsOf(true, {"--json"}), HasSubstr("<4>{\"event\":\"log\",\"time\":"));
+    EXPECT_THAT(errorsOf(true, ""), HasSubstr("<4>" + refused));
+    EXPECT_THAT(errorsOf(true, "--json"), HasSubstr("<4>{\"event\":\"log\",\"time\":"));
     // Standard error was led somewhere else.
-    EXPECT_THAT(errorsOf(false, {}), HasSubstr("panel2mqtt: " + refused));
-    EXPECT_THAT(errorsOf(false, {"--json"}), AllOf(HasSubstr("\n{\"event\":\"log\""), Not(HasSubstr("<4>"))));
+    EXPECT_THAT(errorsOf(false, ""), HasSubstr("panel2mqtt: " + refused));
+    EXPECT_THAT(errorsOf(false, "--json"), AllOf(HasSubstr("\n{\"event\":\"log\""), Not(HasSubstr("<4>"))));
 }
 
 } // namespace Vantor

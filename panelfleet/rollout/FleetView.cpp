@@ -162,8 +162,10 @@ void FleetView::tellPanel(Panel& panel, const std::string& kind, const std::stri
             panel.job.reset();
         panel.m_jobTelling = m_telling;
         isRead = panel.job.has_value();
-        if (isRead)
+        if (isRead) {
             shorten(panel.job->reason);
+            shorten(panel.job->since);
+        }
     }
     m_senseless += isRead || payload.empty() ? 0 : 1;
 }

@@ -39,13 +39,15 @@ Rollout::Rollout(Options options, const FleetView& view) : m_options(std::move(o
 void Rollout::resume(TimePoint now)
 {
     m_isTold = true;
-    if (!m_isBegun) {
+    m_idleSince = now;
+    if (m_isBegun)
+        m_gatheringEnd = now + gathering;
+    else
         begin();
-        m_idleSince = now;
-    }
     for (Panel& panel : m_panels) {
         // What it answered meanwhile is lost.
         panel.m_asks = 0;
+        panel.m_awaySince.reset();
         panel.m_deadline = std::min(panel.m_deadline, now + settling);
         panel.m_changed = now;
     }
@@ -274,7 +276,7 @@ bool Rollout::isAwaited(const Panel& panel, TimePoint now) const
     case FleetView::Presence::NeverHeardOf:
         break;
     }
-    return now - m_idleSince < m_options.wait;
+    return now < m_gatheringEnd || now - m_idleSince < m_options.wait;
 }
 
 void Rollout::change(Panel& panel, State state, const std::string& reason)

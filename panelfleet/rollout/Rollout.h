@@ -35,6 +35,9 @@ public:
     static constexpr std::chrono::seconds settling{5};       // for a panel that is about to be told anew
     static constexpr std::chrono::seconds jobAfterAnswer{1}; // which says more than the answer
 
+    // For gateways, whose broker was away as well as ours.
+    static constexpr std::chrono::seconds gathering{90};
+
     struct Options {
         Selection selection;
         std::string id;
@@ -134,6 +137,7 @@ private:
     bool m_isBegun = false;
     bool m_isTold = false;
     bool m_isStopping = false;
+    TimePoint m_gatheringEnd;
     TimePoint m_idleSince; // nothing has been under way since
 };
 

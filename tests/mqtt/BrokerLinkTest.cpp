@@ -69,6 +69,39 @@ TEST(BrokerLink, message_goesOutWithItsProperties)
     EXPECT_TRUE(quick.awaitCounts([](const BrokerLink::Counts& counts) { return counts.published == 1; }));
 }
 
+TEST(BrokerLink, subscriptionWhenItIsUp_bringsWhatIsRetainedBeforeWhatIsPublishedNext)
+{
+    const MosquittoBroker broker;
+    MqttPeer peer(broker.getSettings());
+    for (int number = 0; number < 3; ++number) {
+        Message message = messageOf("kept/" + std::to_string(number), "x");
+        message.isRetained = true;
+        peer.publish(message);
+    }
+    QuickLink quick(broker.getSettings(), {{"mark", 0, false, false}});
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    quick.link.subscribe({{"kept/#", 0, false, false}, {"no/#/filter", 0, false, false}});
+    quick.publish(Kind::Answer, "mark", "");
+    ASSERT_TRUE(quick.listener.await([](const RecordingListener::Told& told) { return told.messages.size() == 4; }));
+    EXPECT_EQ(quick.listener.get().messages.back().topic, "mark");
+    EXPECT_THAT(quick.listener.get().refused, ElementsAre(HasSubstr("no/#/filter: ")));
+}
+
+TEST(BrokerLink, subscriptionWhenItIsUp_isForgottenWithItsConnection)
+{
+    const MosquittoBroker broker;
+    MqttPeer peer(broker.getSettings());
+    QuickLink quick(broker.getSettings(), {{"mark", 0, false, false}});
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    quick.link.subscribe({{"more", 0, false, false}});
+    quick.link.reconnectIn(0);
+    ASSERT_TRUE(quick.listener.awaitConnections(2));
+    peer.publish(messageOf("more", ""));
+    peer.publish(messageOf("mark", ""));
+    ASSERT_TRUE(quick.listener.await([](const RecordingListener::Told& told) { return !told.messages.empty(); }));
+    EXPECT_EQ(quick.listener.get().messages.front().topic, "mark");
+}
+
 TEST(BrokerLink, message_comesInWithItsProperties)
 {
     const MosquittoBroker broker;

@@ -248,6 +248,20 @@ TEST_F(FleetRollout, brokerStartedAnewInTheMiddle_goesOn)
     expectFlashed("a", 3);
 }
 
+TEST_F(FleetRollout, brokerThatForgets_isToldAgainByTheGateways)
+{
+    start("a", 3);
+    ToolRun rollout(flash({"--all", "--at-once", "1"}));
+    rollout.awaitOutput("a/1-1: done");
+    m_broker.stop(SIGKILL);
+    EXPECT_TRUE(std::filesystem::remove(m_broker.pathOf("mosquitto.db")));
+    m_broker.start();
+    EXPECT_EQ(rollout.finish(), 0) << rollout.getErrors();
+    EXPECT_THAT(rollout.getOutput(), HasSubstr("j: 3 done,"));
+    endHosts();
+    expectFlashed("a", 3);
+}
+
 TEST_F(FleetRollout, firstSignal_waitsForWhatIsUnderWayAndBeginsNoMore)
 {
     start("a", 3);

@@ -106,6 +106,24 @@ TEST(DeskJson, whatIsMissingWithoutHarm_isEmpty)
     EXPECT_EQ(place->epoch, 0u);
 }
 
+TEST(DeskJson, infoAndAnswer_areReadBack)
+{
+    const auto info = DeskJson::readPanelInfo(DeskJson::write("1-1", {"Panel", 8192, 8181}));
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->description, "Panel");
+    EXPECT_EQ(info->maxPacketSize, 8192U);
+    EXPECT_EQ(info->payloadLimit, 8181U);
+    EXPECT_FALSE(DeskJson::readPanelInfo(R"({"description":"Panel","maxPacketSize":4294967296,"payloadLimit":1})"));
+    EXPECT_FALSE(DeskJson::readPanelInfo(R"({"maxPacketSize":1,"payloadLimit":1})"));
+    const auto refused = DeskJson::readAnswer(DeskJson::write(Answer{Answer::Word::Unknown, "why"}, "shop", "1-1"));
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->word, Answer::Word::Unknown);
+    EXPECT_EQ(refused->reason, "why");
+    EXPECT_EQ(DeskJson::readAnswer(R"({"answer":"too-large"})")->word, Answer::Word::TooLarge);
+    EXPECT_FALSE(DeskJson::readAnswer(R"({"answer":"perhaps"})"));
+    EXPECT_FALSE(DeskJson::readAnswer(R"({"answer":5})"));
+}
+
 TEST(DeskJson, deepNesting_isNotRead)
 {
     EXPECT_FALSE(DeskJson::readHostState(std::string(200000, '[')));

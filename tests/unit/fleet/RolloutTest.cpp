@@ -183,8 +183,10 @@ TEST_F(RolloutOfPanels, busy_isTriedAgainLaterAndLetsOthersGoFirst)
     EXPECT_FALSE(isOver());
     EXPECT_THAT(askAfter(milliseconds(1)), ElementsAre("a/1-1"));
     answer("a/1-1", Word::Busy);
-    EXPECT_THAT(askAfter(milliseconds(9999)), IsEmpty()); // of which no time has passed before it was taken
+    ask();
+    EXPECT_THAT(askAfter(milliseconds(9999)), IsEmpty());
     EXPECT_EQ(at(0).reason, "busy");
+    EXPECT_THAT(askAfter(milliseconds(1)), ElementsAre("a/1-1"));
 }
 
 TEST_F(RolloutOfPanels, busyForTenMinutes_isAFailure)
@@ -434,14 +436,67 @@ TEST_F(RolloutOfPanels, withoutTheBroker_nothingHappens)
     haveThere(3);
     begin();
     ask();
+    job("a/1-2", "writing", 4096);
+    ask();
     m_rollout->pause();
     EXPECT_THAT(askAfter(minutes(60)), IsEmpty());
     EXPECT_EQ(stateOf(0), State::Asked);
+    EXPECT_EQ(stateOf(1), State::UnderWay);
     EXPECT_FALSE(isOver());
     job("a/1-1", "answering", imageSize);
     m_rollout->resume(m_now);
     EXPECT_EQ(stateOf(0), State::Done);
-    EXPECT_THAT(ask(), ElementsAre("a/1-2", "a/1-3")); // the former again: an answer may be lost
+    EXPECT_EQ(stateOf(1), State::UnderWay);
+    EXPECT_THAT(ask(), ElementsAre("a/1-3"));
+}
+
+TEST_F(RolloutOfPanels, brokerThatIsBack_whoWasAskedIsAskedAgainSoon)
+{
+    haveThere(1);
+    begin();
+    ask();
+    m_rollout->pause();
+    m_now += seconds(1);
+    m_rollout->resume(m_now);
+    EXPECT_THAT(askAfter(milliseconds(4999)), IsEmpty());
+    EXPECT_THAT(askAfter(milliseconds(1)), ElementsAre("a/1-1"));
+}
+
+TEST_F(RolloutOfPanels, brokerThatIsBackWithoutTheGateways_isNotTheEnd)
+{
+    haveThere(2);
+    m_options.atOnce = 1;
+    begin();
+    ask();
+    answer("a/1-1", Word::Taken);
+    m_rollout->pause();
+    m_view.beginTelling();
+    m_view.endTelling();
+    m_rollout->resume(m_now);
+    EXPECT_THAT(askAfter(milliseconds(89999)), IsEmpty());
+    EXPECT_FALSE(isOver());
+    host(true, 2);
+    place("a/1-2", true, 2);
+    EXPECT_THAT(ask(), ElementsAre("a/1-2"));
+    host(false, 2);
+    answer("a/1-2", Word::Offline);
+    askAfter(seconds(1));
+    EXPECT_TRUE(isOver());
+}
+
+TEST_F(RolloutOfPanels, gatewayThatWasAwayBeforeTheBroker_hasItsTimeAgain)
+{
+    haveThere(1);
+    begin();
+    ask();
+    host(false, 1);
+    ask();
+    m_rollout->pause();
+    m_now += minutes(60);
+    m_rollout->resume(m_now);
+    EXPECT_EQ(stateOf(0), State::Asked);
+    askAfter(minutes(5));
+    EXPECT_EQ(stateOf(0), State::Unknown);
 }
 
 TEST_F(RolloutOfPanels, panelThatWasNamed_isReportedThoughNothingWasHeard)

@@ -132,7 +132,7 @@ TEST_F(GatewayBounds, idsThatNeverComeAgain_takeNoMemory)
     };
     sendMany(0, 2000);
     const std::size_t before = memoryOf(host.getProcess());
-    sendMany(2000, 6000);
+    sendMany(2000, 12000);
     EXPECT_LT(memoryOf(host.getProcess()), before + 2 * 1024);
 }
 

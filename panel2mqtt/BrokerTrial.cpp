@@ -1,6 +1,5 @@
 #include "panel2mqtt/BrokerTrial.h"
 
-#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "panel2mqtt/broker/BrokerLink.h"
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <random>
+#include <utility>
 
 namespace Vantor {
 

@@ -124,11 +124,13 @@ void GatewayHost::configure(const std::string& settings) const
         << settings;
 }
 
-void GatewayHost::tell(const std::string& command) const
+void GatewayHost::tell(const std::vector<std::string>& commands) const
 {
-    const ToolResult result = runTool({MORVANE_PANELSIM, "tell", "--to", pathOf("control"), command});
+    std::vector<std::string> line{MORVANE_PANELSIM, "tell", "--to", pathOf("control")};
+    line.insert(line.end(), commands.begin(), commands.end());
+    const ToolResult result = runTool(line);
     if (result.exitCode != 0)
-        throw std::runtime_error("panelsim tell " + command + ": " + result.errors);
+        throw std::runtime_error("panelsim tell " + commands.front() + ": " + result.errors);
 }
 
 void GatewayHost::end()

@@ -50,8 +50,9 @@ public:
     int stop(int signal = SIGTERM);
     void start();
 
-    // A command of `panelsim tell`.
-    void tell(const std::string& command) const;
+    // Commands of `panelsim tell`.
+    void tell(const std::vector<std::string>& commands) const;
+    void tell(const std::string& command) const { tell(std::vector<std::string>{command}); }
 
     // Lines of the configuration for the gateways that are started from now on.
     void configure(const std::string& settings) const;

@@ -7,10 +7,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iostream>
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include <poll.h>
@@ -21,6 +21,7 @@ namespace Vantor {
 namespace {
 
 const std::string s_weekAnswers = "bench/week";
+constexpr std::size_t s_mostOpen = 600; // a broker drops what is much more
 
 struct Options {
     std::uint16_t port;
@@ -92,10 +93,12 @@ private:
 
     void sendDue(double time)
     {
-        for (; static_cast<double>(m_records) < time * m_options.records; ++m_records)
+        for (; static_cast<double>(m_records) < time * m_options.records && m_open.size() < s_mostOpen; ++m_records)
             begin(false, m_records);
-        for (; static_cast<double>(m_pictures) < time * m_options.pictures; ++m_pictures)
+        for (; static_cast<double>(m_pictures) < time * m_options.pictures && m_open.size() < s_mostOpen; ++m_pictures)
             begin(true, m_pictures);
+        m_behind = time * m_options.records - static_cast<double>(m_records);
+        m_mostBehind = std::max(m_mostBehind, m_behind);
     }
 
     void begin(bool isPicture, std::uint64_t number)
@@ -186,7 +189,7 @@ private:
 
     void count(const Message& message)
     {
-        ++m_got;
+        m_touches += message.topic.substr(message.topic.rfind('/') + 1) == "20" ? 1 : 0;
         const std::string* const number = message.findProperty("n");
         const std::string place = message.topic.substr(0, message.topic.find("/got/"));
         const std::uint64_t n = number != nullptr ? std::stoull(*number) : 0;
@@ -223,18 +226,18 @@ private:
             return m_times.empty() ? 0
                                    : m_times[static_cast<std::size_t>(share * static_cast<double>(m_times.size() - 1))];
         };
-        std::string words;
+        std::ostringstream text;
         for (const auto& [word, count] : m_words)
-            words += (words.empty() ? "\"" : ", \"") + word + "\": " + std::to_string(count);
-        std::printf(
-            "{\"records\": %llu, \"pictures\": %llu, \"left out in an upgrade\": %llu, \"answers\": {%s}, "
-            "\"repeated\": %llu, \"answered twice\": %llu, \"unanswered\": %zu, \"connections lost\": %llu, "
-            "\"got\": %llu, \"got missed\": %llu, \"median ms\": %.3f, \"99 %% ms\": %.3f, \"longest ms\": %.1f}\n",
-            static_cast<unsigned long long>(m_records), static_cast<unsigned long long>(m_pictures),
-            static_cast<unsigned long long>(m_left), words.c_str(), static_cast<unsigned long long>(m_repeated),
-            static_cast<unsigned long long>(m_late), m_open.size(), static_cast<unsigned long long>(m_connections),
-            static_cast<unsigned long long>(m_got), static_cast<unsigned long long>(m_missed), at(0.5), at(0.99),
-            at(1));
+            text << '"' << word << "\": " << count << ", ";
+        text << "\"records\": " << m_records << ", \"pictures\": " << m_pictures
+             << ", \"left out in an upgrade\": " << m_left << ", \"repeated\": " << m_repeated
+             << ", \"answered twice\": " << m_late << ", \"unanswered\": " << m_open.size()
+             << ", \"connections lost\": " << m_connections << ", \"most records behind\": " << m_mostBehind
+             << ", \"records behind at the end\": " << m_behind << ", \"touches got\": " << m_touches
+             << ", \"records of panels missed\": " << m_missed << ", \"median ms\": " << at(0.5)
+             << ", \"99 % ms\": " << at(0.99) << ", \"longest ms\": " << at(1);
+        std::printf("{%s}\n", text.str().c_str());
+        std::fflush(stdout);
     }
 
     const Options m_options;
@@ -252,8 +255,10 @@ private:
     std::uint64_t m_repeated = 0;
     std::uint64_t m_late = 0;
     std::uint64_t m_connections = 0;
-    std::uint64_t m_got = 0;
+    std::uint64_t m_touches = 0;
     std::uint64_t m_missed = 0;
+    double m_behind = 0; // records that are due and wait for others' answers
+    double m_mostBehind = 0;
     Clock::time_point m_nextLook;
     bool m_isDeaf = false;
 };
@@ -274,6 +279,7 @@ void runWeek(const Arguments& arguments)
     std::puts("begins");
     std::fflush(stdout);
     Week(std::move(options), arguments.at(7)).run();
+    std::getchar(); // until it has been looked at
 }
 
 } // namespace Vantor

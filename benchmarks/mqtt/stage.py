@@ -60,17 +60,20 @@ def picture(width=144, height=168):
 
 
 class Broker:
-    """A mosquitto as Debian has it, on a port of loopback of its own."""
+    """A mosquitto as Debian has it, on a port of loopback of its own; `further` are lines of its configuration."""
 
-    def __init__(self, folder, persists=False):
-        self.folder, self.port = folder, free_port()
+    MINUTELY = ('persistence true', 'autosave_interval 60')
+    EACH_CHANGE = ('persistence true', 'autosave_on_changes true', 'autosave_interval 1')
+    MANY_CHANGES = ('persistence true', 'autosave_on_changes true')  # 1,800 of them
+
+    def __init__(self, folder, further=()):
+        self.folder, self.port, self.spent = folder, free_port(), 0
         lines = [f'listener {self.port} 127.0.0.1', 'allow_anonymous true', 'set_tcp_nodelay true',
                  f'log_dest file {folder}/mosquitto.log']
         if os.geteuid() == 0:
             lines.append('user root')  # who may read the folder
-        if persists:
-            lines += ['persistence true', 'autosave_on_changes true', 'autosave_interval 1',
-                      f'persistence_location {folder}/']
+        if further:
+            lines += [*further, f'persistence_location {folder}/']
         with open(f'{folder}/mosquitto.conf', 'w', encoding='utf-8') as file:
             file.write('\n'.join(lines) + '\n')
         self.start()
@@ -86,7 +89,12 @@ class Broker:
             return True
         return False
 
+    def cpu(self):
+        """Of all its runs."""
+        return self.spent + cpu_of(self.pid)
+
     def stop(self, kind=signal.SIGTERM):
+        self.spent += cpu_of(self.pid)
         self.process.send_signal(kind)
         self.process.wait()
 
@@ -108,6 +116,8 @@ class Host:
             file.write(f'host = "{name}"\n[broker]\nport = {broker.port}\n{settings}')
         self.log, self.control = f'{folder}/{name}.log', f'{folder}/{name}.control'
         self.errors, pid_file = f'{folder}/{name}.errors', f'{folder}/{name}.pid'
+        with contextlib.suppress(FileNotFoundError):
+            os.remove(pid_file)
         program = f'echo $$ > {pid_file}; exec {bin_folder}/panel2mqtt run --config {config} 2>> {self.errors}'
         self.process = subprocess.Popen([f'{bin_folder}/panelsim', 'run', '--panels', str(panels), '--log', self.log,
                                          '--control', self.control, *options, '--', 'sh', '-c', program],
@@ -162,10 +172,10 @@ def quantile(values, share):
 
 
 @contextlib.contextmanager
-def stage(bin_folder, panels, options=(), settings='', persists=False):
+def stage(bin_folder, panels, options=(), settings='', further=()):
     """A broker and a host; both are gone afterwards."""
     with tempfile.TemporaryDirectory() as folder:
-        broker = Broker(folder, persists)
+        broker = Broker(folder, further)
         host = None
         try:
             host = Host(bin_folder, folder, broker, panels, options, settings=settings)

@@ -89,6 +89,8 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run, cons
 BrokerLink::Kind linkKindOf(Outbox::Kind kind)
 {
     switch (kind) {
+    case Outbox::Kind::Busy:
+        return BrokerLink::Kind::Busy;
     case Outbox::Kind::Event:
         return BrokerLink::Kind::Event;
     case Outbox::Kind::Answer:
@@ -134,8 +136,9 @@ BrokerLink::Listener::Plan Gateway::planConnection()
         plan.will = m_presence.planWill(millisecondsSince1970());
     }
     for (const std::string& host : {m_settings.host, std::string("all")}) {
-        plan.subscriptions.push_back({"panel/1/" + host + "/+/do/#", 1, true, false});
-        // Whatever is lost of these with a connection is told again with the next one.
+        // Confirming them would say nothing of the panel, and have the broker, which reads a packet
+        // of each client in turn, hear of a flood's messages before it hears of the answers.
+        plan.subscriptions.push_back({"panel/1/" + host + "/+/do/#", 0, true, false});
         plan.subscriptions.push_back({"panel/1/" + host + "/+/want/#", 0, false, false});
     }
     for (const char* const own : {"state", "claim", "+/state", "+/info", "+/job/+"})

@@ -4,6 +4,7 @@
 #include "panel2mqtt/desk/Message.h"
 
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <variant>
@@ -18,6 +19,8 @@ class Inbox {
 public:
     static constexpr std::size_t mostMessages = 4096;
     static constexpr std::size_t mostBytes = 64u << 20;
+    // Taken together: what panels have to say waits for no more than these, in a flood too.
+    static constexpr std::size_t mostAtOnce = 64;
 
     struct Connecting {};
     struct Connected {
@@ -42,14 +45,17 @@ public:
     // False: there is no room, and the message is as it was.
     bool addMessage(Message& message);
 
+    // The oldest.
     std::vector<Item> take();
 
 private:
+    void push(Item item) MORVANE_REQUIRES(m_mutex);
+
     const int m_signal;
     std::mutex m_mutex;
-    std::vector<Item> m_items MORVANE_GUARDED_BY(m_mutex);
-    std::size_t m_messages MORVANE_GUARDED_BY(m_mutex) = 0;
-    std::size_t m_bytes MORVANE_GUARDED_BY(m_mutex) = 0;
+    std::deque<Item> m_items MORVANE_GUARDED_BY(m_mutex);
+    std::size_t m_messages MORVANE_GUARDED_BY(m_mutex) = 0; // in m_items
+    std::size_t m_bytes MORVANE_GUARDED_BY(m_mutex) = 0;    // of these
 };
 
 } // namespace Vantor

@@ -212,6 +212,21 @@ TEST_F(FleetRollout, killedInTheMiddle_goesOnWhereItWas)
     expectFlashed("a", 4);
 }
 
+TEST_F(FleetRollout, twoOfOneIdAtATime_flashNoPanelTwice)
+{
+    start("a", 3);
+    ToolRun one(flash({"--all", "--at-once", "1"}));
+    ToolRun other(flash({"--all", "--at-once", "1"}));
+    EXPECT_EQ(one.finish(), 0) << one.getOutput();
+    EXPECT_EQ(other.finish(), 0) << other.getOutput();
+    const Heard heard = hear();
+    EXPECT_EQ(heard.begun.size(), 3u);
+    for (const auto& [topic, times] : heard.begun)
+        EXPECT_EQ(times, 1u) << topic;
+    endHosts();
+    expectFlashed("a", 3);
+}
+
 TEST_F(FleetRollout, gatewayKilledInTheMiddle_isAFailureAndOthersGoOn)
 {
     GatewayHost& host = start("a", 1, {"--chunk-time", "500"});

@@ -19,7 +19,7 @@ namespace Vantor {
 class FleetView {
 public:
     static constexpr std::size_t maxHosts = 16384;
-    static constexpr std::size_t maxPanels = 262144;
+    static constexpr std::size_t maxPanels = 131072;
     static constexpr std::size_t maxPayload = 4096;
 
     enum class Presence {

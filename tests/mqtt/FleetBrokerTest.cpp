@@ -183,7 +183,8 @@ TEST_F(FleetBroker, thousandsOfHosts_areReadWholeUpToTheBound)
         retain(peer, "panel/1/h" + std::to_string(host) + "/state", hostIsThere);
     const ToolResult result = run(broker, {"list"});
     EXPECT_EQ(result.exitCode, 0) << result.errors;
-    EXPECT_THAT(result.output, HasSubstr("(16 messages are left out: more than 16384 hosts or 262144 panels)\n"));
+    EXPECT_EQ(result.output.substr(0, result.output.find('\n')),
+              "(16 messages are left out: more than 16384 hosts or 131072 panels)");
     EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 16385);
 }
 

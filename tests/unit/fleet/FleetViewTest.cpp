@@ -129,9 +129,9 @@ TEST(FleetView, moreThanItsHosts_areLeftOut)
 TEST(FleetView, moreThanItsPanels_areLeftOut)
 {
     FleetView view(everything(), "j");
-    for (unsigned int port = 0; port < 262145; ++port)
+    for (unsigned int port = 0; port < 131073; ++port)
         view.receive("panel/1/shop/1-" + std::to_string(port) + "/state", placeText(true, 1));
-    EXPECT_EQ(view.findHost("shop")->panels.size(), 262144u);
+    EXPECT_EQ(view.findHost("shop")->panels.size(), 131072u);
     EXPECT_EQ(view.getLeftOut(), 1u);
 }
 

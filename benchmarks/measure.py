@@ -118,7 +118,8 @@ difference that is smaller says nothing.
 down literally (“literal”), which is what most would begin with.
 - Times are those of one machine; on a panel's own host they are others. How many instructions a work takes, on \
 32-bit Arm too, is [on record](internals/testing.md#executed-instructions).
-- What it costs to show simulated panels in a browser stands [with that page](web.md#what-it-costs).
+- What it costs to show simulated panels in a browser stands [with that page](web.md#what-it-costs), and what a gateway \
+to MQTT bears [with that](mqtt.md#scaling).
 """
 
 

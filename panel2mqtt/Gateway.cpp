@@ -89,6 +89,8 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run, cons
 BrokerLink::Kind linkKindOf(Outbox::Kind kind)
 {
     switch (kind) {
+    case Outbox::Kind::Busy:
+        return BrokerLink::Kind::Busy;
     case Outbox::Kind::Event:
         return BrokerLink::Kind::Event;
     case Outbox::Kind::Answer:
@@ -133,8 +135,9 @@ BrokerLink::Listener::Plan Gateway::planConnection()
         plan.will = m_presence.planWill(millisecondsSince1970());
     }
     for (const std::string& host : {m_settings.host, std::string("all")}) {
+        // Of QoS 1 for the broker's sake: mosquitto keeps some 20 of these under way. Others it gives to
+        // a socket until 1,000 packets wait there, and then drops its own confirmations, too.
         plan.subscriptions.push_back({"panel/1/" + host + "/+/do/#", 1, true, false});
-        // Whatever is lost of these with a connection is told again with the next one.
         plan.subscriptions.push_back({"panel/1/" + host + "/+/want/#", 0, false, false});
     }
     for (const char* const own : {"state", "claim", "+/state", "+/info", "+/job/+"})

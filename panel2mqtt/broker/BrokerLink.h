@@ -53,7 +53,8 @@ public:
 
     // What waits for the broker.
     enum class Kind {
-        Event,  // dropped first, the oldest first
+        Busy,   // an answer that says no more: goes behind all else, and is dropped first, the oldest first
+        Event,  // dropped next
         Answer, // dropped when nothing but answers waits
         State,  // retained: the latest of a topic counts, none is dropped
     };

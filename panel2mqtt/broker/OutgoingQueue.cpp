@@ -30,10 +30,11 @@ OutgoingQueue::Dropped OutgoingQueue::add(Kind kind, Message message)
         return {};
     }
     m_bytes += sizeOf(message);
-    (kind == Kind::Event ? m_events : m_answers).push_back(Item{kind, std::move(message), number});
+    queueOf(kind).push_back(Item{kind, std::move(message), number});
     Dropped dropped;
     while (isOverfull()) {
-        takeFrom(m_events.empty() ? m_answers : m_events).kind == Kind::Event ? ++dropped.events : ++dropped.answers;
+        std::deque<Item>& first = !m_busy.empty() ? m_busy : !m_events.empty() ? m_events : m_answers;
+        takeFrom(first).kind == Kind::Event ? ++dropped.events : ++dropped.answers;
     }
     return dropped;
 }
@@ -46,11 +47,17 @@ std::optional<std::size_t> OutgoingQueue::getNextSize() const
     return sizeOf(next->message);
 }
 
+bool OutgoingQueue::isNextBusy() const
+{
+    const Item* const next = findNext();
+    return next != nullptr && next->kind == Kind::Busy;
+}
+
 OutgoingQueue::Item OutgoingQueue::take()
 {
     const Kind kind = findNext()->kind;
     if (kind != Kind::State)
-        return takeFrom(kind == Kind::Event ? m_events : m_answers);
+        return takeFrom(queueOf(kind));
     Item item = std::move(m_states.begin()->second);
     m_states.erase(m_states.begin());
     m_topics.erase(item.message.topic);
@@ -66,7 +73,8 @@ void OutgoingQueue::putBack(Item state)
 
 OutgoingQueue::Dropped OutgoingQueue::dropAllButStates()
 {
-    const Dropped dropped = {m_events.size(), m_answers.size()};
+    const Dropped dropped = {m_events.size(), m_busy.size() + m_answers.size()};
+    m_busy.clear();
     m_events.clear();
     m_answers.clear();
     m_bytes = 0;
@@ -80,12 +88,18 @@ const OutgoingQueue::Item* OutgoingQueue::findNext() const
         if (!items->empty() && (next == nullptr || items->front().number < next->number))
             next = &items->front();
     }
-    return next;
+    return next != nullptr || m_busy.empty() ? next : &m_busy.front();
 }
 
 bool OutgoingQueue::isOverfull() const
 {
-    return m_events.size() + m_answers.size() > maxMessages || m_bytes > maxBytes;
+    return m_busy.size() + m_events.size() + m_answers.size() > maxMessages || m_bytes > maxBytes;
+}
+
+// Of anything but a state.
+std::deque<OutgoingQueue::Item>& OutgoingQueue::queueOf(Kind kind)
+{
+    return kind == Kind::Busy ? m_busy : kind == Kind::Event ? m_events : m_answers;
 }
 
 OutgoingQueue::Item OutgoingQueue::takeFrom(std::deque<Item>& items)

@@ -12,15 +12,15 @@
 
 namespace Vantor {
 
-// What waits for the broker, in the order in which it came. A state takes the place of an
-// earlier one of its topic.
+// What waits for the broker, in the order in which it came; who is only told to be busy comes
+// last. A state takes the place of an earlier one of its topic.
 //
 // Threads: one at a time. Pure.
 class OutgoingQueue {
 public:
     using Kind = BrokerLink::Kind;
 
-    // Of events and answers together. States are as many as there are topics.
+    // Of all but the states. Those are as many as there are topics.
     static constexpr std::size_t maxMessages = 4096;
     static constexpr std::size_t maxBytes = 16U << 20U;
 
@@ -43,6 +43,8 @@ public:
 
     // The size of what comes next; none: nothing waits.
     std::optional<std::size_t> getNextSize() const;
+    // Nothing waits but those who are only told to be busy.
+    bool isNextBusy() const;
     Item take();
 
     // A state that was taken and did not reach the broker: to be taken first again, unless
@@ -51,18 +53,20 @@ public:
 
     Dropped dropAllButStates();
 
-    std::size_t getCount() const { return m_events.size() + m_answers.size() + m_states.size(); }
+    std::size_t getCount() const { return m_busy.size() + m_events.size() + m_answers.size() + m_states.size(); }
 
 private:
     const Item* findNext() const;
     bool isOverfull() const;
+    std::deque<Item>& queueOf(Kind kind);
     Item takeFrom(std::deque<Item>& items);
 
+    std::deque<Item> m_busy;
     std::deque<Item> m_events;
     std::deque<Item> m_answers;
     std::map<std::uint64_t, Item> m_states;                  // by number
     std::unordered_map<std::string, std::uint64_t> m_topics; // of the states
-    std::size_t m_bytes = 0;                                 // of events and answers
+    std::size_t m_bytes = 0;                                 // of all but the states
     std::uint64_t m_lastNumber = 0;
 };
 

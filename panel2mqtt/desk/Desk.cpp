@@ -418,7 +418,8 @@ void Desk::reply(const Message& command, const Answer& answer, const std::string
         return;
     Message message = makeMessage(*topic, DeskJson::write(answer, m_options.host, place), 1, false);
     message.correlation = command.correlation;
-    m_outbox.publish(Outbox::Kind::Answer, std::move(message));
+    const bool isBusy = answer.word == Answer::Word::Busy;
+    m_outbox.publish(isBusy ? Outbox::Kind::Busy : Outbox::Kind::Answer, std::move(message));
 }
 
 } // namespace Vantor

@@ -9,8 +9,9 @@ namespace Vantor {
 // Lifetime: outlives the desk.
 class Outbox {
 public:
-    // By which what there is no room for is chosen: events first.
-    enum class Kind { Event, Answer, State };
+    // By which what there is no room for is chosen: from the first to the last. What only says
+    // `busy` also goes behind all else: a flood's answers delay no other's.
+    enum class Kind { Busy, Event, Answer, State };
 
     virtual ~Outbox() = default;
     virtual void publish(Kind kind, Message message) = 0;

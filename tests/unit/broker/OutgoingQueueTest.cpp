@@ -42,6 +42,50 @@ TEST(OutgoingQueue, allKinds_goInTheOrderInWhichTheyCame)
     EXPECT_EQ(queue.getCount(), 0U);
 }
 
+TEST(OutgoingQueue, busy_goesBehindAllElse)
+{
+    OutgoingQueue queue;
+    EXPECT_FALSE(queue.isNextBusy());
+    queue.add(Kind::Busy, textMessage("a", "busy 1"));
+    EXPECT_TRUE(queue.isNextBusy());
+    queue.add(Kind::Busy, textMessage("a", "busy 2"));
+    queue.add(Kind::Answer, textMessage("a", "answer"));
+    queue.add(Kind::Event, textMessage("e", "event"));
+    queue.add(Kind::State, textMessage("s", "state"));
+    EXPECT_EQ(queue.getCount(), 5U);
+    EXPECT_FALSE(queue.isNextBusy());
+    EXPECT_THAT(takeAllTexts(queue), ElementsAre("answer", "event", "state", "busy 1", "busy 2"));
+}
+
+TEST(OutgoingQueue, tooManyMessages_loseTheOldestBusyFirst)
+{
+    OutgoingQueue queue;
+    queue.add(Kind::Event, textMessage("e", "event"));
+    for (std::size_t number = 1; number < OutgoingQueue::maxMessages; ++number)
+        EXPECT_EQ(queue.add(Kind::Busy, textMessage("a", std::to_string(number))).answers, 0U);
+
+    const OutgoingQueue::Dropped dropped = queue.add(Kind::Answer, textMessage("a", "answer"));
+    EXPECT_EQ(dropped.events, 0U);
+    EXPECT_EQ(dropped.answers, 1U);
+    const std::vector<std::string> texts = takeAllTexts(queue);
+    EXPECT_EQ(texts.size(), 4096U);
+    EXPECT_EQ(texts[0], "event");
+    EXPECT_EQ(texts[1], "answer");
+    EXPECT_EQ(texts[2], "2");
+}
+
+TEST(OutgoingQueue, lossOfTheConnection_countsBusyAmongTheAnswers)
+{
+    OutgoingQueue queue;
+    queue.add(Kind::Busy, textMessage("a", "busy"));
+    queue.add(Kind::Answer, textMessage("a", "answer"));
+    queue.add(Kind::Event, textMessage("e", "event"));
+    const OutgoingQueue::Dropped dropped = queue.dropAllButStates();
+    EXPECT_EQ(dropped.events, 1U);
+    EXPECT_EQ(dropped.answers, 2U);
+    EXPECT_EQ(queue.getCount(), 0U);
+}
+
 TEST(OutgoingQueue, stateOfATopic_takesTheEarlierOnesPlace)
 {
     OutgoingQueue queue;

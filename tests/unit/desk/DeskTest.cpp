@@ -328,6 +328,7 @@ TEST_F(DeskTest, answersBelowPanel_goOnlyBelowAnswer)
 TEST_F(DeskTest, refuseBusy_answersWithoutAPlace)
 {
     m_desk->refuseBusy(commandOf("shop/1-4/do/send/5", "a"));
+    EXPECT_EQ(m_outbox.m_sent.at(0).kind, Kind::Busy);
     EXPECT_THAT(takeSent(), ElementsAre(answerOf("busy", "", "the gateway has too much to do")));
 }
 

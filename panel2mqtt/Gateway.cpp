@@ -136,9 +136,9 @@ BrokerLink::Listener::Plan Gateway::planConnection()
         plan.will = m_presence.planWill(millisecondsSince1970());
     }
     for (const std::string& host : {m_settings.host, std::string("all")}) {
-        // Confirming them would say nothing of the panel, and have the broker, which reads a packet
-        // of each client in turn, hear of a flood's messages before it hears of the answers.
-        plan.subscriptions.push_back({"panel/1/" + host + "/+/do/#", 0, true, false});
+        // Of QoS 1 for the broker's sake: mosquitto keeps some 20 of these under way. Others it gives to
+        // a socket until 1,000 packets wait there, and then drops its own confirmations, too.
+        plan.subscriptions.push_back({"panel/1/" + host + "/+/do/#", 1, true, false});
         plan.subscriptions.push_back({"panel/1/" + host + "/+/want/#", 0, false, false});
     }
     for (const char* const own : {"state", "claim", "+/state", "+/info", "+/job/+"})

@@ -114,9 +114,10 @@ void measureThrough(const Arguments& arguments)
     const std::uint16_t port = portOf(arguments.at(0));
     const std::string& host = arguments.at(1);
     const std::string payload = payloadOf(arguments.at(5));
+    const std::string root = "panel/1/" + host + "/";
     std::vector<std::string> topics;
     for (const std::string& place : awaitPlaces(port, host, std::stoul(arguments.at(2))))
-        topics.push_back("panel/1/" + host + "/" + place + (payload[0] == 'x' ? "/do/send/5" : "/do/draw/0"));
+        topics.push_back(root + place + (payload[0] == 'x' ? "/do/send/5" : "/do/draw/0"));
     Window window(port, "window", "bench/window", topics, payload);
     window.run(std::stoul(arguments.at(3)), secondsOf(arguments.at(4)));
 }

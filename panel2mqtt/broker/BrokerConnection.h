@@ -63,7 +63,7 @@ public:
     const std::string& getReason() const { return m_reason; }
     Clock::duration getUpTime(Clock::time_point now) const { return m_upSince ? now - *m_upSince : Clock::duration{}; }
 
-    bool hasRoomFor(std::size_t size) const { return isUp() && m_window.hasRoomFor(size); }
+    bool hasRoomFor(std::size_t size, bool isBusy) const { return isUp() && m_window.hasRoomFor(size, isBusy); }
     bool hasUnconfirmed() const { return !m_window.isEmpty(); }
     void publish(Item item);
     void subscribe(const std::vector<BrokerLink::Subscription>& subscriptions);

@@ -68,20 +68,20 @@ void BrokerLink::Worker::start()
 
 void BrokerLink::Worker::publish(Kind kind, Message message)
 {
-    bool wasEmpty = false;
+    bool isFirst = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_isAccepting && kind != Kind::State) {
             ++(kind == Kind::Event ? m_counts.droppedEvents : m_counts.droppedAnswers);
             return;
         }
-        wasEmpty = m_queue.getCount() == 0;
+        isFirst = m_queue.getCount() == 0 || (kind != Kind::Busy && m_queue.isNextBusy());
         if (kind == Kind::State)
             m_refusedStates.erase(message.topic);
         countDropped(m_queue.add(kind, std::move(message)));
     }
     // Of what else waits, the thread knows.
-    if (wasEmpty)
+    if (isFirst)
         m_wakeUp->ring();
 }
 
@@ -303,7 +303,7 @@ std::optional<BrokerLink::Worker::Item> BrokerLink::Worker::takeNext()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const std::optional<std::size_t> size = m_queue.getNextSize();
-    if (!size || !m_connection->hasRoomFor(*size))
+    if (!size || !m_connection->hasRoomFor(*size, m_queue.isNextBusy()))
         return std::nullopt;
     return m_queue.take();
 }

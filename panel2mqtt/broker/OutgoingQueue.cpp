@@ -47,6 +47,12 @@ std::optional<std::size_t> OutgoingQueue::getNextSize() const
     return sizeOf(next->message);
 }
 
+bool OutgoingQueue::isNextBusy() const
+{
+    const Item* const next = findNext();
+    return next != nullptr && next->kind == Kind::Busy;
+}
+
 OutgoingQueue::Item OutgoingQueue::take()
 {
     const Kind kind = findNext()->kind;

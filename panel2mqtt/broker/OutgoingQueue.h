@@ -43,6 +43,8 @@ public:
 
     // The size of what comes next; none: nothing waits.
     std::optional<std::size_t> getNextSize() const;
+    // Nothing waits but those who are only told to be busy.
+    bool isNextBusy() const;
     Item take();
 
     // A state that was taken and did not reach the broker: to be taken first again, unless

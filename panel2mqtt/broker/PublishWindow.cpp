@@ -4,9 +4,9 @@
 
 namespace Vantor {
 
-bool PublishWindow::hasRoomFor(std::size_t size) const
+bool PublishWindow::hasRoomFor(std::size_t size, bool isBusy) const
 {
-    return m_items.empty() || (m_items.size() < maxMessages && m_bytes + size <= maxBytes);
+    return m_items.empty() || (m_items.size() < (isBusy ? maxBusy : maxMessages) && m_bytes + size <= maxBytes);
 }
 
 void PublishWindow::add(int id, Item item)

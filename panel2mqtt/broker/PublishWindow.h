@@ -20,8 +20,12 @@ public:
     static constexpr std::size_t maxMessages = 64;
     static constexpr std::size_t maxBytes = 1U << 20U;
 
+    // What only says `busy` goes a few at a time: in a flood the next answer waits for all that is
+    // under way.
+    static constexpr std::size_t maxBusy = 4;
+
     // A message that is larger than the whole window goes alone.
-    bool hasRoomFor(std::size_t size) const;
+    bool hasRoomFor(std::size_t size, bool isBusy = false) const;
 
     void add(int id, Item item);
 

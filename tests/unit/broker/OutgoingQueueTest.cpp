@@ -45,12 +45,15 @@ TEST(OutgoingQueue, allKinds_goInTheOrderInWhichTheyCame)
 TEST(OutgoingQueue, busy_goesBehindAllElse)
 {
     OutgoingQueue queue;
+    EXPECT_FALSE(queue.isNextBusy());
     queue.add(Kind::Busy, textMessage("a", "busy 1"));
+    EXPECT_TRUE(queue.isNextBusy());
     queue.add(Kind::Busy, textMessage("a", "busy 2"));
     queue.add(Kind::Answer, textMessage("a", "answer"));
     queue.add(Kind::Event, textMessage("e", "event"));
     queue.add(Kind::State, textMessage("s", "state"));
     EXPECT_EQ(queue.getCount(), 5U);
+    EXPECT_FALSE(queue.isNextBusy());
     EXPECT_THAT(takeAllTexts(queue), ElementsAre("answer", "event", "state", "busy 1", "busy 2"));
 }
 

@@ -29,6 +29,19 @@ TEST(PublishWindow, messages_areSixtyFour)
     EXPECT_FALSE(window.complete(65));
 }
 
+TEST(PublishWindow, busy_goFourAtATimeAndNotBesideMoreOfOthers)
+{
+    PublishWindow window;
+    for (int id = 1; id <= 4; ++id) {
+        EXPECT_TRUE(window.hasRoomFor(20, true));
+        window.add(id, itemOf(1));
+    }
+    EXPECT_FALSE(window.hasRoomFor(20, true));
+    EXPECT_TRUE(window.hasRoomFor(20, false));
+    window.complete(2);
+    EXPECT_TRUE(window.hasRoomFor(20, true));
+}
+
 TEST(PublishWindow, bytes_areAMebibyte)
 {
     PublishWindow window;

@@ -24,6 +24,7 @@ bool addNumbered(Inbox& inbox, std::size_t number)
 std::vector<std::string> payloadsOf(const std::vector<Inbox::Item>& items)
 {
     std::vector<std::string> payloads;
+    payloads.reserve(items.size());
     for (const Inbox::Item& item : items)
         payloads.push_back(std::get<Message>(item).payload);
     return payloads;

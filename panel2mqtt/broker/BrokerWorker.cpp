@@ -149,9 +149,10 @@ void BrokerLink::Worker::onCompleted(const Item& item, int reasonCode)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++(reasonCode == 0 ? m_counts.published : m_counts.refused);
-        if (item.kind == Kind::State && reasonCode == MQTT_RC_NOT_AUTHORIZED)
+        const bool isState = item.kind == Kind::State && item.message.isRetained;
+        if (isState && reasonCode == MQTT_RC_NOT_AUTHORIZED)
             m_refusedStates.insert_or_assign(item.message.topic, item);
-        else if (item.kind == Kind::State)
+        else if (isState)
             m_refusedStates.erase(item.message.topic);
     }
     if (reasonCode != 0)

@@ -3,6 +3,7 @@
 #include "panel2mqtt/broker/BrokerReasons.h"
 #include "panel2mqtt/broker/PasswordFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -33,6 +34,11 @@ std::optional<TlsContext> makeTls(const BrokerSettings& settings)
     if (!settings.usesTls)
         return std::nullopt;
     return std::optional<TlsContext>(std::in_place, settings);
+}
+
+std::string secondsOf(BrokerPace::Duration time)
+{
+    return std::to_string(std::chrono::ceil<std::chrono::seconds>(time).count()) + " s";
 }
 
 // What was wrong with the connection itself, asked for once.
@@ -103,9 +109,21 @@ void BrokerConnection::onReady(short events, Clock::time_point now)
 void BrokerConnection::tick(Clock::time_point now)
 {
     if (isUp())
-        check(m_client.keepAlive());
+        tendUp(now);
     else if (!isOver() && now >= m_deadline)
         finishUnanswered();
+}
+
+// A broker that is behind with us drops its confirmations, too: with each the window would have
+// room for one less.
+void BrokerConnection::tendUp(Clock::time_point now)
+{
+    check(m_client.keepAlive());
+    if (m_client.wantsToWrite())
+        m_lastWriting = now;
+    const Clock::time_point oldest = m_window.getOldest();
+    if (oldest != Clock::time_point::max() && now - std::max(oldest, m_lastWriting) >= m_pace.confirmTime)
+        finish("the broker has not confirmed what was published within " + secondsOf(m_pace.confirmTime));
 }
 
 void BrokerConnection::publish(Item item)
@@ -122,7 +140,7 @@ void BrokerConnection::publish(Item item)
     Item handedOver = std::move(*std::exchange(m_handingOver, std::nullopt));
     switch (code) {
     case MOSQ_ERR_SUCCESS:
-        m_window.add(m_handingOverId, std::move(handedOver));
+        m_window.add(m_handingOverId, std::move(handedOver), Clock::now());
         break;
     case MOSQ_ERR_INVAL:
     case MOSQ_ERR_MALFORMED_UTF8:
@@ -131,7 +149,7 @@ void BrokerConnection::publish(Item item)
         m_owner.onCompleted(handedOver, code);
         break;
     default:
-        m_window.add(-1, std::move(handedOver)); // no id of MQTT's
+        m_window.add(-1, std::move(handedOver), Clock::now()); // no id of MQTT's
         finish(describe(code, error));
     }
 }
@@ -244,7 +262,7 @@ void BrokerConnection::finish(const std::string& reason)
 
 void BrokerConnection::finishUnanswered()
 {
-    const std::string time = std::to_string(std::chrono::ceil<std::chrono::seconds>(m_pace.connectTime).count()) + " s";
+    const std::string time = secondsOf(m_pace.connectTime);
     if (m_stage == Stage::Reaching)
         finish(m_settings.address + " can't be reached: nothing answers within " + time);
     else if (m_stage == Stage::Subscribing)

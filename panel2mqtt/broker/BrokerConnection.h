@@ -83,6 +83,7 @@ private:
     void onReceived(Message message) override;
     void onEnded(int code) override;
 
+    void tendUp(Clock::time_point now);
     void checkReached(short events);
     void refuse(const std::string& filter, int reasonCode);
     void checkSubscribed(Clock::time_point now);
@@ -103,6 +104,7 @@ private:
     std::string m_reason;
     Clock::time_point m_deadline; // of the stages before it is up
     std::optional<Clock::time_point> m_upSince;
+    Clock::time_point m_lastWriting;         // when something was still to be written
     std::map<int, std::string> m_unanswered; // filters, by the id of their subscription
     std::vector<std::string> m_refused;
     std::size_t m_largestPacket = 0;

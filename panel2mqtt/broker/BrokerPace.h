@@ -15,6 +15,7 @@ struct BrokerPace {
     Duration steadyTime = std::chrono::seconds(10);     // a connection that lasted this long begins anew with the first
     Duration lookUpTime = std::chrono::seconds(10);     // for a name's address
     Duration connectTime = std::chrono::seconds(10);    // with one address, until all subscriptions are granted
+    Duration confirmTime = std::chrono::seconds(60);    // of what the broker has been sent
     Duration stopTime = std::chrono::seconds(1);        // for what still waits
     Duration refusalInterval = std::chrono::minutes(1); // between two reports of a refusal, or tries of a state
 };

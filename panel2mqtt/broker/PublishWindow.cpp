@@ -1,5 +1,6 @@
 #include "panel2mqtt/broker/PublishWindow.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Vantor {
@@ -9,11 +10,11 @@ bool PublishWindow::hasRoomFor(std::size_t size, bool isBusy) const
     return m_items.empty() || (m_items.size() < (isBusy ? maxBusy : maxMessages) && m_bytes + size <= maxBytes);
 }
 
-void PublishWindow::add(int id, Item item)
+void PublishWindow::add(int id, Item item, TimePoint now)
 {
     complete(id); // an id that has come round
     m_bytes += OutgoingQueue::sizeOf(item.message);
-    m_items.emplace(id, std::move(item));
+    m_items.emplace(id, Entry{std::move(item), now});
 }
 
 std::optional<PublishWindow::Item> PublishWindow::complete(int id)
@@ -21,15 +22,23 @@ std::optional<PublishWindow::Item> PublishWindow::complete(int id)
     auto node = m_items.extract(id);
     if (node.empty())
         return std::nullopt;
-    m_bytes -= OutgoingQueue::sizeOf(node.mapped().message);
-    return std::move(node.mapped());
+    m_bytes -= OutgoingQueue::sizeOf(node.mapped().item.message);
+    return std::move(node.mapped().item);
+}
+
+PublishWindow::TimePoint PublishWindow::getOldest() const
+{
+    TimePoint oldest = TimePoint::max();
+    for (const auto& [id, entry] : m_items)
+        oldest = std::min(oldest, entry.since);
+    return oldest;
 }
 
 std::vector<PublishWindow::Item> PublishWindow::takeAll()
 {
     std::vector<Item> items;
-    for (auto& [id, item] : m_items)
-        items.push_back(std::move(item));
+    for (auto& [id, entry] : m_items)
+        items.push_back(std::move(entry.item));
     m_items.clear();
     m_bytes = 0;
     return items;

@@ -2,6 +2,7 @@
 
 #include "panel2mqtt/broker/OutgoingQueue.h"
 
+#include <chrono>
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -16,6 +17,7 @@ namespace Vantor {
 class PublishWindow {
 public:
     using Item = OutgoingQueue::Item;
+    using TimePoint = std::chrono::steady_clock::time_point;
 
     static constexpr std::size_t maxMessages = 64;
     static constexpr std::size_t maxBytes = 1U << 20U;
@@ -27,7 +29,7 @@ public:
     // A message that is larger than the whole window goes alone.
     bool hasRoomFor(std::size_t size, bool isBusy = false) const;
 
-    void add(int id, Item item);
+    void add(int id, Item item, TimePoint now);
 
     // None: no such message.
     std::optional<Item> complete(int id);
@@ -37,8 +39,16 @@ public:
 
     bool isEmpty() const { return m_items.empty(); }
 
+    // When what has waited longest was added; TimePoint::max(): nothing waits.
+    TimePoint getOldest() const;
+
 private:
-    std::map<int, Item> m_items;
+    struct Entry {
+        Item item;
+        TimePoint since;
+    };
+
+    std::map<int, Entry> m_items;
     std::size_t m_bytes = 0;
 };
 

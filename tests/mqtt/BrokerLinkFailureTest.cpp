@@ -367,6 +367,21 @@ TEST(BrokerLinkFailure, connecting_announcesTheLargestPacket)
     EXPECT_THAT(port.accept(), HasSubstr(std::string("\x27\x01\x10\x00\x00", 5)));
 }
 
+TEST(BrokerLinkFailure, brokerThatConfirmsNothing_isGivenUpAndConnectedAnew)
+{
+    StubbornPort port(Manner::SaysNothing);
+    BrokerPace pace = QuickLink::getPace();
+    pace.confirmTime = std::chrono::milliseconds(900);
+    QuickLink quick(settingsFor(port.getPort()), {}, pace);
+    port.accept();
+    port.say(std::string("\x20\x03\x00\x00\x00", 5)); // the connection is accepted
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    quick.publish(Kind::Answer, "answer", "a");
+    ASSERT_TRUE(quick.listener.awaitReasons(1));
+    EXPECT_EQ(quick.listener.get().disconnected[0], "the broker has not confirmed what was published within 1 s");
+    EXPECT_THAT(port.accept(), HasSubstr("MQTT"));
+}
+
 TEST(BrokerLinkFailure, brokerThatTakesNothing_delaysNoStop)
 {
     MosquittoBroker broker;

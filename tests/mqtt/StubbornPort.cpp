@@ -47,4 +47,9 @@ std::string StubbornPort::accept()
     return text;
 }
 
+void StubbornPort::say(const std::string& bytes) const
+{
+    send(m_sockets.back(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
 } // namespace Vantor

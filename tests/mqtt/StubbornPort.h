@@ -27,6 +27,9 @@ public:
     // Of the next connection, which is kept open: what it sends first.
     std::string accept();
 
+    // To the connection that was accepted last.
+    void say(const std::string& bytes) const;
+
 private:
     const Manner m_manner;
     const int m_listener;

@@ -20,7 +20,7 @@ TEST(PublishWindow, messages_areSixtyFour)
     PublishWindow window;
     for (int id = 1; id <= 64; ++id) {
         EXPECT_TRUE(window.hasRoomFor(20));
-        window.add(id, itemOf(1));
+        window.add(id, itemOf(1), {});
     }
     EXPECT_FALSE(window.hasRoomFor(20));
     EXPECT_TRUE(window.complete(30));
@@ -34,7 +34,7 @@ TEST(PublishWindow, busy_goFourAtATimeAndNotBesideMoreOfOthers)
     PublishWindow window;
     for (int id = 1; id <= 4; ++id) {
         EXPECT_TRUE(window.hasRoomFor(20, true));
-        window.add(id, itemOf(1));
+        window.add(id, itemOf(1), {});
     }
     EXPECT_FALSE(window.hasRoomFor(20, true));
     EXPECT_TRUE(window.hasRoomFor(20, false));
@@ -45,20 +45,32 @@ TEST(PublishWindow, busy_goFourAtATimeAndNotBesideMoreOfOthers)
 TEST(PublishWindow, bytes_areAMebibyte)
 {
     PublishWindow window;
-    window.add(1, itemOf((1U << 20U) - 113)); // and 13 of its own
+    window.add(1, itemOf((1U << 20U) - 113), {}); // and 13 of its own
     EXPECT_TRUE(window.hasRoomFor(100));
     EXPECT_FALSE(window.hasRoomFor(101));
     window.complete(1);
     EXPECT_TRUE(window.hasRoomFor(1U << 30U)); // alone
-    window.add(2, itemOf(1));
+    window.add(2, itemOf(1), {});
     EXPECT_FALSE(window.hasRoomFor(1U << 20U));
+}
+
+TEST(PublishWindow, oldest_isOfWhatStillWaits)
+{
+    const PublishWindow::TimePoint begin{};
+    PublishWindow window;
+    EXPECT_EQ(window.getOldest(), PublishWindow::TimePoint::max());
+    window.add(7, itemOf(1), begin + std::chrono::seconds(1));
+    window.add(3, itemOf(1), begin + std::chrono::seconds(2));
+    EXPECT_EQ(window.getOldest(), begin + std::chrono::seconds(1));
+    window.complete(7);
+    EXPECT_EQ(window.getOldest(), begin + std::chrono::seconds(2));
 }
 
 TEST(PublishWindow, idThatComesRound_isTheLaterOne)
 {
     PublishWindow window;
-    window.add(1, itemOf(1, 10));
-    window.add(1, itemOf(1, 11));
+    window.add(1, itemOf(1, 10), {});
+    window.add(1, itemOf(1, 11), {});
     EXPECT_EQ(window.complete(1)->number, 11U);
     EXPECT_TRUE(window.isEmpty());
 }
@@ -66,11 +78,11 @@ TEST(PublishWindow, idThatComesRound_isTheLaterOne)
 TEST(PublishWindow, whatIsLeft_isTakenWhole)
 {
     PublishWindow window;
-    window.add(1, itemOf(600000, 1));
-    window.add(2, itemOf(1, 2));
+    window.add(1, itemOf(600000, 1), {});
+    window.add(2, itemOf(1, 2), {});
     EXPECT_EQ(window.takeAll().size(), 2U);
     EXPECT_TRUE(window.isEmpty());
-    window.add(3, itemOf(1));
+    window.add(3, itemOf(1), {});
     EXPECT_TRUE(window.hasRoomFor(1000000));
 }
 

@@ -88,8 +88,7 @@ void FleetRun::awaitTelling()
             return;
         if (Clock::now() - m_client->getLastHeard() > tellingPatience)
             throw brokerFailure(std::string("the broker does not deliver what is published to ") +
-                                FleetReader::markerTopic +
-                                ".\nLet this user read panel/1/# and write that topic: docs/panelfleet.md.");
+                                FleetReader::markerTopic + ".\nLet this user read and write it: docs/panelfleet.md.");
         wait(passTime);
     }
 }

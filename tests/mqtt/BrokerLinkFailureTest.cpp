@@ -209,11 +209,17 @@ TEST(BrokerLinkFailure, stateThatIsRefused_isToldWhenTheAccessListIsMended)
     pace.refusalInterval = milliseconds(50);
     QuickLink quick(broker.getSettings(), {}, pace);
     ASSERT_TRUE(quick.listener.awaitConnections(1));
-    quick.publish(Kind::State, "a", "1");
-    quick.publish(Kind::State, "b", "1");
+    const auto retain = [&quick](const std::string& topic, const std::string& payload) {
+        Message state = messageOf(topic, payload);
+        state.isRetained = true;
+        quick.link.publish(Kind::State, std::move(state));
+    };
+    retain("a", "1");
+    retain("b", "1");
     quick.publish(Kind::Event, "event", "1");
-    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.refused >= 7; })); // again and again
-    quick.publish(Kind::State, "b", "2");
+    quick.publish(Kind::State, "not retained", "1");
+    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.refused >= 8; })); // again and again
+    retain("b", "2");
     MqttPeer peer(broker.getSettings());
     peer.subscribe("#");
     broker.setAccessList("topic readwrite #\n");

@@ -63,8 +63,9 @@ FleetReader::Step FleetReader::readOn()
 
 void FleetReader::addFilters(const std::string& host, Step& step) const
 {
+    const std::string root = "panel/1/" + host + "/";
     for (const std::string& rest : m_rests)
-        step.filters.push_back("panel/1/" + host + "/" + rest);
+        step.filters.push_back(root + rest);
 }
 
 } // namespace Vantor

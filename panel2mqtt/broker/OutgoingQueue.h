@@ -48,7 +48,7 @@ public:
     Item take();
 
     // A state that was taken and did not reach the broker: to be taken first again, unless
-    // there is a later one of its topic.
+    // there is a later one of its topic. Of two that are put back the later counts, too.
     void putBack(Item state);
 
     Dropped dropAllButStates();

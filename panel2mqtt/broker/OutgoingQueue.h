@@ -54,6 +54,7 @@ public:
     Dropped dropAllButStates();
 
     bool hasStates() const { return !m_states.empty(); }
+    bool hasState(const std::string& topic) const { return m_topics.count(topic) != 0; }
     std::size_t getCount() const { return m_busy.size() + m_events.size() + m_answers.size() + m_states.size(); }
 
 private:

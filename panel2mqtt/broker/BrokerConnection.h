@@ -64,6 +64,7 @@ public:
     Clock::duration getUpTime(Clock::time_point now) const { return m_upSince ? now - *m_upSince : Clock::duration{}; }
 
     bool hasRoomFor(std::size_t size, bool isBusy) const { return isUp() && m_window.hasRoomFor(size, isBusy); }
+    bool hasLater(const Item& state) const { return m_window.hasLater(state); }
     bool hasUnconfirmed() const { return !m_window.isEmpty(); }
     void publish(Item item);
     void subscribe(const std::vector<BrokerLink::Subscription>& subscriptions);

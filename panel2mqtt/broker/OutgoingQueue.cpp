@@ -67,8 +67,12 @@ OutgoingQueue::Item OutgoingQueue::take()
 void OutgoingQueue::putBack(Item state)
 {
     const std::uint64_t number = state.number;
-    if (m_topics.try_emplace(state.message.topic, number).second)
-        m_states.emplace(number, std::move(state));
+    const auto [topic, isNew] = m_topics.try_emplace(state.message.topic, number);
+    if (!isNew && topic->second > number)
+        return;
+    if (!isNew)
+        m_states.erase(std::exchange(topic->second, number));
+    m_states.emplace(number, std::move(state));
 }
 
 OutgoingQueue::Dropped OutgoingQueue::dropAllButStates()

@@ -48,12 +48,13 @@ public:
     Item take();
 
     // A state that was taken and did not reach the broker: to be taken first again, unless
-    // there is a later one of its topic.
+    // there is a later one of its topic. Of two that are put back the later counts, too.
     void putBack(Item state);
 
     Dropped dropAllButStates();
 
     bool hasStates() const { return !m_states.empty(); }
+    bool hasState(const std::string& topic) const { return m_topics.count(topic) != 0; }
     std::size_t getCount() const { return m_busy.size() + m_events.size() + m_answers.size() + m_states.size(); }
 
 private:

@@ -26,6 +26,15 @@ std::optional<PublishWindow::Item> PublishWindow::complete(int id)
     return std::move(node.mapped().item);
 }
 
+bool PublishWindow::hasLater(const Item& state) const
+{
+    return std::any_of(m_items.begin(), m_items.end(), [&state](const auto& entry) {
+        const Item& item = entry.second.item;
+        return item.kind == BrokerLink::Kind::State && item.number > state.number &&
+               item.message.topic == state.message.topic;
+    });
+}
+
 PublishWindow::TimePoint PublishWindow::getOldest() const
 {
     TimePoint oldest = TimePoint::max();

@@ -34,6 +34,9 @@ public:
     // None: no such message.
     std::optional<Item> complete(int id);
 
+    // Whether a later state of its topic is among these.
+    bool hasLater(const Item& state) const;
+
     // All that is left.
     std::vector<Item> takeAll();
 

@@ -66,11 +66,6 @@ void PanelDesk::add(const Order& order, Message command, TimePoint now)
     poll(now);
 }
 
-bool PanelDesk::isWish(const std::vector<Claim>& claims)
-{
-    return std::any_of(claims.begin(), claims.end(), [](const Claim& claim) { return claim.wish.has_value(); });
-}
-
 bool PanelDesk::refuseTooLarge(std::size_t size, const Claim& claim, TimePoint now)
 {
     const std::size_t most = m_line->getPacketLimit() - overhead;
@@ -126,7 +121,7 @@ void PanelDesk::placePicture(std::uint16_t lcd, PictureOrder::Picture picture, c
         end(claim, {Answer::Word::Busy, "too many pictures wait for this panel"}, false, now);
         return;
     }
-    const bool hidesWish = earlier != m_pictures.end() && (earlier->second.hidesWish || isWish(earlier->second.claims));
+    const bool hidesWish = earlier != m_pictures.end() && earlier->second.hidesWish;
     if (!isAdded)
         supersede(subject, now);
     Waiting& waiting = m_pictures[lcd];

@@ -102,7 +102,6 @@ private:
     void addRecord(const Order& order, Message command, const Claim& claim, TimePoint now);
     void addPicture(const Order& order, const Message& command, const Claim& claim, TimePoint now);
     void placePicture(std::uint16_t lcd, PictureOrder::Picture picture, const Claim& claim, TimePoint now);
-    static bool isWish(const std::vector<Claim>& claims);
     std::size_t countPictureCommands() const;
     bool refuseTooLarge(std::size_t size, const Claim& claim, TimePoint now);
 

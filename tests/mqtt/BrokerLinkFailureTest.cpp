@@ -388,6 +388,30 @@ TEST(BrokerLinkFailure, brokerThatConfirmsNothing_isGivenUpAndConnectedAnew)
     EXPECT_THAT(port.accept(), HasSubstr("MQTT"));
 }
 
+TEST(BrokerLinkFailure, stateThatIsRefusedAfterALaterOneWentOut_isNotTriedAgain)
+{
+    StubbornPort port(Manner::SaysNothing);
+    BrokerPace pace = QuickLink::getPace();
+    pace.refusalInterval = std::chrono::milliseconds(0);
+    QuickLink quick(settingsFor(port.getPort()), {}, pace);
+    port.accept();
+    port.say(std::string("\x20\x03\x00\x00\x00", 5)); // the connection is accepted
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    for (const char* const payload : {"earlier", "later"}) {
+        Message state = messageOf("state", payload);
+        state.isRetained = true;
+        quick.link.publish(Kind::State, std::move(state));
+        ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.waiting == 0; })); // it is under way
+    }
+    port.say(std::string("\x40\x03\x00\x01\x87", 5)); // the first is not authorised
+    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.refused == 1; }));
+    const auto passes = quick.link.getCounts().passes;
+    ASSERT_TRUE(quick.awaitCounts([passes](const auto& counts) { return counts.passes >= passes + 2; }));
+    port.say(std::string("\x40\x02\x00\x02\x40\x02\x00\x03", 8)); // the second is, and what else there may be
+    ASSERT_TRUE(quick.awaitCounts([passes](const auto& counts) { return counts.passes >= passes + 5; }));
+    EXPECT_EQ(quick.link.getCounts().published, 1U);
+}
+
 TEST(BrokerLinkFailure, brokerThatTakesNothing_delaysNoStop)
 {
     MosquittoBroker broker;

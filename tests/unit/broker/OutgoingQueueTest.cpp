@@ -169,6 +169,22 @@ TEST(OutgoingQueue, stateThatIsPutBack_goesFirstUnlessALaterOneWaits)
     EXPECT_THAT(takeAllTexts(queue), ElementsAre("t1", "e", "s2"));
 }
 
+TEST(OutgoingQueue, statesOfOneTopicThatArePutBack_leaveTheLatest)
+{
+    for (const bool isOlderFirst : {true, false}) {
+        OutgoingQueue queue;
+        queue.add(Kind::State, textMessage("s", "s1"));
+        const OutgoingQueue::Item older = queue.take();
+        queue.add(Kind::State, textMessage("s", ""));
+        const OutgoingQueue::Item later = queue.take();
+        queue.add(Kind::Event, textMessage("e", "e"));
+        queue.putBack(isOlderFirst ? older : later);
+        queue.putBack(isOlderFirst ? later : older);
+        EXPECT_EQ(queue.getCount(), 2U);
+        EXPECT_THAT(takeAllTexts(queue), ElementsAre("", "e"));
+    }
+}
+
 TEST(OutgoingQueue, roomOfWhatWasDropped_isThereAgain)
 {
     OutgoingQueue queue;

@@ -42,6 +42,20 @@ TEST(PublishWindow, busy_goFourAtATimeAndNotBesideMoreOfOthers)
     EXPECT_TRUE(window.hasRoomFor(20, true));
 }
 
+TEST(PublishWindow, laterState_isOneOfTheSameTopic)
+{
+    const auto stateOf = [](const std::string& topic, std::uint64_t number) {
+        PublishWindow::Item item = {BrokerLink::Kind::State, {}, number};
+        item.message.topic = topic;
+        return item;
+    };
+    PublishWindow window;
+    window.add(1, stateOf("s", 5), {});
+    EXPECT_TRUE(window.hasLater(stateOf("s", 4)));
+    EXPECT_FALSE(window.hasLater(stateOf("s", 5)));
+    EXPECT_FALSE(window.hasLater(stateOf("t", 4)));
+}
+
 TEST(PublishWindow, bytes_areAMebibyte)
 {
     PublishWindow window;

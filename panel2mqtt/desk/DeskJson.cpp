@@ -1,6 +1,5 @@
 #include "panel2mqtt/desk/DeskJson.h"
 
-#include <algorithm>
 #include <array>
 
 #include <nlohmann/json.hpp>
@@ -142,12 +141,11 @@ std::optional<JobState> readJobState(const std::string& text)
     const auto state = find<std::string>(json, "state");
     const auto written = find<std::uint64_t>(json, "bytesWritten");
     const auto total = find<std::uint64_t>(json, "totalBytes");
-    const auto since = find<std::string>(json, "since").value_or("");
-    const auto reason = find<std::string>(json, "reason").value_or("");
-    if (!state || !written || !total || *written > UINT32_MAX || *total > UINT32_MAX ||
-        std::max({state->size(), since.size(), reason.size()}) > longestText)
+    if (!state || !written || !total || *written > UINT32_MAX || *total > UINT32_MAX || state->size() > longestText)
         return std::nullopt;
-    return JobState{*state, static_cast<std::uint32_t>(*written), static_cast<std::uint32_t>(*total), since, reason};
+    return JobState{*state, static_cast<std::uint32_t>(*written), static_cast<std::uint32_t>(*total),
+                    find<std::string>(json, "since").value_or("").substr(0, longestText),
+                    find<std::string>(json, "reason").value_or("").substr(0, longestText)};
 }
 
 std::optional<PanelInfo> readPanelInfo(const std::string& text)

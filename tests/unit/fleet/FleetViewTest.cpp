@@ -139,7 +139,7 @@ TEST(FleetView, longTexts_areCut)
 {
     FleetView view(everything(), "j");
     view.receive("panel/1/shop/1-1/job/j", DeskJson::write(JobState{"failed", 4, 5, "", std::string(2000, 'x')}));
-    EXPECT_EQ(view.findPanel("shop", "1-1")->job->reason.size(), 400u);
+    EXPECT_EQ(view.findPanel("shop", "1-1")->job->reason.size(), 256u);
 }
 
 TEST(FleetView, isPlace_isBusAndPorts)

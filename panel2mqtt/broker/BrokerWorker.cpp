@@ -150,8 +150,8 @@ void BrokerLink::Worker::onCompleted(const Item& item, int reasonCode)
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++(reasonCode == 0 ? m_counts.published : m_counts.refused);
         const bool isState = item.kind == Kind::State && item.message.isRetained;
-        const auto isLatest = [&] { return !m_queue.hasState(item.message.topic) && !m_connection->hasLater(item); };
-        if (isState && reasonCode == MQTT_RC_NOT_AUTHORIZED && isLatest())
+        const bool isRefused = isState && reasonCode == MQTT_RC_NOT_AUTHORIZED;
+        if (isRefused && !m_queue.hasState(item.message.topic) && !m_connection->hasLater(item))
             m_refusedStates.insert_or_assign(item.message.topic, item);
         else if (isState)
             m_refusedStates.erase(item.message.topic);

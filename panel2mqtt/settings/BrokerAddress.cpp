@@ -1,19 +1,21 @@
 #include "panel2mqtt/settings/BrokerAddress.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace Vantor {
 
 void setBrokerAddress(BrokerSettings& settings, const std::string& text)
 {
-    if (text.empty())
-        throw std::invalid_argument("expected ADDRESS[:PORT]");
     const auto colon = text.rfind(':');
     const bool isIpv6 = text.find(':') != colon && text.back() != ']' && text.front() != '[';
     const bool hasPort = colon != std::string::npos && !isIpv6 && text.back() != ']';
-    settings.address = hasPort ? text.substr(0, colon) : text;
-    if (settings.address.size() > 2 && settings.address.front() == '[')
-        settings.address = settings.address.substr(1, settings.address.size() - 2);
+    std::string address = hasPort ? text.substr(0, colon) : text;
+    if (!address.empty() && address.front() == '[')
+        address = address.back() == ']' ? address.substr(1, address.size() - 2) : "";
+    if (address.empty())
+        throw std::invalid_argument("expected ADDRESS[:PORT]");
+    settings.address = std::move(address);
     if (!hasPort)
         return;
     const std::string port = text.substr(colon + 1);

@@ -38,4 +38,10 @@ TEST(BrokerAddress, noPort_isRefused)
         EXPECT_THROW(brokerAt(text), std::invalid_argument) << text;
 }
 
+TEST(BrokerAddress, noAddress_isRefused)
+{
+    for (const char* const text : {":1883", "[", "[]", "[]:1", "[broker.example:8883", "[::1"})
+        EXPECT_THROW(brokerAt(text), std::invalid_argument) << text;
+}
+
 } // namespace Vantor

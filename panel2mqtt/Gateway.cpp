@@ -274,6 +274,7 @@ void Gateway::handle(Inbox::Connected& news)
     told.payload = m_run;
     publish(Outbox::Kind::Answer, std::move(told));
     m_toldDue = Clock::now() + m_toldPatience;
+    m_toldEnd = Clock::now() + 6 * m_toldPatience;
 }
 
 void Gateway::handle(Inbox::Disconnected& news)
@@ -282,7 +283,8 @@ void Gateway::handle(Inbox::Disconnected& news)
         const std::lock_guard<std::mutex> lock(m_presenceMutex);
         m_presence.onDisconnected();
     }
-    if (news.reason != m_lastReason && !m_isYielding && !std::exchange(m_isEndingItself, false))
+    const bool isOwnDoing = std::exchange(m_isEndingItself, false);
+    if (news.reason != m_lastReason && !m_isYielding && !isOwnDoing)
         m_log.say(Level::Warning, "no connection with the broker: " + news.reason);
     m_lastReason = news.reason;
     m_toldDue = Clock::time_point::max();
@@ -294,7 +296,7 @@ void Gateway::handle(Message& message)
         return; // of another gateway, or of who checks
     const auto now = Clock::now();
     if (message.isRetained && m_toldDue != Clock::time_point::max())
-        m_toldDue = now + m_toldPatience; // it is still telling
+        m_toldDue = std::min(now + m_toldPatience, m_toldEnd); // it is still telling, or others publish
     HostPresence::Stage before{};
     bool isPresence = false;
     const bool isTold = message.topic == topicOf("told");
@@ -375,6 +377,8 @@ std::string Gateway::describeState() const
         return "another gateway serves " + topicOf("");
     if (!m_lastReason.empty())
         return "no connection with the broker: " + m_lastReason;
+    if (!m_isReady)
+        return "waits for what the broker has retained";
     return std::to_string(m_roster.getPanels()) + " panels";
 }
 

@@ -87,6 +87,7 @@ private:
     std::uint64_t m_seenLinkPasses = 0;
     Clock::time_point m_nextFeed;
     Clock::time_point m_toldDue = Clock::time_point::max(); // when it is amiss that nothing was told
+    Clock::time_point m_toldEnd;                            // the latest for that
     Clock::duration m_toldPatience = shortestToldPatience;
     bool m_isUnheard = false; // it has been amiss, and been said
     bool m_isEndingItself = false;

@@ -97,8 +97,8 @@ CLI::Validator numberTo(unsigned int most)
 {
     return CLI::Validator(
         [most](const std::string& text) {
-            const bool isNumber =
-                !text.empty() && text.size() <= 7 && text.find_first_not_of("0123456789") == std::string::npos;
+            const bool isNumber = !text.empty() && text.size() <= 7 && text[0] != '0' &&
+                                  text.find_first_not_of("0123456789") == std::string::npos;
             const int number = isNumber ? std::stoi(text) : 0;
             return number >= 1 && number <= static_cast<int>(most)
                        ? std::string()

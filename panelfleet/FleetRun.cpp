@@ -34,7 +34,7 @@ Rollout::Options rolloutOptions(const CommandLine& line, const FleetImage* image
 {
     Rollout::Options options;
     options.selection = line.selection;
-    options.selection.isAll = line.selection.isAll || line.selection.isEmpty();
+    options.selection.isAll = line.selection.isAll || (image == nullptr && line.selection.isEmpty());
     options.id = line.id;
     options.atOnce = line.atOnce;
     options.stopAfter = image != nullptr ? line.stopAfter : std::numeric_limits<std::size_t>::max();

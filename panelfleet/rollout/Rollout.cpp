@@ -48,7 +48,8 @@ void Rollout::resume(TimePoint now)
         // What it answered meanwhile is lost.
         panel.m_asks = 0;
         panel.m_awaySince.reset();
-        panel.m_deadline = std::min(panel.m_deadline, now + settling);
+        if (!isStopped()) // else it is not asked again
+            panel.m_deadline = std::min(panel.m_deadline, now + settling);
         panel.m_changed = now;
     }
     poll(now);
@@ -190,7 +191,7 @@ void Rollout::checkAsked(Panel& panel, TimePoint now)
     if (isHostAway(panel, now))
         return;
     const std::uint64_t epoch = getEpoch(panel);
-    if (std::exchange(panel.m_epoch, epoch) != epoch) // it may not have had it
+    if (std::exchange(panel.m_epoch, epoch) != epoch && !isStopped()) // it may not have had it
         panel.m_deadline = std::min(panel.m_deadline, now + settling);
     if (now < panel.m_deadline)
         return;

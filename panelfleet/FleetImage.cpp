@@ -3,6 +3,7 @@
 #include "panelctl/terminal/Wording.h"
 #include "panelfleet/FleetFailure.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -48,6 +49,14 @@ std::string sumOfImage(const std::string& image)
     return formatHexBytes(sum.data(), size);
 }
 
+std::string inLowerCase(std::string digits)
+{
+    std::transform(digits.begin(), digits.end(), digits.begin(), [](char digit) {
+        return digit >= 'A' && digit <= 'F' ? static_cast<char>(digit - 'A' + 'a') : digit;
+    });
+    return digits;
+}
+
 } // namespace
 
 FleetImage FleetImage::make(const CommandLine& line)
@@ -59,7 +68,9 @@ FleetImage FleetImage::make(const CommandLine& line)
     if (!path.empty()) {
         image.command.payload = readImage(path);
         image.size = static_cast<std::uint32_t>(image.command.payload.size());
-        properties.emplace_back("sha256", sumOfImage(image.command.payload));
+        const std::string sum = sumOfImage(image.command.payload);
+        (line.mainFile.empty() ? image.servoSum : image.mainSum) = sum;
+        properties.emplace_back("sha256", sum);
         properties.emplace_back("mcu", line.mainFile.empty() ? "servo" : "main");
         return image;
     }
@@ -71,6 +82,8 @@ FleetImage FleetImage::make(const CommandLine& line)
         if (!value.empty())
             properties.emplace_back(name, value);
     }
+    image.mainSum = inLowerCase(line.sumMain);
+    image.servoSum = inLowerCase(line.sumServo);
     return image;
 }
 

@@ -18,6 +18,8 @@ struct FleetImage {
 
     Message command;                   // its payload and user properties
     std::optional<std::uint32_t> size; // of an image
+    std::string mainSum;               // SHA-256, in lower-case hexadecimal digits; empty: not known
+    std::string servoSum;
 
     // Throws FleetFailure when the file can't be used.
     static FleetImage make(const CommandLine& line);

@@ -39,8 +39,11 @@ Rollout::Options rolloutOptions(const CommandLine& line, const FleetImage* image
     options.atOnce = line.atOnce;
     options.stopAfter = image != nullptr ? line.stopAfter : std::numeric_limits<std::size_t>::max();
     options.wait = line.wait;
-    if (image != nullptr)
+    if (image != nullptr) {
         options.imageSize = image->size;
+        options.mainSum = image->mainSum;
+        options.servoSum = image->servoSum;
+    }
     return options;
 }
 
@@ -149,6 +152,8 @@ FleetExit FleetRun::showStatus()
     });
     if (reports.empty())
         throw FleetFailure(FleetExit::NothingSelected, "nothing-selected", "no panel has a job " + m_line.id);
+    if (m_line.selection.isEmpty()) // those without a job may never have been meant
+        counts.waiting = counts.away = 0;
     reports.push_back(std::make_unique<SummaryReport>(m_line.id, counts, false));
     tell(reports);
     if (counts.failed + counts.unknown != 0)

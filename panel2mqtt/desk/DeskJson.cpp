@@ -1,6 +1,7 @@
 #include "panel2mqtt/desk/DeskJson.h"
 
 #include <array>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -46,6 +47,17 @@ template <typename Value> std::optional<Value> find(const Json& json, const char
     return found->get<Value>();
 }
 
+// Of a job's image; empty: none that could be one.
+std::string findSum(const Json& json, const char* mcu)
+{
+    constexpr std::size_t digits = 64;
+    const auto sums = json.find("sha256");
+    if (sums == json.end() || !sums->is_object())
+        return "";
+    const std::string sum = find<std::string>(*sums, mcu).value_or("");
+    return sum.size() == digits ? sum : "";
+}
+
 } // namespace
 
 const char* nameOf(Answer::Word word)
@@ -81,6 +93,10 @@ std::string write(const JobState& state)
               {"since", state.since}};
     if (!state.reason.empty())
         json["reason"] = state.reason;
+    for (const auto& [name, sum] : {std::pair("main", &state.mainSum), std::pair("servo", &state.servoSum)}) {
+        if (!sum->empty())
+            json["sha256"][name] = *sum;
+    }
     return textOf(json);
 }
 
@@ -143,9 +159,13 @@ std::optional<JobState> readJobState(const std::string& text)
     const auto total = find<std::uint64_t>(json, "totalBytes");
     if (!state || !written || !total || *written > UINT32_MAX || *total > UINT32_MAX || state->size() > longestText)
         return std::nullopt;
-    return JobState{*state, static_cast<std::uint32_t>(*written), static_cast<std::uint32_t>(*total),
+    return JobState{*state,
+                    static_cast<std::uint32_t>(*written),
+                    static_cast<std::uint32_t>(*total),
                     find<std::string>(json, "since").value_or("").substr(0, longestText),
-                    find<std::string>(json, "reason").value_or("").substr(0, longestText)};
+                    find<std::string>(json, "reason").value_or("").substr(0, longestText),
+                    findSum(json, "main"),
+                    findSum(json, "servo")};
 }
 
 std::optional<PanelInfo> readPanelInfo(const std::string& text)

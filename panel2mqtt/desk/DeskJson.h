@@ -51,6 +51,8 @@ struct JobState {
     std::uint32_t totalBytes = 0;
     std::string since; // as of a place
     std::string reason;
+    std::string mainSum{}; // SHA-256 of the image, in hexadecimal digits; empty: none
+    std::string servoSum{};
 
     bool isOver() const { return state == "answering" || state == "failed" || state == "interrupted"; }
 };

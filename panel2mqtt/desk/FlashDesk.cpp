@@ -49,6 +49,18 @@ std::uint32_t sizeOf(const std::optional<ShelfImage>& image)
     return image ? image->size : 0;
 }
 
+// In either case of letters.
+bool equalDigits(const std::string& one, const std::string& other)
+{
+    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                      [](char left, char right) { return (left | ' ') == (right | ' '); });
+}
+
+std::string sumOf(const std::optional<ShelfImage>& image)
+{
+    return image ? image->sha256 : "";
+}
+
 std::string pathOf(const std::optional<ShelfImage>& image)
 {
     return image ? image->path : "";
@@ -117,7 +129,7 @@ void FlashDesk::add(const Message& command, const Read& read, TimePoint now)
     const auto ticket = m_ledger.open(askedOf(command), now);
     if (!ticket)
         return;
-    if (const auto refusal = refuse(*id)) {
+    if (const auto refusal = refuse(*id, command)) {
         m_ledger.close(*ticket, *refusal, false, now);
         return;
     }
@@ -128,9 +140,11 @@ void FlashDesk::add(const Message& command, const Read& read, TimePoint now)
         begin(*id, *ticket, std::get<FlashOrder::Images>(std::move(made)), now);
 }
 
-std::optional<Answer> FlashDesk::refuse(const std::string& id) const
+std::optional<Answer> FlashDesk::refuse(const std::string& id, const Message& command) const
 {
     const auto known = m_told.find(id);
+    if (known != m_told.end() && isOfAnother(known->second.state, command))
+        return Answer{Answer::Word::Refused, "job " + id + " was of another image: flash under another id"};
     if (known != m_told.end())
         return answerOf(id, known->second.state);
     if (m_line == nullptr)
@@ -143,6 +157,21 @@ std::optional<Answer> FlashDesk::refuse(const std::string& id) const
         return Answer{Answer::Word::Refused, "the panel takes packets of " + std::to_string(m_line->getPacketLimit()) +
                                                  " bytes, and firmware needs " + std::to_string(chunkPacket)};
     return std::nullopt;
+}
+
+// As far as both say what they are of.
+bool FlashDesk::isOfAnother(const JobState& known, const Message& command)
+{
+    const std::string* const mcu = command.findProperty("mcu");
+    const bool isServo = mcu != nullptr && *mcu == "servo";
+    const auto differs = [&command](const char* property, const std::string& sum) {
+        const std::string* const asked = command.findProperty(property);
+        return asked != nullptr && !equalDigits(*asked, sum);
+    };
+    if (known.mainSum.empty() && known.servoSum.empty())
+        return false;
+    return differs("sha256", isServo ? known.servoSum : known.mainSum) || differs("sha256-main", known.mainSum) ||
+           differs("sha256-servo", known.servoSum);
 }
 
 // Of a command that is repeated when only the job is remembered: nothing is written twice.
@@ -158,7 +187,9 @@ Answer FlashDesk::answerOf(const std::string& id, const JobState& known)
 void FlashDesk::begin(const std::string& id, std::uint64_t ticket, FlashOrder::Images images, TimePoint now)
 {
     const FlashJob job(sizeOf(images.main), sizeOf(images.servo));
-    m_told[id] = {{stateNameOf(job.getState()), 0, job.getTotal(), m_clock(), ""}, true, TimePoint::max()};
+    const JobState state{stateNameOf(job.getState()), 0, job.getTotal(), m_clock(), "", sumOf(images.main),
+                         sumOf(images.servo)};
+    m_told[id] = {state, true, TimePoint::max()};
     m_active.emplace(Active{id, ticket, job, std::move(images), now});
     m_publish(id, DeskJson::write(m_told[id].state));
     evict();

@@ -75,7 +75,8 @@ private:
     static Message askedOf(const Message& command);
     static Answer answerOf(const std::string& id, const JobState& known);
     std::optional<std::string> nameJob(const Message& command);
-    std::optional<Answer> refuse(const std::string& id) const;
+    std::optional<Answer> refuse(const std::string& id, const Message& command) const;
+    static bool isOfAnother(const JobState& known, const Message& command);
     void begin(const std::string& id, std::uint64_t ticket, FlashOrder::Images images, TimePoint now);
     void start(TimePoint now);
     void look(TimePoint now);

@@ -7,6 +7,10 @@ namespace Vantor {
 
 void setBrokerAddress(BrokerSettings& settings, const std::string& text)
 {
+    // Not repeated: it may be a password.
+    if (text.find('@') != std::string::npos)
+        throw std::invalid_argument("expected ADDRESS[:PORT]; the user and a file with the password are broker.user "
+                                    "and broker.password_file of the configuration");
     const auto colon = text.rfind(':');
     const bool isIpv6 = text.find(':') != colon && text.back() != ']' && text.front() != '[';
     const bool hasPort = colon != std::string::npos && !isIpv6 && text.back() != ']';

@@ -130,7 +130,7 @@ bool Rollout::lookAtJob(Panel& panel, TimePoint now)
     if (known == nullptr || !known->job)
         return false;
     const JobState& job = *known->job;
-    if (m_options.imageSize && job.totalBytes != *m_options.imageSize) {
+    if (isOfAnother(job)) {
         change(panel, State::Failed,
                "the id was used for another image, of " + std::to_string(job.totalBytes) + " bytes");
         return true;
@@ -145,6 +145,16 @@ bool Rollout::lookAtJob(Panel& panel, TimePoint now)
     else
         change(panel, State::Failed, job.reason.empty() ? job.state : job.reason);
     return true;
+}
+
+bool Rollout::isOfAnother(const JobState& job) const
+{
+    if (m_options.imageSize && job.totalBytes != *m_options.imageSize)
+        return true;
+    if (job.mainSum.empty() && job.servoSum.empty())
+        return false; // it does not say
+    return (!m_options.mainSum.empty() && job.mainSum != m_options.mainSum) ||
+           (!m_options.servoSum.empty() && job.servoSum != m_options.servoSum);
 }
 
 void Rollout::follow(Panel& panel, const JobState& job, TimePoint now)

@@ -45,6 +45,8 @@ public:
         std::size_t stopAfter = 1;
         std::chrono::seconds wait{0};
         std::optional<std::uint32_t> imageSize; // of what is sent; none: files of the hosts
+        std::string mainSum;                    // SHA-256 in lower-case digits; empty: not known
+        std::string servoSum;
     };
 
     enum class State { Waiting, Asked, UnderWay, Done, Failed, Unknown };
@@ -116,6 +118,7 @@ private:
     void begin();
     void add(const std::string& host, const std::string& place);
     void look(Panel& panel, TimePoint now);
+    bool isOfAnother(const JobState& job) const;
     bool lookAtJob(Panel& panel, TimePoint now);
     void follow(Panel& panel, const JobState& job, TimePoint now);
     void applyAnswer(Panel& panel, TimePoint now);

@@ -149,6 +149,25 @@ TEST(DeskJson, epochBeyondWhatEveryJsonHas_isNotRead)
     EXPECT_FALSE(DeskJson::readHostState(stateOf("18446744073709551615")));
 }
 
+TEST(DeskJson, sumsOfAJob_areWrittenAndRead)
+{
+    const std::string sum(64, 'a');
+    JobState job{"queued", 0, 5, "T0", "", sum, ""};
+    EXPECT_EQ(DeskJson::write(job),
+              R"({"state":"queued","bytesWritten":0,"totalBytes":5,"since":"T0","sha256":{"main":")" + sum + "\"}}");
+    job.servoSum = std::string(64, 'b');
+    const auto read = DeskJson::readJobState(DeskJson::write(job));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->mainSum, sum);
+    EXPECT_EQ(read->servoSum, std::string(64, 'b'));
+    for (const char* const sums : {"7", "{}", R"({"main":"short"})", R"({"main":5})"}) {
+        const auto other = DeskJson::readJobState(
+            std::string(R"({"state":"queued","bytesWritten":0,"totalBytes":5,"sha256":)") + sums + "}");
+        ASSERT_TRUE(other) << sums;
+        EXPECT_EQ(other->mainSum, "") << sums;
+    }
+}
+
 TEST(DeskJson, longTextsOfAJob_areCut)
 {
     const std::string text(257, 'x');

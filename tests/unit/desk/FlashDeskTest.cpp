@@ -291,6 +291,32 @@ TEST_F(FlashDeskTest, jobOfAnEarlierRunNotOver_isInterrupted)
     EXPECT_FALSE(m_desk.isBusy());
 }
 
+TEST_F(FlashDeskTest, job_tellsTheSumsOfItsImages)
+{
+    const std::string sum(64, 'c');
+    m_made = FlashOrder::Images{std::nullopt, ShelfImage{"path", 5000, sum, nullptr}};
+    order(commandOf("j"));
+    EXPECT_THAT(takePublished(), ElementsAre(R"(j {"state":"queued","bytesWritten":0,"totalBytes":5000,"since":"T1",)"
+                                             R"("sha256":{"servo":")" +
+                                             sum + "\"}}"));
+}
+
+TEST_F(FlashDeskTest, jobOfAnEarlierRunForAnotherImage_isNotTakenForThisOne)
+{
+    const std::string old(64, 'a');
+    m_desk.remember(
+        "old", R"({"state":"answering","bytesWritten":2,"totalBytes":2,"since":"T0","sha256":{"main":")" + old + "\"}}",
+        begin);
+    order(commandOf("old", std::string(64, 'b')));
+    EXPECT_THAT(takeAnswers(), ElementsAre("refused: job old was of another image: flash under another id"));
+    Message command = commandOf("old", std::string(64, 'A'));
+    order(command);
+    EXPECT_THAT(takeAnswers(), ElementsAre("taken: "));
+    command.userProperties.emplace_back("mcu", "servo");
+    order(command);
+    EXPECT_THAT(takeAnswers(), ElementsAre("refused: job old was of another image: flash under another id"));
+}
+
 TEST_F(FlashDeskTest, jobOfAnEarlierRunThatIsOver_staysAsItIs)
 {
     m_desk.remember("old", R"({"state":"failed","bytesWritten":1,"totalBytes":2,"since":"T0","reason":"R"})", begin);

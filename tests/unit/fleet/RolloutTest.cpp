@@ -399,6 +399,25 @@ TEST_F(RolloutOfPanels, jobThatSaysNothingNew_isNotKnownUntilItDoes)
     EXPECT_EQ(stateOf(0), State::Done);
 }
 
+TEST_F(RolloutOfPanels, jobOfAnotherImageOfTheSameSize_isAFailure)
+{
+    haveThere(3);
+    m_options.mainSum = std::string(64, 'a');
+    m_options.stopAfter = 9;
+    const auto jobOf = [this](const std::string& panel, const std::string& mainSum, const std::string& servoSum) {
+        m_view.receive("panel/1/" + panel + "/job/j",
+                       DeskJson::write(JobState{"answering", imageSize, imageSize, "T", "", mainSum, servoSum}));
+    };
+    jobOf("a/1-1", std::string(64, 'b'), "");
+    jobOf("a/1-2", "", std::string(64, 'a'));
+    jobOf("a/1-3", std::string(64, 'a'), "");
+    begin();
+    EXPECT_THAT(ask(), IsEmpty());
+    for (const std::size_t panel : {0U, 1U})
+        EXPECT_EQ(at(panel).reason, "the id was used for another image, of " + std::to_string(imageSize) + " bytes");
+    EXPECT_EQ(stateOf(2), State::Done);
+}
+
 TEST_F(RolloutOfPanels, jobOfAnotherSize_isAFailure)
 {
     haveThere(2);

@@ -38,6 +38,19 @@ TEST(BrokerAddress, noPort_isRefused)
         EXPECT_THROW(brokerAt(text), std::invalid_argument) << text;
 }
 
+TEST(BrokerAddress, password_isNotRepeated)
+{
+    for (const char* const text : {"user:secret@127.0.0.1", "user:secret@127.0.0.1:1883", "user@host"}) {
+        try {
+            brokerAt(text);
+            FAIL() << text;
+        } catch (const std::invalid_argument& error) {
+            EXPECT_EQ(std::string(error.what()), "expected ADDRESS[:PORT]; the user and a file with the password are "
+                                                 "broker.user and broker.password_file of the configuration");
+        }
+    }
+}
+
 TEST(BrokerAddress, noAddress_isRefused)
 {
     for (const char* const text : {":1883", "[", "[]", "[]:1", "[broker.example:8883", "[::1"})

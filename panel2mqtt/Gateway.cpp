@@ -82,6 +82,9 @@ Desk::Options deskOptions(const Settings& settings, const std::string& run, cons
         if (limit->allows())
             log.say(GatewayLog::Level::Warning, text);
     };
+    options.say = [&log](bool isWrong, const std::string& text) {
+        log.say(isWrong ? GatewayLog::Level::Warning : GatewayLog::Level::Info, text);
+    };
     options.shelf = &shelf;
     return options;
 }

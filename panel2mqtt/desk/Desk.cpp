@@ -149,6 +149,18 @@ bool Desk::publishJob(const std::string& place, const std::string& id, const std
     return m_isServing;
 }
 
+void Desk::sayJob(const std::string& place, const std::string& id, const JobState& job) const
+{
+    if (!m_options.say)
+        return;
+    std::string text = place + ": upgrade " + id + ": " + job.state;
+    if (!job.isOver())
+        text += ", " + std::to_string(job.totalBytes) + " bytes";
+    if (!job.reason.empty())
+        text += ": " + job.reason;
+    m_options.say(job.isOver() && job.state != "answering", text);
+}
+
 void Desk::flash(const std::string& place, const Message& message, TimePoint now)
 {
     if (m_options.shelf == nullptr) {
@@ -266,7 +278,8 @@ Desk::Place* Desk::makePlace(const std::string& place)
     made.flash = std::make_unique<FlashDesk>(
         m_options.run, m_options.clock,
         [this, place](const Message& command, const Answer& answer) { reply(command, answer, place); },
-        [this, place](const std::string& id, const std::string& payload) { return publishJob(place, id, payload); });
+        [this, place](const std::string& id, const std::string& payload) { return publishJob(place, id, payload); },
+        [this, place](const std::string& id, const JobState& job) { sayJob(place, id, job); });
     return &m_places.emplace(place, std::move(made)).first->second;
 }
 

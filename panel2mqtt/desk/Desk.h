@@ -44,7 +44,8 @@ public:
         Duration wait = std::chrono::minutes(1);
         std::function<std::string()> clock;               // the time of day, as it is told
         std::function<void(const std::string&)> complain; // of what nobody may have asked to be told; may be empty
-        FirmwareShelf* shelf = nullptr;                   // null: no firmware upgrades
+        std::function<void(bool isWrong, const std::string&)> say; // how upgrades begin and end; may be empty
+        FirmwareShelf* shelf = nullptr;                            // null: no firmware upgrades
     };
 
     // What a place's counts say, or with an empty one the gateway's, as JSON; asked when they are
@@ -92,6 +93,7 @@ private:
     void obeyAt(const std::string& place, const Order& order, const Message& message, TimePoint now);
     void flash(const std::string& place, const Message& message, TimePoint now);
     bool publishJob(const std::string& place, const std::string& id, const std::string& payload) const;
+    void sayJob(const std::string& place, const std::string& id, const JobState& job) const;
     void rememberJob(const std::string& place, const std::string& id, const std::string& payload, TimePoint now);
     void wish(const Order& order, const Message& message, TimePoint now);
     void settle(TimePoint now);

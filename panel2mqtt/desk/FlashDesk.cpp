@@ -68,9 +68,9 @@ std::string pathOf(const std::optional<ShelfImage>& image)
 
 } // namespace
 
-FlashDesk::FlashDesk(std::string run, std::function<std::string()> clock, Ledger::Reply reply, Publish publish)
+FlashDesk::FlashDesk(std::string run, std::function<std::string()> clock, Ledger::Reply reply, Publish publish, Say say)
     : m_run(std::move(run)), m_clock(std::move(clock)), m_reply(reply), m_publish(std::move(publish)),
-      m_ledger(std::move(reply))
+      m_say(std::move(say)), m_ledger(std::move(reply))
 {}
 
 void FlashDesk::arrive(std::shared_ptr<PanelLine> line, TimePoint now)
@@ -191,7 +191,8 @@ void FlashDesk::begin(const std::string& id, std::uint64_t ticket, FlashOrder::I
                          sumOf(images.servo)};
     m_told[id] = {state, true, TimePoint::max()};
     m_active.emplace(Active{id, ticket, job, std::move(images), now});
-    m_publish(id, DeskJson::write(m_told[id].state));
+    m_publish(id, DeskJson::write(state));
+    m_say(id, state);
     evict();
 }
 
@@ -244,6 +245,7 @@ void FlashDesk::tell(TimePoint now)
     m_publish(id, DeskJson::write(told.state));
     if (!job.isOver())
         return;
+    m_say(id, told.state);
     told.forgotten = now + memory;
     const Answer end = job.getEnd();
     const std::uint64_t ticket = m_active->ticket;
@@ -285,6 +287,8 @@ void FlashDesk::remember(const std::string& id, const std::string& payload, Time
         state.since = m_clock();
     }
     const std::string text = DeskJson::write(state);
+    if (isInterrupted)
+        m_say(id, state);
     const TimePoint forgotten = known != m_told.end() ? known->second.forgotten : now + memory;
     m_told[id] = {std::move(state), false, forgotten};
     if (isInterrupted)

@@ -29,11 +29,13 @@ public:
 
     // Retained; an empty payload clears it. False: not now, it is asked for again.
     using Publish = std::function<bool(const std::string& id, const std::string& payload)>;
+    // That a job has begun, or is over; once each.
+    using Say = std::function<void(const std::string& id, const JobState& job)>;
     // What the order says, which takes its time: asked when all else is well.
     using Read = std::function<FlashOrder::Result()>;
 
     // `clock` tells the time of day; `run` begins the ids of jobs that were given none.
-    FlashDesk(std::string run, std::function<std::string()> clock, Ledger::Reply reply, Publish publish);
+    FlashDesk(std::string run, std::function<std::string()> clock, Ledger::Reply reply, Publish publish, Say say);
 
     void arrive(std::shared_ptr<PanelLine> line, TimePoint now);
     void leave(TimePoint now);
@@ -88,6 +90,7 @@ private:
     const std::function<std::string()> m_clock;
     const Ledger::Reply m_reply;
     const Publish m_publish;
+    const Say m_say;
     Ledger m_ledger;
     std::shared_ptr<PanelLine> m_line; // null: no panel
     std::optional<Active> m_active;

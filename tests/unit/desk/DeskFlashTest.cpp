@@ -74,6 +74,7 @@ protected:
         options.clock = [] { return "T"; };
         options.forgetAfter = std::chrono::seconds(1);
         options.shelf = &m_shelf;
+        options.say = [this](bool isWrong, const std::string& text) { m_said.push_back((isWrong ? "! " : "") + text); };
         return options;
     }
     void connect(std::uint64_t epoch)
@@ -107,6 +108,7 @@ protected:
     }
     std::string jobOf(const std::string& place) { return m_outbox.retained["panel/1/shop/" + place + "/job/j"]; }
 
+    std::vector<std::string> m_said; // "! " in front of what is wrong
     Desk::TimePoint m_now{std::chrono::hours(1)};
     RetainingOutbox m_outbox;
     CountingShelf m_shelf;
@@ -122,6 +124,22 @@ TEST_F(DeskFlash, forAllPanels_isReadOnceAndStartedOnEach)
     EXPECT_EQ(m_shelf.kept, 1);
     EXPECT_EQ(one->started, "image");
     EXPECT_EQ(two->started, "image");
+}
+
+TEST_F(DeskFlash, beginAndEnd_areSaidWithTheirPlace)
+{
+    const auto one = plug("1-1");
+    plug("1-2");
+    receive("all/do/flash", "image");
+    m_desk.poll(m_now);
+    write("1-1", *one);
+    m_desk.onRecord("1-1", 0, "");
+    m_desk.poll(m_now);
+    m_desk.onPanelAway("1-2", "unplugged", m_now);
+    EXPECT_THAT(m_said,
+                testing::ElementsAre("1-1: upgrade j: queued, 5 bytes", "1-2: upgrade j: queued, 5 bytes",
+                                     "1-1: upgrade j: answering",
+                                     "! 1-2: upgrade j: failed: the panel left at 0 of 5 bytes: flash it again"));
 }
 
 TEST_F(DeskFlash, nextMessage_isReadAnew)

@@ -106,6 +106,7 @@ protected:
     std::string m_clockText;
     std::vector<std::string> m_answers;            // "word: reason"
     std::vector<std::string> m_published;          // "id payload"
+    std::vector<std::string> m_said;               // "id state"
     std::map<std::string, std::string> m_retained; // as the broker has it
     std::shared_ptr<FlashLine> m_line = std::make_shared<FlashLine>();
     FlashDesk m_desk{"0123456789abcdef", [this] { return m_clockText; },
@@ -121,7 +122,8 @@ protected:
                          else
                              m_retained[id] = payload;
                          return true;
-                     }};
+                     },
+                     [this](const std::string& id, const JobState& job) { m_said.push_back(id + " " + job.state); }};
 };
 
 TEST_F(FlashDeskTest, order_isToldStepByStepAndAnsweredAtItsEnd)
@@ -289,6 +291,15 @@ TEST_F(FlashDeskTest, jobOfAnEarlierRunNotOver_isInterrupted)
     order(commandOf("old"));
     EXPECT_THAT(takeAnswers(), ElementsAre("unknown: job old was interrupted: flash again under another id"));
     EXPECT_FALSE(m_desk.isBusy());
+}
+
+TEST_F(FlashDeskTest, beginAndEnd_areSaidOnceEach)
+{
+    m_desk.remember("old", R"({"state":"writing","bytesWritten":1,"totalBytes":2,"since":"T0"})", begin);
+    m_desk.remember("done", R"({"state":"answering","bytesWritten":2,"totalBytes":2,"since":"T0"})", begin);
+    complete("j", begin);
+    m_desk.publishAll();
+    EXPECT_THAT(m_said, ElementsAre("old interrupted", "j queued", "j answering"));
 }
 
 TEST_F(FlashDeskTest, job_tellsTheSumsOfItsImages)

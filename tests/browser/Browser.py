@@ -94,7 +94,10 @@ class Browser:
         return self.run('return document.querySelector(arguments[0])?.textContent ?? ""', selector)
 
     def wait_for_text(self, selector, part):
-        wait_until(lambda: part in self.text(selector), f'{part!r} in {selector}')
+        try:
+            wait_until(lambda: part in self.text(selector), f'{part!r} in {selector}')
+        except AssertionError as error:
+            raise AssertionError(f'{error}: it is {self.text(selector)!r}') from None
 
     def open(self, address):
         """The page of a simulation, and waits until it is live."""

@@ -1,10 +1,11 @@
 // The application of the browser's tests: draws on all panels as the lines on its standard
 // input say, and reports on standard output.
 //
-//   draw LCD DEPTH SEED      a picture of 48 x 40 pixels at 8,16, of 1 or 24 bits a pixel: "drawn"
+//   draw LCD DEPTH SEED      a picture of 48 x 40 pixels at 8,16, of 1 or 24 bits a pixel: "drawn",
+//                            when the panels have taken it
 //   runs LCD SEED            the same in black and white as run-length words: "drawn"
 //   animate LCDS MILLISECONDS  draws pictures of 144 x 168 on so many LCDs, again and again: "animated"
-//   rest                     no more of them: "rested"
+//   rest                     no more of them, and the last has been taken: "rested"
 //   send TYPE SIZE           a record, its bytes "page" over and over: "sent"
 //   exit, or the end of the input
 //
@@ -19,6 +20,7 @@
 #include <functional>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -108,19 +110,39 @@ public:
     }
 
 private:
-    void onEach(const std::function<void(UsbDevice&)>& work) const
+    void onEach(const std::function<void(const std::shared_ptr<UsbDevice>&)>& work) const
     {
         for (const auto& device : m_manager->getDeviceListSafe())
-            work(*device);
+            work(device);
     }
 
-    void drawLayers(const std::vector<ClientLcdBitmap>& layers) const
+    void drawLayer(const std::shared_ptr<UsbDevice>& device, const ClientLcdBitmap& layer)
     {
-        onEach([&layers](UsbDevice& device) {
-            for (const ClientLcdBitmap& layer : layers)
-                device.getPacker().drawBitmapData(layer);
+        device->getPacker().drawBitmapData(layer);
+        ++m_drawn[device];
+    }
+
+    // An empty packer is not enough: its last packet may still be under way.
+    void waitUntilTaken()
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        onEach([this, end](const std::shared_ptr<UsbDevice>& device) {
+            const auto isTaken = [this, &device] {
+                const SendStatistics sent = device->getStatistics().sent;
+                return sent.pictures + sent.coveredPictures >= m_drawn[device];
+            };
+            while (!isTaken() && std::chrono::steady_clock::now() < end)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
         });
-        onEach([](UsbDevice& device) { device.sync(5); });
+    }
+
+    void drawLayers(const std::vector<ClientLcdBitmap>& layers)
+    {
+        onEach([this, &layers](const std::shared_ptr<UsbDevice>& device) {
+            for (const ClientLcdBitmap& layer : layers)
+                drawLayer(device, layer);
+        });
+        waitUntilTaken();
         report("drawn\n");
     }
 
@@ -158,21 +180,21 @@ private:
     }
 
     // Whole rows of one colour: cheap to make, and each picture differs from the one before.
-    void move(std::uint16_t lcds, unsigned int number) const
+    void move(std::uint16_t lcds, unsigned int number)
     {
         ClientLcdBitmap layer(144, 168, 1);
         for (std::size_t i = 0; i < layer.buffer.size(); ++i)
             layer.buffer[i] = (i / 18 + number) % 16 < 8 ? 0xFF : 0;
-        onEach([&layer, lcds](UsbDevice& device) {
+        onEach([this, &layer, lcds](const std::shared_ptr<UsbDevice>& device) {
             for (layer.lcd = 0; layer.lcd < lcds; ++layer.lcd)
-                device.getPacker().drawBitmapData(layer);
+                drawLayer(device, layer);
         });
     }
 
     void rest(std::istringstream& /*words*/)
     {
         stop();
-        onEach([](UsbDevice& device) { device.sync(5); });
+        waitUntilTaken();
         report("rested\n");
     }
 
@@ -191,15 +213,17 @@ private:
         std::string bytes;
         while (bytes.size() < size)
             bytes += "page";
-        onEach([&bytes, type, size](UsbDevice& device) {
-            device.getPacker().addStructData(bytes.data(), size, static_cast<PacketType>(type));
-            device.sync(5);
+        onEach([&bytes, type, size](const std::shared_ptr<UsbDevice>& device) {
+            device->getPacker().addStructData(bytes.data(), size, static_cast<PacketType>(type));
+            device->sync(5);
         });
         report("sent\n");
     }
 
     UsbManager* m_manager = UsbManager::getUsbManager();
     Reporter m_reporter;
+    // Layers by device, as its own counts are; of one thread at a time, the mover's or that which joins it.
+    std::map<std::weak_ptr<UsbDevice>, std::uint64_t, std::owner_less<>> m_drawn;
     std::atomic<bool> m_isMoving{false};
     std::thread m_mover;
 };

@@ -5,7 +5,7 @@ import tempfile
 import unittest
 
 from Browser import Browser
-from Simulation import Simulation
+from Simulation import Simulation, wait_until
 
 LIMIT = 400  # seconds for one test; below that of ctest, so that it can tidy up
 
@@ -41,8 +41,14 @@ class PageTest(unittest.TestCase):
         self.browsers = []
 
     def simulate(self, *options, port=None, client=None):
-        return self.enter(Simulation(os.environ['MORVANE_PANELSIM'], client or [os.environ['MORVANE_PAGE_CLIENT']],
-                                     self.folder, *options, port=port))
+        """With the tests' own program, all panels are open and have said who they are."""
+        simulation = self.enter(Simulation(os.environ['MORVANE_PANELSIM'],
+                                           client or [os.environ['MORVANE_PAGE_CLIENT']], self.folder, *options,
+                                           port=port))
+        if not client:
+            wait_until(lambda: all(panel['traffic']['in']['packets'] > 0 for panel in simulation.state()['panels']),
+                       'the panels to say who they are')
+        return simulation
 
     def browse(self, address=None, **window):
         browser = self.enter(Browser(self.folder, **window))

@@ -65,11 +65,19 @@ GatewayHost::~GatewayHost()
 void GatewayHost::awaitPanels(MqttPeer& peer) const
 {
     peer.subscribe(topicOf("+/state"));
+    // What the one before told may still be on its way.
+    const int process = getProcess();
+    const std::uint64_t least = process == m_awaited ? 0 : m_epoch + 1;
+    m_awaited = process;
     std::set<std::string> places;
     while (places.size() < m_options.panels) {
-        const auto state = peer.await([](const Message& message) {
-            return message.payload.find("\"online\":true") != std::string::npos &&
-                   message.topic.find("/state") != std::string::npos;
+        const auto state = peer.await([this, least](const Message& message) {
+            if (message.payload.find("\"online\":true") == std::string::npos ||
+                message.topic.find("/state") == std::string::npos)
+                return false;
+            const std::uint64_t epoch = std::stoull(fieldOf(message.payload, "epoch"));
+            m_epoch = std::max(m_epoch, epoch);
+            return epoch >= least;
         });
         if (!state)
             throw std::runtime_error("the panels have not come: " + readErrors());
@@ -167,7 +175,7 @@ std::vector<std::string> GatewayHost::readRecords(unsigned int panel, unsigned i
 
 bool eventually(const std::function<bool()>& isSo)
 {
-    const auto end = Clock::now() + std::chrono::seconds(20);
+    const auto end = Clock::now() + std::chrono::seconds(40);
     while (!isSo()) {
         if (Clock::now() > end)
             return false;
@@ -248,9 +256,9 @@ std::string wordOf(const Message& answer)
                                                                                             : answer.payload;
 }
 
-std::string awaitAnswer(MqttPeer& peer, const std::string& id)
+std::string awaitAnswer(MqttPeer& peer, const std::string& id, std::chrono::milliseconds time)
 {
-    const auto answer = peer.await([&id](const Message& message) { return message.correlation == id; });
+    const auto answer = peer.await([&id](const Message& message) { return message.correlation == id; }, time);
     return answer ? wordOf(*answer) : "none";
 }
 

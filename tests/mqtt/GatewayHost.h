@@ -5,6 +5,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ToolRun.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <functional>
@@ -39,7 +40,8 @@ public:
     // Of this host: "shop", "1-1/do/send/5".
     std::string topicOf(const std::string& rest) const { return "panel/1/" + m_options.name + "/" + rest; }
 
-    // Until all its panels are told to be there. Subscribes the peer to their states.
+    // Until all its panels are told to be there, by the gateway that runs now. Subscribes the peer
+    // to their states.
     void awaitPanels(MqttPeer& peer) const;
 
     // The gateway's process. Another one once killed.
@@ -72,10 +74,12 @@ private:
     const std::uint16_t m_port;
     const TemporaryFolder m_folder;
     std::unique_ptr<ToolRun> m_run;
+    mutable int m_awaited = 0;         // the gateway that was waited for last
+    mutable std::uint64_t m_epoch = 0; // the last of which it has told its panels
     bool m_isKilled = false;
 };
 
-// Looks again and again, for 20 s at the most. False: it never was so.
+// Looks again and again, for 40 s at the most. False: it never was so.
 bool eventually(const std::function<bool()>& isSo);
 
 // Of a process, in KiB; 0: there is none.
@@ -98,6 +102,7 @@ Message makeCommand(const GatewayHost& host, const std::string& rest, const std:
 std::string wordOf(const Message& answer);
 
 // The next answer to the id: its word, or "none".
-std::string awaitAnswer(MqttPeer& peer, const std::string& id);
+std::string awaitAnswer(MqttPeer& peer, const std::string& id,
+                        std::chrono::milliseconds time = std::chrono::seconds(40));
 
 } // namespace Vantor

@@ -333,7 +333,7 @@ TEST_F(GatewayOutage, twoThatStartTogetherTwentyTimes_oneServesEachTime)
         ASSERT_TRUE(eventually([&] {
             const std::string id = payload + "+" + std::to_string(++served);
             peer.publish(makeCommand(one, "1-1/do/send/5", payload, id));
-            word = awaitAnswer(peer, id);
+            word = awaitAnswer(peer, id, milliseconds(5000));
             return word == "taken";
         })) << word;
         EXPECT_EQ(givenWay(), time) << one.readErrors() << other.readErrors();

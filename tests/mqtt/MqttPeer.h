@@ -22,7 +22,7 @@ namespace Vantor {
 // Threads: one.
 class MqttPeer {
 public:
-    static constexpr std::chrono::milliseconds patience{10000};
+    static constexpr std::chrono::milliseconds patience{40000};
 
     // Throws std::runtime_error when the broker does not take it.
     explicit MqttPeer(const BrokerSettings& settings);

@@ -59,7 +59,7 @@ public:
     }
 
     // False: it did not come to that.
-    bool await(const std::function<bool(const Told&)>& isSo, std::chrono::milliseconds time = std::chrono::seconds(10))
+    bool await(const std::function<bool(const Told&)>& isSo, std::chrono::milliseconds time = std::chrono::seconds(40))
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         return m_changed.wait_for(lock, time, [&] { return isSo(m_told); });

@@ -212,6 +212,7 @@ void Gateway::run(int signals)
     }
     ServiceManager::notify("STOPPING=1");
     m_desk.leave();
+    tellLosses(m_losses.finish(sumLosses()));
     const std::lock_guard<std::mutex> lock(m_presenceMutex);
     m_presence.leave();
 }
@@ -231,6 +232,7 @@ void Gateway::pass()
     follow(before);
     m_desk.poll(now);
     lookForTold(now);
+    tellLosses(m_losses.look(sumLosses(), now));
     tellReady();
     feedWatchdog();
 }
@@ -357,6 +359,18 @@ void Gateway::tellReady()
         return;
     m_isReady = true;
     ServiceManager::notify("READY=1");
+}
+
+LossReport::Losses Gateway::sumLosses() const
+{
+    const BrokerLink::Counts link = m_link.getCounts();
+    return {link.droppedEvents, link.droppedAnswers, m_events.getDropped(), m_busy};
+}
+
+void Gateway::tellLosses(const std::optional<std::string>& line) const
+{
+    if (line)
+        m_log.say(Level::Warning, *line + "; " + topicOf("stats") + " has the sums");
 }
 
 // While the library's worker, the link's thread and this one move.

@@ -3,6 +3,7 @@
 #include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "panel2mqtt/GatewayLog.h"
 #include "panel2mqtt/Inbox.h"
+#include "panel2mqtt/LossReport.h"
 #include "panel2mqtt/broker/BrokerLink.h"
 #include "panel2mqtt/desk/Desk.h"
 #include "panel2mqtt/desk/HostPresence.h"
@@ -16,6 +17,7 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace Vantor {
@@ -58,6 +60,8 @@ private:
     void lookForTold(Clock::time_point now);
     void feedWatchdog();
     void tellReady();
+    void tellLosses(const std::optional<std::string>& line) const;
+    LossReport::Losses sumLosses() const;
     std::string describeState() const;
     int timeToNextDue();
     std::string topicOf(const char* rest) const;
@@ -80,6 +84,7 @@ private:
     PanelRoster m_roster;
     BrokerLink m_link;
 
+    LossReport m_losses;
     bool m_isReady = false;
     bool m_isYielding = false;
     std::string m_lastReason; // of a disconnection, told once

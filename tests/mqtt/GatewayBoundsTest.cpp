@@ -110,6 +110,7 @@ TEST_F(GatewayBounds, moreThanTheGatewayCanLookAt_isBusyAndCounted)
     EXPECT_EQ(wordOf(*busy), "busy");
     EXPECT_LT(memoryOf(host.getProcess()), before + 64 * 1024);
     EXPECT_TRUE(eventually([&] { return awaitCount(host.topicOf("stats"), "busy") > 0; }));
+    EXPECT_THAT(host.readErrors(), testing::ContainsRegex("lost: .*[0-9]+ commands, answered busy"));
     EXPECT_TRUE(eventually([&] {
         // Under the flood the broker drops commands and answers.
         m_peer.publish(makeCommand(host, "1-1/do/send/6", "last", "last"));

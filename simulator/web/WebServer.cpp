@@ -33,7 +33,7 @@ namespace {
 
 constexpr std::size_t simulationDigits = 16;
 constexpr std::size_t longestCommand = std::size_t{1} << 18;
-constexpr unsigned int otherThreads = 8; // beside those of streams
+constexpr unsigned int otherThreads = 24; // beside those of streams
 constexpr std::chrono::seconds heartbeat{5};
 constexpr std::chrono::seconds writePatience{2}; // with a listener that does not read
 constexpr char commandPath[] = "/api/command";
@@ -63,9 +63,10 @@ std::unique_ptr<httplib::Server> makeServer()
         const int bytes = 256 << 10;
         setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
     });
-    // A connection that says nothing has a thread to itself.
+    // A connection that says nothing has a thread to itself. After less time, a browser on a busy
+    // machine comes to use one that has been closed, and does not always open another.
     server->set_keep_alive_max_count(1);
-    server->set_keep_alive_timeout(1);
+    server->set_keep_alive_timeout(5);
     server->set_read_timeout(std::chrono::seconds(5));
     server->set_write_timeout(writePatience);
     server->set_payload_max_length(longestCommand);

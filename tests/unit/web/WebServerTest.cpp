@@ -63,9 +63,11 @@ protected:
     }
 
     // The status for a request of which no body comes.
-    int answerTo(const std::string& method, const std::string& token, const std::string& headers) const
+    int answerTo(const std::string& method, const std::string& token, const std::string& headers,
+                 std::chrono::milliseconds silence = 0ms) const
     {
         const int descriptor = connectTo();
+        std::this_thread::sleep_for(silence);
         const std::string path = method == "GET" ? "/api/state" : "/api/command";
         const std::string request = method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port()) +
                                     "\r\nX-Panelsim-Token: " + token + "\r\n" + headers + "\r\n";
@@ -228,6 +230,11 @@ TEST_F(WebServerTest, commandBehindTheEnd_isNotCarriedOut)
     m_server.end();
     expect(post("unplug", {{"X-Panelsim-Token", token()}}), 409, "{\"error\":\"the simulation has ended\"}");
     EXPECT_EQ(told(), "");
+}
+
+TEST_F(WebServerTest, connectionThatIsUsedLate_isAnswered)
+{
+    EXPECT_EQ(answerTo("GET", token(), "", 1500ms), 200);
 }
 
 // Whose read time-out the server's library counts anew with each byte.

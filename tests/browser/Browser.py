@@ -1,12 +1,13 @@
 """Chromium without a window, with a folder of its own and nothing left behind."""
+import json
 import os
 import shutil
 import signal
 import tempfile
+import urllib.request
 
 from selenium import webdriver
-from selenium.common.exceptions import (ElementClickInterceptedException, NoSuchElementException,
-                                        StaleElementReferenceException)
+from selenium.common.exceptions import ElementClickInterceptedException, StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
@@ -75,7 +76,8 @@ class Browser:
         return self.driver.execute_script(script, *arguments)
 
     def find(self, selector):
-        return self.driver.find_element(By.CSS_SELECTOR, selector)
+        """As soon as it is there."""
+        return wait_until(lambda: self.find_all(selector), selector)[0]
 
     def find_all(self, selector):
         return self.driver.find_elements(By.CSS_SELECTOR, selector)
@@ -86,7 +88,7 @@ class Browser:
             try:
                 self.find(selector).click()
                 return True
-            except (ElementClickInterceptedException, NoSuchElementException, StaleElementReferenceException):
+            except (ElementClickInterceptedException, StaleElementReferenceException):
                 return False
         wait_until(try_it, f'a click on {selector}')
 
@@ -100,9 +102,15 @@ class Browser:
             raise AssertionError(f'{error}: it is {self.text(selector)!r}') from None
 
     def open(self, address):
-        """The page of a simulation, and waits until it is live."""
+        """The page of a simulation, and waits until it is live and has a canvas for each LCD."""
         self.driver.get(address)
         self.wait_for_text('#connection', 'live')
+        with urllib.request.urlopen(address.split('#')[0] + 'api/state') as answer:
+            panels = json.load(answer)['panels']
+        for panel in panels:
+            self.find(f'section[data-panel="{panel["panel"]}"]')
+            for lcd in panel['lcds']:
+                self.find(self.canvas(panel['panel'], lcd['lcd']))
 
     def canvas(self, panel, lcd):
         return f'canvas[data-panel="{panel}"][data-lcd="{lcd}"]'

@@ -62,7 +62,7 @@ class PageStream(PageTest):
         browser.wait_for_text('#connection', 'live')
         browser.wait_for_text('#banner', 'another simulation')
         wait_until(lambda: len(browser.find_all('#panels > .panel')) == 1, 'the panels of the other')
-        self.assertEqual(browser.text('#orders-count'), '0')
+        wait_until(lambda: browser.text('#orders-count') == '0', 'no orders')
         again.tell('draw 1 1 2', 'drawn')
         self._expect_picture(again, browser, 0, 1)
         browser.click('button[aria-label="Unplug panel 0"]')

@@ -217,14 +217,16 @@ TEST_F(PanelsimTell, commandUnderWay_isNoReasonNotToEnd)
         commands << "unplug\nplug\n";
     commands.close();
     const std::string log = fileName("log");
-    const auto logHas = [&log](const std::string& text) {
-        return "until grep -q '" + text + "' " + log + "; do sleep 0.05; done; ";
+    const auto has = [](const std::string& file, const std::string& text) {
+        return "until grep -q '" + text + "' " + file + "; do sleep 0.05; done; ";
     };
+    // Not while one of its calls is under way, for which the bus would wait.
+    const std::string stopWhenIdle = has(fileName("events"), "end 101") + "sleep 0.2; kill -STOP $!; ";
     start({"run", "--log", log, "--", "sh", "-c",
-           "(echo start; sleep 60) | " MORVANE_BUS_CLIENT " 3> /dev/null > " + fileName("events") + " & " +
-               logHas("claim") + "kill -STOP $!; echo $! > " + fileName("stopped") +
-               "; " MORVANE_PANELSIM " tell - < " + fileName("commands") + " 2> " + fileName("told") + " & " +
-               logHas("waits until the program has read") + "exit 4"});
+           "(echo start; sleep 60) | " MORVANE_BUS_CLIENT " 3> " + fileName("events") + " > /dev/null & " +
+               stopWhenIdle + "echo $! > " + fileName("stopped") + "; " MORVANE_PANELSIM " tell - < " +
+               fileName("commands") + " 2> " + fileName("told") + " & " + has(log, "waits until the program has read") +
+               "exit 4"});
     EXPECT_EQ(finish().exitCode, 4);
     EXPECT_TRUE(waitUntil([this] { return !contentOf(fileName("told")).empty(); }));
     EXPECT_EQ(contentOf(fileName("told")), "panelsim: the simulation ended before it answered\n");

@@ -90,8 +90,8 @@ TEST_F(GatewayBounds, moreThanTheGatewayCanLookAt_isBusyAndCounted)
 {
     const TemporaryFolder folder;
     writeFile(folder / "large", std::string(16 << 20, 'l'));
-    const GatewayHost host(
-        m_broker, {"shop", 1, {}, "[panels]\nstats_every = 1\n[firmware]\nfolder = \"" + folder.getPath() + "\"\n"});
+    GatewayHost host(m_broker,
+                     {"shop", 1, {}, "[panels]\nstats_every = 1\n[firmware]\nfolder = \"" + folder.getPath() + "\"\n"});
     await(host);
     // To read one takes its time, and each of these is refused for its sum.
     for (unsigned int number = 0; number < 20; ++number) {
@@ -110,12 +110,13 @@ TEST_F(GatewayBounds, moreThanTheGatewayCanLookAt_isBusyAndCounted)
     EXPECT_EQ(wordOf(*busy), "busy");
     EXPECT_LT(memoryOf(host.getProcess()), before + 64 * 1024);
     EXPECT_TRUE(eventually([&] { return awaitCount(host.topicOf("stats"), "busy") > 0; }));
-    EXPECT_THAT(host.readErrors(), testing::ContainsRegex("lost: .*[0-9]+ commands, answered busy"));
     EXPECT_TRUE(eventually([&] {
         // Under the flood the broker drops commands and answers.
         m_peer.publish(makeCommand(host, "1-1/do/send/6", "last", "last"));
         return awaitAnswer(m_peer, "last", milliseconds(2000)) == "taken";
     }));
+    host.stop(); // what no line has told yet is told then
+    EXPECT_THAT(host.readErrors(), testing::ContainsRegex("lost: .*[0-9]+ commands, answered busy"));
 }
 
 TEST_F(GatewayBounds, idsThatNeverComeAgain_takeNoMemory)

@@ -152,7 +152,8 @@ std::optional<Answer> FlashDesk::refuse(const std::string& id, const Message& co
     if (m_active)
         return Answer{Answer::Word::Busy, "job " + m_active->id + " is under way"};
     if (m_line->getUpgrade().isUpdating)
-        return Answer{Answer::Word::Busy, "an upgrade that has failed can't be stopped: wait, or plug the panel in anew"};
+        return Answer{Answer::Word::Busy,
+                      "an upgrade that has failed can't be stopped: wait, or plug the panel in anew"};
     if (m_line->getPacketLimit() < chunkPacket)
         return Answer{Answer::Word::Refused, "the panel takes packets of " + std::to_string(m_line->getPacketLimit()) +
                                                  " bytes, and firmware needs " + std::to_string(chunkPacket)};

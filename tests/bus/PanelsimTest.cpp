@@ -72,8 +72,8 @@ TEST_F(Panelsim, lsusbTree_missesNothing)
 {
     if (std::system("command -v lsusb >/dev/null") != 0)
         GTEST_SKIP() << "usbutils is not installed";
-    const Result result = run({"run", "--at", "100ms", "unplug", "--at", "200ms", "plug", "--", "sh", "-c",
-                               "sleep 0.15; lsusb -t; sleep 0.5; lsusb -t"});
+    const std::string tell = MORVANE_PANELSIM " tell ";
+    const Result result = run({"run", "--", "sh", "-c", tell + "unplug; lsusb -t; " + tell + "plug; lsusb -t"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.output.find("No such file"), std::string::npos) << result.output;
     EXPECT_NE(result.output.find("|__ Port 1: Dev 3, If 0, "), std::string::npos) << result.output;
@@ -641,7 +641,7 @@ TEST_F(Panelsim, png_oneFileForEachLcdDrawnOn)
 {
     const std::string folder = fileName("new/folder");
     const Result result = run({"run", "--panels", "0", "--at", "0s", "plug 3", "--lcd", "1=8x2", "--png", folder, "--",
-                               "sh", "-c", "sleep 0.3; " MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 " " DRAW_ON_LCD_2});
+                               "sh", "-c", MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 " " DRAW_ON_LCD_2});
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_EQ(result.output, "");
     std::set<std::string> names;
@@ -670,16 +670,11 @@ TEST_F(Panelsim, show_printsTheLcds)
 
 TEST_F(Panelsim, unpluggedPanel_keepsItsPictureUntilItIsPluggedBack)
 {
-    const std::string drawAndWait = MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 "; sleep 1.6";
-    std::vector<std::string> arguments = {"run", "--lcd", "1=8x2", "--show", "--at", "1s", "unplug"};
-    const std::vector<std::string> program = {"--", "sh", "-c", drawAndWait};
-    auto unplugged = arguments;
-    unplugged.insert(unplugged.end(), program.begin(), program.end());
-    EXPECT_EQ(run(unplugged).output, "panel 0, LCD 1 (8x2):\n▀▀▀▀▄▄▄▄\n");
-
-    arguments.insert(arguments.end(), {"--at", "1.2s", "plug"});
-    arguments.insert(arguments.end(), program.begin(), program.end());
-    EXPECT_EQ(run(arguments).output, "panelsim: no LCD was drawn on\n");
+    const std::string drawAndTell = MORVANE_RAW_CLIENT " " DRAW_ON_LCD_1 " && " MORVANE_PANELSIM " tell ";
+    EXPECT_EQ(run({"run", "--lcd", "1=8x2", "--show", "--", "sh", "-c", drawAndTell + "unplug"}).output,
+              "panel 0, LCD 1 (8x2):\n▀▀▀▀▄▄▄▄\n");
+    EXPECT_EQ(run({"run", "--lcd", "1=8x2", "--show", "--", "sh", "-c", drawAndTell + "unplug plug"}).output,
+              "panelsim: no LCD was drawn on\n");
 }
 
 // "123456789" for the main MCU: the request, and a chunk (all its other bytes are 0).
@@ -717,8 +712,8 @@ TEST_F(Panelsim, flashDir_keepsFlashOverReplugsAndRuns)
     EXPECT_EQ(contentOf(folder + "/panel0-main.bin"), "123456789");
 
     // Announced and pulled: what was there is still there.
-    const Result second = run({"run", "--flash-dir", folder, "--at", "300ms", "unplug", "--at", "400ms", "plug", "--",
-                               "sh", "-c", MORVANE_RAW_CLIENT " " + announceDigits() + "; sleep 0.8"});
+    const Result second = run({"run", "--flash-dir", folder, "--", "sh", "-c",
+                               MORVANE_RAW_CLIENT " " + announceDigits() + "; " MORVANE_PANELSIM " tell unplug plug"});
     EXPECT_EQ(second.output, "panelsim: panel 0: main MCU: incomplete, 0 of 9 bytes\n");
     EXPECT_EQ(contentOf(folder + "/panel0-main.bin"), "123456789");
     EXPECT_EQ(run({"run", "--flash-dir", folder, "--", "true"}).output, "");

@@ -1,10 +1,10 @@
 #include "panel2mqtt/BrokerTrial.h"
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "panel2mqtt/broker/BrokerLink.h"
 
 #include <algorithm>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -21,28 +21,36 @@ public:
     Plan planConnection() override { return {{}, {{m_topic, 0, true, false}}}; }
     void onConnected(const std::vector<std::string>& /*refused*/) override
     {
-        change([this] { m_isConnected = true; });
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isConnected = true;
+        m_changed.notify_all();
     }
     void onDisconnected(const std::string& reason) override
     {
-        change([&] { m_reason = m_reason.value_or(reason); });
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_reason = m_reason.value_or(reason);
+        m_changed.notify_all();
     }
     void onMessage(Message message) override
     {
-        if (message.payload == m_token)
-            change([this] { m_isHeard = true; });
+        if (message.payload != m_token)
+            return;
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isHeard = true;
+        m_changed.notify_all();
     }
 
-    bool awaitConnection(std::chrono::milliseconds limit)
+    // Not analysed, as the next: a condition needs std::unique_lock, which carries no annotation.
+    bool awaitConnection(std::chrono::milliseconds limit) MORVANE_NO_THREAD_SAFETY_ANALYSIS
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_for(lock, limit, [this] { return m_isConnected || m_reason; });
+        m_changed.wait_for(lock, limit, [this]() MORVANE_REQUIRES(m_mutex) { return m_isConnected || m_reason; });
         return m_isConnected && !m_reason;
     }
-    bool awaitToken(std::chrono::milliseconds limit)
+    bool awaitToken(std::chrono::milliseconds limit) MORVANE_NO_THREAD_SAFETY_ANALYSIS
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_for(lock, limit, [this] { return m_isHeard || m_reason; });
+        m_changed.wait_for(lock, limit, [this]() MORVANE_REQUIRES(m_mutex) { return m_isHeard || m_reason; });
         return m_isHeard;
     }
     std::optional<std::string> getReason() const
@@ -52,22 +60,13 @@ public:
     }
 
 private:
-    void change(const std::function<void()>& news)
-    {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            news();
-        }
-        m_changed.notify_all();
-    }
-
     const std::string m_topic;
     const std::string m_token;
-    mutable std::mutex m_mutex; // over all below
+    mutable std::mutex m_mutex;
     std::condition_variable m_changed;
-    bool m_isConnected = false;
-    bool m_isHeard = false;
-    std::optional<std::string> m_reason;
+    bool m_isConnected MORVANE_GUARDED_BY(m_mutex) = false;
+    bool m_isHeard MORVANE_GUARDED_BY(m_mutex) = false;
+    std::optional<std::string> m_reason MORVANE_GUARDED_BY(m_mutex);
 };
 
 } // namespace

@@ -52,11 +52,12 @@ try {
 } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): no memory for a line, and nothing may be thrown
 }
 
-void LibraryLog::run()
+// Not analysed: a condition needs std::unique_lock, which carries no annotation.
+void LibraryLog::run() MORVANE_NO_THREAD_SAFETY_ANALYSIS
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     auto periodEnd = Clock::now() + period;
-    const auto isWanted = [this] { return m_isEnding || !m_queue.empty(); };
+    const auto isWanted = [this]() MORVANE_REQUIRES(m_mutex) { return m_isEnding || !m_queue.empty(); };
     while (!m_isEnding) {
         // Nothing to sum up means nothing to wake up for.
         if (m_repeats.empty())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "panelctl/terminal/Output.h"
 
 #include <chrono>
@@ -41,8 +42,8 @@ private:
     void take(int level, std::string_view text);
 
     void run();
-    void queueRepeats();
-    void tellQueue(std::unique_lock<std::mutex>& lock);
+    void queueRepeats() MORVANE_REQUIRES(m_mutex);
+    void tellQueue(std::unique_lock<std::mutex>& lock) MORVANE_REQUIRES(m_mutex);
 
     Output& m_output;
     const bool m_isDetailed;
@@ -50,9 +51,9 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<LogLine> m_queue;              // under m_mutex
-    std::map<std::string, Repeats> m_repeats; // under m_mutex; by line, since it was last told
-    bool m_isEnding = false;                  // under m_mutex
+    std::deque<LogLine> m_queue MORVANE_GUARDED_BY(m_mutex);
+    std::map<std::string, Repeats> m_repeats MORVANE_GUARDED_BY(m_mutex); // by line, since it was last told
+    bool m_isEnding MORVANE_GUARDED_BY(m_mutex) = false;
 
     std::thread m_thread;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "libMorvaneHostUsb/UsbManager.h"
 #include "panelctl/session/Malformation.h"
 #include "panelctl/session/Panel.h"
@@ -155,10 +156,11 @@ private:
     std::size_t m_delivered = 0;
 
     mutable std::mutex m_mutex;
-    std::deque<PanelEvent> m_events;                          // under m_mutex
-    std::map<std::uint16_t, DeviceInformation> m_information; // under m_mutex; own copies, as the library's change
-    std::map<std::uint16_t, Attached> m_attached;             // under m_mutex
-    std::set<std::string> m_usablePlaces;                     // under m_mutex; where a panel was alive
+    std::deque<PanelEvent> m_events MORVANE_GUARDED_BY(m_mutex);
+    std::map<std::uint16_t, DeviceInformation>
+        m_information MORVANE_GUARDED_BY(m_mutex); // own copies, as the library's change
+    std::map<std::uint16_t, Attached> m_attached MORVANE_GUARDED_BY(m_mutex);
+    std::set<std::string> m_usablePlaces MORVANE_GUARDED_BY(m_mutex); // where a panel was alive
 };
 
 } // namespace Vantor

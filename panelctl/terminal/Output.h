@@ -1,5 +1,7 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
+
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -73,15 +75,15 @@ public:
 private:
     void write(const JsonObject& object);
     void write(const std::string& text);
-    void writeAll(const std::string& text);
-    void fail(int error);
+    void writeAll(const std::string& text) MORVANE_REQUIRES(m_mutex);
+    void fail(int error) MORVANE_REQUIRES(m_mutex);
 
     const Form m_form;
 
     mutable std::mutex m_mutex;
-    bool m_isTolerant = false; // under m_mutex, as what follows
-    std::string m_trouble;
-    bool m_isLogLost = false;
+    bool m_isTolerant MORVANE_GUARDED_BY(m_mutex) = false;
+    std::string m_trouble MORVANE_GUARDED_BY(m_mutex);
+    bool m_isLogLost MORVANE_GUARDED_BY(m_mutex) = false;
 };
 
 // A message on standard error: "panelctl: " and the text, its further lines indented.

@@ -1,5 +1,7 @@
 #include "panelctl/terminal/StatusLine.h"
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
+
 #include <cstdlib>
 #include <mutex>
 
@@ -14,7 +16,7 @@ constexpr std::size_t usualColumns = 80;
 constexpr const char* clearLine = "\r\x1b[K"; // to the first column, then clear to the end
 
 std::mutex s_mutex;
-StatusLine* s_current = nullptr; // under s_mutex
+StatusLine* s_current MORVANE_GUARDED_BY(s_mutex) = nullptr;
 
 void print(int descriptor, const std::string& text)
 {

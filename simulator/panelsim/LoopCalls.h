@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "simulator/panelsim/Descriptor.h"
 
 #include <condition_variable>
@@ -40,10 +41,10 @@ private:
     const std::thread::id m_owner = std::this_thread::get_id();
     const Descriptor m_wanted;
 
-    std::mutex m_mutex; // over all that follows
+    std::mutex m_mutex;
     std::condition_variable m_served;
-    std::deque<Call*> m_calls;
-    bool m_hasEnded = false;
+    std::deque<Call*> m_calls MORVANE_GUARDED_BY(m_mutex);
+    bool m_hasEnded MORVANE_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace Vantor

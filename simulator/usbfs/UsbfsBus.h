@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "simulator/bus/PanelBus.h"
 #include "simulator/bus/PanelRack.h"
 #include "simulator/usbfs/UeventListeners.h"
@@ -59,31 +60,31 @@ private:
         void operator()(void* object) const;
     };
 
-    template <typename Condition> UsbfsPanel* findPlugged(Condition condition) const;
-    UsbfsPanel* findPulled() const;
-    UsbfsPanel::Address assignAddress(unsigned int panel);
-    void show(UsbfsPanel& panel);
-    void remove(UsbfsPanel& panel);
+    template <typename Condition> UsbfsPanel* findPlugged(Condition condition) const MORVANE_REQUIRES(m_share.mutex);
+    UsbfsPanel* findPulled() const MORVANE_REQUIRES(m_share.mutex);
+    UsbfsPanel::Address assignAddress(unsigned int panel) MORVANE_REQUIRES(m_hotplugMutex, m_share.mutex);
+    void show(UsbfsPanel& panel) MORVANE_REQUIRES(m_hotplugMutex);
+    void remove(UsbfsPanel& panel) MORVANE_REQUIRES(m_hotplugMutex);
+    void keepFlash(UsbfsPanel& panel);
     void removePulled();
-    void detachOld(unsigned int device);
-    void forgetOld();
-    bool awaitListeners(unsigned int panel);
+    void detachOld(unsigned int device) MORVANE_REQUIRES(m_hotplugMutex);
+    void forgetOld() MORVANE_REQUIRES(m_hotplugMutex);
+    bool awaitListeners(unsigned int panel) MORVANE_REQUIRES(m_hotplugMutex);
     void addToSysfs(const std::string& description);
 
     void runTime();
 
     std::mutex m_hotplugMutex; // one plug or unplug at a time; taken before m_share.mutex
 
-    // Under m_share.mutex. The panel plugged in last under a number stays, others until
-    // they have been let go; only plug forgets any.
     mutable BusShare m_share;
-    PanelRack m_rack;
-    std::vector<std::unique_ptr<UsbfsPanel>> m_panels;
-    bool m_ending = false;
-    bool m_isClientLetGo = false;
+    PanelRack m_rack MORVANE_GUARDED_BY(m_share.mutex);
+    // The panel plugged in last under a number stays, others until they have been let go;
+    // only plug forgets any.
+    std::vector<std::unique_ptr<UsbfsPanel>> m_panels MORVANE_GUARDED_BY(m_share.mutex);
+    bool m_ending MORVANE_GUARDED_BY(m_share.mutex) = false;
+    bool m_isClientLetGo MORVANE_GUARDED_BY(m_share.mutex) = false;
 
-    // Under m_hotplugMutex.
-    unsigned int m_lastDevice = 1; // number 1 is the root hub's
+    unsigned int m_lastDevice MORVANE_GUARDED_BY(m_hotplugMutex) = 1; // number 1 is the root hub's
 
     const bool m_isSuspendable;
 

@@ -163,11 +163,13 @@ std::uint64_t PanelBoard::getChanges() const
     return m_changes;
 }
 
-void PanelBoard::await(std::uint64_t seen, std::chrono::nanoseconds patience)
+// Not analysed: a condition needs std::unique_lock, which carries no annotation.
+void PanelBoard::await(std::uint64_t seen, std::chrono::nanoseconds patience) MORVANE_NO_THREAD_SAFETY_ANALYSIS
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_isAwaited = true;
-    m_changed.wait_for(lock, patience, [this, seen] { return m_changes != seen || m_isEnding; });
+    m_changed.wait_for(lock, patience,
+                       [this, seen]() MORVANE_REQUIRES(m_mutex) { return m_changes != seen || m_isEnding; });
     m_isAwaited = false;
 }
 

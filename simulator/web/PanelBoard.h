@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "simulator/bus/BusWatcher.h"
 #include "simulator/panel/PanelScreen.h"
 #include "simulator/web/RecordRing.h"
@@ -139,25 +140,25 @@ private:
     };
 
     static Lcd describe(std::uint16_t number, const LcdState& lcd);
-    std::chrono::nanoseconds timeNow() const;
-    void noteChange();
+    std::chrono::nanoseconds timeNow() const MORVANE_REQUIRES(m_mutex);
+    void noteChange() MORVANE_REQUIRES(m_mutex);
 
-    mutable std::mutex m_mutex; // over all that follows
+    mutable std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::optional<Clock::time_point> m_start;
-    std::optional<Clock::time_point> m_busStart; // of the time that records have
-    std::uint64_t m_changes = 0;
-    bool m_isAwaited = false;
-    bool m_isEnding = false;
-    std::uint64_t m_lives = 0;
-    std::uint64_t m_panelChanges = 0;
-    std::map<unsigned int, PanelState> m_panels;
-    RecordRing m_records;
-    std::deque<Line> m_orders;
-    std::uint64_t m_nextOrder = 0;
-    std::size_t m_orderBytes = 0;
-    std::deque<Line> m_violations;
-    std::uint64_t m_nextViolation = 0;
+    std::optional<Clock::time_point> m_start MORVANE_GUARDED_BY(m_mutex);
+    std::optional<Clock::time_point> m_busStart MORVANE_GUARDED_BY(m_mutex); // of the time that records have
+    std::uint64_t m_changes MORVANE_GUARDED_BY(m_mutex) = 0;
+    bool m_isAwaited MORVANE_GUARDED_BY(m_mutex) = false;
+    bool m_isEnding MORVANE_GUARDED_BY(m_mutex) = false;
+    std::uint64_t m_lives MORVANE_GUARDED_BY(m_mutex) = 0;
+    std::uint64_t m_panelChanges MORVANE_GUARDED_BY(m_mutex) = 0;
+    std::map<unsigned int, PanelState> m_panels MORVANE_GUARDED_BY(m_mutex);
+    RecordRing m_records MORVANE_GUARDED_BY(m_mutex);
+    std::deque<Line> m_orders MORVANE_GUARDED_BY(m_mutex);
+    std::uint64_t m_nextOrder MORVANE_GUARDED_BY(m_mutex) = 0;
+    std::size_t m_orderBytes MORVANE_GUARDED_BY(m_mutex) = 0;
+    std::deque<Line> m_violations MORVANE_GUARDED_BY(m_mutex);
+    std::uint64_t m_nextViolation MORVANE_GUARDED_BY(m_mutex) = 0;
 };
 
 } // namespace Vantor

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "simulator/bus/PanelBus.h"
 #include "simulator/web/PanelBoard.h"
 #include "simulator/web/PanelReadings.h"
@@ -122,10 +123,10 @@ private:
     static std::vector<Part> readScreens(PanelBus& bus, const std::vector<PanelBoard::Touched>& touched);
     static AllReadings readCounters(PanelBus& bus);
     void keep(const std::vector<Part>& parts);
-    const View* findView(const Place& place) const;
-    View& renew(const PanelBoard::Touched& touched, std::chrono::nanoseconds now);
+    const View* findView(const Place& place) const MORVANE_REQUIRES(m_mutex);
+    View& renew(const PanelBoard::Touched& touched, std::chrono::nanoseconds now) MORVANE_REQUIRES(m_mutex);
     static void remember(View& view, const ScreenPatch& patch, std::chrono::nanoseconds now);
-    void forget(View& view, std::chrono::nanoseconds now) const;
+    void forget(View& view, std::chrono::nanoseconds now) const MORVANE_REQUIRES(m_mutex);
     static std::string asJson(unsigned int panel, const PanelBoard::Lcd& lcd, const ScreenPatch& patch);
 
     PanelBoard& m_board;
@@ -133,15 +134,15 @@ private:
 
     std::mutex m_takeMutex; // one takes at a time
 
-    mutable std::mutex m_mutex; // over all that follows
+    mutable std::mutex m_mutex;
     std::condition_variable m_taken;
     std::condition_variable m_listened;
-    unsigned int m_listeners = 0;
-    bool m_isEnding = false;
-    std::uint64_t m_takes = 0;
-    std::uint64_t m_lastUpdate = 0;
-    std::map<Place, View> m_views;
-    AllReadings m_readings;
+    unsigned int m_listeners MORVANE_GUARDED_BY(m_mutex) = 0;
+    bool m_isEnding MORVANE_GUARDED_BY(m_mutex) = false;
+    std::uint64_t m_takes MORVANE_GUARDED_BY(m_mutex) = 0;
+    std::uint64_t m_lastUpdate MORVANE_GUARDED_BY(m_mutex) = 0;
+    std::map<Place, View> m_views MORVANE_GUARDED_BY(m_mutex);
+    AllReadings m_readings MORVANE_GUARDED_BY(m_mutex);
 
     std::thread m_thread;
 };

@@ -213,7 +213,7 @@ void WebServer::stop()
 void WebServer::awaitAnswers()
 {
     std::unique_lock<std::mutex> lock(m_streamsMutex);
-    m_streamEnded.wait_for(lock, writePatience, [this] { return m_answers == 0; });
+    m_streamEnded.wait_for(lock, writePatience, [this]() MORVANE_REQUIRES(m_streamsMutex) { return m_answers == 0; });
 }
 
 void WebServer::start()
@@ -233,7 +233,8 @@ void WebServer::end()
     m_feed.end();
     // The library drops what is not written when it stops.
     std::unique_lock<std::mutex> lock(m_streamsMutex);
-    m_streamEnded.wait_for(lock, writePatience + std::chrono::seconds(1), [this] { return m_streams == 0; });
+    m_streamEnded.wait_for(lock, writePatience + std::chrono::seconds(1),
+                           [this]() MORVANE_REQUIRES(m_streamsMutex) { return m_streams == 0; });
 }
 
 std::uint16_t WebServer::bind(const WebAddress& address)

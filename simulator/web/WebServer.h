@@ -1,5 +1,6 @@
 #pragma once
 
+#include "libMorvaneHostUsb/ThreadAnnotations.h"
 #include "simulator/web/PanelBoard.h"
 #include "simulator/web/RequestGuard.h"
 #include "simulator/web/ScreenFeed.h"
@@ -83,15 +84,15 @@ private:
     const Execute m_execute;
     const std::string m_simulation;
     ScreenFeed m_feed;
-    std::mutex m_streamsMutex;             // over the next three
+    std::mutex m_streamsMutex;
     std::condition_variable m_streamEnded; // or an answer
-    unsigned int m_streams = 0;
-    unsigned int m_answers = 0; // under way
+    unsigned int m_streams MORVANE_GUARDED_BY(m_streamsMutex) = 0;
+    unsigned int m_answers MORVANE_GUARDED_BY(m_streamsMutex) = 0; // under way
     const std::unique_ptr<httplib::Server> m_server;
     const std::uint16_t m_port;
     const RequestGuard m_guard;
-    std::mutex m_commandMutex; // over m_isOver, and one command at a time
-    bool m_isOver = false;
+    std::mutex m_commandMutex; // also one command at a time
+    bool m_isOver MORVANE_GUARDED_BY(m_commandMutex) = false;
     std::mutex m_gifMutex; // one at a time, as each takes a processor for seconds
     std::atomic<bool> m_hasFailed{false};
     std::thread m_thread;

@@ -140,7 +140,8 @@ void Checkup::checkPassword()
     const std::string& file = m_broker.passwordFile;
     if (file.empty()) {
         if (!m_broker.user.empty())
-            tellDoubtful("broker.user: without a password", std::string("name its file in ") + key);
+            tellDoubtful("broker.user: without a password",
+                         std::string("name its file in ") + key + "; a service's credential is the service's alone");
         return;
     }
     if (m_broker.user.empty())

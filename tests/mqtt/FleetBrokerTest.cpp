@@ -124,6 +124,40 @@ TEST_F(FleetBroker, accessList_ofTheDocumentsIsEnough)
     EXPECT_THAT(denied.errors, HasSubstr("the broker does not take panel/1/all/told: the broker's access list"));
 }
 
+TEST_F(FleetBroker, certificatesBothWays_letInWhoHasTheBrokersAuthority)
+{
+    const TestAuthority authority;
+    const TestAuthority other;
+    MosquittoBroker::Options options;
+    options.authority = &authority;
+    options.wantsCertificates = true;
+    const MosquittoBroker broker(options);
+    const auto list = [&](const TestAuthority& known, const TestAuthority::Certificate& own) {
+        writeFile(m_files / "tls.toml", "[broker]\nport = " + std::to_string(broker.getPort()) +
+                                            "\ntls = true\nauthority = \"" + known.getFile() + "\"\ncertificate = \"" +
+                                            own.file + "\"\nkey = \"" + own.keyFile + "\"\n");
+        return runTool({MORVANE_PANELFLEET, "list", "--config", m_files / "tls.toml"});
+    };
+    const TestAuthority::Certificate own = authority.sign("rollouts");
+    BrokerSettings settings = broker.getSettings();
+    settings.certificateFile = own.file;
+    settings.keyFile = own.keyFile;
+    MqttPeer peer(settings);
+    retain(peer, "panel/1/a/state", hostIsThere);
+    retain(peer, "panel/1/a/1-1/state", panelIsThere);
+
+    const ToolResult result = list(authority, own);
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.output, "a/1-1: there since 2026-11-22T22:19:31Z, gateway 1.2.1\n");
+    const ToolResult stranger = list(authority, other.sign("rollouts"));
+    EXPECT_EQ(stranger.exitCode, 4);
+    // "does not", or "may not" where its reason was lost as it closed the connection right behind it.
+    EXPECT_THAT(stranger.errors, HasSubstr(" not accept "));
+    const ToolResult elsewhere = list(other, own);
+    EXPECT_EQ(elsewhere.exitCode, 4);
+    EXPECT_THAT(elsewhere.errors, HasSubstr("the broker's certificate is not of an authority in " + other.getFile()));
+}
+
 TEST_F(FleetBroker, commandThatIsDenied_isAFailureOfItsPanel)
 {
     MosquittoBroker::Options options;

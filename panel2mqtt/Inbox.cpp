@@ -11,9 +11,26 @@ namespace Vantor {
 
 namespace {
 
-std::size_t sizeOf(const Message& message)
+constexpr std::string_view everybody = "all";
+
+std::size_t sizeOf(const Inbox::Item& item)
 {
-    return message.topic.size() + message.payload.size();
+    const auto* const message = std::get_if<Message>(&item);
+    return message != nullptr ? message->topic.size() + message->payload.size() : 0;
+}
+
+// Of "panel/1/HOST/PLACE/do/..."; empty: it is for no single panel.
+std::string_view findPlace(std::string_view topic)
+{
+    for (int level = 0; level < 3; ++level) {
+        const std::size_t end = topic.find('/');
+        if (end == std::string_view::npos)
+            return {};
+        topic.remove_prefix(end + 1);
+    }
+    const std::string_view place = topic.substr(0, topic.find('/'));
+    const bool isCommand = topic.substr(place.size()).substr(0, 4) == "/do/";
+    return isCommand && place != everybody ? place : std::string_view();
 }
 
 } // namespace
@@ -32,44 +49,98 @@ Inbox::~Inbox()
 void Inbox::add(Item news)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    push(std::move(news));
+    push(m_others, std::move(news));
 }
 
 bool Inbox::addMessage(Message& message)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const std::size_t size = sizeOf(message);
-    if (m_messages == mostMessages || m_bytes + size > mostBytes)
+    const std::string_view place = findPlace(message.topic);
+    if (!hasRoomFor(message.topic.size() + message.payload.size(), place))
         return false;
+    Line& line = place.empty() ? m_others : lineOf(place);
     ++m_messages;
-    m_bytes += size;
-    push(std::move(message));
+    push(line, std::move(message));
     return true;
 }
 
-// Signalled once: a flood would cost a write for each.
-void Inbox::push(Item item)
+bool Inbox::hasRoomFor(std::size_t size, std::string_view place) const
 {
-    if (m_items.empty())
+    if (m_messages == mostMessages || m_bytes + size > mostBytes)
+        return false;
+    const auto line = m_lines.find(place);
+    return line == m_lines.end() ||
+           (line->second.items.size() < mostMessagesOfPlace && line->second.bytes + size <= mostBytesOfPlace);
+}
+
+Inbox::Line& Inbox::lineOf(std::string_view place)
+{
+    const auto known = m_lines.find(place);
+    if (known != m_lines.end())
+        return known->second;
+    m_turns.emplace_back(place);
+    return m_lines[m_turns.back()];
+}
+
+// Signalled once: a flood would cost a write for each.
+void Inbox::push(Line& line, Item item)
+{
+    if (m_items == 0)
         eventfd_write(m_signal, 1);
-    m_items.push_back(std::move(item));
+    ++m_items;
+    const std::size_t size = sizeOf(item);
+    m_bytes += size;
+    line.bytes += size;
+    line.items.push_back({++m_lastNumber, std::move(item)});
 }
 
 std::vector<Inbox::Item> Inbox::take()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<Item> taken;
-    for (; !m_items.empty() && taken.size() < mostAtOnce; m_items.pop_front()) {
-        taken.push_back(std::move(m_items.front()));
-        if (const auto* const message = std::get_if<Message>(&taken.back())) {
-            --m_messages;
-            m_bytes -= sizeOf(*message);
-        }
+    while (taken.size() < mostAtOnce) {
+        std::optional<Item> next = takeNext();
+        if (!next)
+            break;
+        taken.push_back(std::move(*next));
     }
     eventfd_t count = 0;
-    if (m_items.empty())
+    if (m_items == 0)
         eventfd_read(m_signal, &count);
     return taken;
+}
+
+std::optional<Inbox::Item> Inbox::takeNext()
+{
+    const std::uint64_t end = m_others.items.empty() ? UINT64_MAX : m_others.items.front().number;
+    for (auto turn = m_turns.begin(); turn != m_turns.end(); ++turn) {
+        const auto line = m_lines.find(*turn);
+        if (line->second.items.front().number > end)
+            continue;
+        m_turns.splice(m_turns.end(), m_turns, turn);
+        Item item = takeFrom(line->second);
+        if (line->second.items.empty()) {
+            m_lines.erase(line);
+            m_turns.pop_back();
+        }
+        return item;
+    }
+    if (m_others.items.empty())
+        return std::nullopt;
+    return takeFrom(m_others);
+}
+
+Inbox::Item Inbox::takeFrom(Line& line)
+{
+    Item item = std::move(line.items.front().item);
+    line.items.pop_front();
+    const std::size_t size = sizeOf(item);
+    line.bytes -= size;
+    m_bytes -= size;
+    --m_items;
+    if (std::holds_alternative<Message>(item))
+        --m_messages;
+    return item;
 }
 
 } // namespace Vantor

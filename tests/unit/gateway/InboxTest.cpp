@@ -7,18 +7,26 @@ namespace Vantor {
 
 namespace {
 
+using testing::AnyOf;
+using testing::ElementsAre;
+
 bool isSignalled(const Inbox& inbox)
 {
     pollfd entry = {inbox.getSignal(), POLLIN, 0};
     return poll(&entry, 1, 0) == 1;
 }
 
-bool addNumbered(Inbox& inbox, std::size_t number)
+bool add(Inbox& inbox, const std::string& topic, const std::string& payload)
 {
     Message message;
-    message.topic = "t";
-    message.payload = std::to_string(number);
+    message.topic = topic;
+    message.payload = payload;
     return inbox.addMessage(message);
+}
+
+bool addNumbered(Inbox& inbox, std::size_t number)
+{
+    return add(inbox, "t", std::to_string(number));
 }
 
 std::vector<std::string> payloadsOf(const std::vector<Inbox::Item>& items)
@@ -74,6 +82,96 @@ TEST(Inbox, fullAndTakenInPart_hasRoomForAsManyAndForNewsAlways)
     for (std::size_t number = 0; number < 64; ++number)
         EXPECT_TRUE(addNumbered(inbox, number)) << number;
     EXPECT_FALSE(addNumbered(inbox, 64));
+}
+
+TEST(Inbox, commandsForPanels_takeTurnsAndEachKeepsItsOrder)
+{
+    Inbox inbox;
+    for (const char* const payload : {"a1", "a2", "a3"})
+        add(inbox, "panel/1/shop/1-1/do/send/5", payload);
+    add(inbox, "panel/1/all/1-2/do/draw/0", "b1");
+    add(inbox, "panel/1/shop/1-2/do/flash", "b2");
+    EXPECT_THAT(payloadsOf(inbox.take()), ElementsAre("a1", "b1", "a2", "b2", "a3"));
+    EXPECT_FALSE(isSignalled(inbox));
+    add(inbox, "panel/1/shop/1-1/do/send/5", "a4");
+    EXPECT_THAT(payloadsOf(inbox.take()), ElementsAre("a4"));
+}
+
+TEST(Inbox, turns_goOnWhereTheyWere)
+{
+    Inbox inbox;
+    for (std::size_t number = 0; number < 100; ++number) {
+        add(inbox, "panel/1/shop/1-1/do/send/5", "a" + std::to_string(number));
+        add(inbox, "panel/1/shop/1-2/do/send/5", "b" + std::to_string(number));
+        add(inbox, "panel/1/shop/1-3/do/send/5", "c" + std::to_string(number));
+    }
+    EXPECT_EQ(payloadsOf(inbox.take()).back(), "a21");
+    EXPECT_EQ(payloadsOf(inbox.take()).front(), "b21");
+}
+
+TEST(Inbox, whatIsForNoSinglePanel_comesBehindWhatCameEarlierAndBeforeWhatCameLater)
+{
+    for (const char* const topic : {"panel/1/shop/all/do/send/5", "panel/1/shop/1-1/want/5/0", "panel/1/shop/told",
+                                    "panel/1/shop/1-1/state", "panel/1/shop/1-1/do", "panel", ""}) {
+        Inbox inbox;
+        add(inbox, "panel/1/shop/1-1/do/send/5", "a1");
+        add(inbox, "panel/1/shop/1-1/do/send/5", "a2");
+        add(inbox, "panel/1/shop/1-2/do/send/5", "b1");
+        add(inbox, topic, "all");
+        add(inbox, "panel/1/shop/1-3/do/send/5", "c1");
+        add(inbox, "panel/1/shop/1-1/do/send/5", "a3");
+        EXPECT_THAT(payloadsOf(inbox.take()), AnyOf(ElementsAre("a1", "b1", "a2", "all", "c1", "a3"),
+                                                    ElementsAre("a1", "b1", "a2", "all", "a3", "c1")))
+            << topic;
+    }
+}
+
+TEST(Inbox, floodForOnePanel_leavesRoomForOthersAndDelaysThemByNone)
+{
+    Inbox inbox;
+    const std::string flooded = "panel/1/shop/1-1/do/send/5";
+    for (std::size_t number = 0; number < 1024; ++number)
+        ASSERT_TRUE(add(inbox, flooded, "flood"));
+    EXPECT_FALSE(add(inbox, flooded, "flood"));
+    EXPECT_TRUE(add(inbox, "panel/1/shop/1-2/do/send/5", "quick"));
+    EXPECT_EQ(payloadsOf(inbox.take()).at(1), "quick");
+    EXPECT_TRUE(add(inbox, flooded, "flood")); // 63 were taken
+}
+
+TEST(Inbox, bytesForOnePanel_leaveRoomForOthers)
+{
+    Inbox inbox;
+    const std::string flooded = "panel/1/shop/1-1/do/flash";
+    EXPECT_TRUE(add(inbox, flooded, std::string(16u << 20, 'x')));
+    EXPECT_TRUE(add(inbox, flooded, std::string((16u << 20) - 2 * flooded.size(), 'x'))); // 32 MiB
+    EXPECT_FALSE(add(inbox, flooded, ""));
+    EXPECT_TRUE(add(inbox, "panel/1/shop/1-2/do/flash", std::string(16u << 20, 'x')));
+    EXPECT_EQ(inbox.take().size(), 3U);
+    EXPECT_TRUE(add(inbox, flooded, ""));
+}
+
+TEST(Inbox, bytesForOnePanelTakenInPart_makeRoomForAsMany)
+{
+    Inbox inbox;
+    const std::string flooded = "panel/1/shop/1-1/do/flash";
+    for (std::size_t number = 0; number < 65; ++number)
+        ASSERT_TRUE(add(inbox, flooded, std::string(500000, 'x'))); // 31 MiB
+    EXPECT_FALSE(add(inbox, flooded, std::string(2u << 20, 'x')));
+    EXPECT_EQ(inbox.take().size(), 64U);
+    EXPECT_TRUE(add(inbox, flooded, std::string(31u << 20, 'x')));
+}
+
+TEST(Inbox, panelsThatHaveNothingLeft_areForgotten)
+{
+    Inbox inbox;
+    for (int round = 0; round < 3; ++round) {
+        for (std::size_t number = 0; number < 4096; ++number)
+            ASSERT_TRUE(add(inbox, "panel/1/shop/1-" + std::to_string(number) + "/do/send/5", "x"));
+        EXPECT_FALSE(add(inbox, "panel/1/shop/1-1/do/send/5", "x"));
+        for (int taken = 0; taken < 64; ++taken)
+            EXPECT_EQ(inbox.take().size(), 64U);
+        EXPECT_FALSE(isSignalled(inbox));
+    }
 }
 
 TEST(Inbox, bytesTakenInPart_makeRoomForAsMany)

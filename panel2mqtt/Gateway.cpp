@@ -146,7 +146,8 @@ BrokerLink::Listener::Plan Gateway::planConnection()
     }
     for (const char* const own : {"state", "claim", "+/state", "+/info", "+/job/+"})
         plan.subscriptions.push_back({topicOf(own), 0, false, true});
-    plan.subscriptions.push_back({topicOf("told"), 0, true, false});
+    plan.echoTopic = topicOf("told");
+    plan.subscriptions.push_back({plan.echoTopic, 1, true, false});
     return plan;
 }
 

@@ -20,6 +20,9 @@ namespace Vantor {
 namespace {
 
 constexpr int lingerMilliseconds = 200;
+constexpr int mostPacketsAtOnce = 16;
+constexpr std::uint64_t packetsToEcho = 64; // who has next to nothing to send drops nothing
+constexpr unsigned int mostUnheardEchoes = 3;
 
 // So that somebody has taken the connection, though it may be over since.
 bool hasSentAnything(int socket)
@@ -41,6 +44,21 @@ std::string secondsOf(BrokerPace::Duration time)
     return std::to_string(std::chrono::ceil<std::chrono::seconds>(time).count()) + " s";
 }
 
+bool isReadable(int socket)
+{
+    pollfd entry = {socket, POLLIN, 0};
+    return poll(&entry, 1, 0) == 1;
+}
+
+Message makeEcho(const std::string& topic, const std::string& clientId)
+{
+    Message echo;
+    echo.topic = topic;
+    echo.payload = "echo " + clientId;
+    echo.qos = 1;
+    return echo;
+}
+
 // What was wrong with the connection itself, asked for once.
 int takeSocketError(int socket)
 {
@@ -56,7 +74,7 @@ int takeSocketError(int socket)
 BrokerConnection::BrokerConnection(const BrokerSettings& settings, const BrokerPace& pace, const std::string& clientId,
                                    const Plan& plan, Owner& owner)
     : m_settings(settings), m_pace(pace), m_owner(owner), m_subscriptions(plan.subscriptions), m_tls(makeTls(settings)),
-      m_client(clientId, *this)
+      m_echo(makeEcho(plan.echoTopic, clientId)), m_client(clientId, *this)
 {
     if (!plan.will.topic.empty())
         m_client.setWill(plan.will);
@@ -96,7 +114,7 @@ void BrokerConnection::onReady(short events, Clock::time_point now)
         checkReached(events);
     // Before it is up, TLS may have to read for the sake of what can be written.
     if (!isOver() && (!isUp() || (events & ~POLLOUT) != 0))
-        check(m_client.read());
+        read();
     if (!isOver() && (events & POLLOUT) != 0)
         check(m_client.write());
     // libmosquitto takes a connection that is reset in the middle of the handshake for one
@@ -104,6 +122,16 @@ void BrokerConnection::onReady(short events, Clock::time_point now)
     if (!isOver() && !isUp() && (events & POLLHUP) != 0)
         finish(describe(MOSQ_ERR_CONN_LOST, 0));
     checkSubscribed(now);
+}
+
+// Some at once: a broker that is not read from fast enough drops what it has for us.
+void BrokerConnection::read()
+{
+    for (int packets = 0; packets < mostPacketsAtOnce; ++packets) {
+        check(m_client.read());
+        if (!isUp() || !isReadable(getSocket()))
+            return;
+    }
 }
 
 void BrokerConnection::tick(Clock::time_point now)
@@ -114,16 +142,44 @@ void BrokerConnection::tick(Clock::time_point now)
         finishUnanswered();
 }
 
-// A broker that is behind with us drops its confirmations, too: with each the window would have
-// room for one less.
 void BrokerConnection::tendUp(Clock::time_point now)
 {
     check(m_client.keepAlive());
     if (m_client.wantsToWrite())
         m_lastWriting = now;
+    checkConfirmed(now);
+    if (!isOver())
+        tryEcho(now);
+}
+
+// A broker that is behind with us drops its confirmations, too: with each the window would have
+// room for one less. What else it has dropped nobody knows.
+void BrokerConnection::checkConfirmed(Clock::time_point now)
+{
+    const Clock::time_point overtaken = m_window.getOldestOvertaken();
+    if (overtaken != Clock::time_point::max() && now - overtaken >= m_pace.overtakenTime)
+        finish("the broker has dropped what it had for this host");
     const Clock::time_point oldest = m_window.getOldest();
     if (oldest != Clock::time_point::max() && now - std::max(oldest, m_lastWriting) >= m_pace.confirmTime)
         finish("the broker has not confirmed what was published within " + secondsOf(m_pace.confirmTime));
+}
+
+// Of QoS 1 a broker keeps some under way, mosquitto those too that it has dropped: in the end it
+// delivers no more.
+void BrokerConnection::tryEcho(Clock::time_point now)
+{
+    if (m_echo.topic.empty() || now - m_lastEcho < m_pace.echoTime ||
+        (m_unheardEchoes == 0 && m_receivedSinceEcho < packetsToEcho))
+        return;
+    if (m_unheardEchoes == mostUnheardEchoes) {
+        finish("the broker no longer delivers what is published to " + m_echo.topic);
+        return;
+    }
+    ++m_unheardEchoes;
+    m_receivedSinceEcho = 0;
+    m_lastEcho = now;
+    int id = 0;
+    check(m_client.publish(m_echo, id));
 }
 
 void BrokerConnection::publish(Item item)
@@ -208,10 +264,17 @@ void BrokerConnection::onPublished(int id, int reasonCode)
         m_owner.onCompleted(*std::exchange(m_handingOver, std::nullopt), refusal);
     else if (const std::optional<Item> item = m_window.complete(id))
         m_owner.onCompleted(*item, refusal);
+    for (const Item& item : m_window.takeOvertaken(Clock::now()))
+        m_owner.onCompleted(item, 0);
 }
 
 void BrokerConnection::onReceived(Message message)
 {
+    if (message.topic == m_echo.topic && message.payload == m_echo.payload) {
+        m_unheardEchoes = 0;
+        return;
+    }
+    ++m_receivedSinceEcho;
     m_owner.onReceived(std::move(message));
 }
 

@@ -84,7 +84,10 @@ private:
     void onReceived(Message message) override;
     void onEnded(int code) override;
 
+    void read();
     void tendUp(Clock::time_point now);
+    void checkConfirmed(Clock::time_point now);
+    void tryEcho(Clock::time_point now);
     void checkReached(short events);
     void refuse(const std::string& filter, int reasonCode);
     void checkSubscribed(Clock::time_point now);
@@ -98,6 +101,7 @@ private:
     Owner& m_owner;
     const std::vector<BrokerLink::Subscription> m_subscriptions;
     const std::optional<TlsContext> m_tls;
+    const Message m_echo; // no topic: none
     MosquittoClient m_client;
     PublishWindow m_window;
     Stage m_stage = Stage::Over;
@@ -109,6 +113,9 @@ private:
     std::map<int, std::string> m_unanswered; // filters, by the id of their subscription
     std::vector<std::string> m_refused;
     std::size_t m_largestPacket = 0;
+    std::uint64_t m_receivedSinceEcho = 0;
+    Clock::time_point m_lastEcho;
+    unsigned int m_unheardEchoes = 0;  // since one came back
     std::optional<Item> m_handingOver; // to libmosquitto, at this moment
     int m_handingOverId = 0;
 };

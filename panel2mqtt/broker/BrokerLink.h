@@ -37,6 +37,9 @@ public:
         struct Plan {
             Message will;
             std::vector<Subscription> subscriptions;
+            // One of those, of QoS 1 and with what is its own, which the client may also write:
+            // there it is tried whether the broker still delivers. Empty: it is not tried.
+            std::string echoTopic = {};
         };
         virtual Plan planConnection() = 0;
 

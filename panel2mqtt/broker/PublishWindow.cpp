@@ -14,15 +14,19 @@ void PublishWindow::add(int id, Item item, TimePoint now)
 {
     complete(id); // an id that has come round
     m_bytes += OutgoingQueue::sizeOf(item.message);
-    m_items.emplace(id, Entry{std::move(item), now});
+    m_items.emplace(id, Entry{std::move(item), now, ++m_lastNumber});
 }
 
 std::optional<PublishWindow::Item> PublishWindow::complete(int id)
 {
+    m_overtaken.erase(id);
     auto node = m_items.extract(id);
     if (node.empty())
         return std::nullopt;
     m_bytes -= OutgoingQueue::sizeOf(node.mapped().item.message);
+    // Of QoS 0 it is complete when it is written.
+    if (node.mapped().item.message.qos > 0)
+        m_lastComplete = std::max(m_lastComplete, node.mapped().number);
     return std::move(node.mapped().item);
 }
 
@@ -40,6 +44,30 @@ PublishWindow::TimePoint PublishWindow::getOldest() const
     TimePoint oldest = TimePoint::max();
     for (const auto& [id, entry] : m_items)
         oldest = std::min(oldest, entry.since);
+    return oldest;
+}
+
+std::vector<PublishWindow::Item> PublishWindow::takeOvertaken(TimePoint now)
+{
+    std::vector<Item> items;
+    for (auto entry = m_items.begin(); entry != m_items.end();) {
+        if (entry->second.number > m_lastComplete) {
+            ++entry;
+            continue;
+        }
+        m_bytes -= OutgoingQueue::sizeOf(entry->second.item.message);
+        items.push_back(std::move(entry->second.item));
+        m_overtaken.insert_or_assign(entry->first, now);
+        entry = m_items.erase(entry);
+    }
+    return items;
+}
+
+PublishWindow::TimePoint PublishWindow::getOldestOvertaken() const
+{
+    TimePoint oldest = TimePoint::max();
+    for (const auto& [id, since] : m_overtaken)
+        oldest = std::min(oldest, since);
     return oldest;
 }
 

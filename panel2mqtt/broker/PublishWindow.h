@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <vector>
@@ -45,14 +46,24 @@ public:
     // When what has waited longest was added; TimePoint::max(): nothing waits.
     TimePoint getOldest() const;
 
+    // Those behind which another is complete. A broker confirms in the order of coming: it has
+    // got them, and their confirmation is lost, unless it is completed after all.
+    std::vector<Item> takeOvertaken(TimePoint now);
+    // When the oldest of those was taken; TimePoint::max(): there is none.
+    TimePoint getOldestOvertaken() const;
+
 private:
     struct Entry {
         Item item;
         TimePoint since;
+        std::uint64_t number; // in the order of coming
     };
 
     std::map<int, Entry> m_items;
+    std::map<int, TimePoint> m_overtaken;
     std::size_t m_bytes = 0;
+    std::uint64_t m_lastNumber = 0;
+    std::uint64_t m_lastComplete = 0; // of those that are confirmed
 };
 
 } // namespace Vantor

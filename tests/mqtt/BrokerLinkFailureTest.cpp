@@ -388,6 +388,70 @@ TEST(BrokerLinkFailure, brokerThatConfirmsNothing_isGivenUpAndConnectedAnew)
     EXPECT_THAT(port.accept(), HasSubstr("MQTT"));
 }
 
+TEST(BrokerLinkFailure, confirmationThatALaterOneOvertakes_isLostAndTheConnectionMadeAnew)
+{
+    StubbornPort port(Manner::SaysNothing);
+    BrokerPace pace = QuickLink::getPace();
+    pace.overtakenTime = milliseconds(200);
+    QuickLink quick(settingsFor(port.getPort()), {}, pace);
+    port.accept();
+    port.say(std::string("\x20\x03\x00\x00\x00", 5)); // the connection is accepted
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    quick.publish(Kind::Answer, "answer", "a");
+    quick.publish(Kind::Answer, "answer", "b");
+    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.waiting == 0; }));
+    port.say(std::string("\x40\x02\x00\x02", 4)); // the second is confirmed, so that the first was taken
+    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.published == 2; }));
+    ASSERT_TRUE(quick.listener.awaitReasons(1));
+    EXPECT_EQ(quick.listener.get().disconnected[0], "the broker has dropped what it had for this host");
+    EXPECT_THAT(port.accept(), HasSubstr("MQTT"));
+}
+
+TEST(BrokerLinkFailure, brokerThatDeliversNoMore_isGivenUpAndConnectedAnew)
+{
+    MosquittoBroker::Options options;
+    options.accessList = "topic readwrite much\ntopic write echo\n";
+    const MosquittoBroker broker(options);
+    BrokerPace pace = QuickLink::getPace();
+    pace.echoTime = milliseconds(150);
+    QuickLink quick(broker.getSettings(), {{"much", 1, false, false}, {"echo", 1, true, false}}, pace, "echo");
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    for (int number = 0; number < 64; ++number)
+        quick.publish(Kind::Answer, "much", "x");
+    ASSERT_TRUE(quick.listener.awaitReasons(1));
+    EXPECT_EQ(quick.listener.get().disconnected[0], "the broker no longer delivers what is published to echo");
+    EXPECT_TRUE(quick.listener.awaitConnections(2));
+}
+
+TEST(BrokerLinkFailure, brokerThatDelivers_isTriedAgainAndAgainAndTheListenerHearsNothingOfIt)
+{
+    const MosquittoBroker broker;
+    MqttPeer peer(broker.getSettings());
+    peer.subscribe("echo");
+    BrokerPace pace = QuickLink::getPace();
+    pace.echoTime = milliseconds(20);
+    QuickLink quick(broker.getSettings(), {{"much", 1, false, false}, {"echo", 1, true, false}}, pace, "echo");
+    ASSERT_TRUE(quick.listener.awaitConnections(1));
+    const auto bring = [&quick](std::uint64_t count, std::uint64_t sum) {
+        for (std::uint64_t number = 0; number < count; ++number)
+            quick.publish(Kind::Answer, "much", "x");
+        return quick.awaitCounts([sum](const auto& counts) { return counts.received == sum; });
+    };
+    ASSERT_TRUE(bring(63, 63));
+    EXPECT_FALSE(peer.await("echo", milliseconds(700))); // more than a pass of its thread
+    ASSERT_TRUE(bring(1, 64));
+    ASSERT_TRUE(peer.await("echo"));
+    for (std::uint64_t round = 2; round <= 5; ++round) { // more than may be unheard
+        ASSERT_TRUE(bring(64, 64 * round));
+        ASSERT_TRUE(peer.await("echo"));
+    }
+    EXPECT_FALSE(peer.await("echo", milliseconds(700)));
+    quick.publish(Kind::Answer, "echo", "another's");
+    ASSERT_TRUE(quick.awaitCounts([](const auto& counts) { return counts.received == 321; }));
+    EXPECT_EQ(quick.listener.get().messages.back().payload, "another's");
+    EXPECT_EQ(quick.link.getCounts().connections, 1U);
+}
+
 TEST(BrokerLinkFailure, stateThatIsRefusedAfterALaterOneWentOut_isNotTriedAgain)
 {
     StubbornPort port(Manner::SaysNothing);

@@ -38,8 +38,8 @@ public:
     }
 
     explicit QuickLink(const BrokerSettings& settings, std::vector<BrokerLink::Subscription> subscriptions = {},
-                       const BrokerPace& pace = getPace())
-        : listener(std::move(subscriptions)), link(settings, "host", listener, pace)
+                       const BrokerPace& pace = getPace(), std::string echoTopic = {})
+        : listener(std::move(subscriptions), std::move(echoTopic)), link(settings, "host", listener, pace)
     {
         link.start();
     }

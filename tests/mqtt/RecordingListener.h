@@ -26,8 +26,8 @@ public:
         std::vector<std::string> refused; // "topic: reason"
     };
 
-    explicit RecordingListener(std::vector<BrokerLink::Subscription> subscriptions = {})
-        : m_subscriptions(std::move(subscriptions))
+    explicit RecordingListener(std::vector<BrokerLink::Subscription> subscriptions = {}, std::string echoTopic = {})
+        : m_subscriptions(std::move(subscriptions)), m_echoTopic(std::move(echoTopic))
     {}
 
     Plan planConnection() override
@@ -39,7 +39,7 @@ public:
         will.payload = std::to_string(m_told.plans);
         will.qos = 1;
         will.isRetained = true;
-        return {will, m_subscriptions};
+        return {will, m_subscriptions, m_echoTopic};
     }
     void onConnected(const std::vector<std::string>& refused) override
     {
@@ -95,6 +95,7 @@ private:
     }
 
     const std::vector<BrokerLink::Subscription> m_subscriptions;
+    const std::string m_echoTopic;
     mutable std::mutex m_mutex; // over all below
     std::condition_variable m_changed;
     Told m_told;

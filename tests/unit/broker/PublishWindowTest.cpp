@@ -80,6 +80,35 @@ TEST(PublishWindow, oldest_isOfWhatStillWaits)
     EXPECT_EQ(window.getOldest(), begin + std::chrono::seconds(2));
 }
 
+TEST(PublishWindow, overtaken_isWhatALaterConfirmationLeftBehindUntilItsOwnComes)
+{
+    const auto confirmedOf = [](std::uint64_t number) {
+        PublishWindow::Item item = itemOf(1000, number);
+        item.message.qos = 1;
+        return item;
+    };
+    const PublishWindow::TimePoint begin{};
+    PublishWindow window;
+    window.add(1, confirmedOf(1), begin);
+    window.add(9, confirmedOf(2), begin);
+    window.add(4, itemOf(1000, 3), begin);
+    window.add(5, confirmedOf(4), begin);
+    window.add(6, confirmedOf(5), begin);
+    window.complete(4); // of QoS 0: it was written
+    window.complete(1);
+    EXPECT_TRUE(window.takeOvertaken(begin).empty());
+    EXPECT_EQ(window.getOldestOvertaken(), PublishWindow::TimePoint::max());
+    window.complete(5);
+    const auto overtaken = window.takeOvertaken(begin + std::chrono::seconds(7));
+    ASSERT_EQ(overtaken.size(), 1U);
+    EXPECT_EQ(overtaken[0].number, 2U);
+    EXPECT_EQ(window.getOldestOvertaken(), begin + std::chrono::seconds(7));
+    EXPECT_FALSE(window.complete(9)); // later than what came behind it
+    EXPECT_EQ(window.getOldestOvertaken(), PublishWindow::TimePoint::max());
+    EXPECT_TRUE(window.complete(6));
+    EXPECT_TRUE(window.hasRoomFor((1U << 20U)));
+}
+
 TEST(PublishWindow, idThatComesRound_isTheLaterOne)
 {
     PublishWindow window;

@@ -19,7 +19,7 @@ void PublishWindow::add(int id, Item item, TimePoint now)
 
 std::optional<PublishWindow::Item> PublishWindow::complete(int id)
 {
-    m_overtaken.erase(id);
+    forgetOvertaken(id);
     auto node = m_items.extract(id);
     if (node.empty())
         return std::nullopt;
@@ -58,17 +58,26 @@ std::vector<PublishWindow::Item> PublishWindow::takeOvertaken(TimePoint now)
         m_bytes -= OutgoingQueue::sizeOf(entry->second.item.message);
         items.push_back(std::move(entry->second.item));
         m_overtaken.insert_or_assign(entry->first, now);
+        m_overtakings.emplace_back(entry->first, now);
         entry = m_items.erase(entry);
     }
     return items;
 }
 
+void PublishWindow::forgetOvertaken(int id)
+{
+    m_overtaken.erase(id);
+    const auto isOver = [this](const std::pair<int, TimePoint>& overtaking) {
+        const auto known = m_overtaken.find(overtaking.first);
+        return known == m_overtaken.end() || known->second != overtaking.second;
+    };
+    while (!m_overtakings.empty() && isOver(m_overtakings.front()))
+        m_overtakings.pop_front();
+}
+
 PublishWindow::TimePoint PublishWindow::getOldestOvertaken() const
 {
-    TimePoint oldest = TimePoint::max();
-    for (const auto& [id, since] : m_overtaken)
-        oldest = std::min(oldest, since);
-    return oldest;
+    return m_overtakings.empty() ? TimePoint::max() : m_overtakings.front().second;
 }
 
 std::vector<PublishWindow::Item> PublishWindow::takeAll()

@@ -5,8 +5,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace Vantor {
@@ -59,8 +61,11 @@ private:
         std::uint64_t number; // in the order of coming
     };
 
+    void forgetOvertaken(int id);
+
     std::map<int, Entry> m_items;
     std::map<int, TimePoint> m_overtaken;
+    std::deque<std::pair<int, TimePoint>> m_overtakings; // in the order of time, some of which are over
     std::size_t m_bytes = 0;
     std::uint64_t m_lastNumber = 0;
     std::uint64_t m_lastComplete = 0; // of those that are confirmed

@@ -109,6 +109,33 @@ TEST(PublishWindow, overtaken_isWhatALaterConfirmationLeftBehindUntilItsOwnComes
     EXPECT_TRUE(window.hasRoomFor((1U << 20U)));
 }
 
+TEST(PublishWindow, overtakenOfSeveralTimes_areAsOldAsTheOldestThatIsLeft)
+{
+    const PublishWindow::TimePoint begin{};
+    PublishWindow window;
+    const auto overtake = [&](int id, std::chrono::seconds time) {
+        PublishWindow::Item item = itemOf(1);
+        item.message.qos = 1;
+        window.add(id, item, begin);
+        window.add(id + 1, item, begin);
+        window.complete(id + 1);
+        return window.takeOvertaken(begin + time).size();
+    };
+    for (int number = 1; number <= 4; ++number)
+        ASSERT_EQ(overtake(10 * number, std::chrono::seconds(number)), 1U);
+    EXPECT_EQ(window.getOldestOvertaken(), begin + std::chrono::seconds(1));
+    window.complete(20);
+    EXPECT_EQ(window.getOldestOvertaken(), begin + std::chrono::seconds(1));
+    window.complete(10);
+    EXPECT_EQ(window.getOldestOvertaken(), begin + std::chrono::seconds(3));
+    ASSERT_EQ(overtake(30, std::chrono::seconds(5)), 1U); // an id that has come round
+    EXPECT_EQ(window.getOldestOvertaken(), begin + std::chrono::seconds(4));
+    window.complete(40);
+    EXPECT_EQ(window.getOldestOvertaken(), begin + std::chrono::seconds(5));
+    window.complete(30);
+    EXPECT_EQ(window.getOldestOvertaken(), PublishWindow::TimePoint::max());
+}
+
 TEST(PublishWindow, idThatComesRound_isTheLaterOne)
 {
     PublishWindow window;

@@ -1,5 +1,6 @@
 #include "panel2mqtt/Inbox.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -92,6 +93,7 @@ void Inbox::push(Line& line, Item item)
     m_bytes += size;
     line.bytes += size;
     line.items.push_back({++m_lastNumber, std::move(item)});
+    m_lowestNumber = std::min(m_lowestNumber, m_lastNumber);
 }
 
 std::vector<Inbox::Item> Inbox::take()
@@ -113,10 +115,26 @@ std::vector<Inbox::Item> Inbox::take()
 std::optional<Inbox::Item> Inbox::takeNext()
 {
     const std::uint64_t end = m_others.items.empty() ? UINT64_MAX : m_others.items.front().number;
+    if (m_lowestNumber < end) {
+        if (std::optional<Item> item = takeTurn(end))
+            return item;
+    }
+    if (m_others.items.empty())
+        return std::nullopt;
+    return takeFrom(m_others);
+}
+
+// Of what came before the end.
+std::optional<Inbox::Item> Inbox::takeTurn(std::uint64_t end)
+{
+    std::uint64_t lowest = UINT64_MAX;
     for (auto turn = m_turns.begin(); turn != m_turns.end(); ++turn) {
         const auto line = m_lines.find(*turn);
-        if (line->second.items.front().number > end)
+        const std::uint64_t number = line->second.items.front().number;
+        if (number > end) {
+            lowest = std::min(lowest, number);
             continue;
+        }
         m_turns.splice(m_turns.end(), m_turns, turn);
         Item item = takeFrom(line->second);
         if (line->second.items.empty()) {
@@ -125,9 +143,8 @@ std::optional<Inbox::Item> Inbox::takeNext()
         }
         return item;
     }
-    if (m_others.items.empty())
-        return std::nullopt;
-    return takeFrom(m_others);
+    m_lowestNumber = lowest;
+    return std::nullopt;
 }
 
 Inbox::Item Inbox::takeFrom(Line& line)

@@ -71,6 +71,7 @@ private:
     Line& lineOf(std::string_view place) MORVANE_REQUIRES(m_mutex);
     bool hasRoomFor(std::size_t size, std::string_view place) const MORVANE_REQUIRES(m_mutex);
     std::optional<Item> takeNext() MORVANE_REQUIRES(m_mutex);
+    std::optional<Item> takeTurn(std::uint64_t end) MORVANE_REQUIRES(m_mutex);
     Item takeFrom(Line& line) MORVANE_REQUIRES(m_mutex);
 
     const int m_signal;
@@ -81,6 +82,8 @@ private:
     // All else, which comes behind what came earlier for any panel, and before what came later.
     Line m_others MORVANE_GUARDED_BY(m_mutex);
     std::uint64_t m_lastNumber MORVANE_GUARDED_BY(m_mutex) = 0;
+    // No line's first has a lower one.
+    std::uint64_t m_lowestNumber MORVANE_GUARDED_BY(m_mutex) = 0;
     std::size_t m_items MORVANE_GUARDED_BY(m_mutex) = 0;
     std::size_t m_messages MORVANE_GUARDED_BY(m_mutex) = 0; // of these
     std::size_t m_bytes MORVANE_GUARDED_BY(m_mutex) = 0;

@@ -168,8 +168,10 @@ void BrokerConnection::checkConfirmed(Clock::time_point now)
 // delivers no more.
 void BrokerConnection::tryEcho(Clock::time_point now)
 {
-    if (m_echo.topic.empty() || now - m_lastEcho < m_pace.echoTime ||
-        (m_unheardEchoes == 0 && m_receivedSinceEcho < packetsToEcho))
+    const Clock::duration quiet = now - std::max(m_lastEcho, m_lastWriting);
+    const bool hasReason = m_receivedSinceEcho >= packetsToEcho || m_unheardEchoes > 0 ||
+                           (m_receivedSinceEcho > 0 && quiet >= m_pace.confirmTime);
+    if (m_echo.topic.empty() || quiet < m_pace.echoTime || !hasReason)
         return;
     if (m_unheardEchoes == mostUnheardEchoes) {
         finish("the broker no longer delivers what is published to " + m_echo.topic);
@@ -260,20 +262,24 @@ void BrokerConnection::onPublished(int id, int reasonCode)
 {
     // What went well in other ways is no refusal: nobody may have subscribed.
     const int refusal = reasonCode >= MQTT_RC_UNSPECIFIED ? reasonCode : 0;
-    if (m_handingOver && id == m_handingOverId)
+    if (m_handingOver && id == m_handingOverId) {
         m_owner.onCompleted(*std::exchange(m_handingOver, std::nullopt), refusal);
-    else if (const std::optional<Item> item = m_window.complete(id))
+        return;
+    }
+    const std::optional<Item> item = m_window.complete(id);
+    for (const Item& overtaken : m_window.takeOvertaken(Clock::now()))
+        m_owner.onCompleted(overtaken, 0);
+    if (item)
         m_owner.onCompleted(*item, refusal);
-    for (const Item& item : m_window.takeOvertaken(Clock::now()))
-        m_owner.onCompleted(item, 0);
 }
 
 void BrokerConnection::onReceived(Message message)
 {
-    if (message.topic == m_echo.topic && message.payload == m_echo.payload) {
+    // While others come that are not dropped as those of QoS 0 are, it is behind, not deaf.
+    if (message.qos > 0 || message.isRetained)
         m_unheardEchoes = 0;
+    if (message.topic == m_echo.topic && message.payload == m_echo.payload)
         return;
-    }
     ++m_receivedSinceEcho;
     m_owner.onReceived(std::move(message));
 }
@@ -305,6 +311,7 @@ void BrokerConnection::checkSubscribed(Clock::time_point now)
         return;
     m_stage = Stage::Up;
     m_upSince = now;
+    m_lastEcho = now;
     m_owner.onUp(m_refused);
 }
 

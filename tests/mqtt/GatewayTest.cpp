@@ -129,6 +129,17 @@ TEST_F(Gateway, everyPanel_answersForItself)
     EXPECT_THAT(host.readRecords(1, 5), ElementsAre("both"));
 }
 
+TEST_F(Gateway, manyCommands_areFollowedByALookAtWhetherTheBrokerStillDelivers)
+{
+    const GatewayHost host(m_broker, {});
+    listen(host);
+    m_peer.subscribe(host.topicOf("told"));
+    for (unsigned int number = 0; number < 64; ++number)
+        m_peer.publish(makeCommand(host, "1-9/do/send/5", "x", std::to_string(number)));
+    EXPECT_TRUE(m_peer.await([](const Message& message) { return message.payload.substr(0, 5) == "echo "; }));
+    EXPECT_EQ(ask(host, "1-1/do/send/5", "x", "a"), "taken");
+}
+
 TEST_F(Gateway, whatCannotBe_isAnsweredWithTheReason)
 {
     GatewayHost host(m_broker, {});

@@ -39,9 +39,16 @@ TEST(BackOff, connectionThatLasted_beginsAnew)
 {
     BackOff backOff({}, [] { return 0.5; });
     delaysOf(backOff, 4);
-    EXPECT_EQ(backOff.getDelayAfter(milliseconds(9999)), seconds(16));
-    EXPECT_EQ(backOff.getDelayAfter(seconds(10)), seconds(1));
+    EXPECT_EQ(backOff.getDelayAfter(milliseconds(3999)), seconds(16));
+    EXPECT_EQ(backOff.getDelayAfter(seconds(4)), seconds(1));
     EXPECT_EQ(backOff.getDelayAfter(seconds(0)), seconds(2));
+}
+
+TEST(BackOff, connectionThatWasLeftForALostConfirmation_hasLasted)
+{
+    BackOff backOff({}, [] { return 0.5; });
+    delaysOf(backOff, 4);
+    EXPECT_EQ(backOff.getDelayAfter(BrokerPace().overtakenTime), seconds(1));
 }
 
 } // namespace

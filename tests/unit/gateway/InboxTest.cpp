@@ -126,6 +126,29 @@ TEST(Inbox, whatIsForNoSinglePanel_comesBehindWhatCameEarlierAndBeforeWhatCameLa
     }
 }
 
+TEST(Inbox, wishesBetweenCommands_keepTheirPlaceAmongAllOfThem)
+{
+    Inbox inbox;
+    std::vector<std::string> expected;
+    for (char name = 'a'; name < 'o'; ++name) {
+        const std::string text(1, name);
+        ASSERT_TRUE(add(inbox, "panel/1/shop/1-1/do/send/5", text + "1"));
+        ASSERT_TRUE(add(inbox, "panel/1/shop/1-1/want/5/0", text + "2"));
+        ASSERT_TRUE(add(inbox, "panel/1/shop/1-2/want/5/0", text + "3"));
+        ASSERT_TRUE(add(inbox, "panel/1/shop/1-2/do/send/5", text + "4"));
+        for (const char* const number : {"1", "2", "3", "4"})
+            expected.push_back(text + number);
+    }
+    // Two that follow each other, for different panels, may change places.
+    std::vector<std::string> taken = payloadsOf(inbox.take());
+    ASSERT_EQ(taken.size(), expected.size());
+    for (std::size_t place = 3; place + 1 < taken.size(); place += 4) {
+        if (taken[place] != expected[place])
+            std::swap(taken[place], taken[place + 1]);
+    }
+    EXPECT_EQ(taken, expected);
+}
+
 TEST(Inbox, floodForOnePanel_leavesRoomForOthersAndDelaysThemByNone)
 {
     Inbox inbox;

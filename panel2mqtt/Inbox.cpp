@@ -1,5 +1,7 @@
 #include "panel2mqtt/Inbox.h"
 
+#include "panel2mqtt/desk/Order.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
@@ -12,26 +14,15 @@ namespace Vantor {
 
 namespace {
 
-constexpr std::string_view everybody = "all";
+std::size_t sizeOf(const Message& message)
+{
+    return message.topic.size() + message.payload.size();
+}
 
 std::size_t sizeOf(const Inbox::Item& item)
 {
     const auto* const message = std::get_if<Message>(&item);
-    return message != nullptr ? message->topic.size() + message->payload.size() : 0;
-}
-
-// Of "panel/1/HOST/PLACE/do/..."; empty: it is for no single panel.
-std::string_view findPlace(std::string_view topic)
-{
-    for (int level = 0; level < 3; ++level) {
-        const std::size_t end = topic.find('/');
-        if (end == std::string_view::npos)
-            return {};
-        topic.remove_prefix(end + 1);
-    }
-    const std::string_view place = topic.substr(0, topic.find('/'));
-    const bool isCommand = topic.substr(place.size()).substr(0, 4) == "/do/";
-    return isCommand && place != everybody ? place : std::string_view();
+    return message != nullptr ? sizeOf(*message) : 0;
 }
 
 } // namespace
@@ -55,9 +46,9 @@ void Inbox::add(Item news)
 
 bool Inbox::addMessage(Message& message)
 {
+    const std::string_view place = findCommandedPlace(message.topic);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const std::string_view place = findPlace(message.topic);
-    if (!hasRoomFor(message.topic.size() + message.payload.size(), place))
+    if (!hasRoomFor(sizeOf(message), place))
         return false;
     Line& line = place.empty() ? m_others : lineOf(place);
     ++m_messages;

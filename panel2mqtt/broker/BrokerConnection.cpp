@@ -21,8 +21,6 @@ namespace {
 
 constexpr int lingerMilliseconds = 200;
 constexpr int mostPacketsAtOnce = 16;
-constexpr std::uint64_t packetsToEcho = 64; // who has next to nothing to send drops nothing
-constexpr unsigned int mostUnheardEchoes = 3;
 
 // So that somebody has taken the connection, though it may be over since.
 bool hasSentAnything(int socket)
@@ -74,7 +72,7 @@ int takeSocketError(int socket)
 BrokerConnection::BrokerConnection(const BrokerSettings& settings, const BrokerPace& pace, const std::string& clientId,
                                    const Plan& plan, Owner& owner)
     : m_settings(settings), m_pace(pace), m_owner(owner), m_subscriptions(plan.subscriptions), m_tls(makeTls(settings)),
-      m_echo(makeEcho(plan.echoTopic, clientId)), m_client(clientId, *this)
+      m_echo(makeEcho(plan.echoTopic, clientId)), m_client(clientId, *this), m_probe(pace)
 {
     if (!plan.will.topic.empty())
         m_client.setWill(plan.will);
@@ -168,18 +166,11 @@ void BrokerConnection::checkConfirmed(Clock::time_point now)
 // delivers no more.
 void BrokerConnection::tryEcho(Clock::time_point now)
 {
-    const Clock::duration quiet = now - std::max(m_lastEcho, m_lastWriting);
-    const bool hasReason = m_receivedSinceEcho >= packetsToEcho || m_unheardEchoes > 0 ||
-                           (m_receivedSinceEcho > 0 && quiet >= m_pace.confirmTime);
-    if (m_echo.topic.empty() || quiet < m_pace.echoTime || !hasReason)
-        return;
-    if (m_unheardEchoes == mostUnheardEchoes) {
+    const EchoProbe::Step step = m_echo.topic.empty() ? EchoProbe::Step::None : m_probe.poll(now, m_lastWriting);
+    if (step == EchoProbe::Step::GiveUp)
         finish("the broker no longer delivers what is published to " + m_echo.topic);
+    if (step != EchoProbe::Step::Send)
         return;
-    }
-    ++m_unheardEchoes;
-    m_receivedSinceEcho = 0;
-    m_lastEcho = now;
     int id = 0;
     check(m_client.publish(m_echo, id));
 }
@@ -275,12 +266,12 @@ void BrokerConnection::onPublished(int id, int reasonCode)
 
 void BrokerConnection::onReceived(Message message)
 {
-    // While others come that are not dropped as those of QoS 0 are, it is behind, not deaf.
+    // The echo, or others that are not dropped as those of QoS 0 are: it is at most behind, not deaf.
     if (message.qos > 0 || message.isRetained)
-        m_unheardEchoes = 0;
+        m_probe.noteDelivery();
     if (message.topic == m_echo.topic && message.payload == m_echo.payload)
         return;
-    ++m_receivedSinceEcho;
+    m_probe.countReceived();
     m_owner.onReceived(std::move(message));
 }
 
@@ -311,7 +302,7 @@ void BrokerConnection::checkSubscribed(Clock::time_point now)
         return;
     m_stage = Stage::Up;
     m_upSince = now;
-    m_lastEcho = now;
+    m_probe.begin(now);
     m_owner.onUp(m_refused);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "panel2mqtt/broker/BrokerPace.h"
+#include "panel2mqtt/broker/EchoProbe.h"
 #include "panel2mqtt/broker/MosquittoClient.h"
 #include "panel2mqtt/broker/PublishWindow.h"
 #include "panel2mqtt/broker/TlsContext.h"
@@ -104,6 +105,7 @@ private:
     const Message m_echo; // no topic: none
     MosquittoClient m_client;
     PublishWindow m_window;
+    EchoProbe m_probe;
     Stage m_stage = Stage::Over;
     bool m_wasReached = false;
     std::string m_reason;
@@ -113,9 +115,6 @@ private:
     std::map<int, std::string> m_unanswered; // filters, by the id of their subscription
     std::vector<std::string> m_refused;
     std::size_t m_largestPacket = 0;
-    std::uint64_t m_receivedSinceEcho = 0;
-    Clock::time_point m_lastEcho;
-    unsigned int m_unheardEchoes = 0;  // since one came back
     std::optional<Item> m_handingOver; // to libmosquitto, at this moment
     int m_handingOverId = 0;
 };

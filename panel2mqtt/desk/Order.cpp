@@ -106,6 +106,13 @@ std::variant<Order, Answer> finishWish(Order order, const std::vector<std::strin
 
 } // namespace
 
+std::string_view findCommandedPlace(std::string_view topic)
+{
+    const auto levels = splitLevels(topic.substr(std::min(root.size(), topic.size())));
+    const bool isCommand = levels.size() > 3 && levels[2] == "do";
+    return isCommand && levels[1] != everybody ? levels[1] : std::string_view();
+}
+
 bool isPlace(std::string_view text)
 {
     const auto dash = text.find('-');

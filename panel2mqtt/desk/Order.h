@@ -32,6 +32,9 @@ struct Order {
     static std::variant<Order, Answer> parse(std::string_view topic, std::string_view host);
 };
 
+// Of "panel/1/HOST/PLACE/do/...", whatever the place; empty: it is no command for a single one.
+std::string_view findCommandedPlace(std::string_view topic);
+
 // "1-4.2"
 bool isPlace(std::string_view text);
 
